@@ -1,0 +1,7 @@
+#include "Hlx/IDataServiceBackend.h"
+
+namespace Hlx {
+
+IDataServiceBackend::~IDataServiceBackend() = default;
+
+}  // namespace Hlx

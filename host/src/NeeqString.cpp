@@ -1,0 +1,7 @@
+#include "Hlx/NeeqString.h"
+
+namespace Hlx {
+
+QString getNeeqString() { return QStringLiteral("新三板"); }
+
+}  // namespace Hlx

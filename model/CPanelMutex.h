@@ -1,0 +1,69 @@
+#pragma once
+
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <thread>
+
+#include "model/PanelQuotesManageGlobal.h"
+
+namespace Hlx {
+
+// The lock a panel shares with its answers. It knows the thread that holds it, because the
+// user-interface thread may hold it across a modal dialog: a queued slot that runs inside that
+// dialog's event loop finds the lock held by its own thread, and instead of deadlocking it is
+// parked and run right after the holder unlocks. Workers wait for it; abandon() releases them
+// when the panel is being destroyed.
+class PANELQUOTESMANAGE_EXPORT CPanelMutex {
+public:
+    class Locker;
+
+    CPanelMutex() = default;
+    CPanelMutex(const CPanelMutex&) = delete;
+    CPanelMutex& operator=(const CPanelMutex&) = delete;
+
+    // Waits for the lock; false when it was abandoned. Never from the thread that holds it.
+    bool lock();
+    // Releases the lock, then runs the calls this thread parked while it held it.
+    void unlock();
+    // Takes the lock for the caller, or, when this thread already holds it, parks the call to be
+    // run once it is released. The locker owns the lock only in the first case.
+    Locker lockOrPark(std::function<void()> call);
+
+    bool isHeldByCurrentThread() const;
+    void abandon();
+    bool isAbandoned() const;
+    int parkedCount() const;
+
+private:
+    mutable std::mutex m_mutex;
+    std::condition_variable m_released;
+    bool m_held = false;
+    bool m_abandoned = false;
+    std::thread::id m_owner;
+    std::deque<std::function<void()>> m_parked;
+};
+
+// Holds a CPanelMutex for a scope.
+class PANELQUOTESMANAGE_EXPORT CPanelMutex::Locker {
+public:
+    // Waits for the lock (worker threads, and the user-interface thread outside nested loops).
+    explicit Locker(CPanelMutex& mutex);
+    Locker(Locker&& other) noexcept;
+    ~Locker();
+    Locker(const Locker&) = delete;
+    Locker& operator=(const Locker&) = delete;
+    Locker& operator=(Locker&&) = delete;
+
+    bool owns() const { return m_mutex != nullptr; }
+    explicit operator bool() const { return owns(); }
+    void unlock();
+
+private:
+    friend class CPanelMutex;
+    Locker() = default;
+    CPanelMutex* m_mutex = nullptr;
+};
+
+}  // namespace Hlx

@@ -1,0 +1,9 @@
+#pragma once
+
+#include <QtGlobal>
+
+#if defined(PANELQUOTESMANAGE_LIBRARY)
+#define PANELQUOTESMANAGE_EXPORT Q_DECL_EXPORT
+#else
+#define PANELQUOTESMANAGE_EXPORT Q_DECL_IMPORT
+#endif
