@@ -1,0 +1,77 @@
+#pragma once
+
+#include <QString>
+#include <vector>
+
+#include "Hlx/IorinDockableWidget.h"
+#include "bson/BSONObj.h"
+#include "model/CAnswerGuard.h"
+#include "model/PanelQuotesManageGlobal.h"
+#include "rkservice/IData.h"
+#include "utils/RKError.h"
+
+namespace Zu {
+class COddEvenRowTable;
+class CSmallNormalButton;
+class CLoadingMaskWidget;
+class CWidgetList;
+}  // namespace Zu
+
+namespace Hlx {
+
+class CLevel2QuoteDialog;
+
+// Keeps the access token of the Level-2 market-data source: lists the stored token and lets the
+// operator add one while none exists, edit it and delete it.
+class PANELQUOTESMANAGE_EXPORT CLevel2QuotesManagePanel : public IorinDockableWidget {
+    Q_OBJECT
+public:
+    // Tool-bar button ids and row button ids.
+    enum ButtonId { RefreshButton = 0, AddButton = 1 };
+    enum RowButtonId { EditRowButton = 3, DeleteRowButton = 4 };
+
+    explicit CLevel2QuotesManagePanel(QWidget* parent);
+    ~CLevel2QuotesManagePanel() override;
+
+    // The panel keeps no state of its own.
+    void setParam(const QString& param) override;
+    QString param() const override;
+
+    void refresh();
+
+    bool handleEvent(int eventId, int widgetId, int arg, QString text, void* data) override;
+
+    Zu::COddEvenRowTable* table() const { return m_table; }
+    Zu::CSmallNormalButton* addButton() const { return m_addButton; }
+    Zu::CLoadingMaskWidget* loadingMask() const { return m_loadingMask; }
+    Zu::CWidgetList* maskHost() const { return m_maskHost; }
+    CLevel2QuoteDialog* tokenDialog() const { return m_tokenDialog; }
+
+signals:
+    void sigInitTokens(const std::vector<rkservice::IDataPtr> values);
+    void sigOnOperationFinished(bool bError, QString qsError);
+
+public slots:
+    void slotInitTokens(const std::vector<rkservice::IDataPtr> values);
+    void slotOnOperationFinished(bool bError, QString qsError);
+
+protected:
+    void createUi();
+    void appendToken(int row, const QString& token);
+    void removeToken(int row);
+    void tryUpdateToken(const QString& token, int row);
+    // Answers; run on the data service's worker thread and only emit.
+    void onQueryData(const utils::RKError& error, const std::vector<rkservice::IDataPtr>& datas,
+                     int count, bson::BSONObj result);
+    void onOperationSave(const utils::RKError& error, bson::BSONObj result);
+
+private:
+    CLevel2QuoteDialog* m_tokenDialog;
+    Zu::COddEvenRowTable* m_table;
+    Zu::CSmallNormalButton* m_addButton;
+    Zu::CLoadingMaskWidget* m_loadingMask;
+    Zu::CWidgetList* m_maskHost;
+    CAnswerGuard m_answerGuard;
+};
+
+}  // namespace Hlx
