@@ -1,0 +1,63 @@
+#include "Zu/CMessageBox.h"
+
+#include <QAbstractButton>
+#include <QMessageBox>
+
+namespace Zu {
+
+namespace {
+
+int runBox(QMessageBox::Icon icon, QWidget* parent, const QString& title, const QString& text,
+           int buttons, int defaultButton, Qt::TextFormat format) {
+    if (buttons == 0) {
+        buttons = QMessageBox::Ok;
+    }
+    QMessageBox box(icon, title, text, QMessageBox::StandardButtons(buttons), parent);
+    box.setTextFormat(format);
+    const QList<QPair<QMessageBox::StandardButton, QString>> texts = {
+        {QMessageBox::Ok, QStringLiteral("确定")},    {QMessageBox::Cancel, QStringLiteral("取消")},
+        {QMessageBox::Yes, QStringLiteral("是")},     {QMessageBox::No, QStringLiteral("否")},
+        {QMessageBox::Close, QStringLiteral("关闭")}, {QMessageBox::Save, QStringLiteral("保存")},
+        {QMessageBox::Retry, QStringLiteral("重试")}, {QMessageBox::Ignore, QStringLiteral("忽略")},
+        {QMessageBox::Abort, QStringLiteral("中止")}, {QMessageBox::Apply, QStringLiteral("应用")},
+    };
+    for (const auto& entry : texts) {
+        if (QAbstractButton* button = box.button(entry.first)) {
+            button->setText(entry.second);
+        }
+    }
+    if (defaultButton != 0 && box.button(QMessageBox::StandardButton(defaultButton))) {
+        box.setDefaultButton(QMessageBox::StandardButton(defaultButton));
+    }
+    const int result = box.exec();
+    // Closing the box without an escape button: report the clicked button, if any.
+    if (QAbstractButton* clicked = box.clickedButton()) {
+        const int standard = box.standardButton(clicked);
+        if (standard != QMessageBox::NoButton) {
+            return standard;
+        }
+    }
+    return result;
+}
+
+}  // namespace
+
+int CMessageBox::question(QWidget* parent, const QString& title, const QString& text, int buttons,
+                          int defaultButton) {
+    return runBox(QMessageBox::Question, parent, title, text, buttons, defaultButton,
+                  Qt::PlainText);
+}
+
+int CMessageBox::information(QWidget* parent, const QString& title, const QString& text,
+                             int buttons, int defaultButton, bool richText) {
+    return runBox(QMessageBox::Information, parent, title, text, buttons, defaultButton,
+                  richText ? Qt::RichText : Qt::PlainText);
+}
+
+int CMessageBox::warning(QWidget* parent, const QString& title, const QString& text, int buttons,
+                         int defaultButton, bool richText) {
+    return runBox(QMessageBox::Warning, parent, title, text, buttons, defaultButton,
+                  richText ? Qt::RichText : Qt::PlainText);
+}
+
+}  // namespace Zu

@@ -1,0 +1,152 @@
+#include "CTableModel.h"
+
+namespace Zu {
+
+CTableModel::CTableModel(QObject* parent) : QAbstractTableModel(parent) {}
+
+CTableModel::~CTableModel() = default;
+
+void CTableModel::setColumns(const QStringList& headers) {
+    beginResetModel();
+    m_headers = headers;
+    m_stride = headers.size();
+    m_liveIds.clear();
+    m_columnOfId.clear();
+    for (int id = 0; id < m_stride; ++id) {
+        m_liveIds.append(id);
+        m_columnOfId.append(id);
+    }
+    m_cells.clear();
+    m_rows = 0;
+    m_committed = 0;
+    endResetModel();
+}
+
+bool CTableModel::hasColumn(int id) const {
+    return id >= 0 && id < m_stride && m_columnOfId[id] >= 0;
+}
+
+bool CTableModel::removeColumnId(int id) {
+    if (!hasColumn(id)) {
+        return false;
+    }
+    flush();
+    const int column = m_columnOfId[id];
+    beginRemoveColumns(QModelIndex(), column, column);
+    m_liveIds.remove(column);
+    m_columnOfId[id] = -1;
+    for (int i = column; i < m_liveIds.size(); ++i) {
+        m_columnOfId[m_liveIds[i]] = i;
+    }
+    endRemoveColumns();
+    return true;
+}
+
+QString CTableModel::header(int id) const {
+    return (id >= 0 && id < m_headers.size()) ? m_headers[id] : QString();
+}
+
+int CTableModel::modelColumnOf(int id) const {
+    return (id >= 0 && id < m_stride) ? m_columnOfId[id] : -1;
+}
+
+int CTableModel::idOfModelColumn(int column) const {
+    return (column >= 0 && column < m_liveIds.size()) ? m_liveIds[column] : -1;
+}
+
+int CTableModel::appendRow() {
+    if (m_committed == m_rows) {
+        emit rowsPending();
+    }
+    m_cells.resize(size_t(m_rows + 1) * size_t(m_stride));
+    return m_rows++;
+}
+
+void CTableModel::setText(int row, int id, const QString& text) {
+    if (row < 0 || row >= m_rows || !hasColumn(id)) {
+        return;
+    }
+    QString& cell = m_cells[size_t(row) * size_t(m_stride) + size_t(id)];
+    if (cell == text) {
+        return;
+    }
+    cell = text;
+    // Rows not yet announced are read fresh when they are.
+    if (row < m_committed) {
+        const QModelIndex changed = index(row, m_columnOfId[id]);
+        emit dataChanged(changed, changed, {Qt::DisplayRole});
+    }
+}
+
+QString CTableModel::text(int row, int id) const {
+    if (row < 0 || row >= m_rows || !hasColumn(id)) {
+        return QString();
+    }
+    return m_cells[size_t(row) * size_t(m_stride) + size_t(id)];
+}
+
+void CTableModel::flush() {
+    if (m_committed >= m_rows) {
+        return;
+    }
+    beginInsertRows(QModelIndex(), m_committed, m_rows - 1);
+    m_committed = m_rows;
+    endInsertRows();
+}
+
+void CTableModel::clearRows() {
+    beginResetModel();
+    m_cells.clear();
+    m_cells.shrink_to_fit();
+    m_rows = 0;
+    m_committed = 0;
+    endResetModel();
+}
+
+int CTableModel::rowCount(const QModelIndex& parent) const {
+    return parent.isValid() ? 0 : m_committed;
+}
+
+int CTableModel::columnCount(const QModelIndex& parent) const {
+    return parent.isValid() ? 0 : m_liveIds.size();
+}
+
+QVariant CTableModel::data(const QModelIndex& index, int role) const {
+    if (!index.isValid() || index.row() >= m_committed || index.column() >= m_liveIds.size()) {
+        return QVariant();
+    }
+    if (role == Qt::DisplayRole || role == Qt::ToolTipRole) {
+        const QString& text =
+            m_cells[size_t(index.row()) * size_t(m_stride) + size_t(m_liveIds[index.column()])];
+        if (role == Qt::ToolTipRole && text.isEmpty()) {
+            return QVariant();
+        }
+        return text;
+    }
+    if (role == Qt::TextAlignmentRole) {
+        return int(Qt::AlignLeft | Qt::AlignVCenter);
+    }
+    return QVariant();
+}
+
+QVariant CTableModel::headerData(int section, Qt::Orientation orientation, int role) const {
+    if (orientation == Qt::Horizontal && role == Qt::DisplayRole) {
+        return header(idOfModelColumn(section));
+    }
+    if (orientation == Qt::Horizontal && role == Qt::TextAlignmentRole) {
+        return int(Qt::AlignLeft | Qt::AlignVCenter);
+    }
+    if (orientation == Qt::Vertical && role == Qt::DisplayRole) {
+        return section + 1;
+    }
+    return QVariant();
+}
+
+Qt::ItemFlags CTableModel::flags(const QModelIndex& index) const {
+    if (!index.isValid()) {
+        return Qt::NoItemFlags;
+    }
+    return Qt::ItemIsEnabled | Qt::ItemIsSelectable;
+}
+
+}  // namespace Zu

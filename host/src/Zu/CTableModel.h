@@ -1,0 +1,59 @@
+#pragma once
+
+#include <QAbstractTableModel>
+#include <QStringList>
+#include <QVector>
+#include <vector>
+
+namespace Zu {
+
+// The rows of a kit table. Columns are addressed by stable ids; rows are appended to storage at
+// once but announced to views in batches (flush), so that filling many rows costs one insert
+// notification instead of one per row.
+class CTableModel : public QAbstractTableModel {
+    Q_OBJECT
+public:
+    explicit CTableModel(QObject* parent = nullptr);
+    ~CTableModel() override;
+
+    // Defines the columns (ids 0..n-1) and drops every row.
+    void setColumns(const QStringList& headers);
+    bool hasColumn(int id) const;
+    bool removeColumnId(int id);
+    QString header(int id) const;
+    int modelColumnOf(int id) const;
+    int idOfModelColumn(int column) const;
+    QVector<int> liveIds() const { return m_liveIds; }
+
+    int appendRow();
+    void setText(int row, int id, const QString& text);
+    QString text(int row, int id) const;
+    // Every row, announced or not.
+    int storedRows() const { return m_rows; }
+    bool hasPendingRows() const { return m_committed < m_rows; }
+    // Announces the rows appended since the last flush.
+    void flush();
+    void clearRows();
+
+    int rowCount(const QModelIndex& parent = QModelIndex()) const override;
+    int columnCount(const QModelIndex& parent = QModelIndex()) const override;
+    QVariant data(const QModelIndex& index, int role = Qt::DisplayRole) const override;
+    QVariant headerData(int section, Qt::Orientation orientation,
+                        int role = Qt::DisplayRole) const override;
+    Qt::ItemFlags flags(const QModelIndex& index) const override;
+
+signals:
+    // The first row after a flush was appended: a flush is due.
+    void rowsPending();
+
+private:
+    QStringList m_headers;
+    QVector<int> m_liveIds;
+    QVector<int> m_columnOfId;
+    std::vector<QString> m_cells;
+    int m_stride = 0;
+    int m_rows = 0;
+    int m_committed = 0;
+};
+
+}  // namespace Zu
