@@ -80,7 +80,8 @@ protected:
     void onOperationQuotes(const utils::RKError& error, bson::BSONObj result);
 
 private:
-    void submit();
+    // Builds and sends the records; false when there was nothing to send.
+    bool submit();
 
     QString m_strServerName;
     bool m_routeBySystem;

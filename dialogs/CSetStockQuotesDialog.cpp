@@ -1,0 +1,364 @@
+#include "dialogs/CSetStockQuotesDialog.h"
+
+#include <QPointer>
+#include <QRegExp>
+#include <QVariant>
+#include <boost/bind/bind.hpp>
+#include <boost/make_shared.hpp>
+
+#include "Hlx/COrinClientCenter.h"
+#include "Hlx/CSafeLineEdit.h"
+#include "Hlx/CUserManager.h"
+#include "Zu/CComboBox.h"
+#include "Zu/CLineEdit.h"
+#include "Zu/CLoadingMaskWidget.h"
+#include "Zu/CMessageTip.h"
+#include "Zu/CSimpleTextWidget.h"
+#include "Zu/CSmallNormalButton.h"
+#include "Zu/CWidgetList.h"
+#include "Zu/StringConvert.h"
+#include "model/CFanOutTable.h"
+#include "model/CPlatformTable.h"
+#include "model/CRequestFactory.h"
+#include "model/CRequestRouter.h"
+#include "model/CTradeTypeTable.h"
+#include "rkservice/DataTypeIds.h"
+
+using namespace boost::placeholders;
+
+namespace Hlx {
+
+namespace {
+
+const int kTipPlacement = 65;
+const int kTipStyle = 2;
+const int kTipLevel = 2;
+const int kTipMs = 300;
+
+const int kLabelHeight = 24;
+const int kInputWidth = 200;
+const int kInputHeight = 24;
+const int kButtonWidth = 57;
+const int kButtonHeight = 24;
+
+const char* const kIpv4Pattern =
+    "^((25[0-5]|2[0-4][0-9]|1[0-9][0-9]|[1-9][0-9]|[0-9])($|(?!\\.$)\\.)){4}$";
+const char* const kDigitsPattern = "^[0-9]+$";
+
+// Letters, digits, "_" and everything from U+04BB up: the range the product has always
+// accepted, which admits every CJK ideograph.
+QString wideClass() {
+    return QStringLiteral("[a-zA-Z0-9_") + QChar(0x04BB) + QLatin1Char('-') + QChar(0xFFFD) +
+           QLatin1Char(']');
+}
+
+QString userPattern() {
+    return QStringLiteral("^") + wideClass() + QStringLiteral("{1,25}$");
+}
+
+QString passwordPattern() {
+    return QStringLiteral("^") + wideClass() + QStringLiteral("+$");
+}
+
+bool matches(const QString& pattern, const QString& text) {
+    QRegExp regExp(pattern, Qt::CaseSensitive, QRegExp::RegExp);
+    return regExp.exactMatch(text);
+}
+
+}  // namespace
+
+CSetStockQuotesDialog::CSetStockQuotesDialog(int tradeType, QWidget* parent, bool futureOnly)
+    : Zu::CCommonDialog(parent),
+      m_routeBySystem(false),
+      m_nEditId(0),
+      m_bIsAdd(true),
+      m_pReserved(nullptr),
+      m_pPlatformCombo(nullptr),
+      m_pAddressEdit(nullptr),
+      m_pPortEdit(nullptr),
+      m_pUserEdit(nullptr),
+      m_pPasswordEdit(nullptr),
+      m_pMarketEdit(nullptr),
+      m_nTradeType(tradeType),
+      m_pLoadingMask(nullptr),
+      m_bFutureOnly(futureOnly) {
+    Q_UNUSED(m_pReserved);
+    if (rkservice::CUserInfoPtr user = CUserManager::instance()->getUserInfoPtr())
+        m_routeBySystem = user->routesBySystem();
+    createUi();
+    setFixedSize(380, 355);
+    connect(this, &CSetStockQuotesDialog::sigOnOperationFinished, this,
+            &CSetStockQuotesDialog::slotOnOperationFinished, Qt::AutoConnection);
+    initPlatform();
+}
+
+CSetStockQuotesDialog::~CSetStockQuotesDialog() {
+    // An answer still on its way must not reach a dialog that is going away.
+    m_answerGuard.invalidate();
+    disconnect();
+}
+
+void CSetStockQuotesDialog::createUi() {
+    auto* outer = new Zu::CWidgetList(this, Qt::Vertical);
+    outer->setMargins(20, 20, 0, 0);
+    outer->setSpacing(10);
+
+    // Left margins line up the colons of labels of different length.
+    auto addRow = [outer](int leftMargin, int labelId, const QString& label, QWidget* input) {
+        auto* row = new Zu::CWidgetList(outer, Qt::Horizontal);
+        row->setMargins(leftMargin, 0, 0, 0);
+        row->setSpacing(10);
+        auto* text = new Zu::CSimpleTextWidget(row, labelId, label);
+        text->setFixedHeight(kLabelHeight);
+        row->addWidget(text);
+        input->setParent(row);
+        input->setFixedSize(kInputWidth, kInputHeight);
+        row->addWidget(input);
+        outer->addWidget(row, 0, Zu::CWidgetList::AnchorFill);
+    };
+
+    m_pPlatformCombo = new Zu::CComboBox(outer, 0);
+    addRow(0, 0, QStringLiteral("平台名称:"), m_pPlatformCombo);
+    m_pAddressEdit = new CSafeLineEdit(outer, AddressField);
+    addRow(25, 1, QStringLiteral("地址:"), m_pAddressEdit);
+    m_pPortEdit = new CSafeLineEdit(outer, PortField);
+    addRow(25, 2, QStringLiteral("端口:"), m_pPortEdit);
+    m_pUserEdit = new CSafeLineEdit(outer, UserField);
+    addRow(13, 3, QStringLiteral("用户名:"), m_pUserEdit);
+    m_pPasswordEdit = new CSafeLineEdit(outer, PasswordField);
+    m_pPasswordEdit->setEchoMode(QLineEdit::Password);
+    addRow(25, 4, QStringLiteral("密码:"), m_pPasswordEdit);
+
+    auto* buttons = new Zu::CWidgetList(outer, Qt::Horizontal);
+    buttons->setMargins(0, 0, 20, 0);
+    buttons->setSpacing(10);
+    buttons->addStretch(1);
+    auto* submit = new Zu::CSmallNormalButton(buttons, SubmitButton, QStringLiteral("提交"));
+    submit->setFixedSize(kButtonWidth, kButtonHeight);
+    buttons->addWidget(submit);
+    auto* close = new Zu::CSmallNormalButton(buttons, CloseButton, QStringLiteral("关闭"));
+    close->setFixedSize(kButtonWidth, kButtonHeight);
+    buttons->addWidget(close);
+    outer->addWidget(buttons, 0, Zu::CWidgetList::AnchorFill);
+
+    setInnerWidget(outer);
+
+    m_pLoadingMask = new Zu::CLoadingMaskWidget(this);
+    m_pLoadingMask->setText(QStringLiteral("正在加载数据"));
+    m_pLoadingMask->hide();
+}
+
+void CSetStockQuotesDialog::initPlatform() {
+    if (!m_pPlatformCombo)
+        return;
+    m_pPlatformCombo->clear();
+    for (int platformId : CPlatformTable::platformsFor(m_nTradeType, m_bFutureOnly))
+        m_pPlatformCombo->addItem(getPlatformName(platformId), QVariant(platformId));
+
+    // A futures-only stock dialog carries no market list.
+    if (m_pMarketEdit && !(m_bFutureOnly && m_nTradeType == CTradeTypeTable::kStocks)) {
+        const CTradeTypeInfo* info = CTradeTypeTable::find(m_nTradeType);
+        if (info && info->markets[0] != '\0')
+            m_pMarketEdit->setText(QString::fromUtf8(info->markets));
+    }
+}
+
+void CSetStockQuotesDialog::setIsAdd(bool isAdd) {
+    m_bIsAdd = isAdd;
+    for (CSafeLineEdit* edit : {m_pAddressEdit, m_pPortEdit, m_pUserEdit, m_pPasswordEdit}) {
+        if (edit)
+            edit->clear();
+    }
+}
+
+void CSetStockQuotesDialog::setBasicInfo(
+    const boost::shared_ptr<rkservice::COrinQuoterSourceInfo>& info) {
+    if (!info)
+        return;
+    m_nEditId = info->m_nId;
+    if (m_pAddressEdit)
+        m_pAddressEdit->setText(Zu::sToQs(info->m_strAddress));
+    if (m_pPortEdit)
+        m_pPortEdit->setText(QString::number(info->m_nPort));
+    if (m_pUserEdit)
+        m_pUserEdit->setText(Zu::sToQs(info->m_strUserName));
+    if (m_pPasswordEdit)
+        m_pPasswordEdit->setText(Zu::sToQs(info->m_strPassword));
+    // Found by its text, as the operator sees it; no match leaves no selection.
+    if (m_pPlatformCombo) {
+        const int index = m_pPlatformCombo->findText(getPlatformName(info->m_nPlatformId),
+                                                     Qt::MatchExactly | Qt::MatchCaseSensitive);
+        m_pPlatformCombo->setCurrentIndex(index);
+    }
+    if (m_pMarketEdit)
+        m_pMarketEdit->setText(Zu::sToQs(info->m_strMarkets));
+}
+
+void CSetStockQuotesDialog::setBasicInfo(const QString& serverName) {
+    m_strServerName = serverName;
+}
+
+bool CSetStockQuotesDialog::checkField(int fieldId, bool strict) {
+    QWidget* target = nullptr;
+    QString tip;
+    bool passed = true;
+    switch (fieldId) {
+        case AddressField: {
+            if (!m_pAddressEdit)
+                return true;
+            const QString text = m_pAddressEdit->text();
+            passed =
+                !text.isEmpty() && (matches(QString::fromLatin1(kIpv4Pattern), text) ||
+                                    COrinClientCenter::instance()->isIPv6Addr(Zu::qsToS(text)));
+            target = m_pAddressEdit;
+            tip = QStringLiteral("请输入有效的服务器地址");
+            break;
+        }
+        case PortField: {
+            if (!m_pPortEdit)
+                return true;
+            const QString text = m_pPortEdit->text();
+            passed = !text.isEmpty() && matches(QString::fromLatin1(kDigitsPattern), text);
+            target = m_pPortEdit;
+            tip = QStringLiteral("只能输入数字 ");
+            break;
+        }
+        case UserField: {
+            if (!m_pUserEdit)
+                return true;
+            const QString text = m_pUserEdit->text();
+            passed = !text.isEmpty() && matches(userPattern(), text);
+            target = m_pUserEdit;
+            tip = QStringLiteral("请输入1-25位的字母或者数字");
+            break;
+        }
+        case PasswordField: {
+            if (!m_pPasswordEdit)
+                return true;
+            const QString text = m_pPasswordEdit->getOriginalText();
+            // A submission only insists on a password; the pattern is a hint while typing.
+            passed = !text.isEmpty() && (!strict || matches(passwordPattern(), text));
+            target = m_pPasswordEdit;
+            tip = QStringLiteral("请输入字母或者数字 ");
+            break;
+        }
+        default:
+            return true;
+    }
+    if (!passed)
+        Zu::CMessageTip::showTip(target, kTipPlacement, tip, kTipStyle, kTipLevel, kTipMs);
+    return passed;
+}
+
+bool CSetStockQuotesDialog::checkInput() {
+    for (int field : {AddressField, PortField, UserField, PasswordField}) {
+        if (!checkField(field, false))
+            return false;
+    }
+    return true;
+}
+
+void CSetStockQuotesDialog::getOperateDatas(std::vector<rkservice::IDataPtr>& datas) {
+    if (!m_pPlatformCombo)
+        return;
+    const QVariant platform = m_pPlatformCombo->currentData();
+    if (!platform.isValid())
+        return;
+
+    auto record = boost::make_shared<rkservice::COrinQuoterSourceInfo>();
+    record->m_strAddress = Zu::qsToS(m_pAddressEdit ? m_pAddressEdit->text() : QString());
+    record->m_nPort = m_pPortEdit ? m_pPortEdit->text().toInt(nullptr, 10) : 0;
+    record->m_strUserName = Zu::qsToS(m_pUserEdit ? m_pUserEdit->text() : QString());
+    record->m_strPassword =
+        Zu::qsToS(m_pPasswordEdit ? m_pPasswordEdit->getOriginalText() : QString());
+
+    if (m_bIsAdd && m_nTradeType == CTradeTypeTable::kAll) {
+        // One record per trade type the user administers; the combo's choice does not matter.
+        for (const CFanOutRow& row : CFanOutTable::rows()) {
+            if (!CUserManager::instance()->checkUserAuth(row.right))
+                continue;
+            auto copy = boost::make_shared<rkservice::COrinQuoterSourceInfo>(*record);
+            copy->m_nPlatformId = row.platformId;
+            copy->m_nTradeType = row.tradeType;
+            datas.push_back(copy);
+        }
+        return;
+    }
+
+    if (!m_bIsAdd)
+        record->m_nId = m_nEditId;
+    record->m_nPlatformId = platform.toInt();
+    record->m_nTradeType = CTradeTypeTable::storedTradeType(m_nTradeType);
+    if (m_pMarketEdit)
+        record->m_strMarkets = Zu::qsToS(m_pMarketEdit->text());
+    datas.push_back(record);
+}
+
+bool CSetStockQuotesDialog::submit() {
+    auto request =
+        CRequestFactory::operate(rkservice::kDataQuoteSources,
+                                 m_bIsAdd ? rkservice::kOperateAdd : rkservice::kOperateModify);
+    getOperateDatas(request->datas);
+    if (request->datas.empty())
+        return false;
+
+    // A multi-server client without a chosen server sends nothing, and no completion comes.
+    CRequestRouter router(RoutePolicy::RoutedOrDrop, m_routeBySystem, m_strServerName);
+    router.operate(request, m_answerGuard.guardOperate(boost::bind(
+                                &CSetStockQuotesDialog::onOperationQuotes, this, _1, _2)));
+
+    if (m_pLoadingMask) {
+        m_pLoadingMask->setText(QStringLiteral("正在提交数据"));
+        m_pLoadingMask->attach(this);
+    }
+    return true;
+}
+
+bool CSetStockQuotesDialog::handleEvent(int type, int id, int arg, QString text, void* extra) {
+    if (type == Zu::EventFieldLeft) {
+        if (id >= AddressField && id <= PasswordField)
+            checkField(id, true);
+        return true;
+    }
+    if (type != Zu::EventButtonClicked)
+        return Zu::CCommonDialog::handleEvent(type, id, arg, text, extra);
+
+    if (id == SubmitButton) {
+        // Refused input or nothing to build: the dialog stays open.
+        if (!checkInput() || !submit())
+            return true;
+    } else {
+        close();
+    }
+    // Hidden as soon as the request is on its way; the outcome arrives in message boxes.
+    done(id);
+    return true;
+}
+
+void CSetStockQuotesDialog::onOperationQuotes(const utils::RKError& error, bson::BSONObj result) {
+    Q_UNUSED(result);
+    emit sigOnOperationFinished(!error.isSuccess(), Zu::sToQs(error.errorMsg()));
+}
+
+void CSetStockQuotesDialog::slotOnOperationFinished(bool bError, QString qsError) {
+    if (m_pLoadingMask)
+        m_pLoadingMask->hide();
+
+    const QString title = m_bIsAdd ? QStringLiteral("添加行情源") : QStringLiteral("修改行情源");
+    QPointer<CSetStockQuotesDialog> self(this);
+    if (bError) {
+        const QString text = qsError.isEmpty() ? QStringLiteral("操作失败") : qsError;
+        COrinClientCenter::instance()->showServerMsgCallBack(1, false, this, title, text, true,
+                                                             false);
+        deliverEvent(3026, 0, 0, QString(), nullptr);
+        return;
+    }
+    COrinClientCenter::instance()->showServerMsgCallBack(0, true, this, title,
+                                                         QStringLiteral("操作成功"), true, false);
+    deliverEvent(3026, 0, 0, QString(), nullptr);
+    // The panel's reload may replace this dialog; close it only while it is still there.
+    if (self)
+        close();
+}
+
+}  // namespace Hlx
