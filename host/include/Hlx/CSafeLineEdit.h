@@ -16,6 +16,11 @@ public:
     // True when the text is masked and therefore guarded.
     bool isGuarded() const;
 
+public slots:
+    // Do nothing while guarded, whoever calls them.
+    void copy() const;
+    void cut();
+
 protected:
     bool event(QEvent* event) override;
     void keyPressEvent(QKeyEvent* event) override;

@@ -62,6 +62,7 @@ private:
     void deliverClick(int row, int buttonId);
 
     QPointer<CBaseNormalTable> m_table;
+    QPointer<QWidget> m_viewport;
     int m_id;
     QVector<QVector<ButtonData>> m_rowButtons;
     std::map<std::string, QVector<ButtonData>> m_keyedButtons;

@@ -15,6 +15,18 @@ bool CSafeLineEdit::isGuarded() const {
     return echoMode() != QLineEdit::Normal;
 }
 
+void CSafeLineEdit::copy() const {
+    if (!isGuarded()) {
+        Zu::CLineEdit::copy();
+    }
+}
+
+void CSafeLineEdit::cut() {
+    if (!isGuarded()) {
+        Zu::CLineEdit::cut();
+    }
+}
+
 void CSafeLineEdit::suppressDrag() {
     // Dragging a selection would carry the text out; switch it off while guarded and give it
     // back when the edit shows its text again.

@@ -89,7 +89,16 @@ CBaseNormalTable::CBaseNormalTable(QWidget* parent, int layoutId, int menuFlags)
     connect(m_view, &QWidget::customContextMenuRequested, this, &CBaseNormalTable::showContextMenu);
 }
 
-CBaseNormalTable::~CBaseNormalTable() = default;
+CBaseNormalTable::~CBaseNormalTable()
+{
+    // The view goes first, while the model and the delegates it uses still exist.
+    m_view->viewport()->removeEventFilter(this);
+    m_view->horizontalHeader()->viewport()->removeEventFilter(this);
+    m_view->removeEventFilter(this);
+    QTableView* view = m_view;
+    m_view = nullptr;
+    delete view;
+}
 
 void CBaseNormalTable::setTableFlags(int flags) {
     m_tableFlags = flags;

@@ -43,7 +43,8 @@ CBaseTableColumnMultiButtonsDelegate::CBaseTableColumnMultiButtonsDelegate(CBase
     if (m_table) {
         m_table->registerButtonsDelegate(this);
         // Hover needs the mouse position inside the cell, which editorEvent does not see.
-        m_table->view()->viewport()->installEventFilter(this);
+        m_viewport = m_table->view()->viewport();
+        m_viewport->installEventFilter(this);
     }
 }
 
@@ -82,8 +83,8 @@ void CBaseTableColumnMultiButtonsDelegate::clearButtons() {
     m_keyedButtons.clear();
     m_hoverRow = m_hoverButton = -1;
     m_pressRow = m_pressButton = -1;
-    if (m_table) {
-        m_table->view()->viewport()->update();
+    if (m_viewport) {
+        m_viewport->update();
     }
 }
 
@@ -110,8 +111,8 @@ QVector<QRect> CBaseTableColumnMultiButtonsDelegate::layoutButtons(
 }
 
 bool CBaseTableColumnMultiButtonsDelegate::isOurCell(const QModelIndex& index) const {
-    return index.isValid() && m_table &&
-           m_table->view()->itemDelegateForColumn(index.column()) == this;
+    QTableView* view = m_table ? m_table->view() : nullptr;
+    return index.isValid() && view && view->itemDelegateForColumn(index.column()) == this;
 }
 
 int CBaseTableColumnMultiButtonsDelegate::buttonAt(const QRect& cell, int row, const QPoint& pos,
@@ -203,7 +204,7 @@ void CBaseTableColumnMultiButtonsDelegate::updateRow(int row) const {
         return;
     }
     QTableView* view = m_table->view();
-    QAbstractItemModel* model = view->model();
+    QAbstractItemModel* model = view ? view->model() : nullptr;
     if (!model || row >= model->rowCount()) {
         return;
     }
@@ -223,20 +224,20 @@ void CBaseTableColumnMultiButtonsDelegate::setHover(int row, int buttonId) {
     m_hoverButton = buttonId;
     updateRow(oldRow);
     updateRow(row);
-    if (m_table) {
-        QWidget* viewport = m_table->view()->viewport();
+    if (m_viewport) {
         if (buttonId >= 0) {
-            viewport->setCursor(Qt::PointingHandCursor);
+            m_viewport->setCursor(Qt::PointingHandCursor);
         } else {
-            viewport->unsetCursor();
+            m_viewport->unsetCursor();
         }
     }
 }
 
 bool CBaseTableColumnMultiButtonsDelegate::eventFilter(QObject* watched, QEvent* event) {
-    if (m_table && watched == m_table->view()->viewport()) {
-        if (event->type() == QEvent::MouseMove) {
-            QTableView* view = m_table->view();
+    // Compare only: this filter also sees the viewport's last events while the view is deleted.
+    if (m_table && watched == m_viewport) {
+        QTableView* view = m_table->view();
+        if (event->type() == QEvent::MouseMove && view) {
             const QPoint pos = static_cast<QMouseEvent*>(event)->pos();
             const QModelIndex index = view->indexAt(pos);
             int hovered = -1;
@@ -317,8 +318,8 @@ QRect CBaseTableColumnMultiButtonsDelegate::buttonRect(int row, int buttonId) co
         return QRect();
     }
     QTableView* view = m_table->view();
-    QAbstractItemModel* model = view->model();
-    if (row >= model->rowCount()) {
+    QAbstractItemModel* model = view ? view->model() : nullptr;
+    if (!model || row >= model->rowCount()) {
         return QRect();
     }
     for (int column = 0; column < model->columnCount(); ++column) {

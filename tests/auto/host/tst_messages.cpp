@@ -1,0 +1,188 @@
+#include <QAbstractButton>
+#include <QApplication>
+#include <QLineEdit>
+#include <QMessageBox>
+#include <QPointer>
+#include <QPushButton>
+#include <QTest>
+#include <QTimer>
+#include <functional>
+
+#include "Zu/CMessageBox.h"
+#include "Zu/CMessageTip.h"
+
+namespace {
+
+// Once the next modal box is up, hands it to act; records what was seen.
+struct BoxDriver {
+    QString title;
+    QString text;
+    QStringList buttons;
+    QString defaultButton;
+    QMessageBox::Icon icon = QMessageBox::NoIcon;
+
+    void arm(std::function<void(QMessageBox*)> act) {
+        auto* timer = new QTimer(qApp);
+        timer->setInterval(10);
+        QObject::connect(timer, &QTimer::timeout, [this, timer, act]() {
+            auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
+            if (!box) {
+                return;
+            }
+            timer->stop();
+            timer->deleteLater();
+            title = box->windowTitle();
+            text = box->text();
+            icon = box->icon();
+            for (QAbstractButton* button : box->buttons()) {
+                buttons.append(button->text());
+            }
+            if (box->defaultButton()) {
+                defaultButton = box->defaultButton()->text();
+            }
+            act(box);
+        });
+        timer->start();
+    }
+};
+
+}  // namespace
+
+class MessagesTest : public QObject {
+    Q_OBJECT
+private slots:
+    void questionReturnsOk();
+    void questionReturnsCancel();
+    void informationReturnsYesOrNo();
+    void warningReturnsOkOnEnter();
+    void escapeGivesCancel();
+    void tipRecordsTextAndTarget();
+    void tipFadesAway();
+    void newerTipReplacesOlder();
+    void tipTargetGoneIsNull();
+};
+
+void MessagesTest::questionReturnsOk() {
+    QWidget parent;
+    BoxDriver driver;
+    driver.arm([](QMessageBox* box) { box->button(QMessageBox::Ok)->click(); });
+    const int result = Zu::CMessageBox::question(
+        &parent, QStringLiteral("操作提示"), QStringLiteral("确定删除证券行情源吗? "), 0x400400, 0);
+    QCOMPARE(result, 0x400);
+    QCOMPARE(driver.title, QStringLiteral("操作提示"));
+    QCOMPARE(driver.text, QStringLiteral("确定删除证券行情源吗? "));
+    QCOMPARE(driver.icon, QMessageBox::Question);
+    QCOMPARE(driver.buttons.size(), 2);
+    QVERIFY(driver.buttons.contains(QStringLiteral("确定")));
+    QVERIFY(driver.buttons.contains(QStringLiteral("取消")));
+}
+
+void MessagesTest::questionReturnsCancel() {
+    BoxDriver driver;
+    driver.arm([](QMessageBox* box) { box->button(QMessageBox::Cancel)->click(); });
+    QCOMPARE(Zu::CMessageBox::question(nullptr, QStringLiteral("t"), QStringLiteral("q"),
+                                       QMessageBox::Ok | QMessageBox::Cancel, 0),
+             0x400000);
+}
+
+void MessagesTest::informationReturnsYesOrNo() {
+    BoxDriver yes;
+    yes.arm([](QMessageBox* box) { box->button(QMessageBox::Yes)->click(); });
+    QCOMPARE(
+        Zu::CMessageBox::information(nullptr, QStringLiteral("提示"),
+                                     QStringLiteral("确定要删除全部行情源吗?"), 0x14000, 0, false),
+        0x4000);
+    QCOMPARE(yes.icon, QMessageBox::Information);
+    QVERIFY(yes.buttons.contains(QStringLiteral("是")));
+    QVERIFY(yes.buttons.contains(QStringLiteral("否")));
+
+    BoxDriver no;
+    no.arm([](QMessageBox* box) { box->button(QMessageBox::No)->click(); });
+    QCOMPARE(Zu::CMessageBox::information(nullptr, QStringLiteral("提示"), QStringLiteral("?"),
+                                          0x14000, 0, false),
+             0x10000);
+}
+
+void MessagesTest::warningReturnsOkOnEnter() {
+    BoxDriver driver;
+    driver.arm([](QMessageBox* box) { QTest::keyClick(box, Qt::Key_Return); });
+    QCOMPARE(
+        Zu::CMessageBox::warning(nullptr, QStringLiteral("警告"), QStringLiteral("w"),
+                                 QMessageBox::Ok | QMessageBox::Cancel, QMessageBox::Ok, false),
+        int(QMessageBox::Ok));
+    QCOMPARE(driver.icon, QMessageBox::Warning);
+    QCOMPARE(driver.defaultButton, QStringLiteral("确定"));
+}
+
+void MessagesTest::escapeGivesCancel() {
+    BoxDriver driver;
+    driver.arm([](QMessageBox* box) { QTest::keyClick(box, Qt::Key_Escape); });
+    QCOMPARE(
+        Zu::CMessageBox::question(nullptr, QStringLiteral("t"), QStringLiteral("q"), 0x400400, 0),
+        0x400000);
+}
+
+void MessagesTest::tipRecordsTextAndTarget() {
+    Zu::CMessageTip::resetLastTip();
+    QCOMPARE(Zu::CMessageTip::tipCount(), 0);
+    QWidget window;
+    auto* edit = new QLineEdit(&window);
+    window.resize(300, 100);
+    window.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&window));
+    Zu::CMessageTip::showTip(edit, 65, QStringLiteral("请输入有效的服务器地址"), 2, 2, 300);
+    QCOMPARE(Zu::CMessageTip::lastTipText(), QStringLiteral("请输入有效的服务器地址"));
+    QCOMPARE(Zu::CMessageTip::lastTipTarget(), edit);
+    QCOMPARE(Zu::CMessageTip::tipCount(), 1);
+    QWidget* tip = Zu::CMessageTip::currentTip();
+    QVERIFY(tip);
+    QVERIFY(tip->isVisible());
+    // Placement 65 (bottom, left): below the target, starting at its left edge.
+    const QPoint targetBottomLeft = edit->mapToGlobal(QPoint(0, edit->height()));
+    QVERIFY(tip->geometry().top() >= targetBottomLeft.y());
+    QCOMPARE(tip->geometry().left(), targetBottomLeft.x());
+}
+
+void MessagesTest::tipFadesAway() {
+    QWidget window;
+    window.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&window));
+    Zu::CMessageTip::showTip(&window, 65, QStringLiteral("只能输入数字 "), 2, 2, 300);
+    QPointer<QWidget> tip = Zu::CMessageTip::currentTip();
+    QVERIFY(tip);
+    QTRY_VERIFY_WITH_TIMEOUT(tip.isNull(), 3000);
+    QVERIFY(!Zu::CMessageTip::currentTip());
+    // The record of the last tip outlives the balloon.
+    QCOMPARE(Zu::CMessageTip::lastTipText(), QStringLiteral("只能输入数字 "));
+}
+
+void MessagesTest::newerTipReplacesOlder() {
+    QWidget window;
+    auto* first = new QLineEdit(&window);
+    auto* second = new QLineEdit(&window);
+    second->move(0, 40);
+    window.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&window));
+    Zu::CMessageTip::resetLastTip();
+    Zu::CMessageTip::showTip(first, 65, QStringLiteral("请选择 "), 2, 2, 5000);
+    QPointer<QWidget> older = Zu::CMessageTip::currentTip();
+    Zu::CMessageTip::showTip(second, 65, QStringLiteral("请输入字母或者数字 "), 2, 2, 5000);
+    QCOMPARE(Zu::CMessageTip::tipCount(), 2);
+    QCOMPARE(Zu::CMessageTip::lastTipTarget(), second);
+    QTRY_VERIFY(older.isNull());
+    QVERIFY(Zu::CMessageTip::currentTip());
+}
+
+void MessagesTest::tipTargetGoneIsNull() {
+    auto* window = new QWidget;
+    window->show();
+    Zu::CMessageTip::showTip(window, 65, QStringLiteral("x"), 2, 2, 5000);
+    QCOMPARE(Zu::CMessageTip::lastTipTarget(), window);
+    delete window;
+    QVERIFY(!Zu::CMessageTip::lastTipTarget());
+    QVERIFY(!Zu::CMessageTip::currentTip());
+    QCOMPARE(Zu::CMessageTip::lastTipText(), QStringLiteral("x"));
+}
+
+QTEST_MAIN(MessagesTest)
+#include "tst_messages.moc"
