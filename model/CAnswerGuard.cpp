@@ -14,8 +14,7 @@ struct CAnswerGuard::State {
     int load = 0;
 
     // Admits an answer of the given load (-1: of no load); false when it must be dropped.
-    bool enter(int answerLoad)
-    {
+    bool enter(int answerLoad) {
         std::lock_guard<std::mutex> lock(mutex);
         if (!alive || (answerLoad >= 0 && answerLoad != load))
             return false;
@@ -23,8 +22,7 @@ struct CAnswerGuard::State {
         return true;
     }
 
-    void leave()
-    {
+    void leave() {
         std::lock_guard<std::mutex> lock(mutex);
         --running;
         idle.notify_all();
@@ -33,15 +31,14 @@ struct CAnswerGuard::State {
 
 namespace {
 
+thread_local int t_runningLoad = -1;
+
 // Leaves the guard even when the answer throws.
 class Admission {
 public:
     explicit Admission(const boost::shared_ptr<CAnswerGuard::State>& state, int load)
-        : m_state(state), m_admitted(state->enter(load))
-    {
-    }
-    ~Admission()
-    {
+        : m_state(state), m_admitted(state->enter(load)) {}
+    ~Admission() {
         if (m_admitted)
             m_state->leave();
     }
@@ -53,14 +50,17 @@ private:
 };
 
 QueryCallback admitQuery(const boost::shared_ptr<CAnswerGuard::State>& state, int load,
-                         const QueryCallback& callback)
-{
+                         const QueryCallback& callback) {
     return [state, load, callback](const utils::RKError& error,
                                    const std::vector<rkservice::IDataPtr>& datas, int count,
                                    bson::BSONObj result) {
         Admission admission(state, load);
-        if (admission.admitted())
-            callback(error, datas, count, result);
+        if (!admission.admitted())
+            return;
+        const int outer = t_runningLoad;
+        t_runningLoad = load;
+        callback(error, datas, count, result);
+        t_runningLoad = outer;
     };
 }
 
@@ -68,15 +68,15 @@ QueryCallback admitQuery(const boost::shared_ptr<CAnswerGuard::State>& state, in
 
 CAnswerGuard::CAnswerGuard() : m_state(boost::make_shared<State>()) {}
 
-CAnswerGuard::~CAnswerGuard() { invalidate(); }
+CAnswerGuard::~CAnswerGuard() {
+    invalidate();
+}
 
-QueryCallback CAnswerGuard::guardQuery(const QueryCallback& callback) const
-{
+QueryCallback CAnswerGuard::guardQuery(const QueryCallback& callback) const {
     return admitQuery(m_state, -1, callback);
 }
 
-OperateCallback CAnswerGuard::guardOperate(const OperateCallback& callback) const
-{
+OperateCallback CAnswerGuard::guardOperate(const OperateCallback& callback) const {
     boost::shared_ptr<State> state = m_state;
     return [state, callback](const utils::RKError& error, bson::BSONObj result) {
         Admission admission(state, -1);
@@ -85,25 +85,25 @@ OperateCallback CAnswerGuard::guardOperate(const OperateCallback& callback) cons
     };
 }
 
-int CAnswerGuard::startLoad()
-{
+int CAnswerGuard::startLoad() {
     std::lock_guard<std::mutex> lock(m_state->mutex);
     return ++m_state->load;
 }
 
-int CAnswerGuard::currentLoad() const
-{
+int CAnswerGuard::currentLoad() const {
     std::lock_guard<std::mutex> lock(m_state->mutex);
     return m_state->load;
 }
 
-QueryCallback CAnswerGuard::guardLoad(const QueryCallback& callback) const
-{
+QueryCallback CAnswerGuard::guardLoad(const QueryCallback& callback) const {
     return admitQuery(m_state, currentLoad(), callback);
 }
 
-void CAnswerGuard::invalidate()
-{
+int CAnswerGuard::runningLoad() {
+    return t_runningLoad;
+}
+
+void CAnswerGuard::invalidate() {
     std::unique_lock<std::mutex> lock(m_state->mutex);
     m_state->alive = false;
     m_state->idle.wait(lock, [this] { return m_state->running == 0; });

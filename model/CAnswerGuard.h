@@ -25,6 +25,9 @@ public:
     int startLoad();
     int currentLoad() const;
     QueryCallback guardLoad(const QueryCallback& callback) const;
+    // The load of the answer running on this thread (-1 outside a load's answer), so that an
+    // answer can check under its receiver's lock that its load is still the newest.
+    static int runningLoad();
 
     void invalidate();
 

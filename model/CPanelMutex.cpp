@@ -2,8 +2,7 @@
 
 namespace Hlx {
 
-bool CPanelMutex::lock()
-{
+bool CPanelMutex::lock() {
     std::unique_lock<std::mutex> guard(m_mutex);
     m_released.wait(guard, [this] { return !m_held || m_abandoned; });
     if (m_abandoned)
@@ -13,8 +12,7 @@ bool CPanelMutex::lock()
     return true;
 }
 
-void CPanelMutex::unlock()
-{
+void CPanelMutex::unlock() {
     std::deque<std::function<void()>> parked;
     {
         std::lock_guard<std::mutex> guard(m_mutex);
@@ -27,8 +25,7 @@ void CPanelMutex::unlock()
         call();
 }
 
-CPanelMutex::Locker CPanelMutex::lockOrPark(std::function<void()> call)
-{
+CPanelMutex::Locker CPanelMutex::lockOrPark(std::function<void()> call) {
     {
         std::lock_guard<std::mutex> guard(m_mutex);
         if (m_held && m_owner == std::this_thread::get_id()) {
@@ -39,14 +36,12 @@ CPanelMutex::Locker CPanelMutex::lockOrPark(std::function<void()> call)
     return Locker(*this);
 }
 
-bool CPanelMutex::isHeldByCurrentThread() const
-{
+bool CPanelMutex::isHeldByCurrentThread() const {
     std::lock_guard<std::mutex> guard(m_mutex);
     return m_held && m_owner == std::this_thread::get_id();
 }
 
-void CPanelMutex::abandon()
-{
+void CPanelMutex::abandon() {
     {
         std::lock_guard<std::mutex> guard(m_mutex);
         m_abandoned = true;
@@ -55,29 +50,27 @@ void CPanelMutex::abandon()
     m_released.notify_all();
 }
 
-bool CPanelMutex::isAbandoned() const
-{
+bool CPanelMutex::isAbandoned() const {
     std::lock_guard<std::mutex> guard(m_mutex);
     return m_abandoned;
 }
 
-int CPanelMutex::parkedCount() const
-{
+int CPanelMutex::parkedCount() const {
     std::lock_guard<std::mutex> guard(m_mutex);
     return int(m_parked.size());
 }
 
 CPanelMutex::Locker::Locker(CPanelMutex& mutex) : m_mutex(mutex.lock() ? &mutex : nullptr) {}
 
-CPanelMutex::Locker::Locker(Locker&& other) noexcept : m_mutex(other.m_mutex)
-{
+CPanelMutex::Locker::Locker(Locker&& other) noexcept : m_mutex(other.m_mutex) {
     other.m_mutex = nullptr;
 }
 
-CPanelMutex::Locker::~Locker() { unlock(); }
+CPanelMutex::Locker::~Locker() {
+    unlock();
+}
 
-void CPanelMutex::Locker::unlock()
-{
+void CPanelMutex::Locker::unlock() {
     if (m_mutex) {
         CPanelMutex* mutex = m_mutex;
         m_mutex = nullptr;

@@ -33,8 +33,7 @@ struct TradeTypePlatforms {
     std::vector<int> platforms;
 };
 
-const std::vector<TradeTypePlatforms>& offered()
-{
+const std::vector<TradeTypePlatforms>& offered() {
     using P = CPlatformTable;
     using T = CTradeTypeTable;
     static const std::vector<TradeTypePlatforms> table = {
@@ -56,8 +55,7 @@ const std::vector<TradeTypePlatforms>& offered()
 
 }  // namespace
 
-QString CPlatformTable::name(int platformId)
-{
+QString CPlatformTable::name(int platformId) {
     for (const PlatformName& entry : kNames) {
         if (entry.platformId != platformId)
             continue;
@@ -69,8 +67,7 @@ QString CPlatformTable::name(int platformId)
     return QString();
 }
 
-std::vector<int> CPlatformTable::platformsFor(int tradeType, bool futuresOnly)
-{
+std::vector<int> CPlatformTable::platformsFor(int tradeType, bool futuresOnly) {
     if (tradeType == CTradeTypeTable::kStocks && futuresOnly)
         return {kKxFutures};
     for (const TradeTypePlatforms& entry : offered()) {
@@ -80,14 +77,15 @@ std::vector<int> CPlatformTable::platformsFor(int tradeType, bool futuresOnly)
     return {};
 }
 
-std::vector<int> CPlatformTable::knownIds()
-{
+std::vector<int> CPlatformTable::knownIds() {
     std::vector<int> ids;
     for (const PlatformName& entry : kNames)
         ids.push_back(entry.platformId);
     return ids;
 }
 
-QString getPlatformName(int platformId) { return CPlatformTable::name(platformId); }
+QString getPlatformName(int platformId) {
+    return CPlatformTable::name(platformId);
+}
 
 }  // namespace Hlx

@@ -31,7 +31,8 @@ public:
 
     // False when the policy drops the request.
     bool query(const rkservice::COrinQueryDataReqPtr& request, const QueryCallback& callback) const;
-    bool operate(const rkservice::COperateDataReqPtr& request, const OperateCallback& callback) const;
+    bool operate(const rkservice::COperateDataReqPtr& request,
+                 const OperateCallback& callback) const;
 
     enum class Destination { Centre, Client, Dropped };
     Destination destination() const;

@@ -5,8 +5,7 @@
 
 namespace Hlx {
 
-const std::vector<CTradeTypeInfo>& CTradeTypeTable::all()
-{
+const std::vector<CTradeTypeInfo>& CTradeTypeTable::all() {
     // id, object name, display name, add right, edit right, delete right, layout id, markets
     static const std::vector<CTradeTypeInfo> table = {
         {kFutures, "ftq", "期货", 10385, 10385, 10387, 1253, ""},
@@ -25,8 +24,7 @@ const std::vector<CTradeTypeInfo>& CTradeTypeTable::all()
     return table;
 }
 
-const CTradeTypeInfo* CTradeTypeTable::find(int tradeType)
-{
+const CTradeTypeInfo* CTradeTypeTable::find(int tradeType) {
     for (const CTradeTypeInfo& info : all()) {
         if (info.tradeType == tradeType)
             return &info;
@@ -34,8 +32,7 @@ const CTradeTypeInfo* CTradeTypeTable::find(int tradeType)
     return nullptr;
 }
 
-QString CTradeTypeTable::tradeType2String(int tradeType, int platformId)
-{
+QString CTradeTypeTable::tradeType2String(int tradeType, int platformId) {
     if (tradeType == kStocks) {
         if (platformId == CPlatformTable::kKxFutures)
             return QStringLiteral("期货");
@@ -48,18 +45,15 @@ QString CTradeTypeTable::tradeType2String(int tradeType, int platformId)
     return info ? QString::fromUtf8(info->displayName) : QString();
 }
 
-bool CTradeTypeTable::isFuturesType(int tradeType)
-{
+bool CTradeTypeTable::isFuturesType(int tradeType) {
     return tradeType == kFutures || tradeType == kFuturesOptions;
 }
 
-bool CTradeTypeTable::isFuturesGroup(int tradeType)
-{
+bool CTradeTypeTable::isFuturesGroup(int tradeType) {
     return tradeType == kAll || isFuturesType(tradeType);
 }
 
-int CTradeTypeTable::storedTradeType(int tradeType)
-{
+int CTradeTypeTable::storedTradeType(int tradeType) {
     return isFuturesType(tradeType) ? int(kStocks) : tradeType;
 }
 

@@ -6,65 +6,56 @@
 
 ScriptedBackend::ScriptedBackend() : m_subsystems{{"sys1", "一号系统"}} {}
 
-boost::shared_ptr<ScriptedBackend> ScriptedBackend::install()
-{
+boost::shared_ptr<ScriptedBackend> ScriptedBackend::install() {
     auto backend = boost::make_shared<ScriptedBackend>();
     Hlx::COrinClientCenter::instance()->setBackend(backend);
     return backend;
 }
 
 void ScriptedBackend::setQueryAnswer(int dataType, const rkservice::IDataList& datas,
-                                     const utils::RKError& error)
-{
+                                     const utils::RKError& error) {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_queryAnswers[dataType] = {datas, error};
 }
 
 void ScriptedBackend::setQueryAnswer(int dataType, const std::string& condition,
-                                     const rkservice::IDataList& datas, const utils::RKError& error)
-{
+                                     const rkservice::IDataList& datas,
+                                     const utils::RKError& error) {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_queryByCondition[{dataType, condition}] = {datas, error};
 }
 
-void ScriptedBackend::setOperateAnswer(int dataType, const utils::RKError& error)
-{
+void ScriptedBackend::setOperateAnswer(int dataType, const utils::RKError& error) {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_operateAnswers[dataType] = error;
 }
 
-void ScriptedBackend::setSubsystems(const std::vector<Hlx::SubsystemInfo>& subsystems)
-{
+void ScriptedBackend::setSubsystems(const std::vector<Hlx::SubsystemInfo>& subsystems) {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_subsystems = subsystems;
 }
 
-void ScriptedBackend::setLoginTypeAuth(bool held)
-{
+void ScriptedBackend::setLoginTypeAuth(bool held) {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_loginTypeAuth = held;
 }
 
-void ScriptedBackend::setHolding(bool holding)
-{
+void ScriptedBackend::setHolding(bool holding) {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_holding = holding;
 }
 
-int ScriptedBackend::heldCount() const
-{
+int ScriptedBackend::heldCount() const {
     std::lock_guard<std::mutex> lock(m_mutex);
     return int(m_held.size());
 }
 
-void ScriptedBackend::releaseAll()
-{
+void ScriptedBackend::releaseAll() {
     while (releaseNext()) {
     }
 }
 
-bool ScriptedBackend::releaseNext()
-{
+bool ScriptedBackend::releaseNext() {
     Held held;
     {
         std::lock_guard<std::mutex> lock(m_mutex);
@@ -77,14 +68,12 @@ bool ScriptedBackend::releaseNext()
     return true;
 }
 
-std::vector<ScriptedBackend::Request> ScriptedBackend::requests() const
-{
+std::vector<ScriptedBackend::Request> ScriptedBackend::requests() const {
     std::lock_guard<std::mutex> lock(m_mutex);
     return m_requests;
 }
 
-std::vector<ScriptedBackend::Request> ScriptedBackend::requestsOf(int dataType) const
-{
+std::vector<ScriptedBackend::Request> ScriptedBackend::requestsOf(int dataType) const {
     std::vector<Request> matching;
     for (const Request& request : requests()) {
         if (request.dataType == dataType)
@@ -93,20 +82,17 @@ std::vector<ScriptedBackend::Request> ScriptedBackend::requestsOf(int dataType) 
     return matching;
 }
 
-int ScriptedBackend::requestCount() const
-{
+int ScriptedBackend::requestCount() const {
     std::lock_guard<std::mutex> lock(m_mutex);
     return int(m_requests.size());
 }
 
-void ScriptedBackend::clearRequests()
-{
+void ScriptedBackend::clearRequests() {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_requests.clear();
 }
 
-void ScriptedBackend::deliver(const Held& held)
-{
+void ScriptedBackend::deliver(const Held& held) {
     if (held.isQuery)
         held.queryAnswer->answer(held.error, held.datas);
     else
@@ -115,8 +101,7 @@ void ScriptedBackend::deliver(const Held& held)
 
 void ScriptedBackend::query(const Hlx::CRequestTarget& target,
                             const rkservice::COrinQueryDataReq& request,
-                            const Hlx::CQueryAnswer& answer)
-{
+                            const Hlx::CQueryAnswer& answer) {
     Held held;
     held.isQuery = true;
     held.queryAnswer = boost::make_shared<Hlx::CQueryAnswer>(answer);
@@ -149,8 +134,7 @@ void ScriptedBackend::query(const Hlx::CRequestTarget& target,
 
 void ScriptedBackend::operate(const Hlx::CRequestTarget& target,
                               const rkservice::COperateDataReq& request,
-                              const Hlx::COperateAnswer& answer)
-{
+                              const Hlx::COperateAnswer& answer) {
     Held held;
     held.isQuery = false;
     held.operateAnswer = boost::make_shared<Hlx::COperateAnswer>(answer);
@@ -176,14 +160,12 @@ void ScriptedBackend::operate(const Hlx::CRequestTarget& target,
         deliver(held);
 }
 
-std::vector<Hlx::SubsystemInfo> ScriptedBackend::subsystems() const
-{
+std::vector<Hlx::SubsystemInfo> ScriptedBackend::subsystems() const {
     std::lock_guard<std::mutex> lock(m_mutex);
     return m_subsystems;
 }
 
-bool ScriptedBackend::hasClientLoginTypeAuth(int loginType) const
-{
+bool ScriptedBackend::hasClientLoginTypeAuth(int loginType) const {
     std::lock_guard<std::mutex> lock(m_mutex);
     return loginType == 0 && m_loginTypeAuth;
 }

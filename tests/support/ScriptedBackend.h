@@ -34,7 +34,8 @@ public:
     // every other condition.
     void setQueryAnswer(int dataType, const rkservice::IDataList& datas,
                         const utils::RKError& error = utils::RKError());
-    void setQueryAnswer(int dataType, const std::string& condition, const rkservice::IDataList& datas,
+    void setQueryAnswer(int dataType, const std::string& condition,
+                        const rkservice::IDataList& datas,
                         const utils::RKError& error = utils::RKError());
     void setOperateAnswer(int dataType, const utils::RKError& error);
 

@@ -24,10 +24,9 @@ struct Outcome {
     std::mutex mutex;
 };
 
-QueryCallback recordQuery(const boost::shared_ptr<Outcome>& outcome)
-{
-    return [outcome](const utils::RKError& error, const std::vector<rkservice::IDataPtr>&, int count,
-                     bson::BSONObj) {
+QueryCallback recordQuery(const boost::shared_ptr<Outcome>& outcome) {
+    return [outcome](const utils::RKError& error, const std::vector<rkservice::IDataPtr>&,
+                     int count, bson::BSONObj) {
         {
             std::lock_guard<std::mutex> lock(outcome->mutex);
             outcome->message = error.errorMsg();
@@ -39,8 +38,7 @@ QueryCallback recordQuery(const boost::shared_ptr<Outcome>& outcome)
     };
 }
 
-OperateCallback recordOperate(const boost::shared_ptr<Outcome>& outcome)
-{
+OperateCallback recordOperate(const boost::shared_ptr<Outcome>& outcome) {
     return [outcome](const utils::RKError& error, bson::BSONObj) {
         {
             std::lock_guard<std::mutex> lock(outcome->mutex);
@@ -52,8 +50,7 @@ OperateCallback recordOperate(const boost::shared_ptr<Outcome>& outcome)
     };
 }
 
-rkservice::COrinQueryDataReqPtr sourceQuery()
-{
+rkservice::COrinQueryDataReqPtr sourceQuery() {
     auto request = boost::make_shared<rkservice::COrinQueryDataReq>();
     request->dataType = rkservice::kDataQuoteSources;
     request->condition = "2";
@@ -66,14 +63,12 @@ class TestClientCentre : public QObject {
     Q_OBJECT
 private slots:
     void init() { m_backend = ScriptedBackend::install(); }
-    void cleanup()
-    {
+    void cleanup() {
         COrinClientCenter::instance()->waitForIdle();
         COrinClientCenter::instance()->setBackend({});
     }
 
-    void queryIsAnsweredOnceOnAWorkerThread()
-    {
+    void queryIsAnsweredOnceOnAWorkerThread() {
         auto source = boost::make_shared<rkservice::COrinQuoterSourceInfo>();
         m_backend->setQueryAnswer(rkservice::kDataQuoteSources, {source, source});
         auto outcome = boost::make_shared<Outcome>();
@@ -86,8 +81,7 @@ private slots:
         QCOMPARE(outcome->calls.load(), 1);
     }
 
-    void answerIsNeverInlineOnTheCallersThread()
-    {
+    void answerIsNeverInlineOnTheCallersThread() {
         auto outcome = boost::make_shared<Outcome>();
         COrinClientCenter::instance()->queryData_async(sourceQuery(), recordQuery(outcome), false);
         // The backend may have answered already; the callback still runs on a worker.
@@ -97,8 +91,7 @@ private slots:
         QVERIFY(m_backend->requests().front().thread != std::this_thread::get_id());
     }
 
-    void operateIsAnsweredOnceOnAWorkerThread()
-    {
+    void operateIsAnsweredOnceOnAWorkerThread() {
         m_backend->setOperateAnswer(rkservice::kDataQuoteSources, utils::RKError::fail("端口无效"));
         auto request = boost::make_shared<rkservice::COperateDataReq>();
         request->dataType = rkservice::kDataQuoteSources;
@@ -114,8 +107,7 @@ private slots:
         QCOMPARE(outcome->calls.load(), 1);
     }
 
-    void requestIsCopiedOnSend()
-    {
+    void requestIsCopiedOnSend() {
         m_backend->setHolding(true);
         auto request = boost::make_shared<rkservice::COperateDataReq>();
         request->dataType = rkservice::kDataQuoteSources;
@@ -131,7 +123,8 @@ private slots:
         QTRY_COMPARE(m_backend->heldCount(), 1);
         const auto sent = m_backend->requests().front();
         QCOMPARE(sent.operateType, int(rkservice::kOperateAdd));
-        auto sentRecord = boost::dynamic_pointer_cast<rkservice::COrinQuoterSourceInfo>(sent.datas.front());
+        auto sentRecord =
+            boost::dynamic_pointer_cast<rkservice::COrinQuoterSourceInfo>(sent.datas.front());
         QVERIFY(sentRecord);
         QVERIFY(sentRecord.get() != record.get());
         QCOMPARE(sentRecord->m_strAddress, std::string("10.0.0.1"));
@@ -139,14 +132,13 @@ private slots:
         QTRY_COMPARE(outcome->calls.load(), 1);
     }
 
-    void severalRequestsInFlight()
-    {
+    void severalRequestsInFlight() {
         m_backend->setHolding(true);
         std::vector<boost::shared_ptr<Outcome>> outcomes;
         for (int i = 0; i < 12; ++i) {
             outcomes.push_back(boost::make_shared<Outcome>());
-            COrinClientCenter::instance()->queryData_async(sourceQuery(), recordQuery(outcomes.back()),
-                                                           false);
+            COrinClientCenter::instance()->queryData_async(sourceQuery(),
+                                                           recordQuery(outcomes.back()), false);
         }
         QTRY_COMPARE(m_backend->heldCount(), 12);
         for (const auto& outcome : outcomes)
@@ -156,8 +148,7 @@ private slots:
             QTRY_COMPARE(outcome->calls.load(), 1);
     }
 
-    void blockedAnswerDoesNotStallOthers()
-    {
+    void blockedAnswerDoesNotStallOthers() {
         std::mutex gate;
         std::unique_lock<std::mutex> closed(gate);
         auto blocked = boost::make_shared<Outcome>();
@@ -177,8 +168,7 @@ private slots:
         QTRY_COMPARE(blocked->calls.load(), 1);
     }
 
-    void unknownSubsystemAnswersWithAnError()
-    {
+    void unknownSubsystemAnswersWithAnError() {
         COrinClientPtr client = COrinClientCenter::instance()->getClientByName("nowhere");
         QVERIFY(client);
         auto outcome = boost::make_shared<Outcome>();
@@ -190,8 +180,7 @@ private slots:
         QCOMPARE(m_backend->requestCount(), 0);
     }
 
-    void emptyNameGivesTheDefaultClient()
-    {
+    void emptyNameGivesTheDefaultClient() {
         m_backend->setSubsystems({{"a", "甲"}, {"b", "乙"}});
         COrinClientPtr client = COrinClientCenter::instance()->getClientByName("");
         QCOMPARE(client->name(), std::string("a"));
@@ -203,14 +192,13 @@ private slots:
         QCOMPARE(m_backend->requests().front().subsystem, std::string("a"));
     }
 
-    void requestWithoutBackendIsAnsweredWithAnError()
-    {
+    void requestWithoutBackendIsAnsweredWithAnError() {
         COrinClientCenter::instance()->setBackend({});
         auto outcome = boost::make_shared<Outcome>();
         COrinClientCenter::instance()->queryData_async(sourceQuery(), recordQuery(outcome), false);
         auto operated = boost::make_shared<Outcome>();
-        COrinClientCenter::instance()->operateData_async(boost::make_shared<rkservice::COperateDataReq>(),
-                                                         recordOperate(operated), false);
+        COrinClientCenter::instance()->operateData_async(
+            boost::make_shared<rkservice::COperateDataReq>(), recordOperate(operated), false);
         QTRY_COMPARE(outcome->calls.load(), 1);
         QTRY_COMPARE(operated->calls.load(), 1);
         QVERIFY(!outcome->success);
@@ -219,14 +207,11 @@ private slots:
         QVERIFY(outcome->thread.load() != QThread::currentThread());
     }
 
-    void droppedAnswerStillAnswersOnce()
-    {
+    void droppedAnswerStillAnswersOnce() {
         // A backend that forgets to answer: the dropped answer object answers with an error.
         struct Forgetful : ScriptedBackend {
             void query(const CRequestTarget&, const rkservice::COrinQueryDataReq&,
-                       const CQueryAnswer&) override
-            {
-            }
+                       const CQueryAnswer&) override {}
         };
         COrinClientCenter::instance()->setBackend(boost::make_shared<Forgetful>());
         auto outcome = boost::make_shared<Outcome>();
@@ -237,18 +222,18 @@ private slots:
         QCOMPARE(outcome->calls.load(), 1);
     }
 
-    void multiServersAndServerNames()
-    {
+    void multiServersAndServerNames() {
         m_backend->setSubsystems({{"sys1", "上海主站"}});
         QVERIFY(!COrinClientCenter::instance()->isMultiServers());
         m_backend->setSubsystems({{"sys1", "上海主站"}, {"sys2", "深圳备站"}});
         QVERIFY(COrinClientCenter::instance()->isMultiServers());
-        QCOMPARE(COrinClientCenter::instance()->getServerNameBySystemTag("sys2"), QString("深圳备站"));
-        QCOMPARE(COrinClientCenter::instance()->getServerNameBySystemTag("other"), QString("other"));
+        QCOMPARE(COrinClientCenter::instance()->getServerNameBySystemTag("sys2"),
+                 QString("深圳备站"));
+        QCOMPARE(COrinClientCenter::instance()->getServerNameBySystemTag("other"),
+                 QString("other"));
     }
 
-    void loginTypeAuthFollowsBackendAndOverride()
-    {
+    void loginTypeAuthFollowsBackendAndOverride() {
         m_backend->setLoginTypeAuth(false);
         QVERIFY(!COrinClientCenter::instance()->hasClientLoginTypeAuth(0));
         m_backend->setLoginTypeAuth(true);
@@ -259,8 +244,7 @@ private slots:
         QVERIFY(COrinClientCenter::instance()->hasClientLoginTypeAuth(0));
     }
 
-    void ipv6Table_data()
-    {
+    void ipv6Table_data() {
         QTest::addColumn<QString>("text");
         QTest::addColumn<bool>("valid");
         QTest::newRow("full") << "2001:0db8:85a3:0000:0000:8a2e:0370:7334" << true;
@@ -282,19 +266,17 @@ private slots:
         QTest::newRow("bad mapped") << "::ffff:256.1.1.1" << false;
     }
 
-    void ipv6Table()
-    {
+    void ipv6Table() {
         QFETCH(QString, text);
         QFETCH(bool, valid);
         QCOMPARE(COrinClientCenter::instance()->isIPv6Addr(text.toStdString()), valid);
     }
 
-    void serverMessageIsShownAndReported()
-    {
+    void serverMessageIsShownAndReported() {
         QWidget parent;
         QSignalSpy spy(COrinClientCenter::instance(), &COrinClientCenter::serverMessageShown);
-        COrinClientCenter::instance()->showServerMsgCallBack(1, false, &parent, "标题", "出错了", true,
-                                                             false);
+        COrinClientCenter::instance()->showServerMsgCallBack(1, false, &parent, "标题", "出错了",
+                                                             true, false);
         QCOMPARE(spy.count(), 1);
         QCOMPARE(spy.at(0).at(0).toInt(), 1);
         QCOMPARE(spy.at(0).at(1).toBool(), false);
@@ -306,8 +288,8 @@ private slots:
         QVERIFY(!box->isModal());
         QCOMPARE(box->text(), QString("出错了"));
         QCOMPARE(box->icon(), QMessageBox::Critical);
-        COrinClientCenter::instance()->showServerMsgCallBack(0, true, &parent, "提示", "保存成功", true,
-                                                             false);
+        COrinClientCenter::instance()->showServerMsgCallBack(0, true, &parent, "提示", "保存成功",
+                                                             true, false);
         bool sawInformation = false;
         for (QMessageBox* shown : parent.findChildren<QMessageBox*>("serverMessageBox"))
             sawInformation = sawInformation || shown->icon() == QMessageBox::Information;

@@ -16,8 +16,7 @@
 class TestRecords : public QObject {
     Q_OBJECT
 private slots:
-    void quoteSourceDefaults()
-    {
+    void quoteSourceDefaults() {
         rkservice::COrinQuoterSourceInfo source;
         QCOMPARE(source.m_nId, 0);
         QCOMPARE(source.m_nPlatformId, 0);
@@ -32,8 +31,7 @@ private slots:
         QVERIFY(source.getSystemTag().empty());
     }
 
-    void quoteSourceCopyIsIndependent()
-    {
+    void quoteSourceCopyIsIndependent() {
         auto source = boost::make_shared<rkservice::COrinQuoterSourceInfo>();
         source->m_nId = 7;
         source->m_strAddress = "10.1.1.1";
@@ -48,8 +46,7 @@ private slots:
         QCOMPARE(typed->m_strAddress, std::string("10.1.1.1"));
     }
 
-    void brokerCloneCopiesServerGroups()
-    {
+    void brokerCloneCopiesServerGroups() {
         rkservice::COrinBrokerInfo broker;
         auto group = boost::make_shared<rkservice::COrinServerGroup>();
         group->serverGroupName = "电信";
@@ -59,8 +56,7 @@ private slots:
         QCOMPARE(copy->serverGroups.front()->serverGroupName, std::string("电信"));
     }
 
-    void permissionCopyOwnsItsDivision()
-    {
+    void permissionCopyOwnsItsDivision() {
         rkservice::CGlobalFeaturePermissionInfo info;
         QVERIFY(info.m_wholeQuote);
         info.m_wholeQuote->setEnabled("SH", true);
@@ -70,8 +66,7 @@ private slots:
         QVERIFY(!copy.m_wholeQuote->isEnabled("SZ"));
     }
 
-    void errorValues()
-    {
+    void errorValues() {
         utils::RKError ok;
         QVERIFY(ok.isSuccess());
         QVERIFY(ok.errorMsg().empty());
@@ -80,8 +75,7 @@ private slots:
         QCOMPARE(failed.errorMsg(), std::string("失败"));
     }
 
-    void bsonIsAValue()
-    {
+    void bsonIsAValue() {
         bson::BSONObj empty;
         QVERIFY(empty.isEmpty());
         bson::BSONObj doc;
@@ -97,8 +91,7 @@ private slots:
         QCOMPARE(doc.nFields(), 3);
     }
 
-    void rightsAndRouting()
-    {
+    void rightsAndRouting() {
         auto user = boost::make_shared<rkservice::CUserInfo>();
         user->m_rights = {10385, 12532};
         user->m_nSystemId = 2147483647;
@@ -114,19 +107,18 @@ private slots:
         QVERIFY(!user->routesBySystem());
     }
 
-    void permissionRecordIsKept()
-    {
+    void permissionRecordIsKept() {
         auto info = boost::make_shared<rkservice::CGlobalFeaturePermissionInfo>();
         Hlx::CUserManager::instance()->setGlobalPermissionInfo(info);
         QCOMPARE(Hlx::CUserManager::instance()->getGlobalPermissionInfo().get(), info.get());
     }
 
-    void logLines()
-    {
+    void logLines() {
         Hlx::CLogCenter::instance()->clearRecentLines();
         log4cxx::LoggerPtr logger = log4cxx::Logger::getLogger("test.records");
         logger->setLevel(log4cxx::Level::getInfo());
-        rkStdLogNew(logger, log4cxx::Level::getInfo(), "[CQuotesManagePanel] saveData error:%s", "断开");
+        rkStdLogNew(logger, log4cxx::Level::getInfo(), "[CQuotesManagePanel] saveData error:%s",
+                    "断开");
         rkStdLogNew(logger, log4cxx::Level::getDebug(), "hidden %d", 1);
         const QStringList lines = Hlx::CLogCenter::instance()->recentLines();
         QCOMPARE(lines, QStringList{"[CQuotesManagePanel] saveData error:断开"});

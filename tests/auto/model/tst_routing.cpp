@@ -12,11 +12,9 @@ using namespace Hlx;
 
 namespace {
 
-QueryCallback counting(std::atomic<int>* calls)
-{
-    return [calls](const utils::RKError&, const std::vector<rkservice::IDataPtr>&, int, bson::BSONObj) {
-        ++*calls;
-    };
+QueryCallback counting(std::atomic<int>* calls) {
+    return [calls](const utils::RKError&, const std::vector<rkservice::IDataPtr>&, int,
+                   bson::BSONObj) { ++*calls; };
 }
 
 }  // namespace
@@ -24,15 +22,13 @@ QueryCallback counting(std::atomic<int>* calls)
 class TestRouting : public QObject {
     Q_OBJECT
 private slots:
-    void init()
-    {
+    void init() {
         m_backend = ScriptedBackend::install();
         m_backend->setSubsystems({{"sys1", "上海"}, {"sys2", "深圳"}});
     }
     void cleanup() { COrinClientCenter::instance()->waitForIdle(); }
 
-    void destinations_data()
-    {
+    void destinations_data() {
         QTest::addColumn<int>("policy");
         QTest::addColumn<bool>("routed");
         QTest::addColumn<bool>("multi");
@@ -41,22 +37,33 @@ private slots:
         const int centre = int(CRequestRouter::Destination::Centre);
         const int client = int(CRequestRouter::Destination::Client);
         const int dropped = int(CRequestRouter::Destination::Dropped);
-        QTest::newRow("centre always") << int(RoutePolicy::Centre) << true << true << "sys2" << centre;
-        QTest::newRow("named client, no name") << int(RoutePolicy::NamedClient) << false << false << "" << client;
-        QTest::newRow("named or centre, name") << int(RoutePolicy::NamedOrCentre) << false << false << "sys2" << client;
-        QTest::newRow("named or centre, none") << int(RoutePolicy::NamedOrCentre) << true << true << "" << centre;
-        QTest::newRow("routed, multi, name") << int(RoutePolicy::RoutedOrCentre) << true << true << "sys2" << client;
-        QTest::newRow("routed, multi, none") << int(RoutePolicy::RoutedOrCentre) << true << true << "" << centre;
-        QTest::newRow("routed, single") << int(RoutePolicy::RoutedOrCentre) << true << false << "sys2" << centre;
-        QTest::newRow("not routed, multi") << int(RoutePolicy::RoutedOrCentre) << false << true << "sys2" << centre;
-        QTest::newRow("drop: routed, multi, name") << int(RoutePolicy::RoutedOrDrop) << true << true << "sys2" << client;
-        QTest::newRow("drop: routed, multi, none") << int(RoutePolicy::RoutedOrDrop) << true << true << "" << dropped;
-        QTest::newRow("drop: single, none") << int(RoutePolicy::RoutedOrDrop) << true << false << "" << centre;
-        QTest::newRow("drop: not routed, none") << int(RoutePolicy::RoutedOrDrop) << false << true << "" << centre;
+        QTest::newRow("centre always")
+            << int(RoutePolicy::Centre) << true << true << "sys2" << centre;
+        QTest::newRow("named client, no name")
+            << int(RoutePolicy::NamedClient) << false << false << "" << client;
+        QTest::newRow("named or centre, name")
+            << int(RoutePolicy::NamedOrCentre) << false << false << "sys2" << client;
+        QTest::newRow("named or centre, none")
+            << int(RoutePolicy::NamedOrCentre) << true << true << "" << centre;
+        QTest::newRow("routed, multi, name")
+            << int(RoutePolicy::RoutedOrCentre) << true << true << "sys2" << client;
+        QTest::newRow("routed, multi, none")
+            << int(RoutePolicy::RoutedOrCentre) << true << true << "" << centre;
+        QTest::newRow("routed, single")
+            << int(RoutePolicy::RoutedOrCentre) << true << false << "sys2" << centre;
+        QTest::newRow("not routed, multi")
+            << int(RoutePolicy::RoutedOrCentre) << false << true << "sys2" << centre;
+        QTest::newRow("drop: routed, multi, name")
+            << int(RoutePolicy::RoutedOrDrop) << true << true << "sys2" << client;
+        QTest::newRow("drop: routed, multi, none")
+            << int(RoutePolicy::RoutedOrDrop) << true << true << "" << dropped;
+        QTest::newRow("drop: single, none")
+            << int(RoutePolicy::RoutedOrDrop) << true << false << "" << centre;
+        QTest::newRow("drop: not routed, none")
+            << int(RoutePolicy::RoutedOrDrop) << false << true << "" << centre;
     }
 
-    void destinations()
-    {
+    void destinations() {
         QFETCH(int, policy);
         QFETCH(bool, routed);
         QFETCH(bool, multi);
@@ -81,8 +88,7 @@ private slots:
                      name.isEmpty() ? m_backend->subsystems().front().name : name.toStdString());
     }
 
-    void guardDropsLateAnswers()
-    {
+    void guardDropsLateAnswers() {
         std::atomic<int> calls{0};
         QueryCallback guarded;
         {
@@ -95,8 +101,7 @@ private slots:
         QCOMPARE(calls.load(), 1);
     }
 
-    void guardDropsStaleLoads()
-    {
+    void guardDropsStaleLoads() {
         std::atomic<int> calls{0};
         CAnswerGuard guard;
         guard.startLoad();
@@ -109,15 +114,15 @@ private slots:
         QCOMPARE(calls.load(), 1);
     }
 
-    void guardWaitsForARunningAnswer()
-    {
+    void guardWaitsForARunningAnswer() {
         std::atomic<bool> inside{false};
         std::atomic<bool> finished{false};
         std::mutex gate;
         std::unique_lock<std::mutex> closed(gate);
         auto guard = std::make_unique<CAnswerGuard>();
-        QueryCallback guarded = guard->guardQuery(
-            [&](const utils::RKError&, const std::vector<rkservice::IDataPtr>&, int, bson::BSONObj) {
+        QueryCallback guarded =
+            guard->guardQuery([&](const utils::RKError&, const std::vector<rkservice::IDataPtr>&,
+                                  int, bson::BSONObj) {
                 inside = true;
                 std::lock_guard<std::mutex> wait(gate);
                 finished = true;
@@ -134,8 +139,7 @@ private slots:
         opener.join();
     }
 
-    void mutexParksCallsOfItsHolder()
-    {
+    void mutexParksCallsOfItsHolder() {
         CPanelMutex mutex;
         QStringList order;
         {
@@ -156,8 +160,7 @@ private slots:
         QVERIFY(!mutex.isHeldByCurrentThread());
     }
 
-    void workerWaitsForTheHolder()
-    {
+    void workerWaitsForTheHolder() {
         CPanelMutex mutex;
         std::atomic<bool> got{false};
         CPanelMutex::Locker held(mutex);
@@ -172,8 +175,7 @@ private slots:
         QVERIFY(got.load());
     }
 
-    void abandonReleasesWaitingWorkers()
-    {
+    void abandonReleasesWaitingWorkers() {
         CPanelMutex mutex;
         std::atomic<int> result{-1};
         CPanelMutex::Locker held(mutex);

@@ -14,8 +14,7 @@ class TestVocabulary : public QObject {
 private slots:
     void initTestCase() { m_backend = ScriptedBackend::install(); }
 
-    void tradeTypeNames_data()
-    {
+    void tradeTypeNames_data() {
         QTest::addColumn<int>("tradeType");
         QTest::addColumn<int>("platformId");
         QTest::addColumn<QString>("name");
@@ -42,16 +41,14 @@ private slots:
         QTest::newRow("sgt") << 11 << -1 << "深港通";
     }
 
-    void tradeTypeNames()
-    {
+    void tradeTypeNames() {
         QFETCH(int, tradeType);
         QFETCH(int, platformId);
         QFETCH(QString, name);
         QCOMPARE(CTradeTypeTable::tradeType2String(tradeType, platformId), name);
     }
 
-    void tradeTypeTable_data()
-    {
+    void tradeTypeTable_data() {
         QTest::addColumn<int>("tradeType");
         QTest::addColumn<QString>("objectName");
         QTest::addColumn<int>("addRight");
@@ -70,8 +67,7 @@ private slots:
         QTest::newRow("-1") << -1 << "allq" << 0 << 1263;
     }
 
-    void tradeTypeTable()
-    {
+    void tradeTypeTable() {
         QFETCH(int, tradeType);
         QFETCH(QString, objectName);
         QFETCH(int, addRight);
@@ -83,8 +79,7 @@ private slots:
         QCOMPARE(info->layoutId, layoutId);
     }
 
-    void twelveTradeTypesInPanelOrder()
-    {
+    void twelveTradeTypesInPanelOrder() {
         QList<int> ids;
         for (const CTradeTypeInfo& info : CTradeTypeTable::all())
             ids << info.tradeType;
@@ -93,8 +88,7 @@ private slots:
         QVERIFY(!CTradeTypeTable::find(15));
     }
 
-    void futuresGroup()
-    {
+    void futuresGroup() {
         QVERIFY(CTradeTypeTable::isFuturesType(1));
         QVERIFY(CTradeTypeTable::isFuturesType(5));
         QVERIFY(!CTradeTypeTable::isFuturesType(-1));
@@ -106,29 +100,41 @@ private slots:
         QCOMPARE(CTradeTypeTable::storedTradeType(16), 16);
     }
 
-    void platformNamesWithLoginType_data()
-    {
+    void platformNamesWithLoginType_data() {
         QTest::addColumn<int>("platformId");
         QTest::addColumn<QString>("plain");
         QTest::addColumn<QString>("branded");
-        QTest::newRow("10000") << 10000 << "高级行情" << "Kx高级行情";
-        QTest::newRow("10001") << 10001 << "高级行情" << "Kx高级行情";
-        QTest::newRow("10002") << 10002 << "高级行情" << "Kx高级行情";
-        QTest::newRow("10003") << 10003 << "高级行情" << "Kx高级行情";
-        QTest::newRow("10004") << 10004 << "高级行情" << "Kx高级行情";
-        QTest::newRow("15000") << 15000 << "高级行情" << "Kx高级行情";
-        QTest::newRow("31003") << 31003 << "高级行情" << "Kx高级行情";
-        QTest::newRow("20000") << 20000 << "高级行情-期货" << "Kx高级行情-期货";
-        QTest::newRow("70000") << 70000 << "高级行情-期货期权" << "Kx高级行情-期货期权";
-        QTest::newRow("25011") << 25011 << "CTP个股期权实盘" << "CTP个股期权实盘";
-        QTest::newRow("25012") << 25012 << "CTP个股期权模拟" << "CTP个股期权模拟";
-        QTest::newRow("32000") << 32000 << "" << "";
-        QTest::newRow("0") << 0 << "" << "";
-        QTest::newRow("99999") << 99999 << "" << "";
+        QTest::newRow("10000") << 10000 << "高级行情"
+                               << "Kx高级行情";
+        QTest::newRow("10001") << 10001 << "高级行情"
+                               << "Kx高级行情";
+        QTest::newRow("10002") << 10002 << "高级行情"
+                               << "Kx高级行情";
+        QTest::newRow("10003") << 10003 << "高级行情"
+                               << "Kx高级行情";
+        QTest::newRow("10004") << 10004 << "高级行情"
+                               << "Kx高级行情";
+        QTest::newRow("15000") << 15000 << "高级行情"
+                               << "Kx高级行情";
+        QTest::newRow("31003") << 31003 << "高级行情"
+                               << "Kx高级行情";
+        QTest::newRow("20000") << 20000 << "高级行情-期货"
+                               << "Kx高级行情-期货";
+        QTest::newRow("70000") << 70000 << "高级行情-期货期权"
+                               << "Kx高级行情-期货期权";
+        QTest::newRow("25011") << 25011 << "CTP个股期权实盘"
+                               << "CTP个股期权实盘";
+        QTest::newRow("25012") << 25012 << "CTP个股期权模拟"
+                               << "CTP个股期权模拟";
+        QTest::newRow("32000") << 32000 << ""
+                               << "";
+        QTest::newRow("0") << 0 << ""
+                           << "";
+        QTest::newRow("99999") << 99999 << ""
+                               << "";
     }
 
-    void platformNamesWithLoginType()
-    {
+    void platformNamesWithLoginType() {
         QFETCH(int, platformId);
         QFETCH(QString, plain);
         QFETCH(QString, branded);
@@ -139,16 +145,14 @@ private slots:
         m_backend->setLoginTypeAuth(true);
     }
 
-    void sharedNames()
-    {
+    void sharedNames() {
         QVERIFY(getPlatformName(32000).isEmpty());
         QVERIFY(getPlatformName(0).isEmpty());
         QCOMPARE(getPlatformName(10004), getPlatformName(10000));
         QCOMPARE(getPlatformName(15000), getPlatformName(10000));
     }
 
-    void platformsPerTradeType()
-    {
+    void platformsPerTradeType() {
         using V = std::vector<int>;
         QCOMPARE(CPlatformTable::platformsFor(-1, false), V{10000});
         QCOMPARE(CPlatformTable::platformsFor(1, false), V{20000});
@@ -167,8 +171,7 @@ private slots:
         QVERIFY(CPlatformTable::platformsFor(3, false).empty());
     }
 
-    void marketLists()
-    {
+    void marketLists() {
         QCOMPARE(QString(CTradeTypeTable::find(2)->markets), QString("SH,SZ"));
         QCOMPARE(QString(CTradeTypeTable::find(4)->markets), QString("GOLD"));
         QCOMPARE(QString(CTradeTypeTable::find(6)->markets), QString("SHO,SZO"));
@@ -183,8 +186,7 @@ private slots:
         QCOMPARE(QString(CTradeTypeTable::find(5)->markets), QString());
     }
 
-    void fanOutRows()
-    {
+    void fanOutRows() {
         const auto& rows = CFanOutTable::rows();
         QCOMPARE(int(rows.size()), 11);
         QCOMPARE(rows[0].right, 10385);
@@ -198,8 +200,7 @@ private slots:
         QCOMPARE(rows[10].tradeType, 16);
     }
 
-    void queryConditions()
-    {
+    void queryConditions() {
         QCOMPARE(CRequestFactory::queryCondition(2), std::string("2"));
         QCOMPARE(CRequestFactory::queryCondition(1002), std::string("1002"));
         QCOMPARE(CRequestFactory::queryCondition(-1), std::string());

@@ -1,0 +1,768 @@
+#include "panels/CQuotesManagePanel.h"
+
+#include <log4cxx/logger.h>
+#include <QStringList>
+#include <boost/bind/bind.hpp>
+#include <boost/make_shared.hpp>
+
+#include "Hlx/CLogCenter.h"
+#include "Hlx/COrinClientCenter.h"
+#include "Hlx/CUserManager.h"
+#include "Hlx/CWholeQuoteSettingDialog.h"
+#include "Zu/CBaseTableColumnMultiButtonsDelegate.h"
+#include "Zu/CLoadingMaskWidget.h"
+#include "Zu/CMessageBox.h"
+#include "Zu/COddEvenRowTable.h"
+#include "Zu/CPushButton.h"
+#include "Zu/CSmallNormalButton.h"
+#include "Zu/CWidgetList.h"
+#include "Zu/StringConvert.h"
+#include "dialogs/CSetFutureQuotesDialog.h"
+#include "dialogs/CSetStockQuotesDialog.h"
+#include "model/CPlatformTable.h"
+#include "model/CRequestFactory.h"
+#include "model/CRequestRouter.h"
+#include "model/CTradeTypeTable.h"
+#include "rkservice/COrinBrokerInfo.h"
+#include "rkservice/DataTypeIds.h"
+
+using namespace boost::placeholders;
+
+namespace Hlx {
+
+namespace {
+
+// Rights of the broker and Kx rows' delete buttons.
+const int kFuturesRowDeleteRight = 10387;
+const int kKxRowDeleteRight = 11230;
+
+// Event types the panel takes.
+const int kEventButton = 5;
+const int kEventRowButton = 228;
+const int kEventSourcesChanged = 3026;
+
+// Qt's StandardButton values the questions use.
+const int kOk = 0x400;
+const int kCancel = 0x400000;
+const int kYes = 0x4000;
+const int kNo = 0x10000;
+
+QString text(int value) {
+    return QString::number(value);
+}
+
+// The broker id leading a broker key "<id>_<text>".
+int brokerIdOfKey(const std::string& key) {
+    return Zu::sToQs(key).split(QLatin1Char('_')).first().toInt(nullptr, 10);
+}
+
+log4cxx::LoggerPtr panelLogger() {
+    return log4cxx::Logger::getLogger("PanelQuotesManage");
+}
+
+}  // namespace
+
+CQuotesManagePanel::CQuotesManagePanel(int tradeType, const QString& objectName, QWidget* parent)
+    : IorinDockableWidget(objectName, parent), m_tradeType(tradeType) {
+    const rkservice::CUserInfoPtr user = CUserManager::instance()->getUserInfoPtr();
+    m_routeBySystem = user && user->routesBySystem();
+    connect(this, &CQuotesManagePanel::sigOnDataQuotesInfo, this,
+            &CQuotesManagePanel::slotOnDataQuotesInfo, Qt::AutoConnection);
+    connect(this, &CQuotesManagePanel::sigOnDataBrokerInfo, this,
+            &CQuotesManagePanel::slotOnDataBrokerInfo, Qt::AutoConnection);
+    connect(this, &CQuotesManagePanel::sigOnDataFinished, this,
+            &CQuotesManagePanel::slotOnDataFinished, Qt::AutoConnection);
+    connect(this, &CQuotesManagePanel::sigOnDataKxFutureQuotesInfo, this,
+            &CQuotesManagePanel::slotOnDataKxFutureQuotesInfo, Qt::AutoConnection);
+    connect(this, &CQuotesManagePanel::sigMsgCallBack, this, &CQuotesManagePanel::slotMsgCallBack,
+            Qt::AutoConnection);
+    createUi();
+}
+
+CQuotesManagePanel::~CQuotesManagePanel() {
+    // Release workers waiting on our locks, let running answers finish and drop later ones,
+    // then cut the signals, so that nothing reaches a dying panel.
+    m_dataMutex.abandon();
+    m_permissionMutex.abandon();
+    m_answerGuard.invalidate();
+    disconnect(this, nullptr, nullptr, nullptr);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Frame
+
+void CQuotesManagePanel::createUi() {
+    auto* outer = new Zu::CWidgetList(this, Qt::Vertical);
+    outer->setMargins(0, 10, 0, 0);
+    outer->setSpacing(5);
+    createToolBar(outer);
+    createTable(outer);
+    setInnerStretchWidget(outer);
+}
+
+void CQuotesManagePanel::createToolBar(Zu::CWidgetList* outer) {
+    auto* toolBar = new Zu::CWidgetList(outer, Qt::Horizontal);
+    toolBar->setMargins(10, 0, 0, 0);
+    toolBar->setSpacing(15);
+    const CTradeTypeInfo* info = CTradeTypeTable::find(m_tradeType);
+    const bool mayAdd =
+        info && info->addRight && CUserManager::instance()->checkUserAuth(info->addRight);
+    const QString name = ownTradeTypeName();
+
+    if (m_tradeType != CTradeTypeTable::kAll && mayAdd) {
+        m_addButton =
+            new Zu::CSmallNormalButton(toolBar, kBtnAdd, QStringLiteral("+添加%1行情源").arg(name));
+        m_addButton->setFixedSize(135, 26);
+        toolBar->addWidget(m_addButton);
+    }
+    if (m_tradeType == CTradeTypeTable::kAll ||
+        (CTradeTypeTable::isFuturesType(m_tradeType) && mayAdd)) {
+        const QString brand = COrinClientCenter::instance()->hasClientLoginTypeAuth(0)
+                                  ? QString()
+                                  : QStringLiteral("Kx");
+        auto* kxButton = new Zu::CSmallNormalButton(
+            toolBar, kBtnKxAdd, QStringLiteral("+添加%1%2行情源").arg(brand, name));
+        kxButton->setFixedSize(135, 26);
+        toolBar->addWidget(kxButton);
+    }
+    auto* refreshButton = new Zu::CSmallNormalButton(toolBar, kBtnRefresh, QStringLiteral("刷新"));
+    refreshButton->setFixedSize(70, 26);
+    toolBar->addWidget(refreshButton);
+    auto* deleteAllButton =
+        new Zu::CSmallNormalButton(toolBar, kBtnDeleteAll, QStringLiteral("全部删除"));
+    deleteAllButton->setFixedSize(70, 26);
+    toolBar->addWidget(deleteAllButton);
+    if (m_tradeType == CTradeTypeTable::kAll) {
+        auto* wholeQuoteButton = new Zu::CPushButton(toolBar, kBtnWholeQuote);
+        wholeQuoteButton->setTextColorKey(QStringLiteral("clr_text_clickable"));
+        wholeQuoteButton->setText(QStringLiteral("行情全推设置"));
+        wholeQuoteButton->setIconKey(QStringLiteral("img_btn_set_small"));
+        wholeQuoteButton->setFixedSize(wholeQuoteButton->minimumSizeHint().width(), 15);
+        toolBar->addWidget(wholeQuoteButton);
+    }
+
+    toolBar->addStretch(1);
+    m_maskHost = new Zu::CWidgetList(toolBar, Qt::Horizontal);
+    m_maskHost->setMargins(0, 0, 0, 0);
+    m_maskHost->setFixedSize(130, 40);
+    m_loadingMask = new Zu::CLoadingMaskWidget(m_maskHost);
+    m_loadingMask->resize(130, 40);
+    m_loadingMask->setAnimationSize(QSize(150, 45));
+    m_loadingMask->hide();
+    toolBar->addWidget(m_maskHost);
+    outer->addFixedWidget(toolBar);
+}
+
+void CQuotesManagePanel::createTable(Zu::CWidgetList* outer) {
+    const CTradeTypeInfo* info = CTradeTypeTable::find(m_tradeType);
+    m_table = new Zu::COddEvenRowTable(outer, info ? info->layoutId : 0, 255);
+    m_table->setTableFlags(255);
+    m_table->setColumns({QStringLiteral("ID"), QStringLiteral("行情源类型"),
+                         QStringLiteral("平台名称"), QStringLiteral("名称"),
+                         QStringLiteral("服务器组"), QStringLiteral("地址"), QStringLiteral("端口"),
+                         QStringLiteral("用户名"), QStringLiteral("密码"), QStringLiteral("操作"),
+                         QStringLiteral("分系统")});
+    m_table->setColumnHidden(kColId, true);
+    m_table->setColumnHidden(kColPassword, true);
+    m_table->setColumnHidden(kColSubsystem,
+                             !(m_routeBySystem && COrinClientCenter::instance()->isMultiServers()));
+    if (m_tradeType == CTradeTypeTable::kAll) {
+        m_table->removeColumn(kColServerGroup);
+        m_table->removeColumn(kColName);
+    } else if (CTradeTypeTable::isFuturesType(m_tradeType)) {
+        m_table->setColumnHidden(kColUser, true);
+        m_table->removeColumn(kColPassword);
+        m_table->removeColumn(kColTradeType);
+    } else {
+        m_table->removeColumn(kColName);
+        m_table->removeColumn(kColServerGroup);
+        m_table->removeColumn(kColTradeType);
+    }
+    m_buttonsDelegate = new Zu::CBaseTableColumnMultiButtonsDelegate(m_table);
+    m_table->setColumnDelegate(kColOperation, m_buttonsDelegate);
+    outer->addStretchWidget(m_table);
+}
+
+QString CQuotesManagePanel::tradeType2String(int tradeType, int platformId) const {
+    return CTradeTypeTable::tradeType2String(tradeType, platformId);
+}
+
+QString CQuotesManagePanel::ownTradeTypeName() const {
+    return tradeType2String(m_tradeType, -1);
+}
+
+void CQuotesManagePanel::setParam(const QString& param) {
+    const QStringList parts = param.split(QLatin1Char(';'), Qt::KeepEmptyParts);
+    if (!parts.isEmpty() && m_table)
+        m_table->loadConfigStr(parts.first());
+}
+
+QString CQuotesManagePanel::param() const {
+    QStringList parts;
+    if (m_table)
+        parts << m_table->saveConfigStr();
+    return parts.join(QLatin1Char(';'));
+}
+
+void CQuotesManagePanel::onActive() {
+    IorinDockableWidget::onActive();
+    refresh();
+    if (m_tradeType == CTradeTypeTable::kAll)
+        sendPermissionQuery();
+}
+
+void CQuotesManagePanel::switchSystem(int systemId, const QString& systemName) {
+    IorinDockableWidget::switchSystem(systemId, systemName);
+    m_systemName = systemName;
+    refresh();
+}
+
+rkservice::COrinQuoterSourceInfoPtr CQuotesManagePanel::rowRecord(int row) {
+    CPanelMutex::Locker lock(m_dataMutex);
+    return m_rowRecords.value(row);
+}
+
+int CQuotesManagePanel::rowRecordCount() {
+    CPanelMutex::Locker lock(m_dataMutex);
+    return m_rowRecords.size();
+}
+
+rkservice::CGlobalFeaturePermissionInfoPtr CQuotesManagePanel::permissionInfo() {
+    CPanelMutex::Locker lock(m_permissionMutex);
+    return m_permissionInfo;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Loading
+
+void CQuotesManagePanel::refresh() {
+    {
+        // Inside a nested loop of a locked action, the refresh waits for the action to end.
+        CPanelMutex::Locker lock = m_dataMutex.lockOrPark([this] { refresh(); });
+        if (!lock)
+            return;
+        if (m_loadingMask)
+            m_loadingMask->attach(m_maskHost);
+        m_loadFlags[0] = m_loadFlags[1] = false;
+        // A new load: answers of earlier ones are dropped from now on.
+        m_answerGuard.startLoad();
+        m_quoteSources.clear();
+        if (CTradeTypeTable::isFuturesType(m_tradeType))
+            m_brokerInfos.clear();
+    }
+    if (!CTradeTypeTable::isFuturesType(m_tradeType)) {
+        brokerInfoReady(false, QString());
+        return;
+    }
+    auto request = CRequestFactory::query(rkservice::kDataBrokers,
+                                          CRequestFactory::queryCondition(m_tradeType));
+    if (m_addButton && m_routeBySystem && COrinClientCenter::instance()->isMultiServers()) {
+        const bool named = !m_systemName.isEmpty();
+        m_addButton->setText(named ? QStringLiteral("+添加%1行情源").arg(ownTradeTypeName())
+                                   : QStringLiteral("选择分系统后添加行情源"));
+        m_addButton->setEnabled(named);
+    }
+    CRequestRouter(RoutePolicy::NamedOrCentre, m_routeBySystem, m_systemName)
+        .query(request, m_answerGuard.guardLoad(boost::bind(
+                            &CQuotesManagePanel::onQueryBrokerInfoData, this, _1, _2, _3, _4)));
+}
+
+bool CQuotesManagePanel::isCurrentAnswer() const {
+    return CAnswerGuard::runningLoad() == m_answerGuard.currentLoad();
+}
+
+bool CQuotesManagePanel::takeTicket(QQueue<int>& tickets) {
+    return !tickets.isEmpty() && tickets.dequeue() == m_answerGuard.currentLoad();
+}
+
+void CQuotesManagePanel::onQueryBrokerInfoData(const utils::RKError& error,
+                                               const std::vector<rkservice::IDataPtr>& datas,
+                                               int /*count*/, bson::BSONObj /*result*/) {
+    CPanelMutex::Locker lock(m_dataMutex);
+    if (!lock || !isCurrentAnswer())
+        return;
+    m_brokerInfos.reserve(m_brokerInfos.size() + datas.size());
+    m_brokerInfos.insert(m_brokerInfos.end(), datas.begin(), datas.end());
+    m_brokerTickets.enqueue(CAnswerGuard::runningLoad());
+    emit sigOnDataBrokerInfo(!error.isSuccess(), Zu::sToQs(error.errorMsg()));
+}
+
+void CQuotesManagePanel::slotOnDataBrokerInfo(bool bError, QString qsError) {
+    {
+        CPanelMutex::Locker lock = m_dataMutex.lockOrPark(
+            [this, bError, qsError] { slotOnDataBrokerInfo(bError, qsError); });
+        if (!lock || !takeTicket(m_brokerTickets))
+            return;
+    }
+    brokerInfoReady(bError, qsError);
+}
+
+void CQuotesManagePanel::brokerInfoReady(bool bError, const QString& qsError) {
+    CPanelMutex::Locker lock =
+        m_dataMutex.lockOrPark([this, bError, qsError] { brokerInfoReady(bError, qsError); });
+    if (!lock)
+        return;
+    if (!qsError.isEmpty())
+        showLoadFailure(qsError);
+    if (m_loadingMask)
+        m_loadingMask->hide();
+    if (bError)
+        return;
+    sendQuotesQuery();
+}
+
+void CQuotesManagePanel::sendQuotesQuery() {
+    auto request = CRequestFactory::query(rkservice::kDataQuoteSources,
+                                          CRequestFactory::queryCondition(m_tradeType));
+    CRequestRouter(RoutePolicy::RoutedOrCentre, m_routeBySystem, m_systemName)
+        .query(request, m_answerGuard.guardLoad(
+                            boost::bind(&CQuotesManagePanel::onQueryData, this, _1, _2, _3, _4)));
+}
+
+void CQuotesManagePanel::onQueryData(const utils::RKError& error,
+                                     const std::vector<rkservice::IDataPtr>& datas, int count,
+                                     bson::BSONObj /*result*/) {
+    CPanelMutex::Locker lock(m_dataMutex);
+    if (!lock || !isCurrentAnswer())
+        return;
+    m_quoteSources = datas;
+    m_quoteTickets.enqueue(CAnswerGuard::runningLoad());
+    emit sigOnDataQuotesInfo(!error.isSuccess(), Zu::sToQs(error.errorMsg()), count);
+}
+
+void CQuotesManagePanel::slotOnDataQuotesInfo(bool bError, QString qsError, int count) {
+    CPanelMutex::Locker lock = m_dataMutex.lockOrPark(
+        [this, bError, qsError, count] { slotOnDataQuotesInfo(bError, qsError, count); });
+    if (!lock || !takeTicket(m_quoteTickets))
+        return;
+    m_table->clear();
+    m_table->update();
+    m_rowRecords.clear();
+    m_table->setTotalCount(count);
+    if (bError) {
+        showLoadFailure(qsError.isEmpty() ? QStringLiteral("请求数据失败") : qsError);
+    } else {
+        for (const rkservice::IDataPtr& data : m_quoteSources) {
+            auto source = boost::dynamic_pointer_cast<rkservice::COrinQuoterSourceInfo>(data);
+            if (!source)
+                continue;
+            if (CTradeTypeTable::isFuturesType(m_tradeType))
+                appendBrokerRows(source);
+            else if (m_tradeType == CTradeTypeTable::kAll) {
+                if (source->m_nBrokerId == rkservice::COrinQuoterSourceInfo::kNoBroker)
+                    appendSourceRow(source);
+            } else if (source->m_nPlatformId != CPlatformTable::kKxFutures &&
+                       source->m_nPlatformId != CPlatformTable::kKxFuturesOptions) {
+                appendSourceRow(source);
+            }
+        }
+    }
+    m_table->adjustColumnWidth();
+    m_table->update();
+    if (m_loadingMask)
+        m_loadingMask->hide();
+    if (CTradeTypeTable::isFuturesType(m_tradeType))
+        queryKxFuture();
+}
+
+void CQuotesManagePanel::showLoadFailure(const QString& message) {
+    COrinClientCenter::instance()->showServerMsgCallBack(
+        1, false, this, QStringLiteral("%1行情源").arg(ownTradeTypeName()), message, true, false);
+}
+
+void CQuotesManagePanel::appendSourceRow(const rkservice::COrinQuoterSourceInfoPtr& source) {
+    const int row = m_table->appendRow();
+    m_table->setItemText(row, kColId, text(source->m_nId));
+    m_table->setItemText(row, kColTradeType,
+                         tradeType2String(source->m_nTradeType, source->m_nPlatformId));
+    m_table->setItemText(row, kColPlatform, getPlatformName(source->m_nPlatformId));
+    m_table->setItemText(row, kColAddress, Zu::sToQs(source->m_strAddress));
+    m_table->setItemText(row, kColPort, text(source->m_nPort));
+    m_table->setItemText(row, kColUser, Zu::sToQs(source->m_strUserName));
+    m_table->setItemText(row, kColPassword, Zu::sToQs(source->m_strPassword));
+    // The server name deliberately goes to the server-group column in these rows.
+    m_table->setItemText(
+        row, kColServerGroup,
+        COrinClientCenter::instance()->getServerNameBySystemTag(source->getSystemTag()));
+    if (m_tradeType == CTradeTypeTable::kAll) {
+        setRowButtons(row, true, true);
+    } else {
+        const CTradeTypeInfo* info = CTradeTypeTable::find(m_tradeType);
+        CUserManager* users = CUserManager::instance();
+        setRowButtons(row, info && users->checkUserAuth(info->editRight),
+                      info && users->checkUserAuth(info->deleteRight));
+    }
+    m_rowRecords[row] = source;
+}
+
+void CQuotesManagePanel::setRowButtons(int row, bool edit, bool remove) {
+    QVector<Zu::ButtonData> buttons;
+    if (edit)
+        buttons << Zu::ButtonData(kBtnEditRow, QStringLiteral("编辑"), 1, false, {});
+    if (remove)
+        buttons << Zu::ButtonData(kBtnDeleteRow, QStringLiteral("删除"), 1, false, {});
+    if (m_buttonsDelegate)
+        m_buttonsDelegate->setItemButtons(text(row).toStdString(), buttons, false);
+}
+
+void CQuotesManagePanel::appendBrokerRows(const rkservice::COrinQuoterSourceInfoPtr& source) {
+    for (const rkservice::IDataPtr& data : m_brokerInfos) {
+        auto broker = boost::dynamic_pointer_cast<rkservice::COrinBrokerInfo>(data);
+        if (!broker || broker->platformId != source->m_nPlatformId ||
+            brokerIdOfKey(broker->brokerKey) != source->m_nBrokerId ||
+            broker->getSystemTag() != source->getSystemTag())
+            continue;
+        for (int i = 0; i < int(broker->serverGroups.size()); ++i) {
+            const rkservice::COrinServerGroupPtr& group = broker->serverGroups[size_t(i)];
+            if (group && group->serverGroupId == source->m_nServerGroupId)
+                appendBrokerRow(source, *broker, i);
+        }
+    }
+}
+
+void CQuotesManagePanel::appendBrokerRow(const rkservice::COrinQuoterSourceInfoPtr& source,
+                                         const rkservice::COrinBrokerInfo& broker, int groupIndex) {
+    const rkservice::COrinServerGroup& group = *broker.serverGroups[size_t(groupIndex)];
+    QStringList addresses;
+    QStringList ports;
+    for (const std::string& entry : group.serverAddresses) {
+        const QString address = Zu::sToQs(entry);
+        const int colon = address.lastIndexOf(QLatin1Char(':'));
+        addresses << (colon < 0 ? address : address.left(colon));
+        if (colon >= 0)
+            ports << address.mid(colon + 1);
+    }
+    const int row = m_table->appendRow();
+    m_table->setItemText(row, kColId, text(source->m_nId));
+    m_table->setItemText(row, kColPlatform, Zu::sToQs(broker.platformName));
+    m_table->setItemText(row, kColName, Zu::sToQs(broker.brokerName));
+    m_table->setItemText(
+        row, kColSubsystem,
+        COrinClientCenter::instance()->getServerNameBySystemTag(source->getSystemTag()));
+    m_table->setItemText(row, kColServerGroup, Zu::sToQs(group.serverGroupName));
+    m_table->setItemText(row, kColAddress, addresses.join(QLatin1Char(',')));
+    m_table->setItemText(row, kColPort, ports.join(QLatin1Char(',')));
+    setRowButtons(row, false, CUserManager::instance()->checkUserAuth(kFuturesRowDeleteRight));
+    m_rowRecords[row] = source;
+}
+
+void CQuotesManagePanel::queryKxFuture() {
+    auto request = CRequestFactory::query(
+        rkservice::kDataQuoteSources, CRequestFactory::queryCondition(CTradeTypeTable::kStocks));
+    CRequestRouter(RoutePolicy::Centre, m_routeBySystem, m_systemName)
+        .query(request, m_answerGuard.guardLoad(boost::bind(
+                            &CQuotesManagePanel::onQueryKxFutureData, this, _1, _2, _3, _4)));
+}
+
+void CQuotesManagePanel::onQueryKxFutureData(const utils::RKError& error,
+                                             const std::vector<rkservice::IDataPtr>& datas,
+                                             int /*count*/, bson::BSONObj /*result*/) {
+    // Filled aside and swapped in under the lock: answers may run on several threads at once.
+    std::vector<rkservice::COrinQuoterSourceInfoPtr> kept;
+    for (const rkservice::IDataPtr& data : datas) {
+        auto source = boost::dynamic_pointer_cast<rkservice::COrinQuoterSourceInfo>(data);
+        if (!source)
+            continue;
+        if (m_tradeType == CTradeTypeTable::kFutures &&
+            source->m_nPlatformId != CPlatformTable::kKxFutures)
+            continue;
+        if (m_tradeType == CTradeTypeTable::kFuturesOptions &&
+            source->m_nPlatformId != CPlatformTable::kKxFuturesOptions)
+            continue;
+        kept.push_back(source);
+    }
+    CPanelMutex::Locker lock(m_dataMutex);
+    if (!lock || !isCurrentAnswer())
+        return;
+    m_kxFutureSources.swap(kept);
+    m_kxTickets.enqueue(CAnswerGuard::runningLoad());
+    emit sigOnDataKxFutureQuotesInfo(!error.isSuccess(), Zu::sToQs(error.errorMsg()),
+                                     int(m_kxFutureSources.size()));
+}
+
+void CQuotesManagePanel::slotOnDataKxFutureQuotesInfo(bool bError, QString qsError, int count) {
+    CPanelMutex::Locker lock = m_dataMutex.lockOrPark(
+        [this, bError, qsError, count] { slotOnDataKxFutureQuotesInfo(bError, qsError, count); });
+    if (!lock || !takeTicket(m_kxTickets))
+        return;
+    if (!qsError.isEmpty()) {
+        const QString title = QStringLiteral("%1行情源").arg(ownTradeTypeName());
+        Zu::CMessageBox::warning(this, title, qsError, kOk, 0, false);
+        COrinClientCenter::instance()->showServerMsgCallBack(1, false, this, title, qsError, true,
+                                                             false);
+    }
+    if (bError)
+        return;
+    for (const rkservice::COrinQuoterSourceInfoPtr& source : m_kxFutureSources)
+        appendKxRow(source);
+    m_table->adjustColumnWidth();
+    m_table->update();
+}
+
+void CQuotesManagePanel::appendKxRow(const rkservice::COrinQuoterSourceInfoPtr& source) {
+    const int row = m_table->appendRow();
+    m_table->setItemText(row, kColId, text(source->m_nId));
+    m_table->setItemText(row, kColName,
+                         m_tradeType == CTradeTypeTable::kFutures ? QStringLiteral("Kx期货")
+                                                                  : QStringLiteral("Kx期货期权"));
+    m_table->setItemText(row, kColPlatform, getPlatformName(source->m_nPlatformId));
+    m_table->setItemText(row, kColId, text(source->m_nId));
+    m_table->setItemText(row, kColAddress, Zu::sToQs(source->m_strAddress));
+    m_table->setItemText(row, kColPort, text(source->m_nPort));
+    m_table->setItemText(row, kColUser, Zu::sToQs(source->m_strUserName));
+    m_table->setItemText(row, kColPassword, Zu::sToQs(source->m_strPassword));
+    m_table->setItemText(
+        row, kColServerGroup,
+        COrinClientCenter::instance()->getServerNameBySystemTag(source->getSystemTag()));
+    CUserManager* users = CUserManager::instance();
+    setRowButtons(
+        row, false,
+        users->checkUserAuth(kFuturesRowDeleteRight) || users->checkUserAuth(kKxRowDeleteRight));
+    m_rowRecords[row] = source;
+}
+
+void CQuotesManagePanel::sendPermissionQuery() {
+    auto request = CRequestFactory::query(rkservice::kDataGlobalPermission, std::string());
+    CRequestRouter(RoutePolicy::NamedClient, m_routeBySystem, m_systemName)
+        .query(request, m_answerGuard.guardQuery(boost::bind(&CQuotesManagePanel::onQueryPermission,
+                                                             this, _1, _2, _3, _4)));
+}
+
+void CQuotesManagePanel::onQueryPermission(const utils::RKError& /*error*/,
+                                           const std::vector<rkservice::IDataPtr>& datas,
+                                           int /*count*/, bson::BSONObj /*result*/) {
+    CPanelMutex::Locker lock(m_permissionMutex);
+    if (!lock || datas.empty())
+        return;
+    m_permissionInfo =
+        boost::dynamic_pointer_cast<rkservice::CGlobalFeaturePermissionInfo>(datas.front());
+    if (m_permissionInfo)
+        CUserManager::instance()->setGlobalPermissionInfo(m_permissionInfo);
+}
+
+void CQuotesManagePanel::slotOnDataFinished() {
+    refresh();
+}
+
+// ---------------------------------------------------------------------------------------------
+// Actions
+
+bool CQuotesManagePanel::handleEvent(int eventId, int subId, int param, QString data, void* extra) {
+    switch (eventId) {
+        case kEventButton:
+            switch (subId) {
+                case kBtnAdd:
+                    addSource();
+                    break;
+                case kBtnRefresh:
+                    refresh();
+                    break;
+                case kBtnKxAdd:
+                    addKxSource();
+                    break;
+                case kBtnDeleteAll:
+                    deleteAllRows();
+                    break;
+                case kBtnWholeQuote:
+                    editWholeQuote();
+                    break;
+                default:
+                    break;
+            }
+            return true;
+        case kEventRowButton:
+            if (param == kBtnDeleteRow)
+                deleteRow(data);
+            else
+                editSelectedRow();
+            return true;
+        case kEventSourcesChanged:
+            refresh();
+            return true;
+        default:
+            return IorinDockableWidget::handleEvent(eventId, subId, param, data, extra);
+    }
+}
+
+void CQuotesManagePanel::showStockDialog(const QString& title, bool isAdd,
+                                         const rkservice::COrinQuoterSourceInfoPtr& record) {
+    m_stockDialog->setTitle(title);
+    m_stockDialog->setBasicInfo(m_systemName);
+    m_stockDialog->setIsAdd(isAdd);
+    if (!isAdd)
+        m_stockDialog->setBasicInfo(record);
+    m_stockDialog->exec();
+}
+
+void CQuotesManagePanel::addSource() {
+    if (((m_tradeType - 1) & ~4) == 0) {
+        if (!m_futureDialog)
+            m_futureDialog = new CSetFutureQuotesDialog(m_tradeType, this);
+        if (!m_futureDialog)
+            return;
+        m_futureDialog->setBasicInfo(m_systemName);
+        m_futureDialog->exec();
+        return;
+    }
+    if (!m_stockDialog)
+        m_stockDialog = new CSetStockQuotesDialog(m_tradeType, this, false);
+    if (!m_stockDialog)
+        return;
+    showStockDialog(QStringLiteral("添加%1行情源").arg(ownTradeTypeName()), true, {});
+}
+
+void CQuotesManagePanel::addKxSource() {
+    const unsigned bit = unsigned(m_tradeType + 1);
+    if (m_tradeType + 1 > 6 || m_tradeType + 1 < 0 || !((0x45u >> bit) & 1u))
+        return;
+    if (!m_stockDialog)
+        m_stockDialog = new CSetStockQuotesDialog(m_tradeType, this, true);
+    showStockDialog(QStringLiteral("添加%1行情源").arg(ownTradeTypeName()), true, {});
+}
+
+void CQuotesManagePanel::editSelectedRow() {
+    if (m_tradeType != CTradeTypeTable::kAll) {
+        const CTradeTypeInfo* info = CTradeTypeTable::find(m_tradeType);
+        if (!info || !info->editRight || !CUserManager::instance()->checkUserAuth(info->editRight))
+            return;
+    }
+    // Held until the dialog has closed; answers that need it wait, slots are parked.
+    CPanelMutex::Locker lock = m_dataMutex.lockOrPark([this] { editSelectedRow(); });
+    if (!lock)
+        return;
+    const rkservice::COrinQuoterSourceInfoPtr record = m_rowRecords.value(m_table->selectedRow());
+    if (!record)
+        return;
+    if (m_tradeType == CTradeTypeTable::kAll)
+        m_stockDialog = new CSetStockQuotesDialog(record->m_nTradeType, this, false);
+    else if (!m_stockDialog)
+        m_stockDialog = new CSetStockQuotesDialog(m_tradeType, this, false);
+    if (!m_stockDialog)
+        return;
+    // Named by trade type 0 only on a panel of type 0; every real panel gets an empty name.
+    const QString name = m_tradeType == 0 ? tradeType2String(0, -1) : QString();
+    showStockDialog(QStringLiteral("编辑%1行情源").arg(name), false, record);
+}
+
+rkservice::COrinQuoterSourceInfoPtr CQuotesManagePanel::deleteRecord(
+    int id, const rkservice::COrinQuoterSourceInfo& of) {
+    auto record = boost::make_shared<rkservice::COrinQuoterSourceInfo>();
+    record->m_nId = id;
+    record->m_nTradeType = of.m_nTradeType;
+    record->m_nPlatformId = of.m_nPlatformId;
+    if (record->m_nPlatformId == CPlatformTable::kKxFutures)
+        record->m_nTradeType = CTradeTypeTable::kStocks;
+    return record;
+}
+
+void CQuotesManagePanel::deleteRow(const QString& rowText) {
+    const QString name = m_tradeType == CTradeTypeTable::kAll ? QString() : ownTradeTypeName();
+    const int answer = Zu::CMessageBox::question(this, QStringLiteral("操作提示"),
+                                                 QStringLiteral("确定删除%1行情源吗? ").arg(name),
+                                                 kOk | kCancel, 0);
+    if (answer != kOk)
+        return;
+    const int row = rowText.toInt(nullptr, 10);
+    if (!m_table || row >= m_table->rowCount())
+        return;
+    CPanelMutex::Locker lock = m_dataMutex.lockOrPark([this, rowText] { deleteRow(rowText); });
+    if (!lock)
+        return;
+    const rkservice::COrinQuoterSourceInfoPtr found = m_rowRecords.value(row);
+    if (!m_rowRecords.contains(row))
+        return;
+    m_deleteRefreshed = false;
+    auto request =
+        CRequestFactory::operate(rkservice::kDataQuoteSources, rkservice::kOperateDelete);
+    // The id comes from the row selected now, not from the row whose button was pressed.
+    const int id = m_table->itemText(m_table->selectedRow(), kColId).toInt(nullptr, 10);
+    request->datas.push_back(deleteRecord(id, found ? *found : rkservice::COrinQuoterSourceInfo()));
+    sendDelete(request);
+}
+
+void CQuotesManagePanel::deleteAllRows() {
+    const int answer = Zu::CMessageBox::information(this, QStringLiteral("提示"),
+                                                    QStringLiteral("确定要删除全部行情源吗?"),
+                                                    kYes | kNo, 0, false);
+    if (answer != kYes)
+        return;
+    auto request =
+        CRequestFactory::operate(rkservice::kDataQuoteSources, rkservice::kOperateDelete);
+    request->datas.reserve(size_t(m_rowRecords.size()));
+    // Only this thread writes the map, so it is read here without the lock.
+    for (auto it = m_rowRecords.constBegin(); it != m_rowRecords.constEnd(); ++it) {
+        if (it.value())
+            request->datas.push_back(deleteRecord(it.value()->m_nId, *it.value()));
+    }
+    if (request->datas.empty())
+        return;
+    sendDelete(request);
+    {
+        CPanelMutex::Locker lock = m_dataMutex.lockOrPark([this] {
+            CPanelMutex::Locker again(m_dataMutex);
+            m_rowRecords.clear();
+        });
+        if (lock)
+            m_rowRecords = QMap<int, rkservice::COrinQuoterSourceInfoPtr>();
+    }
+    m_table->clear();
+    m_table->update();
+}
+
+void CQuotesManagePanel::sendDelete(const rkservice::COperateDataReqPtr& request) {
+    CRequestRouter(RoutePolicy::RoutedOrDrop, m_routeBySystem, m_systemName)
+        .operate(request, m_answerGuard.guardOperate(boost::bind(
+                              &CQuotesManagePanel::onOperationDeleteQuotes, this, _1, _2)));
+}
+
+void CQuotesManagePanel::onOperationDeleteQuotes(const utils::RKError& error,
+                                                 bson::BSONObj /*result*/) {
+    bool expected = false;
+    if (error.isSuccess() && m_deleteRefreshed.compare_exchange_strong(expected, true))
+        emit sigOnDataFinished();
+}
+
+void CQuotesManagePanel::editWholeQuote() {
+    // Held while the dialog runs and the save is sent; the permission answer waits for it.
+    CPanelMutex::Locker lock = m_permissionMutex.lockOrPark([this] { editWholeQuote(); });
+    if (!lock)
+        return;
+    if (!m_wholeQuoteDialog)
+        m_wholeQuoteDialog = new CWholeQuoteSettingDialog(QString(), this);
+    if (!m_permissionInfo)
+        return;
+    m_wholeQuoteDialog->setWholeQuote(m_permissionInfo->m_wholeQuote);
+    if (m_wholeQuoteDialog->exec() != 1)
+        return;
+    m_wholeQuoteDialog->getWholeQuote(m_permissionInfo->m_wholeQuote);
+    if (m_loadingMask)
+        m_loadingMask->attach(this);
+    auto request = CRequestFactory::operate(rkservice::kDataGlobalPermission,
+                                            rkservice::kOperateSaveWholeQuote);
+    request->datas.push_back(m_permissionInfo);
+    CRequestRouter(RoutePolicy::NamedClient, m_routeBySystem, m_systemName)
+        .operate(request, m_answerGuard.guardOperate(
+                              boost::bind(&CQuotesManagePanel::onSaveCallBack, this, _1, _2)));
+}
+
+void CQuotesManagePanel::onSaveCallBack(const utils::RKError& error, bson::BSONObj /*result*/) {
+    emit sigMsgCallBack(error.isSuccess(), Zu::sToQs(error.errorMsg()));
+}
+
+void CQuotesManagePanel::slotMsgCallBack(bool bSuccess, QString qsError) {
+    if (m_loadingMask)
+        m_loadingMask->hide();
+    COrinClientCenter* centre = COrinClientCenter::instance();
+    if (bSuccess) {
+        centre->showServerMsgCallBack(0, true, this, QStringLiteral("提示"),
+                                      QStringLiteral("保存成功"), true, false);
+        return;
+    }
+    const log4cxx::LoggerPtr logger = panelLogger();
+    if (CLogCenter::instance()->logEnabled() && logger->isEnabledFor(log4cxx::Level::getInfo()))
+        rkStdLogNew(logger, log4cxx::Level::getInfo(), "[CQuotesManagePanel] saveData error:%s",
+                    qsError.toStdString().c_str());
+    centre->showServerMsgCallBack(1, false, this, QStringLiteral("提示"), qsError, true, false);
+}
+
+}  // namespace Hlx

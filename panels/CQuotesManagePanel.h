@@ -1,0 +1,193 @@
+#pragma once
+
+#include <QMap>
+#include <QQueue>
+#include <QString>
+#include <atomic>
+#include <boost/shared_ptr.hpp>
+#include <vector>
+
+#include "Hlx/IorinDockableWidget.h"
+#include "bson/BSONObj.h"
+#include "model/CAnswerGuard.h"
+#include "model/CPanelMutex.h"
+#include "model/PanelQuotesManageGlobal.h"
+#include "rkservice/CGlobalFeaturePermissionInfo.h"
+#include "rkservice/COperateDataReq.h"
+#include "rkservice/COrinQuoterSourceInfo.h"
+#include "utils/RKError.h"
+
+namespace Zu {
+class COddEvenRowTable;
+class CSmallNormalButton;
+class CLoadingMaskWidget;
+class CBaseTableColumnMultiButtonsDelegate;
+class CWidgetList;
+}  // namespace Zu
+
+namespace rkservice {
+class COrinBrokerInfo;
+}
+
+namespace Hlx {
+
+class CSetFutureQuotesDialog;
+class CSetStockQuotesDialog;
+class CWholeQuoteSettingDialog;
+
+// The dockable panel that lists the quote sources of one trade type and lets the operator add,
+// edit and delete them. Answers arrive on worker threads; they store under the panel's locks and
+// signal, and the slot of the same stem does the widget work on the user-interface thread.
+class PANELQUOTESMANAGE_EXPORT CQuotesManagePanel : public IorinDockableWidget {
+    Q_OBJECT
+public:
+    // Table column ids.
+    enum Column {
+        kColId = 0,
+        kColTradeType,
+        kColPlatform,
+        kColName,
+        kColServerGroup,
+        kColAddress,
+        kColPort,
+        kColUser,
+        kColPassword,
+        kColOperation,
+        kColSubsystem,
+        kColumnCount
+    };
+    // Tool-bar and row button ids.
+    enum ButtonId {
+        kBtnAdd = 0,
+        kBtnRefresh = 1,
+        kBtnKxAdd = 2,
+        kBtnDeleteAll = 3,
+        kBtnWholeQuote = 4,
+        kBtnEditRow = 5,
+        kBtnDeleteRow = 6,
+    };
+
+    CQuotesManagePanel(int tradeType, const QString& objectName, QWidget* parent);
+    ~CQuotesManagePanel() override;
+
+    void onActive() override;
+    void setParam(const QString& param) override;
+    QString param() const override;
+    void switchSystem(int systemId, const QString& systemName) override;
+
+    QString tradeType2String(int tradeType, int platformId) const;
+    void refresh();
+    void queryKxFuture();
+
+    // For the host and tests.
+    int tradeType() const { return m_tradeType; }
+    QString systemName() const { return m_systemName; }
+    bool routesBySystem() const { return m_routeBySystem; }
+    Zu::COddEvenRowTable* table() const { return m_table; }
+    Zu::CSmallNormalButton* addButton() const { return m_addButton; }
+    Zu::CLoadingMaskWidget* loadingMask() const { return m_loadingMask; }
+    Zu::CBaseTableColumnMultiButtonsDelegate* buttonsDelegate() const { return m_buttonsDelegate; }
+    CSetStockQuotesDialog* stockDialog() const { return m_stockDialog; }
+    CSetFutureQuotesDialog* futureDialog() const { return m_futureDialog; }
+    CWholeQuoteSettingDialog* wholeQuoteDialog() const { return m_wholeQuoteDialog; }
+    rkservice::COrinQuoterSourceInfoPtr rowRecord(int row);
+    int rowRecordCount();
+    rkservice::CGlobalFeaturePermissionInfoPtr permissionInfo();
+    CPanelMutex& dataMutex() { return m_dataMutex; }
+    CPanelMutex& permissionMutex() { return m_permissionMutex; }
+
+signals:
+    void sigOnDataQuotesInfo(bool bError, QString qsError, int count);
+    void sigOnDataBrokerInfo(bool bError, QString qsError);
+    void sigOnDataFinished();
+    void sigOnDataKxFutureQuotesInfo(bool bError, QString qsError, int count);
+    void sigMsgCallBack(bool bSuccess, QString qsError);
+
+public slots:
+    void slotOnDataQuotesInfo(bool bError, QString qsError, int count);
+    void slotOnDataBrokerInfo(bool bError, QString qsError);
+    void slotOnDataFinished();
+    void slotOnDataKxFutureQuotesInfo(bool bError, QString qsError, int count);
+    void slotMsgCallBack(bool bSuccess, QString qsError);
+
+protected:
+    bool handleEvent(int eventId, int subId, int param, QString data, void* extra) override;
+
+    // Answers, on a worker thread.
+    void onQueryData(const utils::RKError& error, const std::vector<rkservice::IDataPtr>& datas,
+                     int count, bson::BSONObj result);
+    void onQueryBrokerInfoData(const utils::RKError& error,
+                               const std::vector<rkservice::IDataPtr>& datas, int count,
+                               bson::BSONObj result);
+    void onQueryKxFutureData(const utils::RKError& error,
+                             const std::vector<rkservice::IDataPtr>& datas, int count,
+                             bson::BSONObj result);
+    void onQueryPermission(const utils::RKError& error,
+                           const std::vector<rkservice::IDataPtr>& datas, int count,
+                           bson::BSONObj result);
+    void onOperationDeleteQuotes(const utils::RKError& error, bson::BSONObj result);
+    void onSaveCallBack(const utils::RKError& error, bson::BSONObj result);
+
+private:
+    void createUi();
+    void createToolBar(Zu::CWidgetList* outer);
+    void createTable(Zu::CWidgetList* outer);
+    QString ownTradeTypeName() const;
+    void showLoadFailure(const QString& message);
+
+    // The load chain.
+    void brokerInfoReady(bool bError, const QString& qsError);
+    void sendQuotesQuery();
+    void sendPermissionQuery();
+    bool takeTicket(QQueue<int>& tickets);
+    bool isCurrentAnswer() const;
+    void appendSourceRow(const rkservice::COrinQuoterSourceInfoPtr& source);
+    void appendBrokerRows(const rkservice::COrinQuoterSourceInfoPtr& source);
+    void appendBrokerRow(const rkservice::COrinQuoterSourceInfoPtr& source,
+                         const rkservice::COrinBrokerInfo& broker, int groupIndex);
+    void appendKxRow(const rkservice::COrinQuoterSourceInfoPtr& source);
+    void setRowButtons(int row, bool edit, bool remove);
+
+    // The actions.
+    void addSource();
+    void addKxSource();
+    void editSelectedRow();
+    void deleteRow(const QString& rowText);
+    void deleteAllRows();
+    void editWholeQuote();
+    void showStockDialog(const QString& title, bool isAdd,
+                         const rkservice::COrinQuoterSourceInfoPtr& record);
+    void sendDelete(const rkservice::COperateDataReqPtr& request);
+    static rkservice::COrinQuoterSourceInfoPtr deleteRecord(
+        int id, const rkservice::COrinQuoterSourceInfo& of);
+
+    QString m_systemName;
+    bool m_routeBySystem = false;
+    bool m_loadFlags[2] = {false, false};
+    std::atomic<bool> m_deleteRefreshed{false};
+    int m_tradeType;
+    Zu::COddEvenRowTable* m_table = nullptr;
+    Zu::CSmallNormalButton* m_addButton = nullptr;
+    Zu::CLoadingMaskWidget* m_loadingMask = nullptr;
+    CSetFutureQuotesDialog* m_futureDialog = nullptr;
+    CSetStockQuotesDialog* m_stockDialog = nullptr;
+    Zu::CBaseTableColumnMultiButtonsDelegate* m_buttonsDelegate = nullptr;
+    CWholeQuoteSettingDialog* m_wholeQuoteDialog = nullptr;
+    Zu::CWidgetList* m_maskHost = nullptr;
+    CPanelMutex m_dataMutex;
+    std::vector<rkservice::IDataPtr> m_quoteSources;
+    std::vector<rkservice::IDataPtr> m_brokerInfos;
+    std::vector<rkservice::COrinQuoterSourceInfoPtr> m_kxFutureSources;
+    QMap<int, rkservice::COrinQuoterSourceInfoPtr> m_rowRecords;
+    CPanelMutex m_permissionMutex;
+    rkservice::CGlobalFeaturePermissionInfoPtr m_permissionInfo;
+
+    // The load each queued answer signal belongs to, in emission order, so that a slot queued
+    // before a newer refresh is dropped (guarded by m_dataMutex).
+    QQueue<int> m_brokerTickets;
+    QQueue<int> m_quoteTickets;
+    QQueue<int> m_kxTickets;
+    CAnswerGuard m_answerGuard;
+};
+
+}  // namespace Hlx
