@@ -1,0 +1,399 @@
+#include "CDataTransfer.h"
+
+#include <QSqlQuery>
+#include <QVariant>
+#include <algorithm>
+#include <tuple>
+
+#include "CDatabase.h"
+#include "CQuoteSourceStore.h"
+#include "CReferenceData.h"
+#include "CServiceError.h"
+#include "CSourceValidator.h"
+#include "rkservice/CWholeQuotedivision.h"
+
+namespace {
+
+const char* const kFormat = "PanelQuotesManage";
+const int kFormatVersion = 1;
+
+[[noreturn]] void refuse(const QString& text) {
+    throw CServiceError(("导入文件无效: " + text).toStdString());
+}
+
+bool isInt(const QJsonValue& value) {
+    return value.isDouble() && value.toDouble() == double(value.toInt());
+}
+
+int intField(const QJsonObject& object, const char* key, const QString& where) {
+    const QJsonValue value = object.value(QLatin1String(key));
+    if (!isInt(value))
+        refuse(QStringLiteral("%1 缺少整数字段 %2").arg(where, QLatin1String(key)));
+    return value.toInt();
+}
+
+QString stringField(const QJsonObject& object, const char* key, const QString& where) {
+    const QJsonValue value = object.value(QLatin1String(key));
+    if (!value.isString())
+        refuse(QStringLiteral("%1 缺少文本字段 %2").arg(where, QLatin1String(key)));
+    return value.toString();
+}
+
+}  // namespace
+
+void CDataTransfer::checkSubsystems(const std::vector<Hlx::SubsystemInfo>& subsystems) {
+    if (subsystems.empty())
+        throw CServiceError("至少需要一个分系统");
+    std::set<std::string> names;
+    for (const auto& info : subsystems) {
+        if (info.name.empty() || info.displayName.empty())
+            throw CServiceError("分系统的名称和显示名称不能为空");
+        if (!names.insert(info.name).second)
+            throw CServiceError("分系统名称重复: " + info.name);
+    }
+}
+
+void CDataTransfer::writeSubsystems(const CDatabase& database, QSqlDatabase& db,
+                                    const std::vector<Hlx::SubsystemInfo>& subsystems,
+                                    bool keepSources) {
+    std::set<QString> wanted;
+    for (const auto& info : subsystems)
+        wanted.insert(QString::fromStdString(info.name));
+    QStringList existing;
+    {
+        QSqlQuery query(db);
+        query.prepare(QStringLiteral("SELECT name FROM subsystems"));
+        database.exec(query);
+        while (query.next())
+            existing << query.value(0).toString();
+    }
+    for (const QString& name : existing) {
+        if (wanted.count(name))
+            continue;
+        if (keepSources) {
+            QSqlQuery count(db);
+            count.prepare(
+                QStringLiteral("SELECT count(*) FROM kx_orin_quoter_source WHERE subsystem = ?"));
+            count.addBindValue(name);
+            database.exec(count);
+            if (count.next() && count.value(0).toInt() > 0)
+                throw CServiceError("分系统 " + name.toStdString() + " 仍有行情源，不能删除");
+        }
+        QSqlQuery erase(db);
+        erase.prepare(QStringLiteral("DELETE FROM subsystems WHERE name = ?"));
+        erase.addBindValue(name);
+        database.exec(erase);
+    }
+    int order = 0;
+    for (const auto& info : subsystems) {
+        const QString name = QString::fromStdString(info.name);
+        QSqlQuery write(db);
+        if (existing.contains(name))
+            write.prepare(
+                QStringLiteral("UPDATE subsystems SET display_name = ?, ord = ? WHERE name = ?"));
+        else
+            write.prepare(QStringLiteral(
+                "INSERT INTO subsystems (display_name, ord, name) VALUES (?, ?, ?)"));
+        write.addBindValue(QString::fromStdString(info.displayName));
+        write.addBindValue(order++);
+        write.addBindValue(name);
+        database.exec(write);
+    }
+}
+
+QJsonObject CDataTransfer::exportAll(const CDatabase& database, QSqlDatabase& db) {
+    QJsonObject document;
+    document.insert(QStringLiteral("format"), QLatin1String(kFormat));
+    document.insert(QStringLiteral("version"), kFormatVersion);
+
+    QJsonArray subsystems;
+    QSqlQuery systems(db);
+    systems.prepare(QStringLiteral("SELECT name, display_name FROM subsystems ORDER BY ord, name"));
+    database.exec(systems);
+    while (systems.next()) {
+        QJsonObject info;
+        info.insert(QStringLiteral("name"), systems.value(0).toString());
+        info.insert(QStringLiteral("displayName"), systems.value(1).toString());
+        subsystems.append(info);
+    }
+    document.insert(QStringLiteral("subsystems"), subsystems);
+
+    QJsonObject auth;
+    QSqlQuery settings(db);
+    settings.prepare(QStringLiteral(
+        "SELECT name, val FROM meta WHERE name LIKE 'login_type_auth.%' ORDER BY name"));
+    database.exec(settings);
+    while (settings.next())
+        auth.insert(settings.value(0).toString().section(QLatin1Char('.'), 1),
+                    settings.value(1).toString() == QLatin1String("1"));
+    document.insert(QStringLiteral("loginTypeAuth"), auth);
+
+    document.insert(QStringLiteral("platforms"), CReferenceData::readPlatforms(database, db));
+    document.insert(QStringLiteral("brokers"), CReferenceData::readBrokers(database, db));
+
+    QJsonArray sources;
+    const CQuoteSourceStore store(database);
+    for (const auto& data : store.query(db, QString(), false, 0)) {
+        const auto& s = static_cast<const rkservice::COrinQuoterSourceInfo&>(*data);
+        QJsonObject source;
+        source.insert(QStringLiteral("id"), s.m_nId);
+        source.insert(QStringLiteral("subsystem"), QString::fromStdString(s.getSystemTag()));
+        source.insert(QStringLiteral("tradeType"), s.m_nTradeType);
+        source.insert(QStringLiteral("platformId"), s.m_nPlatformId);
+        source.insert(QStringLiteral("brokerId"), s.m_nBrokerId);
+        source.insert(QStringLiteral("serverGroupId"), s.m_nServerGroupId);
+        source.insert(QStringLiteral("address"), QString::fromStdString(s.m_strAddress));
+        source.insert(QStringLiteral("port"), s.m_nPort);
+        source.insert(QStringLiteral("userName"), QString::fromStdString(s.m_strUserName));
+        source.insert(QStringLiteral("password"), QString::fromStdString(s.m_strPassword));
+        source.insert(QStringLiteral("markets"), QString::fromStdString(s.m_strMarkets));
+        sources.append(source);
+    }
+    document.insert(QStringLiteral("sources"), sources);
+
+    QJsonObject wholeQuote;
+    QSqlQuery markets(db);
+    markets.prepare(QStringLiteral(
+        "SELECT subsystem, market, enabled FROM whole_quote ORDER BY subsystem, market"));
+    database.exec(markets);
+    while (markets.next()) {
+        QJsonObject flags = wholeQuote.value(markets.value(0).toString()).toObject();
+        flags.insert(markets.value(1).toString(), markets.value(2).toInt() != 0);
+        wholeQuote.insert(markets.value(0).toString(), flags);
+    }
+    document.insert(QStringLiteral("wholeQuote"), wholeQuote);
+
+    QSqlQuery token(db);
+    token.prepare(QStringLiteral("SELECT token FROM level2_token WHERE slot = 1"));
+    database.exec(token);
+    document.insert(QStringLiteral("level2Token"),
+                    token.next() ? QJsonValue(token.value(0).toString()) : QJsonValue());
+
+    std::map<QString, QJsonArray> rightsOf;
+    QSqlQuery rights(db);
+    rights.prepare(
+        QStringLiteral("SELECT user_name, right_id FROM user_rights ORDER BY user_name, right_id"));
+    database.exec(rights);
+    while (rights.next())
+        rightsOf[rights.value(0).toString()].append(rights.value(1).toInt());
+    QJsonArray users;
+    QSqlQuery people(db);
+    people.prepare(QStringLiteral("SELECT name, system_id FROM users ORDER BY name"));
+    database.exec(people);
+    while (people.next()) {
+        QJsonObject user;
+        user.insert(QStringLiteral("name"), people.value(0).toString());
+        user.insert(QStringLiteral("systemId"), people.value(1).toInt());
+        user.insert(QStringLiteral("rights"), rightsOf[people.value(0).toString()]);
+        users.append(user);
+    }
+    document.insert(QStringLiteral("users"), users);
+    return document;
+}
+
+CDataTransfer::Content CDataTransfer::parse(const QJsonObject& document) {
+    if (document.value(QLatin1String("format")).toString() != QLatin1String(kFormat))
+        refuse(QStringLiteral("不是行情源导出文件"));
+    if (document.value(QLatin1String("version")).toInt() != kFormatVersion)
+        refuse(QStringLiteral("不支持的导出文件版本 %1")
+                   .arg(document.value(QLatin1String("version")).toInt()));
+    Content content;
+
+    for (const QJsonValue& value : document.value(QLatin1String("subsystems")).toArray()) {
+        const QJsonObject info = value.toObject();
+        content.subsystems.push_back(
+            {stringField(info, "name", QStringLiteral("分系统")).toStdString(),
+             stringField(info, "displayName", QStringLiteral("分系统")).toStdString()});
+    }
+    try {
+        checkSubsystems(content.subsystems);
+    } catch (const CServiceError& e) {
+        refuse(QString::fromStdString(e.what()));
+    }
+    std::set<QString> subsystemNames;
+    for (const auto& info : content.subsystems)
+        subsystemNames.insert(QString::fromStdString(info.name));
+
+    const QJsonObject auth = document.value(QLatin1String("loginTypeAuth")).toObject();
+    for (auto it = auth.begin(); it != auth.end(); ++it) {
+        bool ok = false;
+        const int type = it.key().toInt(&ok);
+        if (!ok || !it.value().isBool())
+            refuse(QStringLiteral("登录类型设置格式错误: %1").arg(it.key()));
+        content.loginTypeAuth[type] = it.value().toBool();
+    }
+
+    content.platforms = document.value(QLatin1String("platforms")).toArray();
+    content.brokers = document.value(QLatin1String("brokers")).toArray();
+    try {
+        CReferenceData::validate(content.platforms, content.brokers);
+    } catch (const CServiceError& e) {
+        refuse(QString::fromStdString(e.what()));
+    }
+    std::set<int> platforms = CSourceValidator::fixedPlatforms();
+    for (const QJsonValue& value : content.platforms)
+        platforms.insert(value.toObject().value(QLatin1String("platformId")).toInt());
+    std::set<std::tuple<int, int, int>> groups;
+    std::set<std::pair<int, int>> brokers;
+    for (const QJsonValue& value : content.brokers) {
+        const QJsonObject b = value.toObject();
+        int brokerId = 0;
+        CReferenceData::brokerIdOfKey(b.value(QLatin1String("brokerKey")).toString(), &brokerId);
+        const int platformId = b.value(QLatin1String("platformId")).toInt();
+        brokers.insert({platformId, brokerId});
+        for (const QJsonValue& g : b.value(QLatin1String("serverGroups")).toArray())
+            groups.insert(
+                {platformId, brokerId, g.toObject().value(QLatin1String("serverGroupId")).toInt()});
+    }
+
+    std::set<int> ids;
+    std::set<std::tuple<QString, int, int, QString, int>> endpoints;
+    std::set<std::tuple<QString, int, int, int, int>> groupUses;
+    for (const QJsonValue& value : document.value(QLatin1String("sources")).toArray()) {
+        const QJsonObject s = value.toObject();
+        rkservice::COrinQuoterSourceInfo source;
+        const QString where = QStringLiteral("行情源");
+        source.m_nId = intField(s, "id", where);
+        const QString at = QStringLiteral("行情源 %1").arg(source.m_nId);
+        const QString subsystem = stringField(s, "subsystem", at);
+        source.m_nTradeType = intField(s, "tradeType", at);
+        source.m_nPlatformId = intField(s, "platformId", at);
+        source.m_nBrokerId = intField(s, "brokerId", at);
+        source.m_nServerGroupId = intField(s, "serverGroupId", at);
+        source.m_strAddress = stringField(s, "address", at).toStdString();
+        source.m_nPort = intField(s, "port", at);
+        source.m_strUserName = stringField(s, "userName", at).toStdString();
+        source.m_strPassword = stringField(s, "password", at).toStdString();
+        source.m_strMarkets = stringField(s, "markets", at).toStdString();
+        if (source.m_nId <= 0 || source.m_nId == rkservice::COrinQuoterSourceInfo::kNoBroker)
+            refuse(QStringLiteral("%1: 编号无效").arg(at));
+        if (!ids.insert(source.m_nId).second)
+            refuse(QStringLiteral("%1: 编号重复").arg(at));
+        if (!subsystemNames.count(subsystem))
+            refuse(QStringLiteral("%1: 分系统不存在: %2").arg(at, subsystem));
+        try {
+            CSourceValidator::checkFields(source);
+        } catch (const CServiceError& e) {
+            refuse(QStringLiteral("%1: %2").arg(at, QString::fromStdString(e.what())));
+        }
+        if (!platforms.count(source.m_nPlatformId))
+            refuse(QStringLiteral("%1: 未知的平台: %2").arg(at).arg(source.m_nPlatformId));
+        if (source.m_nBrokerId == rkservice::COrinQuoterSourceInfo::kNoBroker) {
+            if (!endpoints
+                     .insert({subsystem, source.m_nTradeType, source.m_nPlatformId,
+                              QString::fromStdString(source.m_strAddress), source.m_nPort})
+                     .second)
+                refuse(QStringLiteral("%1: 行情源重复").arg(at));
+        } else {
+            if (!brokers.count({source.m_nPlatformId, source.m_nBrokerId}))
+                refuse(QStringLiteral("%1: 期货公司不存在: %2").arg(at).arg(source.m_nBrokerId));
+            if (!groups.count({source.m_nPlatformId, source.m_nBrokerId, source.m_nServerGroupId}))
+                refuse(
+                    QStringLiteral("%1: 服务器组不存在: %2").arg(at).arg(source.m_nServerGroupId));
+            if (!groupUses
+                     .insert({subsystem, source.m_nTradeType, source.m_nPlatformId,
+                              source.m_nBrokerId, source.m_nServerGroupId})
+                     .second)
+                refuse(QStringLiteral("%1: 行情源重复").arg(at));
+        }
+        content.sources.push_back({subsystem, source});
+    }
+
+    const auto& known = rkservice::CWholeQuotedivision::knownMarkets();
+    const QJsonObject wholeQuote = document.value(QLatin1String("wholeQuote")).toObject();
+    for (auto it = wholeQuote.begin(); it != wholeQuote.end(); ++it) {
+        if (!subsystemNames.count(it.key()))
+            refuse(QStringLiteral("全推设置的分系统不存在: %1").arg(it.key()));
+        const QJsonObject flags = it.value().toObject();
+        for (auto flag = flags.begin(); flag != flags.end(); ++flag) {
+            if (std::find(known.begin(), known.end(), flag.key().toStdString()) == known.end() ||
+                !flag.value().isBool())
+                refuse(QStringLiteral("全推设置格式错误: %1").arg(flag.key()));
+            content.wholeQuote[it.key()][flag.key()] = flag.value().toBool();
+        }
+    }
+
+    const QJsonValue token = document.value(QLatin1String("level2Token"));
+    if (token.isString()) {
+        if (!CSourceValidator::isToken(token.toString().toStdString()))
+            refuse(QStringLiteral("Level-2 token 格式错误"));
+        content.hasToken = true;
+        content.level2Token = token.toString();
+    } else if (!token.isNull() && !token.isUndefined()) {
+        refuse(QStringLiteral("Level-2 token 格式错误"));
+    }
+
+    std::set<QString> userNames;
+    for (const QJsonValue& value : document.value(QLatin1String("users")).toArray()) {
+        const QJsonObject u = value.toObject();
+        User user;
+        user.name = stringField(u, "name", QStringLiteral("用户"));
+        user.systemId = intField(u, "systemId", QStringLiteral("用户 %1").arg(user.name));
+        if (user.name.isEmpty() || !userNames.insert(user.name).second)
+            refuse(QStringLiteral("用户名为空或重复: %1").arg(user.name));
+        for (const QJsonValue& right : u.value(QLatin1String("rights")).toArray()) {
+            if (!isInt(right))
+                refuse(QStringLiteral("用户 %1 的权限格式错误").arg(user.name));
+            user.rights.insert(right.toInt());
+        }
+        content.users.push_back(user);
+    }
+    return content;
+}
+
+void CDataTransfer::importAll(const CDatabase& database, QSqlDatabase& db, const Content& content) {
+    for (const char* table :
+         {"kx_orin_quoter_source", "whole_quote", "level2_token", "user_rights", "users"})
+        database.exec(db, QStringLiteral("DELETE FROM %1").arg(QLatin1String(table)));
+    database.exec(db, QStringLiteral("DELETE FROM meta WHERE name LIKE 'login_type_auth.%'"));
+    writeSubsystems(database, db, content.subsystems, false);
+
+    QSqlQuery setting(db);
+    setting.prepare(QStringLiteral("INSERT INTO meta (name, val) VALUES (?, ?)"));
+    for (const auto& auth : content.loginTypeAuth) {
+        setting.addBindValue(QStringLiteral("login_type_auth.%1").arg(auth.first));
+        setting.addBindValue(auth.second ? QStringLiteral("1") : QStringLiteral("0"));
+        database.exec(setting);
+    }
+
+    CReferenceData::write(database, db, content.platforms, content.brokers);
+
+    const CQuoteSourceStore store(database);
+    for (const auto& entry : content.sources)
+        store.insertRaw(db, entry.first, entry.second);
+    store.resetIdSequence(db);
+
+    QSqlQuery market(db);
+    market.prepare(
+        QStringLiteral("INSERT INTO whole_quote (subsystem, market, enabled) VALUES (?, ?, ?)"));
+    for (const auto& system : content.wholeQuote) {
+        for (const auto& flag : system.second) {
+            market.addBindValue(system.first);
+            market.addBindValue(flag.first);
+            market.addBindValue(flag.second ? 1 : 0);
+            database.exec(market);
+        }
+    }
+
+    if (content.hasToken) {
+        QSqlQuery token(db);
+        token.prepare(QStringLiteral("INSERT INTO level2_token (slot, token) VALUES (1, ?)"));
+        token.addBindValue(content.level2Token);
+        database.exec(token);
+    }
+
+    QSqlQuery user(db);
+    user.prepare(QStringLiteral("INSERT INTO users (name, system_id) VALUES (?, ?)"));
+    QSqlQuery right(db);
+    right.prepare(QStringLiteral("INSERT INTO user_rights (user_name, right_id) VALUES (?, ?)"));
+    for (const User& u : content.users) {
+        user.addBindValue(u.name);
+        user.addBindValue(u.systemId);
+        database.exec(user);
+        for (int id : u.rights) {
+            right.addBindValue(u.name);
+            right.addBindValue(id);
+            database.exec(right);
+        }
+    }
+}

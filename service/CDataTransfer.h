@@ -1,0 +1,51 @@
+#pragma once
+
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QSqlDatabase>
+#include <QString>
+#include <map>
+#include <set>
+#include <utility>
+#include <vector>
+
+#include "Hlx/IDataServiceBackend.h"
+#include "rkservice/COrinQuoterSourceInfo.h"
+
+class CDatabase;
+
+// The whole content of the service as one JSON document (backup, migration between engines),
+// and its replacement from one.
+class CDataTransfer {
+public:
+    struct User {
+        QString name;
+        int systemId = 0;
+        std::set<int> rights;
+    };
+    // A parsed and checked document.
+    struct Content {
+        std::vector<Hlx::SubsystemInfo> subsystems;
+        std::map<int, bool> loginTypeAuth;
+        QJsonArray platforms;
+        QJsonArray brokers;
+        std::vector<std::pair<QString, rkservice::COrinQuoterSourceInfo>> sources;
+        std::map<QString, std::map<QString, bool>> wholeQuote;
+        bool hasToken = false;
+        QString level2Token;
+        std::vector<User> users;
+    };
+
+    static QJsonObject exportAll(const CDatabase& database, QSqlDatabase& db);
+    // Reads and checks a document completely; throws CServiceError naming the first fault.
+    static Content parse(const QJsonObject& document);
+    // Replaces everything with the content; runs in the caller's transaction.
+    static void importAll(const CDatabase& database, QSqlDatabase& db, const Content& content);
+
+    static void checkSubsystems(const std::vector<Hlx::SubsystemInfo>& subsystems);
+    // Makes the sub-system table hold exactly the list; a sub-system that still holds sources
+    // cannot be removed when keepSources is set.
+    static void writeSubsystems(const CDatabase& database, QSqlDatabase& db,
+                                const std::vector<Hlx::SubsystemInfo>& subsystems,
+                                bool keepSources);
+};

@@ -1,0 +1,349 @@
+#include "CDatabase.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <QDir>
+#include <QFileInfo>
+#include <QUrl>
+#include <QUrlQuery>
+#include <atomic>
+#include <map>
+
+#include "CServiceError.h"
+
+namespace {
+
+std::atomic<quint64> g_nextSerial{1};
+std::atomic<quint64> g_nextConnection{1};
+
+// Databases still alive, by serial: a thread that ends closes its connections only of these.
+std::mutex g_registryMutex;
+std::map<quint64, CDatabase*> g_live;
+
+// The connections this thread opened, by database serial.
+struct ThreadConnections {
+    std::map<quint64, QString> names;
+    ~ThreadConnections() {
+        std::lock_guard<std::mutex> lock(g_registryMutex);
+        for (const auto& entry : names) {
+            auto it = g_live.find(entry.first);
+            if (it != g_live.end())
+                it->second->forgetConnection(entry.second);
+        }
+    }
+};
+
+thread_local ThreadConnections t_connections;
+
+// Removing a connection closes it; this also works from a thread other than its own, as when
+// the service goes away while worker threads still hold connections.
+void closeAndRemove(const QString& name) {
+    QSqlDatabase::removeDatabase(name);
+}
+
+bool containsAny(const QString& text, std::initializer_list<const char*> needles) {
+    for (const char* needle : needles) {
+        if (text.contains(QLatin1String(needle), Qt::CaseInsensitive))
+            return true;
+    }
+    return false;
+}
+
+}  // namespace
+
+std::unique_ptr<CDatabase> CDatabase::create(const CServiceOptions& options, QString* error) {
+    std::unique_ptr<CDatabase> db(new CDatabase);
+    db->m_serial = g_nextSerial++;
+    db->m_busyTimeoutMs = options.busyTimeoutMs > 0 ? options.busyTimeoutMs : 0;
+    db->m_maxPageCount = options.maxPageCount;
+    db->m_synchronousFull = options.synchronousFull;
+
+    const QString url = options.dbUrl.trimmed();
+    if (url.startsWith(QLatin1String("postgresql://")) ||
+        url.startsWith(QLatin1String("postgres://"))) {
+        if (!QSqlDatabase::isDriverAvailable(QStringLiteral("QPSQL"))) {
+            *error = QStringLiteral("缺少 PostgreSQL 数据库驱动 (QPSQL)");
+            return nullptr;
+        }
+        const QUrl parsed(url, QUrl::StrictMode);
+        if (!parsed.isValid()) {
+            *error = QStringLiteral("数据库地址格式错误");
+            return nullptr;
+        }
+        db->m_engine = PostgreSQL;
+        db->m_pgUser = parsed.userName();
+        db->m_pgPassword = parsed.password();
+        db->m_pgHost = parsed.host();
+        db->m_pgPort = parsed.port(-1);
+        db->m_pgDatabase = parsed.path().mid(1);
+        QStringList extra;
+        const QUrlQuery query(parsed);
+        for (const auto& item : query.queryItems(QUrl::FullyDecoded)) {
+            if (item.first == QLatin1String("host"))
+                db->m_pgHost = item.second;
+            else if (item.first == QLatin1String("port"))
+                db->m_pgPort = item.second.toInt();
+            else if (item.first == QLatin1String("user"))
+                db->m_pgUser = item.second;
+            else if (item.first == QLatin1String("password"))
+                db->m_pgPassword = item.second;
+            else if (item.first == QLatin1String("dbname"))
+                db->m_pgDatabase = item.second;
+            else
+                extra << item.first + QLatin1Char('=') + item.second;
+        }
+        if (db->m_pgDatabase.isEmpty()) {
+            *error = QStringLiteral("数据库地址缺少数据库名");
+            return nullptr;
+        }
+        if (!extra.join(QLatin1Char(';')).contains(QLatin1String("connect_timeout")))
+            extra << QStringLiteral("connect_timeout=5");
+        db->m_pgOptions = extra.join(QLatin1Char(';'));
+    } else {
+        if (!QSqlDatabase::isDriverAvailable(QStringLiteral("QSQLITE"))) {
+            *error = QStringLiteral("缺少 SQLite 数据库驱动 (QSQLITE)");
+            return nullptr;
+        }
+        QString path;
+        if (url.startsWith(QLatin1String("sqlite://"))) {
+            path = QUrl(url).path();
+        } else if (!url.isEmpty()) {
+            *error =
+                QStringLiteral("不支持的数据库地址: %1").arg(url.section(QLatin1Char(':'), 0, 0));
+            return nullptr;
+        } else {
+            path = QDir(options.dataDir).filePath(QStringLiteral("quotes.db"));
+        }
+        const QFileInfo info(path);
+        const QString dir = info.absolutePath();
+        if (!QFileInfo(dir).isDir()) {
+            if (QFileInfo::exists(dir) || !QDir().mkpath(dir)) {
+                *error = QStringLiteral("无法创建数据目录: %1").arg(dir);
+                return nullptr;
+            }
+            // The data directory holds passwords of the quote sources.
+            QFile::setPermissions(
+                dir, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+        }
+        if (info.exists() && !info.isFile()) {
+            *error = QStringLiteral("数据库路径不是文件: %1").arg(info.absoluteFilePath());
+            return nullptr;
+        }
+        if (!info.exists()) {
+            // Created here with 0600 so that SQLite's journal files inherit the mode.
+            const QByteArray native = QFile::encodeName(info.absoluteFilePath());
+            const int fd =
+                ::open(native.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+            if (fd < 0 && errno != EEXIST) {
+                *error = QStringLiteral("无法创建数据库文件: %1").arg(info.absoluteFilePath());
+                return nullptr;
+            }
+            if (fd >= 0)
+                ::close(fd);
+        }
+        db->m_filePath = info.absoluteFilePath();
+    }
+    std::lock_guard<std::mutex> lock(g_registryMutex);
+    g_live[db->m_serial] = db.get();
+    return db;
+}
+
+CDatabase::~CDatabase() {
+    std::lock_guard<std::mutex> registry(g_registryMutex);
+    g_live.erase(m_serial);
+    std::lock_guard<std::mutex> lock(m_mutex);
+    for (const QString& name : m_names)
+        closeAndRemove(name);
+    m_names.clear();
+}
+
+QString CDatabase::description() const {
+    if (m_engine == SQLite)
+        return QStringLiteral("SQLite %1").arg(m_filePath);
+    QString where = m_pgHost.isEmpty() ? QStringLiteral("localhost") : m_pgHost;
+    if (m_pgPort > 0)
+        where += QStringLiteral(":%1").arg(m_pgPort);
+    return QStringLiteral("PostgreSQL %1@%2").arg(m_pgDatabase, where);
+}
+
+void CDatabase::configure(QSqlDatabase& db) const {
+    if (m_engine == SQLite) {
+        db.setDatabaseName(m_filePath);
+        db.setConnectOptions(QStringLiteral("QSQLITE_BUSY_TIMEOUT=%1").arg(m_busyTimeoutMs));
+    } else {
+        db.setDatabaseName(m_pgDatabase);
+        if (!m_pgHost.isEmpty())
+            db.setHostName(m_pgHost);
+        if (m_pgPort > 0)
+            db.setPort(m_pgPort);
+        if (!m_pgUser.isEmpty())
+            db.setUserName(m_pgUser);
+        if (!m_pgPassword.isEmpty())
+            db.setPassword(m_pgPassword);
+        db.setConnectOptions(m_pgOptions);
+    }
+}
+
+QSqlDatabase CDatabase::connection() {
+    auto it = t_connections.names.find(m_serial);
+    if (it != t_connections.names.end()) {
+        {
+            QSqlDatabase db = QSqlDatabase::database(it->second, false);
+            if (db.isOpen())
+                return db;
+        }
+        dropConnection();
+    }
+    const QString name =
+        QStringLiteral("quotes-service-%1-%2").arg(m_serial).arg(g_nextConnection++);
+    std::string failure;
+    {
+        QSqlDatabase db = QSqlDatabase::addDatabase(
+            m_engine == SQLite ? QStringLiteral("QSQLITE") : QStringLiteral("QPSQL"), name);
+        configure(db);
+        if (!db.open()) {
+            failure = describe(db.lastError());
+        } else {
+            try {
+                if (m_engine == SQLite) {
+                    exec(db, QStringLiteral("PRAGMA busy_timeout=%1").arg(m_busyTimeoutMs));
+                    exec(db, QStringLiteral("PRAGMA foreign_keys=ON"));
+                    exec(db, QStringLiteral("PRAGMA journal_mode=WAL"));
+                    exec(db, m_synchronousFull ? QStringLiteral("PRAGMA synchronous=FULL")
+                                               : QStringLiteral("PRAGMA synchronous=NORMAL"));
+                    if (m_maxPageCount > 0)
+                        exec(db, QStringLiteral("PRAGMA max_page_count=%1").arg(m_maxPageCount));
+                } else {
+                    exec(db, QStringLiteral("SET lock_timeout = %1").arg(m_busyTimeoutMs));
+                }
+            } catch (const CServiceError& e) {
+                failure = e.what();
+            }
+        }
+        if (failure.empty()) {
+            std::lock_guard<std::mutex> lock(m_mutex);
+            m_names.insert(name);
+            t_connections.names[m_serial] = name;
+            return db;
+        }
+        db.close();
+    }
+    QSqlDatabase::removeDatabase(name);
+    throw CServiceError(failure);
+}
+
+void CDatabase::dropConnection() {
+    auto it = t_connections.names.find(m_serial);
+    if (it == t_connections.names.end())
+        return;
+    const QString name = it->second;
+    t_connections.names.erase(it);
+    forgetConnection(name);
+}
+
+void CDatabase::forgetConnection(const QString& name) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_names.erase(name))
+        closeAndRemove(name);
+}
+
+void CDatabase::transact(bool write, const std::function<void(QSqlDatabase&)>& work) {
+    bool broken = false;
+    try {
+        QSqlDatabase db = connection();
+        try {
+            exec(db, (write && m_engine == SQLite) ? QStringLiteral("BEGIN IMMEDIATE")
+                                                   : QStringLiteral("BEGIN"));
+        } catch (...) {
+            broken = true;
+            throw;
+        }
+        try {
+            work(db);
+            exec(db, QStringLiteral("COMMIT"));
+        } catch (...) {
+            QSqlQuery rollback(db);
+            // A connection that cannot even roll back is broken (server gone, file gone).
+            broken = !rollback.exec(QStringLiteral("ROLLBACK"));
+            throw;
+        }
+    } catch (...) {
+        if (broken)
+            dropConnection();
+        throw;
+    }
+}
+
+void CDatabase::exec(QSqlQuery& query) const {
+    if (!query.exec())
+        throw CServiceError(describe(query.lastError()));
+}
+
+void CDatabase::exec(QSqlDatabase& db, const QString& sql) const {
+    QSqlQuery query(db);
+    if (!query.exec(sql))
+        throw CServiceError(describe(query.lastError()));
+}
+
+std::string CDatabase::describe(const QSqlError& error) const {
+    const QString detail =
+        (error.databaseText().isEmpty() ? error.driverText() : error.databaseText()).trimmed();
+    const QString code = error.nativeErrorCode();
+    QString text;
+    if (m_engine == SQLite) {
+        const int primary = code.toInt() & 0xff;
+        switch (primary) {
+            case 5:  // SQLITE_BUSY
+            case 6:  // SQLITE_LOCKED
+                text = QStringLiteral("数据库被占用（已锁定），请稍后重试");
+                break;
+            case 8:  // SQLITE_READONLY
+                text = QStringLiteral("数据库为只读，无法写入");
+                break;
+            case 10:  // SQLITE_IOERR
+                text = QStringLiteral("数据库读写失败");
+                break;
+            case 11:  // SQLITE_CORRUPT
+            case 26:  // SQLITE_NOTADB
+                text = QStringLiteral("数据库文件已损坏");
+                break;
+            case 13:  // SQLITE_FULL
+                text = QStringLiteral("数据库空间已满");
+                break;
+            case 14:  // SQLITE_CANTOPEN
+            case 23:  // SQLITE_AUTH
+                text = QStringLiteral("无法打开数据库文件");
+                break;
+            case 19:  // SQLITE_CONSTRAINT
+                text = QStringLiteral("记录违反数据约束");
+                break;
+            default:
+                if (error.type() == QSqlError::ConnectionError)
+                    text = QStringLiteral("无法打开数据库文件");
+                else
+                    text = QStringLiteral("数据库操作失败");
+        }
+    } else {
+        if (code == QLatin1String("23505") || code.startsWith(QLatin1String("23")))
+            text = QStringLiteral("记录违反数据约束");
+        else if (code == QLatin1String("55P03") || code == QLatin1String("40P01") ||
+                 code == QLatin1String("40001"))
+            text = QStringLiteral("数据库被占用（已锁定），请稍后重试");
+        else if (code == QLatin1String("53100"))
+            text = QStringLiteral("数据库空间已满");
+        else if (code.startsWith(QLatin1String("XX")))
+            text = QStringLiteral("数据库文件已损坏");
+        else if (error.type() == QSqlError::ConnectionError ||
+                 code.startsWith(QLatin1String("08")) || code.startsWith(QLatin1String("57P")) ||
+                 containsAny(detail, {"server closed the connection", "no connection to the server",
+                                      "could not connect", "terminating connection",
+                                      "connection to server"}))
+            text = QStringLiteral("无法连接数据库服务器");
+        else
+            text = QStringLiteral("数据库操作失败");
+    }
+    if (!detail.isEmpty())
+        text += QStringLiteral(": ") + detail;
+    return text.toStdString();
+}

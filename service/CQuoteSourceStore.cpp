@@ -1,0 +1,243 @@
+#include "CQuoteSourceStore.h"
+
+#include <QSqlQuery>
+#include <QVariant>
+#include <boost/make_shared.hpp>
+
+#include "CDatabase.h"
+#include "CReferenceData.h"
+#include "CServiceError.h"
+#include "CSourceValidator.h"
+
+namespace {
+
+const int kNoBroker = rkservice::COrinQuoterSourceInfo::kNoBroker;
+
+QString text(const std::string& value) {
+    return QString::fromStdString(value);
+}
+
+}  // namespace
+
+std::vector<rkservice::IDataPtr> CQuoteSourceStore::query(QSqlDatabase& db,
+                                                          const QString& subsystem, bool filter,
+                                                          int tradeType) const {
+    QString sql = QStringLiteral(
+        "SELECT id, subsystem, platform_id, broker_id, server_group_id, address, port, user_name, "
+        "password, trade_type, markets FROM kx_orin_quoter_source");
+    QStringList where;
+    if (!subsystem.isEmpty())
+        where << QStringLiteral("subsystem = ?");
+    if (filter)
+        where << QStringLiteral("trade_type = ?");
+    if (!where.isEmpty())
+        sql += QStringLiteral(" WHERE ") + where.join(QStringLiteral(" AND "));
+    sql += QStringLiteral(" ORDER BY id");
+    QSqlQuery query(db);
+    query.setForwardOnly(true);
+    query.prepare(sql);
+    if (!subsystem.isEmpty())
+        query.addBindValue(subsystem);
+    if (filter)
+        query.addBindValue(tradeType);
+    m_database.exec(query);
+    std::vector<rkservice::IDataPtr> result;
+    // Sub-system names repeat on every row: convert each only once.
+    QString lastTag;
+    std::string lastTagUtf8;
+    while (query.next()) {
+        auto source = boost::make_shared<rkservice::COrinQuoterSourceInfo>();
+        source->m_nId = query.value(0).toInt();
+        const QString tag = query.value(1).toString();
+        if (tag != lastTag) {
+            lastTag = tag;
+            lastTagUtf8 = tag.toStdString();
+        }
+        source->setSystemTag(lastTagUtf8);
+        source->m_nPlatformId = query.value(2).toInt();
+        source->m_nBrokerId = query.value(3).toInt();
+        source->m_nServerGroupId = query.value(4).toInt();
+        source->m_strAddress = query.value(5).toString().toStdString();
+        source->m_nPort = query.value(6).toInt();
+        source->m_strUserName = query.value(7).toString().toStdString();
+        source->m_strPassword = query.value(8).toString().toStdString();
+        source->m_nTradeType = query.value(9).toInt();
+        source->m_strMarkets = query.value(10).toString().toStdString();
+        result.push_back(std::move(source));
+    }
+    return result;
+}
+
+void CQuoteSourceStore::check(QSqlDatabase& db, const QString& subsystem,
+                              const rkservice::COrinQuoterSourceInfo& source, int excludeId) const {
+    CSourceValidator::checkFields(source);
+    const int platform = source.m_nPlatformId;
+    if (!CSourceValidator::fixedPlatforms().count(platform) &&
+        !CReferenceData::hasPlatform(m_database, db, platform))
+        throw CServiceError("未知的平台: " + std::to_string(platform));
+    QSqlQuery duplicate(db);
+    if (source.m_nBrokerId == kNoBroker) {
+        duplicate.prepare(QStringLiteral(
+            "SELECT id FROM kx_orin_quoter_source WHERE subsystem = ? AND trade_type = ? AND "
+            "platform_id = ? AND broker_id = 2147483647 AND address = ? AND port = ? AND id <> ?"));
+        duplicate.addBindValue(subsystem);
+        duplicate.addBindValue(source.m_nTradeType);
+        duplicate.addBindValue(platform);
+        duplicate.addBindValue(text(source.m_strAddress));
+        duplicate.addBindValue(source.m_nPort);
+        duplicate.addBindValue(excludeId);
+        m_database.exec(duplicate);
+        if (duplicate.next())
+            throw CServiceError("行情源已存在（同一分系统、交易类型、平台、地址和端口）: " +
+                                source.m_strAddress + ":" + std::to_string(source.m_nPort));
+    } else {
+        if (!CReferenceData::hasBroker(m_database, db, platform, source.m_nBrokerId))
+            throw CServiceError("期货公司不存在: 平台 " + std::to_string(platform) +
+                                " 没有期货公司 " + std::to_string(source.m_nBrokerId));
+        if (!CReferenceData::hasServerGroup(m_database, db, platform, source.m_nBrokerId,
+                                            source.m_nServerGroupId))
+            throw CServiceError("服务器组不存在: 期货公司 " + std::to_string(source.m_nBrokerId) +
+                                " 没有服务器组 " + std::to_string(source.m_nServerGroupId));
+        duplicate.prepare(QStringLiteral(
+            "SELECT id FROM kx_orin_quoter_source WHERE subsystem = ? AND trade_type = ? AND "
+            "platform_id = ? AND broker_id = ? AND server_group_id = ? AND id <> ?"));
+        duplicate.addBindValue(subsystem);
+        duplicate.addBindValue(source.m_nTradeType);
+        duplicate.addBindValue(platform);
+        duplicate.addBindValue(source.m_nBrokerId);
+        duplicate.addBindValue(source.m_nServerGroupId);
+        duplicate.addBindValue(excludeId);
+        m_database.exec(duplicate);
+        if (duplicate.next())
+            throw CServiceError("行情源已存在（同一分系统、交易类型、平台、期货公司和服务器组）");
+    }
+}
+
+std::vector<int> CQuoteSourceStore::add(
+    QSqlDatabase& db, const QString& subsystem,
+    const std::vector<rkservice::COrinQuoterSourceInfoPtr>& sources) const {
+    const bool returning = m_database.engine() == CDatabase::PostgreSQL;
+    QSqlQuery insert(db);
+    insert.prepare(QStringLiteral("INSERT INTO kx_orin_quoter_source (subsystem, platform_id, "
+                                  "broker_id, server_group_id, address, port, user_name, password, "
+                                  "trade_type, markets) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?)") +
+                   (returning ? QStringLiteral(" RETURNING id") : QString()));
+    std::vector<int> ids;
+    ids.reserve(sources.size());
+    for (const auto& source : sources) {
+        check(db, subsystem, *source, -1);
+        insert.addBindValue(subsystem);
+        insert.addBindValue(source->m_nPlatformId);
+        insert.addBindValue(source->m_nBrokerId);
+        insert.addBindValue(source->m_nServerGroupId);
+        insert.addBindValue(text(source->m_strAddress));
+        insert.addBindValue(source->m_nPort);
+        insert.addBindValue(text(source->m_strUserName));
+        insert.addBindValue(text(source->m_strPassword));
+        insert.addBindValue(source->m_nTradeType);
+        insert.addBindValue(text(source->m_strMarkets));
+        m_database.exec(insert);
+        qlonglong id = 0;
+        if (returning) {
+            if (!insert.next())
+                throw CServiceError("数据库没有返回新行情源的编号");
+            id = insert.value(0).toLongLong();
+        } else {
+            id = insert.lastInsertId().toLongLong();
+        }
+        if (id <= 0 || id >= kNoBroker)
+            throw CServiceError("行情源编号已用尽");
+        ids.push_back(int(id));
+    }
+    return ids;
+}
+
+void CQuoteSourceStore::modify(
+    QSqlDatabase& db, const QString& subsystem,
+    const std::vector<rkservice::COrinQuoterSourceInfoPtr>& sources) const {
+    for (const auto& incoming : sources) {
+        QSqlQuery find(db);
+        find.prepare(subsystem.isEmpty()
+                         ? QStringLiteral("SELECT subsystem, trade_type, markets FROM "
+                                          "kx_orin_quoter_source WHERE id = ?")
+                         : QStringLiteral("SELECT subsystem, trade_type, markets FROM "
+                                          "kx_orin_quoter_source WHERE id = ? AND subsystem = ?"));
+        find.addBindValue(incoming->m_nId);
+        if (!subsystem.isEmpty())
+            find.addBindValue(subsystem);
+        m_database.exec(find);
+        if (!find.next())
+            throw CServiceError("行情源不存在: " + std::to_string(incoming->m_nId));
+        const QString owner = find.value(0).toString();
+        rkservice::COrinQuoterSourceInfo source(*incoming);
+        // The all-types panel edits with trade type -1 and no market list: both mean "unchanged".
+        if (source.m_nTradeType == -1)
+            source.m_nTradeType = find.value(1).toInt();
+        if (source.m_strMarkets.empty())
+            source.m_strMarkets = find.value(2).toString().toStdString();
+        find.finish();
+        check(db, owner, source, source.m_nId);
+        QSqlQuery update(db);
+        update.prepare(
+            QStringLiteral("UPDATE kx_orin_quoter_source SET platform_id = ?, broker_id = "
+                           "?, server_group_id = ?, address = ?, port = ?, user_name = ?, "
+                           "password = ?, trade_type = ?, markets = ? WHERE id = ?"));
+        update.addBindValue(source.m_nPlatformId);
+        update.addBindValue(source.m_nBrokerId);
+        update.addBindValue(source.m_nServerGroupId);
+        update.addBindValue(text(source.m_strAddress));
+        update.addBindValue(source.m_nPort);
+        update.addBindValue(text(source.m_strUserName));
+        update.addBindValue(text(source.m_strPassword));
+        update.addBindValue(source.m_nTradeType);
+        update.addBindValue(text(source.m_strMarkets));
+        update.addBindValue(source.m_nId);
+        m_database.exec(update);
+    }
+}
+
+void CQuoteSourceStore::remove(QSqlDatabase& db, const QString& subsystem,
+                               const std::vector<int>& ids) const {
+    QSqlQuery erase(db);
+    erase.prepare(
+        subsystem.isEmpty()
+            ? QStringLiteral("DELETE FROM kx_orin_quoter_source WHERE id = ?")
+            : QStringLiteral("DELETE FROM kx_orin_quoter_source WHERE id = ? AND subsystem = ?"));
+    for (int id : ids) {
+        erase.addBindValue(id);
+        if (!subsystem.isEmpty())
+            erase.addBindValue(subsystem);
+        m_database.exec(erase);
+        if (erase.numRowsAffected() != 1)
+            throw CServiceError("行情源不存在: " + std::to_string(id));
+    }
+}
+
+void CQuoteSourceStore::insertRaw(QSqlDatabase& db, const QString& subsystem,
+                                  const rkservice::COrinQuoterSourceInfo& source) const {
+    QSqlQuery insert(db);
+    insert.prepare(
+        QStringLiteral("INSERT INTO kx_orin_quoter_source (id, subsystem, platform_id, "
+                       "broker_id, server_group_id, address, port, user_name, password, "
+                       "trade_type, markets) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)"));
+    insert.addBindValue(source.m_nId);
+    insert.addBindValue(subsystem);
+    insert.addBindValue(source.m_nPlatformId);
+    insert.addBindValue(source.m_nBrokerId);
+    insert.addBindValue(source.m_nServerGroupId);
+    insert.addBindValue(text(source.m_strAddress));
+    insert.addBindValue(source.m_nPort);
+    insert.addBindValue(text(source.m_strUserName));
+    insert.addBindValue(text(source.m_strPassword));
+    insert.addBindValue(source.m_nTradeType);
+    insert.addBindValue(text(source.m_strMarkets));
+    m_database.exec(insert);
+}
+
+void CQuoteSourceStore::resetIdSequence(QSqlDatabase& db) const {
+    if (m_database.engine() == CDatabase::PostgreSQL)
+        m_database.exec(
+            db, QStringLiteral("SELECT setval(pg_get_serial_sequence('kx_orin_quoter_source', "
+                               "'id'), COALESCE((SELECT max(id) FROM kx_orin_quoter_source), 0) + "
+                               "1, false)"));
+}

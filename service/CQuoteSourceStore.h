@@ -1,0 +1,41 @@
+#pragma once
+
+#include <QSqlDatabase>
+#include <QString>
+#include <vector>
+
+#include "rkservice/COrinQuoterSourceInfo.h"
+
+class CDatabase;
+
+// The quote-source table (key "kx_orin_quoter_source"): reads, checked changes and raw rows for
+// export and import. Every call runs inside the caller's transaction.
+class CQuoteSourceStore {
+public:
+    explicit CQuoteSourceStore(const CDatabase& database) : m_database(database) {}
+
+    // Sources of one sub-system (all when empty), of one trade type when filter is set, by id;
+    // each tagged with its sub-system.
+    std::vector<rkservice::IDataPtr> query(QSqlDatabase& db, const QString& subsystem, bool filter,
+                                           int tradeType) const;
+    // Adds the sources to the sub-system; returns the ids assigned, in order.
+    std::vector<int> add(QSqlDatabase& db, const QString& subsystem,
+                         const std::vector<rkservice::COrinQuoterSourceInfoPtr>& sources) const;
+    // Rewrites the sources named by their ids, within the sub-system (any when empty).
+    void modify(QSqlDatabase& db, const QString& subsystem,
+                const std::vector<rkservice::COrinQuoterSourceInfoPtr>& sources) const;
+    // Deletes the sources named by their ids, within the sub-system (any when empty).
+    void remove(QSqlDatabase& db, const QString& subsystem, const std::vector<int>& ids) const;
+
+    // Checks a source as it would be stored in the sub-system (ignoring the row excludeId).
+    void check(QSqlDatabase& db, const QString& subsystem,
+               const rkservice::COrinQuoterSourceInfo& source, int excludeId) const;
+    // Inserts a row as it is, id included (import).
+    void insertRaw(QSqlDatabase& db, const QString& subsystem,
+                   const rkservice::COrinQuoterSourceInfo& source) const;
+    // Lets the id sequence continue after the largest id present (after an import).
+    void resetIdSequence(QSqlDatabase& db) const;
+
+private:
+    const CDatabase& m_database;
+};

@@ -1,0 +1,582 @@
+#include "CQuotesService.h"
+
+#include <QDir>
+#include <QSqlQuery>
+#include <QStandardPaths>
+#include <QVariant>
+#include <algorithm>
+#include <boost/make_shared.hpp>
+#include <set>
+
+#include "CDataTransfer.h"
+#include "CDatabase.h"
+#include "CQuoteSourceStore.h"
+#include "CReferenceData.h"
+#include "CSchema.h"
+#include "CSeedData.h"
+#include "CServiceError.h"
+#include "CSourceValidator.h"
+#include "Hlx/CAnswer.h"
+#include "rkservice/CGlobalFeaturePermissionInfo.h"
+#include "rkservice/CLevel2Token.h"
+#include "rkservice/DataTypeIds.h"
+
+// Outside any namespace, as Q_INIT_RESOURCE requires; the resources live in a static library.
+static void initServiceResources() {
+    Q_INIT_RESOURCE(quotes_service);
+}
+
+namespace {
+
+std::string utf8(const QString& text) {
+    return text.toStdString();
+}
+
+rkservice::IDataPtr tagged(const rkservice::IDataPtr& record, const std::string& tag) {
+    rkservice::IDataPtr copy = record->clone();
+    copy->setSystemTag(tag);
+    return copy;
+}
+
+}  // namespace
+
+CQuotesService::CQuotesService() = default;
+
+CQuotesService::~CQuotesService() = default;
+
+QString CQuotesService::defaultDataDir() {
+    // The application data directory of "PanelQuotesManage", the same for the console and
+    // quotesctl whatever each calls itself.
+    return QDir(QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation))
+        .filePath(QStringLiteral("PanelQuotesManage"));
+}
+
+boost::shared_ptr<CQuotesService> CQuotesService::open(const CServiceOptions& options,
+                                                       QString* error) {
+    initServiceResources();
+    QString ignored;
+    QString* failure = error ? error : &ignored;
+    CServiceOptions resolved = options;
+    if (resolved.dataDir.isEmpty() && resolved.dbUrl.isEmpty())
+        resolved.dataDir = defaultDataDir();
+    boost::shared_ptr<CQuotesService> service(new CQuotesService);
+    service->m_database = CDatabase::create(resolved, failure);
+    if (!service->m_database)
+        return nullptr;
+    try {
+        service->initialise(resolved.seed);
+    } catch (const CServiceError& e) {
+        *failure = QString::fromStdString(e.what());
+        return nullptr;
+    }
+    return service;
+}
+
+void CQuotesService::initialise(bool seed) {
+    m_database->transact(true, [&](QSqlDatabase& db) {
+        const int version = CSchema::version(*m_database, db);
+        if (version > CSchema::currentVersion())
+            throw CServiceError("数据库结构版本 " + std::to_string(version) +
+                                " 比本程序支持的版本 " + std::to_string(CSchema::currentVersion()) +
+                                " 新，拒绝打开；请使用更新的程序");
+        CSchema::migrate(*m_database, db, version, CSchema::currentVersion());
+        if (version == 0) {
+            if (seed)
+                CSeedData::seed(*m_database, db);
+            else
+                CSeedData::seedMinimal(*m_database, db);
+        }
+        reloadCaches(db);
+    });
+}
+
+void CQuotesService::reloadCaches(QSqlDatabase& db) {
+    std::vector<Hlx::SubsystemInfo> subsystems;
+    QSqlQuery query(db);
+    query.setForwardOnly(true);
+    query.prepare(QStringLiteral("SELECT name, display_name FROM subsystems ORDER BY ord, name"));
+    m_database->exec(query);
+    while (query.next())
+        subsystems.push_back({utf8(query.value(0).toString()), utf8(query.value(1).toString())});
+    if (subsystems.empty())
+        throw CServiceError("数据库中没有分系统");
+    std::map<int, bool> auth;
+    QSqlQuery settings(db);
+    settings.setForwardOnly(true);
+    settings.prepare(
+        QStringLiteral("SELECT name, val FROM meta WHERE name LIKE 'login_type_auth.%'"));
+    m_database->exec(settings);
+    while (settings.next())
+        auth[settings.value(0).toString().section(QLatin1Char('.'), 1).toInt()] =
+            settings.value(1).toString() == QLatin1String("1");
+    std::lock_guard<std::mutex> lock(m_cacheMutex);
+    m_subsystems = subsystems;
+    m_loginTypeAuth = auth;
+}
+
+std::vector<Hlx::SubsystemInfo> CQuotesService::subsystems() const {
+    std::lock_guard<std::mutex> lock(m_cacheMutex);
+    return m_subsystems;
+}
+
+bool CQuotesService::hasClientLoginTypeAuth(int loginType) const {
+    std::lock_guard<std::mutex> lock(m_cacheMutex);
+    auto it = m_loginTypeAuth.find(loginType);
+    return it != m_loginTypeAuth.end() && it->second;
+}
+
+QString CQuotesService::databaseDescription() const {
+    return m_database->description();
+}
+
+QString CQuotesService::databaseFile() const {
+    return m_database->filePath();
+}
+
+QString CQuotesService::defaultSubsystem() const {
+    std::lock_guard<std::mutex> lock(m_cacheMutex);
+    return QString::fromStdString(m_subsystems.front().name);
+}
+
+bool CQuotesService::knowsSubsystem(const QString& name) const {
+    const std::string wanted = utf8(name);
+    std::lock_guard<std::mutex> lock(m_cacheMutex);
+    for (const auto& info : m_subsystems) {
+        if (info.name == wanted)
+            return true;
+    }
+    return false;
+}
+
+QString CQuotesService::resolveTarget(const Hlx::CRequestTarget& target) const {
+    if (target.isCentre())
+        return QString();
+    const QString name = QString::fromStdString(target.subsystemName());
+    if (!knowsSubsystem(name))
+        throw CServiceError("分系统不存在: " + target.subsystemName());
+    return name;
+}
+
+void CQuotesService::query(const Hlx::CRequestTarget& target,
+                           const rkservice::COrinQueryDataReq& request,
+                           const Hlx::CQueryAnswer& answer) {
+    std::vector<rkservice::IDataPtr> datas;
+    const utils::RKError error = querySync(target, request, &datas);
+    answer.answer(error, datas);
+}
+
+void CQuotesService::operate(const Hlx::CRequestTarget& target,
+                             const rkservice::COperateDataReq& request,
+                             const Hlx::COperateAnswer& answer) {
+    bson::BSONObj result;
+    const utils::RKError error = operateSync(target, request, &result);
+    answer.answer(error, result);
+}
+
+utils::RKError CQuotesService::querySync(const Hlx::CRequestTarget& target,
+                                         const rkservice::COrinQueryDataReq& request,
+                                         std::vector<rkservice::IDataPtr>* datas) {
+    try {
+        *datas = doQuery(target, request);
+        return utils::RKError::ok();
+    } catch (const CServiceError& e) {
+        datas->clear();
+        return utils::RKError::fail(e.what());
+    } catch (const std::exception& e) {
+        datas->clear();
+        return utils::RKError::fail(std::string("数据服务内部错误: ") + e.what());
+    }
+}
+
+utils::RKError CQuotesService::operateSync(const Hlx::CRequestTarget& target,
+                                           const rkservice::COperateDataReq& request,
+                                           bson::BSONObj* result) {
+    bson::BSONObj local;
+    try {
+        doOperate(target, request, result ? result : &local);
+        return utils::RKError::ok();
+    } catch (const CServiceError& e) {
+        return utils::RKError::fail(e.what());
+    } catch (const std::exception& e) {
+        return utils::RKError::fail(std::string("数据服务内部错误: ") + e.what());
+    }
+}
+
+std::vector<rkservice::IDataPtr> CQuotesService::doQuery(
+    const Hlx::CRequestTarget& target, const rkservice::COrinQueryDataReq& request) {
+    const QString subsystem = resolveTarget(target);
+    std::vector<std::string> scope;
+    if (subsystem.isEmpty()) {
+        for (const auto& info : subsystems())
+            scope.push_back(info.name);
+    } else {
+        scope.push_back(utf8(subsystem));
+    }
+    std::vector<rkservice::IDataPtr> result;
+    switch (request.dataType) {
+        case rkservice::kDataQuoteSources: {
+            int tradeType = 0;
+            const bool filter = CSourceValidator::parseCondition(request.condition, &tradeType);
+            const CQuoteSourceStore store(*m_database);
+            m_database->transact(false, [&](QSqlDatabase& db) {
+                result = store.query(db, subsystem, filter, tradeType);
+            });
+            break;
+        }
+        case rkservice::kDataBrokers:
+        case rkservice::kDataPlatforms: {
+            int tradeType = 0;
+            const bool filter = CSourceValidator::parseCondition(request.condition, &tradeType);
+            const bool branded = !hasClientLoginTypeAuth(0);
+            std::vector<rkservice::IDataPtr> records;
+            m_database->transact(false, [&](QSqlDatabase& db) {
+                records =
+                    request.dataType == rkservice::kDataBrokers
+                        ? CReferenceData::brokerRecords(*m_database, db, filter, tradeType, branded)
+                        : CReferenceData::platformRecords(*m_database, db, filter, tradeType,
+                                                          branded);
+            });
+            // The reference data is the same on every sub-system; each sub-system answers with its
+            // own tagged copy, so records match sources of the same sub-system.
+            for (const std::string& tag : scope) {
+                for (const auto& record : records)
+                    result.push_back(tagged(record, tag));
+            }
+            break;
+        }
+        case rkservice::kDataGlobalPermission: {
+            m_database->transact(false, [&](QSqlDatabase& db) {
+                QSqlQuery query(db);
+                query.prepare(QStringLiteral(
+                    "SELECT market, enabled FROM whole_quote WHERE subsystem = ? ORDER BY market"));
+                for (const std::string& tag : scope) {
+                    auto record = boost::make_shared<rkservice::CGlobalFeaturePermissionInfo>();
+                    record->setSystemTag(tag);
+                    if (!record->m_wholeQuote)
+                        record->m_wholeQuote = boost::make_shared<rkservice::CWholeQuotedivision>();
+                    for (const std::string& market : rkservice::CWholeQuotedivision::knownMarkets())
+                        record->m_wholeQuote->setEnabled(market, false);
+                    query.addBindValue(QString::fromStdString(tag));
+                    m_database->exec(query);
+                    while (query.next())
+                        record->m_wholeQuote->setEnabled(utf8(query.value(0).toString()),
+                                                         query.value(1).toInt() != 0);
+                    query.finish();
+                    result.push_back(record);
+                }
+            });
+            break;
+        }
+        case rkservice::kDataLevel2Tokens: {
+            // The Level-2 source is one for the whole platform: whichever client asks sees it.
+            const std::string tag =
+                subsystem.isEmpty() ? utf8(defaultSubsystem()) : utf8(subsystem);
+            m_database->transact(false, [&](QSqlDatabase& db) {
+                QSqlQuery query(db);
+                query.prepare(QStringLiteral("SELECT token FROM level2_token"));
+                m_database->exec(query);
+                while (query.next()) {
+                    auto record = boost::make_shared<rkservice::CLevel2Token>();
+                    record->token = utf8(query.value(0).toString());
+                    record->setSystemTag(tag);
+                    result.push_back(record);
+                }
+            });
+            break;
+        }
+        case rkservice::kDataUsers: {
+            const std::string tag =
+                subsystem.isEmpty() ? utf8(defaultSubsystem()) : utf8(subsystem);
+            QString error;
+            for (const auto& user : users(&error)) {
+                if (!request.condition.empty() && user->m_strName != request.condition)
+                    continue;
+                user->setSystemTag(tag);
+                result.push_back(user);
+            }
+            if (!error.isEmpty())
+                throw CServiceError(utf8(error));
+            break;
+        }
+        default:
+            throw CServiceError("不支持的数据类型: " + std::to_string(request.dataType));
+    }
+    return result;
+}
+
+void CQuotesService::doOperate(const Hlx::CRequestTarget& target,
+                               const rkservice::COperateDataReq& request, bson::BSONObj* result) {
+    switch (request.dataType) {
+        case rkservice::kDataQuoteSources:
+            operateSources(target, request, result);
+            break;
+        case rkservice::kDataLevel2Tokens:
+            resolveTarget(target);
+            operateToken(request);
+            break;
+        case rkservice::kDataGlobalPermission:
+            operatePermission(target, request);
+            break;
+        case rkservice::kDataBrokers:
+        case rkservice::kDataPlatforms:
+        case rkservice::kDataUsers:
+            throw CServiceError("不支持的操作类型: " + std::to_string(request.operateType) +
+                                "（数据类型 " + std::to_string(request.dataType) + " 只能查询）");
+        default:
+            throw CServiceError("不支持的数据类型: " + std::to_string(request.dataType));
+    }
+}
+
+void CQuotesService::operateSources(const Hlx::CRequestTarget& target,
+                                    const rkservice::COperateDataReq& request,
+                                    bson::BSONObj* result) {
+    const int op = request.operateType;
+    if (op != rkservice::kOperateAdd && op != rkservice::kOperateModify &&
+        op != rkservice::kOperateDelete)
+        throw CServiceError("不支持的操作类型: " + std::to_string(op));
+    const QString subsystem = resolveTarget(target);
+    if (request.datas.empty())
+        throw CServiceError("请求中没有行情源记录");
+    std::vector<rkservice::COrinQuoterSourceInfoPtr> sources;
+    sources.reserve(request.datas.size());
+    for (const auto& data : request.datas) {
+        auto source = boost::dynamic_pointer_cast<rkservice::COrinQuoterSourceInfo>(data);
+        if (!source)
+            throw CServiceError("记录类型不符: 需要行情源记录");
+        sources.push_back(source);
+    }
+    const CQuoteSourceStore store(*m_database);
+    if (op == rkservice::kOperateAdd) {
+        // An add sent to the centre goes to the default sub-system.
+        const QString owner = subsystem.isEmpty() ? defaultSubsystem() : subsystem;
+        std::vector<int> ids;
+        m_database->transact(true, [&](QSqlDatabase& db) { ids = store.add(db, owner, sources); });
+        std::string list;
+        for (int id : ids)
+            list += (list.empty() ? "" : ",") + std::to_string(id);
+        result->appendInt("count", int(ids.size()));
+        result->appendString("ids", list);
+    } else if (op == rkservice::kOperateModify) {
+        m_database->transact(true, [&](QSqlDatabase& db) { store.modify(db, subsystem, sources); });
+        result->appendInt("count", int(sources.size()));
+    } else {
+        std::vector<int> ids;
+        std::set<int> seen;
+        for (const auto& source : sources) {
+            if (!seen.insert(source->m_nId).second)
+                throw CServiceError("删除请求中行情源重复: " + std::to_string(source->m_nId));
+            ids.push_back(source->m_nId);
+        }
+        m_database->transact(true, [&](QSqlDatabase& db) { store.remove(db, subsystem, ids); });
+        result->appendInt("count", int(ids.size()));
+    }
+}
+
+void CQuotesService::operateToken(const rkservice::COperateDataReq& request) {
+    const int op = request.operateType;
+    if (op != rkservice::kOperateAdd && op != rkservice::kOperateModify &&
+        op != rkservice::kOperateDelete)
+        throw CServiceError("不支持的操作类型: " + std::to_string(op));
+    if (request.datas.size() != 1)
+        throw CServiceError("Level-2 token 请求必须恰好带一条记录");
+    auto token = boost::dynamic_pointer_cast<rkservice::CLevel2Token>(request.datas.front());
+    if (!token)
+        throw CServiceError("记录类型不符: 需要 Level-2 token 记录");
+    if (op != rkservice::kOperateDelete)
+        CSourceValidator::checkToken(token->token);
+    const QString text = QString::fromStdString(token->token);
+    m_database->transact(true, [&](QSqlDatabase& db) {
+        QSqlQuery current(db);
+        current.prepare(QStringLiteral("SELECT token FROM level2_token WHERE slot = 1"));
+        m_database->exec(current);
+        const bool exists = current.next();
+        const QString stored = exists ? current.value(0).toString() : QString();
+        current.finish();
+        QSqlQuery change(db);
+        if (op == rkservice::kOperateAdd) {
+            if (exists)
+                throw CServiceError("已有 Level-2 行情源 token，请修改或删除后再添加");
+            change.prepare(QStringLiteral("INSERT INTO level2_token (slot, token) VALUES (1, ?)"));
+            change.addBindValue(text);
+        } else if (op == rkservice::kOperateModify) {
+            if (!exists)
+                throw CServiceError("没有可修改的 Level-2 行情源 token");
+            change.prepare(QStringLiteral("UPDATE level2_token SET token = ? WHERE slot = 1"));
+            change.addBindValue(text);
+        } else {
+            if (!exists || stored != text)
+                throw CServiceError("Level-2 行情源 token 不存在");
+            change.prepare(QStringLiteral("DELETE FROM level2_token WHERE slot = 1"));
+        }
+        m_database->exec(change);
+    });
+}
+
+void CQuotesService::operatePermission(const Hlx::CRequestTarget& target,
+                                       const rkservice::COperateDataReq& request) {
+    if (request.operateType != rkservice::kOperateSaveWholeQuote)
+        throw CServiceError("不支持的操作类型: " + std::to_string(request.operateType));
+    QString subsystem = resolveTarget(target);
+    if (request.datas.size() != 1)
+        throw CServiceError("全推设置请求必须恰好带一条记录");
+    auto record =
+        boost::dynamic_pointer_cast<rkservice::CGlobalFeaturePermissionInfo>(request.datas.front());
+    if (!record)
+        throw CServiceError("记录类型不符: 需要全局功能权限记录");
+    if (!record->m_wholeQuote)
+        throw CServiceError("全局功能权限记录缺少全推设置");
+    if (subsystem.isEmpty()) {
+        // Sent to the centre: the record belongs where it was read from.
+        const QString tag = QString::fromStdString(record->getSystemTag());
+        subsystem = knowsSubsystem(tag) ? tag : defaultSubsystem();
+    }
+    const auto& known = rkservice::CWholeQuotedivision::knownMarkets();
+    for (const auto& flag : record->m_wholeQuote->flags()) {
+        if (std::find(known.begin(), known.end(), flag.first) == known.end())
+            throw CServiceError("未知的市场代码: " + flag.first);
+    }
+    m_database->transact(true, [&](QSqlDatabase& db) {
+        QSqlQuery clear(db);
+        clear.prepare(QStringLiteral("DELETE FROM whole_quote WHERE subsystem = ?"));
+        clear.addBindValue(subsystem);
+        m_database->exec(clear);
+        QSqlQuery insert(db);
+        insert.prepare(QStringLiteral(
+            "INSERT INTO whole_quote (subsystem, market, enabled) VALUES (?, ?, ?)"));
+        for (const auto& flag : record->m_wholeQuote->flags()) {
+            insert.addBindValue(subsystem);
+            insert.addBindValue(QString::fromStdString(flag.first));
+            insert.addBindValue(flag.second ? 1 : 0);
+            m_database->exec(insert);
+        }
+    });
+}
+
+std::vector<rkservice::CUserInfoPtr> CQuotesService::users(QString* error) {
+    std::vector<rkservice::CUserInfoPtr> result;
+    try {
+        m_database->transact(false, [&](QSqlDatabase& db) {
+            std::map<QString, rkservice::CUserInfoPtr> byName;
+            QSqlQuery query(db);
+            query.setForwardOnly(true);
+            query.prepare(QStringLiteral("SELECT name, system_id FROM users ORDER BY name"));
+            m_database->exec(query);
+            while (query.next()) {
+                auto user = boost::make_shared<rkservice::CUserInfo>();
+                user->m_strName = utf8(query.value(0).toString());
+                user->m_nSystemId = query.value(1).toInt();
+                byName[query.value(0).toString()] = user;
+                result.push_back(user);
+            }
+            QSqlQuery rights(db);
+            rights.setForwardOnly(true);
+            rights.prepare(QStringLiteral("SELECT user_name, right_id FROM user_rights"));
+            m_database->exec(rights);
+            while (rights.next()) {
+                auto it = byName.find(rights.value(0).toString());
+                if (it != byName.end())
+                    it->second->m_rights.insert(rights.value(1).toInt());
+            }
+        });
+    } catch (const CServiceError& e) {
+        result.clear();
+        if (error)
+            *error = QString::fromStdString(e.what());
+    }
+    return result;
+}
+
+bool CQuotesService::setLoginTypeAuth(int loginType, bool granted, QString* error) {
+    try {
+        m_database->transact(true, [&](QSqlDatabase& db) {
+            const QString name = QStringLiteral("login_type_auth.%1").arg(loginType);
+            QSqlQuery erase(db);
+            erase.prepare(QStringLiteral("DELETE FROM meta WHERE name = ?"));
+            erase.addBindValue(name);
+            m_database->exec(erase);
+            QSqlQuery insert(db);
+            insert.prepare(QStringLiteral("INSERT INTO meta (name, val) VALUES (?, ?)"));
+            insert.addBindValue(name);
+            insert.addBindValue(granted ? QStringLiteral("1") : QStringLiteral("0"));
+            m_database->exec(insert);
+            reloadCaches(db);
+        });
+        return true;
+    } catch (const CServiceError& e) {
+        if (error)
+            *error = QString::fromStdString(e.what());
+        return false;
+    }
+}
+
+bool CQuotesService::setSubsystems(const std::vector<Hlx::SubsystemInfo>& subsystems,
+                                   QString* error) {
+    try {
+        CDataTransfer::checkSubsystems(subsystems);
+        m_database->transact(true, [&](QSqlDatabase& db) {
+            CDataTransfer::writeSubsystems(*m_database, db, subsystems, true);
+            reloadCaches(db);
+        });
+        return true;
+    } catch (const CServiceError& e) {
+        if (error)
+            *error = QString::fromStdString(e.what());
+        return false;
+    }
+}
+
+bool CQuotesService::exportDocument(QJsonObject* document, QString* error) {
+    try {
+        m_database->transact(false, [&](QSqlDatabase& db) {
+            *document = CDataTransfer::exportAll(*m_database, db);
+        });
+        return true;
+    } catch (const CServiceError& e) {
+        if (error)
+            *error = QString::fromStdString(e.what());
+        return false;
+    }
+}
+
+bool CQuotesService::importDocument(const QJsonObject& document, QString* error) {
+    try {
+        const CDataTransfer::Content content = CDataTransfer::parse(document);
+        m_database->transact(true, [&](QSqlDatabase& db) {
+            CDataTransfer::importAll(*m_database, db, content);
+            reloadCaches(db);
+        });
+        return true;
+    } catch (const CServiceError& e) {
+        if (error)
+            *error = QString::fromStdString(e.what());
+        return false;
+    }
+}
+
+bool CQuotesService::checkIntegrity(QString* error) {
+    try {
+        bool ok = true;
+        QString detail;
+        m_database->transact(false, [&](QSqlDatabase& db) {
+            QSqlQuery query(db);
+            query.prepare(m_database->engine() == CDatabase::SQLite
+                              ? QStringLiteral("PRAGMA integrity_check")
+                              : QStringLiteral("SELECT 'ok'"));
+            m_database->exec(query);
+            while (query.next()) {
+                const QString line = query.value(0).toString();
+                if (line != QLatin1String("ok")) {
+                    ok = false;
+                    detail += line + QLatin1Char('\n');
+                }
+            }
+        });
+        if (!ok && error)
+            *error = detail.trimmed();
+        return ok;
+    } catch (const CServiceError& e) {
+        if (error)
+            *error = QString::fromStdString(e.what());
+        return false;
+    }
+}

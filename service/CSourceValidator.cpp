@@ -1,0 +1,77 @@
+#include "CSourceValidator.h"
+
+#include <arpa/inet.h>
+
+#include <QRegularExpression>
+#include <QString>
+#include <climits>
+
+#include "CServiceError.h"
+#include "rkservice/COrinQuoterSourceInfo.h"
+
+const std::set<int>& CSourceValidator::tradeTypes() {
+    static const std::set<int> types = {1, 2, 4, 5, 6, 7, 8, 10, 11, 16, 1002};
+    return types;
+}
+
+const std::set<int>& CSourceValidator::fixedPlatforms() {
+    static const std::set<int> platforms = {10000, 10001, 10002, 10003, 10004, 15000,
+                                            31003, 20000, 70000, 25011, 25012, 32000};
+    return platforms;
+}
+
+bool CSourceValidator::isAddress(const std::string& text) {
+    if (text.empty())
+        return false;
+    static const QRegularExpression ipv4(
+        QStringLiteral("^((25[0-5]|2[0-4][0-9]|1[0-9][0-9]|[1-9][0-9]|[0-9])($|(?!\\.$)\\.)){4}$"));
+    if (ipv4.match(QString::fromStdString(text)).hasMatch())
+        return true;
+    in6_addr address;
+    return text.find('\0') == std::string::npos && inet_pton(AF_INET6, text.c_str(), &address) == 1;
+}
+
+bool CSourceValidator::isToken(const std::string& text) {
+    if (text.empty() || text.size() > 100)
+        return false;
+    for (char c : text) {
+        const bool alnum =
+            (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
+        if (!alnum)
+            return false;
+    }
+    return true;
+}
+
+bool CSourceValidator::parseCondition(const std::string& condition, int* tradeType) {
+    if (condition.empty())
+        return false;
+    static const QRegularExpression number(QStringLiteral("^-?[0-9]{1,10}$"));
+    const QString text = QString::fromStdString(condition);
+    bool ok = false;
+    const qlonglong value = number.match(text).hasMatch() ? text.toLongLong(&ok) : 0;
+    if (!ok || value < INT_MIN || value > INT_MAX)
+        throw CServiceError("查询条件格式错误: " + condition);
+    if (value == -1)
+        return false;
+    *tradeType = int(value);
+    return true;
+}
+
+void CSourceValidator::checkFields(const rkservice::COrinQuoterSourceInfo& source) {
+    if (!tradeTypes().count(source.m_nTradeType))
+        throw CServiceError("未知的交易类型: " + std::to_string(source.m_nTradeType));
+    if (source.m_nBrokerId == rkservice::COrinQuoterSourceInfo::kNoBroker) {
+        if (source.m_strAddress.empty())
+            throw CServiceError("服务器地址不能为空");
+        if (!isAddress(source.m_strAddress))
+            throw CServiceError("服务器地址格式错误: " + source.m_strAddress);
+        if (source.m_nPort < 1 || source.m_nPort > 65535)
+            throw CServiceError("端口必须在 1 到 65535 之间: " + std::to_string(source.m_nPort));
+    }
+}
+
+void CSourceValidator::checkToken(const std::string& token) {
+    if (!isToken(token))
+        throw CServiceError("token 必须是 1 到 100 位英文字母或数字");
+}
