@@ -1,0 +1,675 @@
+#include "CQuotesCtl.h"
+
+#include <cstdio>
+
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <boost/make_shared.hpp>
+
+#include "CQuotesService.h"
+#include "rkservice/CLevel2Token.h"
+#include "rkservice/COrinBrokerInfo.h"
+#include "rkservice/COrinPlatformInfo.h"
+#include "rkservice/COrinQuoterSourceInfo.h"
+#include "rkservice/DataTypeIds.h"
+
+namespace {
+
+const int kNoBroker = rkservice::COrinQuoterSourceInfo::kNoBroker;
+
+void writeOut(FILE* stream, const QString& text) {
+    const QByteArray bytes = text.toUtf8();
+    std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stream);
+}
+
+QJsonObject sourceJson(const rkservice::COrinQuoterSourceInfo& s) {
+    QJsonObject o;
+    o.insert(QStringLiteral("id"), s.m_nId);
+    o.insert(QStringLiteral("subsystem"), QString::fromStdString(s.getSystemTag()));
+    o.insert(QStringLiteral("tradeType"), s.m_nTradeType);
+    o.insert(QStringLiteral("platformId"), s.m_nPlatformId);
+    o.insert(QStringLiteral("brokerId"), s.m_nBrokerId);
+    o.insert(QStringLiteral("serverGroupId"), s.m_nServerGroupId);
+    o.insert(QStringLiteral("address"), QString::fromStdString(s.m_strAddress));
+    o.insert(QStringLiteral("port"), s.m_nPort);
+    o.insert(QStringLiteral("userName"), QString::fromStdString(s.m_strUserName));
+    o.insert(QStringLiteral("password"), QString::fromStdString(s.m_strPassword));
+    o.insert(QStringLiteral("markets"), QString::fromStdString(s.m_strMarkets));
+    return o;
+}
+
+// Display width: CJK characters take two columns in a terminal.
+int width(const QString& text) {
+    int w = 0;
+    for (const QChar c : text)
+        w += c.unicode() >= 0x1100 ? 2 : 1;
+    return w;
+}
+
+}  // namespace
+
+QString CQuotesCtl::helpText() {
+    return QStringLiteral(
+               "Usage: quotesctl [--data DIR | --db URL] COMMAND [ARGS]\n"
+               "\n"
+               "Manages the quote sources (行情源) of the platform's data service.\n"
+               "\n"
+               "Global options:\n"
+               "  --data DIR   data directory holding quotes.db (default: the console's, %1)\n"
+               "  --db URL     a database URL instead, e.g.\n"
+               "               postgresql://user@/dbname?host=/run/postgresql&port=5432\n"
+               "  -h, --help   this text\n"
+               "\n"
+               "Commands:\n"
+               "  sources list [--trade-type N] [--subsystem NAME] [--json]\n"
+               "      List quote sources (all trade types and sub-systems unless filtered).\n"
+               "  sources add --platform N --trade-type N [--subsystem NAME]\n"
+               "              (--address ADDR --port N [--user NAME] [--password TEXT] [--markets "
+               "LIST]\n"
+               "               | --broker N --server-group N)\n"
+               "      Add one source (to the default sub-system unless named); prints its id.\n"
+               "  sources modify ID [--platform N] [--trade-type N] [--address ADDR] [--port N]\n"
+               "              [--user NAME] [--password TEXT] [--markets LIST] [--broker N]\n"
+               "              [--server-group N]\n"
+               "      Change the given fields of source ID; the others keep their values.\n"
+               "  sources delete ID [ID...]\n"
+               "      Delete sources by id (all or nothing).\n"
+               "  brokers list [--trade-type N] [--json]\n"
+               "      Futures companies with their server groups (trade types 1 and 5).\n"
+               "  platforms list [--trade-type N] [--json]\n"
+               "      Futures platforms.\n"
+               "  token show [--json]\n"
+               "      Print the Level-2 token (nothing when none is stored).\n"
+               "  token set TOKEN\n"
+               "      Store the Level-2 token (1 to 100 ASCII letters and digits).\n"
+               "  token delete\n"
+               "      Delete the Level-2 token.\n"
+               "  subsystems list [--json]\n"
+               "      Sub-systems, the default first.\n"
+               "  users list [--json]\n"
+               "      Users with their rights.\n"
+               "  export\n"
+               "      Write everything as one JSON document to standard output.\n"
+               "  import FILE\n"
+               "      Replace everything with a document written by export (FILE - reads standard\n"
+               "      input). The whole document is checked first; nothing changes if any of it is "
+               "bad.\n"
+               "  integrity\n"
+               "      Run the database's consistency check.\n"
+               "\n"
+               "Tables are for reading; --json gives stable field names for scripts.\n"
+               "\n"
+               "Exit codes:\n"
+               "  0  success\n"
+               "  1  the service refused the request or the database failed (message on stderr)\n"
+               "  2  bad command line\n"
+               "  3  the database cannot be opened\n")
+        .arg(CQuotesService::defaultDataDir());
+}
+
+int CQuotesCtl::usage(const QString& message) {
+    writeOut(stderr, QStringLiteral("quotesctl: %1 (see quotesctl --help)\n").arg(message));
+    return kUsage;
+}
+
+int CQuotesCtl::refused(const QString& message) {
+    QString line = message;
+    line.replace(QLatin1Char('\n'), QLatin1String("; "));
+    writeOut(stderr, QStringLiteral("quotesctl: %1\n").arg(line));
+    return kRefused;
+}
+
+void CQuotesCtl::print(const QString& text) {
+    writeOut(stdout, text);
+}
+
+void CQuotesCtl::printJson(const QJsonValue& value) {
+    const QJsonDocument document =
+        value.isArray() ? QJsonDocument(value.toArray()) : QJsonDocument(value.toObject());
+    print(QString::fromUtf8(document.toJson(QJsonDocument::Indented)));
+}
+
+void CQuotesCtl::printTable(const QStringList& header, const QList<QStringList>& rows) {
+    QVector<int> widths(header.size());
+    for (int i = 0; i < header.size(); ++i)
+        widths[i] = width(header[i]);
+    for (const QStringList& row : rows)
+        for (int i = 0; i < row.size() && i < widths.size(); ++i)
+            widths[i] = std::max(widths[i], width(row[i]));
+    auto line = [&](const QStringList& cells) {
+        QString text;
+        for (int i = 0; i < cells.size(); ++i) {
+            text += cells[i];
+            if (i + 1 < cells.size())
+                text += QString(widths[i] - width(cells[i]) + 2, QLatin1Char(' '));
+        }
+        print(text + QLatin1Char('\n'));
+    };
+    line(header);
+    for (const QStringList& row : rows)
+        line(row);
+}
+
+bool CQuotesCtl::parseOptions(const QStringList& arguments, const QStringList& valued,
+                              const QStringList& flags) {
+    m_options.clear();
+    m_positional.clear();
+    for (int i = 0; i < arguments.size(); ++i) {
+        const QString& arg = arguments[i];
+        if (arg.startsWith(QLatin1String("--"))) {
+            const QString name = arg.mid(2);
+            if (flags.contains(name)) {
+                m_options[name] = QStringLiteral("1");
+            } else if (valued.contains(name)) {
+                if (i + 1 >= arguments.size()) {
+                    usage(QStringLiteral("option %1 needs a value").arg(arg));
+                    return false;
+                }
+                m_options[name] = arguments[++i];
+            } else {
+                usage(QStringLiteral("unknown option %1").arg(arg));
+                return false;
+            }
+        } else {
+            m_positional << arg;
+        }
+    }
+    return true;
+}
+
+bool CQuotesCtl::intOption(const QString& name, int* value) {
+    auto it = m_options.find(name);
+    if (it == m_options.end())
+        return false;
+    bool ok = false;
+    *value = it->second.toInt(&ok, 10);
+    if (!ok)
+        throw QStringLiteral("option --%1 needs a whole number, not \"%2\"").arg(name, it->second);
+    return true;
+}
+
+int CQuotesCtl::run(const QStringList& arguments) {
+    QStringList rest = arguments;
+    CServiceOptions options;
+    bool haveData = false;
+    bool haveDb = false;
+    while (!rest.isEmpty() && rest.front().startsWith(QLatin1Char('-'))) {
+        const QString option = rest.takeFirst();
+        if (option == QLatin1String("--help") || option == QLatin1String("-h")) {
+            print(helpText());
+            return kOk;
+        }
+        if (option != QLatin1String("--data") && option != QLatin1String("--db"))
+            return usage(QStringLiteral("unknown option %1").arg(option));
+        if (rest.isEmpty() || rest.front().isEmpty())
+            return usage(QStringLiteral("option %1 needs a value").arg(option));
+        if (option == QLatin1String("--data")) {
+            options.dataDir = rest.takeFirst();
+            haveData = true;
+        } else {
+            options.dbUrl = rest.takeFirst();
+            haveDb = true;
+        }
+    }
+    if (haveData && haveDb)
+        return usage(QStringLiteral("--data and --db exclude each other"));
+    if (rest.isEmpty())
+        return usage(QStringLiteral("no command given"));
+    const QString command = rest.takeFirst();
+    static const QStringList withAction = {QStringLiteral("sources"),    QStringLiteral("brokers"),
+                                           QStringLiteral("platforms"),  QStringLiteral("token"),
+                                           QStringLiteral("subsystems"), QStringLiteral("users")};
+    static const QStringList single = {QStringLiteral("export"), QStringLiteral("import"),
+                                       QStringLiteral("integrity")};
+    if (!withAction.contains(command) && !single.contains(command))
+        return usage(QStringLiteral("unknown command \"%1\"").arg(command));
+    QString action;
+    if (withAction.contains(command)) {
+        if (rest.isEmpty())
+            return usage(QStringLiteral("\"%1\" needs an action").arg(command));
+        action = rest.takeFirst();
+    }
+    // The command line is checked before the database is touched, so a typo never creates one.
+    const QStringList sourceOptions = {
+        QStringLiteral("trade-type"),  QStringLiteral("subsystem"), QStringLiteral("platform"),
+        QStringLiteral("address"),     QStringLiteral("port"),      QStringLiteral("user"),
+        QStringLiteral("password"),    QStringLiteral("markets"),   QStringLiteral("broker"),
+        QStringLiteral("server-group")};
+    const QStringList json = {QStringLiteral("json")};
+    bool parsed = true;
+    int (CQuotesCtl::*handler)() = nullptr;
+    if (command == QLatin1String("sources")) {
+        if (action == QLatin1String("list")) {
+            parsed = parseOptions(rest, {QStringLiteral("trade-type"), QStringLiteral("subsystem")},
+                                  json);
+            handler = &CQuotesCtl::sourcesList;
+        } else if (action == QLatin1String("add")) {
+            parsed = parseOptions(rest, sourceOptions, {});
+            handler = &CQuotesCtl::sourcesAdd;
+        } else if (action == QLatin1String("modify")) {
+            parsed = parseOptions(rest, sourceOptions, {});
+            handler = &CQuotesCtl::sourcesModify;
+        } else if (action == QLatin1String("delete")) {
+            parsed = parseOptions(rest, {}, {});
+            handler = &CQuotesCtl::sourcesDelete;
+        }
+    } else if (command == QLatin1String("brokers") || command == QLatin1String("platforms")) {
+        if (action == QLatin1String("list")) {
+            parsed = parseOptions(rest, {QStringLiteral("trade-type")}, json);
+            handler = command == QLatin1String("brokers") ? &CQuotesCtl::brokersList
+                                                          : &CQuotesCtl::platformsList;
+        }
+    } else if (command == QLatin1String("token")) {
+        if (action == QLatin1String("show") || action == QLatin1String("set") ||
+            action == QLatin1String("delete")) {
+            parsed = parseOptions(rest, {}, action == QLatin1String("show") ? json : QStringList());
+            m_positional.prepend(action);
+            handler = &CQuotesCtl::token;
+        }
+    } else if (command == QLatin1String("subsystems") || command == QLatin1String("users")) {
+        if (action == QLatin1String("list")) {
+            parsed = parseOptions(rest, {}, json);
+            handler =
+                command == QLatin1String("users") ? &CQuotesCtl::users : &CQuotesCtl::subsystems;
+        }
+    } else {
+        parsed = parseOptions(rest, {}, {});
+        handler = command == QLatin1String("export")   ? &CQuotesCtl::exportAll
+                  : command == QLatin1String("import") ? &CQuotesCtl::importAll
+                                                       : &CQuotesCtl::integrity;
+    }
+    if (!parsed)
+        return kUsage;
+    if (!handler)
+        return usage(QStringLiteral("unknown action \"%1 %2\"").arg(command, action));
+    // Positional arguments: ids for modify/delete, the token, the import file.
+    const bool takesPositional = handler == &CQuotesCtl::sourcesModify ||
+                                 handler == &CQuotesCtl::sourcesDelete ||
+                                 handler == &CQuotesCtl::token || handler == &CQuotesCtl::importAll;
+    if (!takesPositional && !m_positional.isEmpty())
+        return usage(QStringLiteral("unexpected argument \"%1\"").arg(m_positional.front()));
+    if (handler == &CQuotesCtl::importAll && m_positional.size() != 1)
+        return usage(QStringLiteral("import needs one FILE (or -)"));
+    if (handler == &CQuotesCtl::sourcesModify && m_positional.size() != 1)
+        return usage(QStringLiteral("sources modify needs one ID"));
+    if (handler == &CQuotesCtl::sourcesDelete && m_positional.isEmpty())
+        return usage(QStringLiteral("sources delete needs at least one ID"));
+    if (handler == &CQuotesCtl::token) {
+        const int expected = action == QLatin1String("set") ? 2 : 1;
+        if (m_positional.size() != expected)
+            return usage(
+                action == QLatin1String("set")
+                    ? QStringLiteral("token set needs one TOKEN")
+                    : QStringLiteral("unexpected argument \"%1\"").arg(m_positional.value(1)));
+    }
+    QString error;
+    m_service = CQuotesService::open(options, &error);
+    if (!m_service) {
+        writeOut(stderr, QStringLiteral("quotesctl: %1\n").arg(error));
+        return kUnavailable;
+    }
+    try {
+        return (this->*handler)();
+    } catch (const QString& message) {
+        return usage(message);
+    }
+}
+
+int CQuotesCtl::sourcesList() {
+    rkservice::COrinQueryDataReq request;
+    request.dataType = rkservice::kDataQuoteSources;
+    int tradeType = 0;
+    if (intOption(QStringLiteral("trade-type"), &tradeType))
+        request.condition = std::to_string(tradeType);
+    const auto it = m_options.find(QStringLiteral("subsystem"));
+    const Hlx::CRequestTarget target =
+        it == m_options.end() ? Hlx::CRequestTarget::centre()
+                              : Hlx::CRequestTarget::subsystem(it->second.toStdString());
+    std::vector<rkservice::IDataPtr> datas;
+    const utils::RKError error = m_service->querySync(target, request, &datas);
+    if (!error.isSuccess())
+        return refused(QString::fromStdString(error.errorMsg()));
+    if (m_options.count(QStringLiteral("json"))) {
+        QJsonArray array;
+        for (const auto& data : datas)
+            array.append(sourceJson(static_cast<const rkservice::COrinQuoterSourceInfo&>(*data)));
+        printJson(array);
+        return kOk;
+    }
+    QList<QStringList> rows;
+    for (const auto& data : datas) {
+        const auto& s = static_cast<const rkservice::COrinQuoterSourceInfo&>(*data);
+        const bool broker = s.m_nBrokerId != kNoBroker;
+        rows << QStringList{QString::number(s.m_nId),
+                            QString::fromStdString(s.getSystemTag()),
+                            QString::number(s.m_nTradeType),
+                            QString::number(s.m_nPlatformId),
+                            broker ? QString::number(s.m_nBrokerId) : QStringLiteral("-"),
+                            broker ? QString::number(s.m_nServerGroupId) : QStringLiteral("-"),
+                            broker ? QStringLiteral("-") : QString::fromStdString(s.m_strAddress),
+                            broker ? QStringLiteral("-") : QString::number(s.m_nPort),
+                            QString::fromStdString(s.m_strUserName),
+                            QString::fromStdString(s.m_strMarkets)};
+    }
+    printTable({QStringLiteral("ID"), QStringLiteral("SUBSYSTEM"), QStringLiteral("TRADE_TYPE"),
+                QStringLiteral("PLATFORM"), QStringLiteral("BROKER"), QStringLiteral("GROUP"),
+                QStringLiteral("ADDRESS"), QStringLiteral("PORT"), QStringLiteral("USER"),
+                QStringLiteral("MARKETS")},
+               rows);
+    return kOk;
+}
+
+int CQuotesCtl::sourcesAdd() {
+    auto source = boost::make_shared<rkservice::COrinQuoterSourceInfo>();
+    if (!intOption(QStringLiteral("platform"), &source->m_nPlatformId))
+        return usage(QStringLiteral("sources add needs --platform"));
+    if (!intOption(QStringLiteral("trade-type"), &source->m_nTradeType))
+        return usage(QStringLiteral("sources add needs --trade-type"));
+    const bool broker = m_options.count(QStringLiteral("broker")) > 0;
+    if (broker) {
+        intOption(QStringLiteral("broker"), &source->m_nBrokerId);
+        if (!intOption(QStringLiteral("server-group"), &source->m_nServerGroupId))
+            return usage(QStringLiteral("--broker needs --server-group"));
+        for (const char* name : {"address", "port", "user", "password", "markets"}) {
+            if (m_options.count(QLatin1String(name)))
+                return usage(
+                    QStringLiteral("--%1 does not go with --broker").arg(QLatin1String(name)));
+        }
+    } else {
+        if (!m_options.count(QStringLiteral("address")) ||
+            !intOption(QStringLiteral("port"), &source->m_nPort))
+            return usage(QStringLiteral(
+                "sources add needs --address and --port, or --broker and --server-group"));
+        if (m_options.count(QStringLiteral("server-group")))
+            return usage(QStringLiteral("--server-group needs --broker"));
+        source->m_strAddress = m_options[QStringLiteral("address")].toStdString();
+        source->m_strUserName = m_options[QStringLiteral("user")].toStdString();
+        source->m_strPassword = m_options[QStringLiteral("password")].toStdString();
+        source->m_strMarkets = m_options[QStringLiteral("markets")].toStdString();
+    }
+    const auto it = m_options.find(QStringLiteral("subsystem"));
+    const Hlx::CRequestTarget target =
+        it == m_options.end() ? Hlx::CRequestTarget::centre()
+                              : Hlx::CRequestTarget::subsystem(it->second.toStdString());
+    rkservice::COperateDataReq request;
+    request.dataType = rkservice::kDataQuoteSources;
+    request.operateType = rkservice::kOperateAdd;
+    request.datas.push_back(source);
+    bson::BSONObj result;
+    const utils::RKError error = m_service->operateSync(target, request, &result);
+    if (!error.isSuccess())
+        return refused(QString::fromStdString(error.errorMsg()));
+    print(QString::fromStdString(result.getStringField("ids")) + QLatin1Char('\n'));
+    return kOk;
+}
+
+int CQuotesCtl::sourcesModify() {
+    bool ok = false;
+    const int id = m_positional.front().toInt(&ok, 10);
+    if (!ok)
+        return usage(QStringLiteral("\"%1\" is not a source id").arg(m_positional.front()));
+    if (m_options.count(QStringLiteral("subsystem")))
+        return usage(
+            QStringLiteral("a source stays in its sub-system; --subsystem does not apply"));
+    rkservice::COrinQueryDataReq query;
+    query.dataType = rkservice::kDataQuoteSources;
+    std::vector<rkservice::IDataPtr> datas;
+    utils::RKError error = m_service->querySync(Hlx::CRequestTarget::centre(), query, &datas);
+    if (!error.isSuccess())
+        return refused(QString::fromStdString(error.errorMsg()));
+    rkservice::COrinQuoterSourceInfoPtr source;
+    for (const auto& data : datas) {
+        if (static_cast<const rkservice::COrinQuoterSourceInfo&>(*data).m_nId == id)
+            source = boost::make_shared<rkservice::COrinQuoterSourceInfo>(
+                static_cast<const rkservice::COrinQuoterSourceInfo&>(*data));
+    }
+    if (!source)
+        return refused(QStringLiteral("行情源不存在: %1").arg(id));
+    intOption(QStringLiteral("platform"), &source->m_nPlatformId);
+    intOption(QStringLiteral("trade-type"), &source->m_nTradeType);
+    intOption(QStringLiteral("port"), &source->m_nPort);
+    intOption(QStringLiteral("broker"), &source->m_nBrokerId);
+    intOption(QStringLiteral("server-group"), &source->m_nServerGroupId);
+    if (m_options.count(QStringLiteral("address")))
+        source->m_strAddress = m_options[QStringLiteral("address")].toStdString();
+    if (m_options.count(QStringLiteral("user")))
+        source->m_strUserName = m_options[QStringLiteral("user")].toStdString();
+    if (m_options.count(QStringLiteral("password")))
+        source->m_strPassword = m_options[QStringLiteral("password")].toStdString();
+    if (m_options.count(QStringLiteral("markets")))
+        source->m_strMarkets = m_options[QStringLiteral("markets")].toStdString();
+    rkservice::COperateDataReq request;
+    request.dataType = rkservice::kDataQuoteSources;
+    request.operateType = rkservice::kOperateModify;
+    request.datas.push_back(source);
+    error = m_service->operateSync(Hlx::CRequestTarget::centre(), request);
+    if (!error.isSuccess())
+        return refused(QString::fromStdString(error.errorMsg()));
+    return kOk;
+}
+
+int CQuotesCtl::sourcesDelete() {
+    rkservice::COperateDataReq request;
+    request.dataType = rkservice::kDataQuoteSources;
+    request.operateType = rkservice::kOperateDelete;
+    for (const QString& text : m_positional) {
+        bool ok = false;
+        const int id = text.toInt(&ok, 10);
+        if (!ok)
+            return usage(QStringLiteral("\"%1\" is not a source id").arg(text));
+        auto source = boost::make_shared<rkservice::COrinQuoterSourceInfo>();
+        source->m_nId = id;
+        request.datas.push_back(source);
+    }
+    const utils::RKError error = m_service->operateSync(Hlx::CRequestTarget::centre(), request);
+    if (!error.isSuccess())
+        return refused(QString::fromStdString(error.errorMsg()));
+    return kOk;
+}
+
+int CQuotesCtl::reference(bool brokers) {
+    rkservice::COrinQueryDataReq request;
+    request.dataType = brokers ? rkservice::kDataBrokers : rkservice::kDataPlatforms;
+    int tradeType = 0;
+    if (intOption(QStringLiteral("trade-type"), &tradeType))
+        request.condition = std::to_string(tradeType);
+    // The reference data is the same on every sub-system: list the default one's.
+    std::vector<rkservice::IDataPtr> datas;
+    const utils::RKError error = m_service->querySync(
+        Hlx::CRequestTarget::subsystem(m_service->subsystems().front().name), request, &datas);
+    if (!error.isSuccess())
+        return refused(QString::fromStdString(error.errorMsg()));
+    const bool json = m_options.count(QStringLiteral("json")) > 0;
+    QJsonArray array;
+    QList<QStringList> rows;
+    for (const auto& data : datas) {
+        if (brokers) {
+            const auto& b = static_cast<const rkservice::COrinBrokerInfo&>(*data);
+            QJsonArray groups;
+            for (const auto& g : b.serverGroups) {
+                QJsonArray addresses;
+                for (const std::string& a : g->serverAddresses)
+                    addresses.append(QString::fromStdString(a));
+                QJsonObject group;
+                group.insert(QStringLiteral("serverGroupId"), g->serverGroupId);
+                group.insert(QStringLiteral("serverGroupName"),
+                             QString::fromStdString(g->serverGroupName));
+                group.insert(QStringLiteral("serverAddresses"), addresses);
+                groups.append(group);
+                QStringList list;
+                for (const std::string& a : g->serverAddresses)
+                    list << QString::fromStdString(a);
+                rows << QStringList{QString::number(b.platformId),
+                                    QString::fromStdString(b.brokerKey),
+                                    QString::fromStdString(b.brokerName),
+                                    QString::number(g->serverGroupId),
+                                    QString::fromStdString(g->serverGroupName),
+                                    list.join(QLatin1Char(','))};
+            }
+            QJsonObject o;
+            o.insert(QStringLiteral("platformId"), b.platformId);
+            o.insert(QStringLiteral("platformName"), QString::fromStdString(b.platformName));
+            o.insert(QStringLiteral("brokerKey"), QString::fromStdString(b.brokerKey));
+            o.insert(QStringLiteral("brokerName"), QString::fromStdString(b.brokerName));
+            o.insert(QStringLiteral("serverGroups"), groups);
+            array.append(o);
+        } else {
+            const auto& p = static_cast<const rkservice::COrinPlatformInfo&>(*data);
+            QJsonObject o;
+            o.insert(QStringLiteral("platformId"), p.platformId);
+            o.insert(QStringLiteral("platformName"), QString::fromStdString(p.platformName));
+            array.append(o);
+            rows << QStringList{QString::number(p.platformId),
+                                QString::fromStdString(p.platformName)};
+        }
+    }
+    if (json)
+        printJson(array);
+    else if (brokers)
+        printTable(
+            {QStringLiteral("PLATFORM"), QStringLiteral("KEY"), QStringLiteral("NAME"),
+             QStringLiteral("GROUP"), QStringLiteral("GROUP_NAME"), QStringLiteral("ADDRESSES")},
+            rows);
+    else
+        printTable({QStringLiteral("PLATFORM"), QStringLiteral("NAME")}, rows);
+    return kOk;
+}
+
+int CQuotesCtl::brokersList() {
+    return reference(true);
+}
+
+int CQuotesCtl::platformsList() {
+    return reference(false);
+}
+
+int CQuotesCtl::token() {
+    const QString action = m_positional.front();
+    rkservice::COrinQueryDataReq query;
+    query.dataType = rkservice::kDataLevel2Tokens;
+    std::vector<rkservice::IDataPtr> datas;
+    utils::RKError error = m_service->querySync(Hlx::CRequestTarget::centre(), query, &datas);
+    if (!error.isSuccess())
+        return refused(QString::fromStdString(error.errorMsg()));
+    const QString current =
+        datas.empty() ? QString()
+                      : QString::fromStdString(
+                            static_cast<const rkservice::CLevel2Token&>(*datas.front()).token);
+    if (action == QLatin1String("show")) {
+        if (m_options.count(QStringLiteral("json"))) {
+            QJsonObject o;
+            o.insert(QStringLiteral("token"), datas.empty() ? QJsonValue() : QJsonValue(current));
+            printJson(o);
+        } else if (!datas.empty()) {
+            print(current + QLatin1Char('\n'));
+        }
+        return kOk;
+    }
+    auto record = boost::make_shared<rkservice::CLevel2Token>();
+    rkservice::COperateDataReq request;
+    request.dataType = rkservice::kDataLevel2Tokens;
+    if (action == QLatin1String("set")) {
+        record->token = m_positional.at(1).toStdString();
+        request.operateType = datas.empty() ? rkservice::kOperateAdd : rkservice::kOperateModify;
+    } else {
+        if (datas.empty())
+            return refused(QStringLiteral("Level-2 行情源 token 不存在"));
+        record->token = current.toStdString();
+        request.operateType = rkservice::kOperateDelete;
+    }
+    request.datas.push_back(record);
+    error = m_service->operateSync(Hlx::CRequestTarget::centre(), request);
+    if (!error.isSuccess())
+        return refused(QString::fromStdString(error.errorMsg()));
+    return kOk;
+}
+
+int CQuotesCtl::subsystems() {
+    QJsonArray array;
+    QList<QStringList> rows;
+    for (const auto& info : m_service->subsystems()) {
+        QJsonObject o;
+        o.insert(QStringLiteral("name"), QString::fromStdString(info.name));
+        o.insert(QStringLiteral("displayName"), QString::fromStdString(info.displayName));
+        array.append(o);
+        rows << QStringList{QString::fromStdString(info.name),
+                            QString::fromStdString(info.displayName)};
+    }
+    if (m_options.count(QStringLiteral("json")))
+        printJson(array);
+    else
+        printTable({QStringLiteral("NAME"), QStringLiteral("DISPLAY_NAME")}, rows);
+    return kOk;
+}
+
+int CQuotesCtl::users() {
+    QString error;
+    const auto users = m_service->users(&error);
+    if (!error.isEmpty())
+        return refused(error);
+    QJsonArray array;
+    QList<QStringList> rows;
+    for (const auto& user : users) {
+        QJsonArray rights;
+        QStringList list;
+        for (int right : user->m_rights) {
+            rights.append(right);
+            list << QString::number(right);
+        }
+        QJsonObject o;
+        o.insert(QStringLiteral("name"), QString::fromStdString(user->m_strName));
+        o.insert(QStringLiteral("systemId"), user->m_nSystemId);
+        o.insert(QStringLiteral("rights"), rights);
+        array.append(o);
+        rows << QStringList{QString::fromStdString(user->m_strName),
+                            QString::number(user->m_nSystemId),
+                            list.isEmpty() ? QStringLiteral("-") : list.join(QLatin1Char(','))};
+    }
+    if (m_options.count(QStringLiteral("json")))
+        printJson(array);
+    else
+        printTable({QStringLiteral("NAME"), QStringLiteral("SYSTEM_ID"), QStringLiteral("RIGHTS")},
+                   rows);
+    return kOk;
+}
+
+int CQuotesCtl::exportAll() {
+    QJsonObject document;
+    QString error;
+    if (!m_service->exportDocument(&document, &error))
+        return refused(error);
+    printJson(document);
+    return kOk;
+}
+
+int CQuotesCtl::importAll() {
+    const QString name = m_positional.front();
+    QFile file;
+    bool opened = false;
+    if (name == QLatin1String("-"))
+        opened = file.open(stdin, QIODevice::ReadOnly);
+    else {
+        file.setFileName(name);
+        opened = file.open(QIODevice::ReadOnly);
+    }
+    if (!opened)
+        return refused(QStringLiteral("无法读取文件: %1").arg(name));
+    QJsonParseError parseError;
+    const QJsonDocument document = QJsonDocument::fromJson(file.readAll(), &parseError);
+    if (parseError.error != QJsonParseError::NoError || !document.isObject())
+        return refused(QStringLiteral("导入文件不是有效的 JSON: %1").arg(parseError.errorString()));
+    QString error;
+    if (!m_service->importDocument(document.object(), &error))
+        return refused(error);
+    return kOk;
+}
+
+int CQuotesCtl::integrity() {
+    QString error;
+    if (!m_service->checkIntegrity(&error))
+        return refused(QStringLiteral("数据库一致性检查失败: %1").arg(error));
+    print(QStringLiteral("ok\n"));
+    return kOk;
+}

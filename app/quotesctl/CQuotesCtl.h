@@ -1,0 +1,50 @@
+#pragma once
+
+#include <QJsonValue>
+#include <QStringList>
+#include <boost/shared_ptr.hpp>
+#include <map>
+
+class CQuotesService;
+
+// The quotesctl command line: parses the arguments, runs one command on the service and
+// answers with an exit code.
+class CQuotesCtl {
+public:
+    enum ExitCode { kOk = 0, kRefused = 1, kUsage = 2, kUnavailable = 3 };
+
+    // arguments without the program name.
+    int run(const QStringList& arguments);
+
+    static QString helpText();
+
+private:
+    // Options of the form --name VALUE (and the flags --json); the rest are positional.
+    bool parseOptions(const QStringList& arguments, const QStringList& valued,
+                      const QStringList& flags);
+    bool intOption(const QString& name, int* value);
+
+    int sourcesList();
+    int sourcesAdd();
+    int sourcesModify();
+    int sourcesDelete();
+    int brokersList();
+    int platformsList();
+    int reference(bool brokers);
+    int token();
+    int subsystems();
+    int users();
+    int exportAll();
+    int importAll();
+    int integrity();
+
+    int usage(const QString& message);
+    int refused(const QString& message);
+    void print(const QString& text);
+    void printJson(const QJsonValue& value);
+    void printTable(const QStringList& header, const QList<QStringList>& rows);
+
+    boost::shared_ptr<CQuotesService> m_service;
+    std::map<QString, QString> m_options;
+    QStringList m_positional;
+};

@@ -1,0 +1,12 @@
+#include <QCoreApplication>
+
+#include "CQuotesCtl.h"
+
+int main(int argc, char** argv) {
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("quotesctl"));
+    QStringList arguments = QCoreApplication::arguments();
+    arguments.removeFirst();
+    CQuotesCtl ctl;
+    return ctl.run(arguments);
+}
