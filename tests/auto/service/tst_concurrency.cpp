@@ -1,0 +1,147 @@
+// Eight threads of mixed requests at once through the client centre: no lost write, no error,
+// and exactly the expected content at the end.
+
+#include <QThread>
+#include <atomic>
+#include <map>
+#include <mutex>
+
+#include "ServiceTestUtil.h"
+
+using namespace svctest;
+
+class TestConcurrency : public QObject {
+    Q_OBJECT
+
+private slots:
+    void mixedOperationsFromEightThreads() {
+        QTemporaryDir dir;
+        CServiceOptions options;
+        options.dataDir = dir.path();
+        options.busyTimeoutMs = 30000;
+        QString error;
+        auto service = CQuotesService::open(options, &error);
+        QVERIFY2(service, qPrintable(error));
+        Hlx::COrinClientCenter::instance()->setBackend(service);
+
+        const int kThreads = 8;
+        const int kOperations = 240;
+        std::atomic<int> failures{0};
+        std::atomic<int> contendedWins{0};
+        std::mutex messageMutex;
+        QStringList messages;
+        // What each thread believes it stored: id -> address and port.
+        std::vector<std::map<int, std::pair<std::string, int>>> expected(kThreads);
+
+        auto fail = [&](const std::string& what) {
+            ++failures;
+            std::lock_guard<std::mutex> lock(messageMutex);
+            messages << QString::fromStdString(what);
+        };
+
+        std::vector<QThread*> threads;
+        for (int t = 0; t < kThreads; ++t) {
+            threads.push_back(QThread::create([&, t] {
+                auto& mine = expected[t];
+                const std::string subsystem = t % 2 ? "sys2" : "";
+                int serial = 0;
+                for (int i = 0; i < kOperations; ++i) {
+                    const int kind = i % 6;
+                    if (kind <= 2 || mine.empty()) {
+                        std::vector<rkservice::IDataPtr> batch;
+                        const int count = kind == 2 ? 3 : 1;
+                        std::vector<std::pair<std::string, int>> endpoints;
+                        for (int k = 0; k < count; ++k) {
+                            ++serial;
+                            const std::string address = "10." + std::to_string(t) + "." +
+                                                        std::to_string(serial / 250) + "." +
+                                                        std::to_string(serial % 250);
+                            endpoints.push_back({address, 1000 + t});
+                            batch.push_back(stockSource(10000, 2, address, 1000 + t));
+                        }
+                        const OperateResult r =
+                            operate(rkservice::kDataQuoteSources, 2, batch, subsystem);
+                        if (!r.error.isSuccess()) {
+                            fail("add: " + r.error.errorMsg());
+                            continue;
+                        }
+                        const QStringList ids =
+                            QString::fromStdString(r.result.getStringField("ids")).split(',');
+                        if (ids.size() != count) {
+                            fail("add returned ids " + r.result.getStringField("ids"));
+                            continue;
+                        }
+                        for (int k = 0; k < count; ++k)
+                            mine[ids[k].toInt()] = endpoints[k];
+                    } else if (kind == 3) {
+                        const auto it = std::next(mine.begin(), i % mine.size());
+                        const std::string address =
+                            "10." + std::to_string(t) + ".200." + std::to_string(i % 250);
+                        auto change = stockSource(10000, 2, address, 2000 + i);
+                        change->m_nId = it->first;
+                        const OperateResult r =
+                            operate(rkservice::kDataQuoteSources, 0, list({change}));
+                        if (!r.error.isSuccess())
+                            fail("modify: " + r.error.errorMsg());
+                        else
+                            it->second = {address, 2000 + i};
+                    } else if (kind == 4) {
+                        const auto it = std::next(mine.begin(), (i * 7) % mine.size());
+                        const OperateResult r = operate(rkservice::kDataQuoteSources, 3,
+                                                        list({deleteRecord(it->first)}));
+                        if (!r.error.isSuccess())
+                            fail("delete: " + r.error.errorMsg());
+                        else
+                            mine.erase(it);
+                    } else {
+                        const QueryResult r = query(rkservice::kDataQuoteSources, "2");
+                        if (!r.error.isSuccess())
+                            fail("query: " + r.error.errorMsg());
+                        if (i == 5) {
+                            // Every thread races for the same endpoint once: one wins.
+                            const OperateResult race =
+                                operate(rkservice::kDataQuoteSources, 2,
+                                        list({stockSource(10001, 6, "10.255.0.1", 1)}));
+                            if (race.error.isSuccess())
+                                ++contendedWins;
+                            else if (race.error.errorMsg().find("行情源已存在") ==
+                                     std::string::npos)
+                                fail("race: " + race.error.errorMsg());
+                        }
+                    }
+                }
+            }));
+            threads.back()->start();
+        }
+        for (QThread* thread : threads) {
+            QVERIFY(thread->wait(170000));
+            delete thread;
+        }
+        QVERIFY2(failures == 0, qPrintable(messages.join('\n')));
+        QCOMPARE(contendedWins.load(), 1);
+
+        std::map<int, std::pair<std::string, int>> all;
+        for (const auto& mine : expected)
+            all.insert(mine.begin(), mine.end());
+        const auto stored =
+            as<rkservice::COrinQuoterSourceInfo>(query(rkservice::kDataQuoteSources, "2").datas);
+        QCOMPARE(stored.size(), all.size());
+        for (const auto& source : stored) {
+            const auto it = all.find(source->m_nId);
+            QVERIFY(it != all.end());
+            QCOMPARE(source->m_strAddress, it->second.first);
+            QCOMPARE(source->m_nPort, it->second.second);
+            const int thread =
+                QString::fromStdString(source->m_strAddress).section('.', 1, 1).toInt();
+            QCOMPARE(source->getSystemTag(), std::string(thread % 2 ? "sys2" : "sys1"));
+        }
+        QCOMPARE(int(query(rkservice::kDataQuoteSources, "6").datas.size()), 1);
+        QVERIFY(service->checkIntegrity());
+
+        QVERIFY(Hlx::COrinClientCenter::instance()->waitForIdle());
+        Hlx::COrinClientCenter::instance()->setBackend(nullptr);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestConcurrency)
+#include "tst_concurrency.moc"
