@@ -1,0 +1,168 @@
+#include <QApplication>
+#include <QTemporaryDir>
+#include <QtTest>
+#include <boost/make_shared.hpp>
+
+#include "CQuotesService.h"
+#include "Hlx/COrinClientCenter.h"
+#include "TestUsers.h"
+#include "Zu/CBaseTableColumnMultiButtonsDelegate.h"
+#include "Zu/CLoadingMaskWidget.h"
+#include "Zu/COddEvenRowTable.h"
+#include "Zu/CSmallNormalButton.h"
+#include "dialogs/CLevel2QuoteDialog.h"
+#include "panels/CLevel2QuotesManagePanel.h"
+#include "rkservice/CLevel2Token.h"
+
+using namespace Hlx;
+
+namespace {
+
+struct Message {
+    int type;
+    QString title;
+    QString text;
+};
+
+Zu::CSmallNormalButton* button(QWidget* widget, int id) {
+    for (auto* candidate : widget->findChildren<Zu::CSmallNormalButton*>()) {
+        if (candidate->id() == id)
+            return candidate;
+    }
+    return nullptr;
+}
+
+}  // namespace
+
+// The Level-2 panel against the embedded data service.
+class TestLevel2Service : public QObject {
+    Q_OBJECT
+
+    QTemporaryDir* m_dir = nullptr;
+    boost::shared_ptr<CQuotesService> m_service;
+    QVector<Message> m_messages;
+
+    QStringList storedTokens() {
+        rkservice::COrinQueryDataReq request;
+        request.dataType = 12417;
+        std::vector<rkservice::IDataPtr> datas;
+        QStringList tokens;
+        if (!m_service->querySync(CRequestTarget::centre(), request, &datas).isSuccess())
+            return {"<query failed>"};
+        for (const auto& data : datas) {
+            if (auto token = boost::dynamic_pointer_cast<rkservice::CLevel2Token>(data))
+                tokens << QString::fromStdString(token->token);
+        }
+        return tokens;
+    }
+
+    void waitLoaded(CLevel2QuotesManagePanel* panel) {
+        COrinClientCenter::instance()->waitForIdle();
+        QTRY_VERIFY(panel->loadingMask()->isHidden());
+    }
+
+    void answerDialog(const QString& text, int buttonId) {
+        QTimer::singleShot(0, this, [=] {
+            auto* dialog = qobject_cast<CLevel2QuoteDialog*>(QApplication::activeModalWidget());
+            QVERIFY(dialog);
+            dialog->setTokenText(text);
+            QTest::mouseClick(button(dialog, buttonId), Qt::LeftButton);
+        });
+    }
+
+    Zu::CBaseTableColumnMultiButtonsDelegate* delegate(CLevel2QuotesManagePanel* panel) {
+        return qobject_cast<Zu::CBaseTableColumnMultiButtonsDelegate*>(
+            panel->table()->columnDelegate(1));
+    }
+
+private slots:
+    void initTestCase() {
+        COrinClientCenter::instance()->setShowMessageBoxes(false);
+        connect(COrinClientCenter::instance(), &COrinClientCenter::serverMessageShown, this,
+                [this](int type, bool, QWidget*, const QString& title, const QString& text) {
+                    m_messages.append({type, title, text});
+                });
+    }
+
+    void init() {
+        m_dir = new QTemporaryDir;
+        QVERIFY(m_dir->isValid());
+        CServiceOptions options;
+        options.dataDir = m_dir->path();
+        QString error;
+        m_service = CQuotesService::open(options, &error);
+        QVERIFY2(m_service, qPrintable(error));
+        COrinClientCenter::instance()->setBackend(m_service);
+        TestUsers::setCurrent(TestUsers::allRights(), false);
+        m_messages.clear();
+    }
+
+    void cleanup() {
+        COrinClientCenter::instance()->waitForIdle();
+        QCoreApplication::processEvents();
+        COrinClientCenter::instance()->setBackend(boost::shared_ptr<IDataServiceBackend>());
+        m_service.reset();
+        delete m_dir;
+        m_dir = nullptr;
+    }
+
+    void addEditDelete() {
+        CLevel2QuotesManagePanel panel(nullptr);
+        waitLoaded(&panel);
+        QCOMPARE(panel.table()->rowCount(), 0);
+        QVERIFY(panel.addButton()->isEnabled());
+
+        answerDialog("FirstToken01", 1);
+        QTest::mouseClick(panel.addButton(), Qt::LeftButton);
+        QTRY_COMPARE(m_messages.size(), 1);
+        QCOMPARE(m_messages[0].type, 0);
+        QCOMPARE(m_messages[0].title, QString("Level-2 token 修改"));
+        QTRY_COMPARE(panel.table()->rowCount(), 1);
+        QCOMPARE(panel.table()->itemText(0, 0), QString("FirstToken01"));
+        QVERIFY(!panel.addButton()->isEnabled());
+        QCOMPARE(storedTokens(), QStringList{"FirstToken01"});
+
+        waitLoaded(&panel);
+        answerDialog("SecondToken02", 1);
+        QVERIFY(delegate(&panel)->clickButton(0, 3));
+        QTRY_COMPARE(m_messages.size(), 2);
+        QCOMPARE(m_messages[1].type, 0);
+        QTRY_COMPARE(panel.table()->itemText(0, 0), QString("SecondToken02"));
+        QCOMPARE(storedTokens(), QStringList{"SecondToken02"});
+
+        waitLoaded(&panel);
+        QVERIFY(delegate(&panel)->clickButton(0, 4));
+        QTRY_COMPARE(m_messages.size(), 3);
+        QCOMPARE(m_messages[2].type, 0);
+        QTRY_COMPARE(panel.table()->rowCount(), 0);
+        QTRY_VERIFY(panel.addButton()->isEnabled());
+        QVERIFY(storedTokens().isEmpty());
+    }
+
+    void secondTokenIsRefused() {
+        // Two panels loaded while no token existed; the second add is refused by the service.
+        CLevel2QuotesManagePanel first(nullptr);
+        CLevel2QuotesManagePanel second(nullptr);
+        waitLoaded(&first);
+        waitLoaded(&second);
+        answerDialog("OnlyOne", 1);
+        QTest::mouseClick(first.addButton(), Qt::LeftButton);
+        QTRY_COMPARE(m_messages.size(), 1);
+        waitLoaded(&first);
+
+        answerDialog("Another", 1);
+        QTest::mouseClick(second.addButton(), Qt::LeftButton);
+        QTRY_COMPARE(m_messages.size(), 2);
+        QCOMPARE(m_messages[1].type, 1);
+        QCOMPARE(m_messages[1].title, QString("Level-2 token 修改"));
+        QVERIFY(!m_messages[1].text.isEmpty());
+        QVERIFY(second.loadingMask()->isHidden());
+        // Not reloaded: the second panel still shows its empty list.
+        QTest::qWait(50);
+        QCOMPARE(second.table()->rowCount(), 0);
+        QCOMPARE(storedTokens(), QStringList{"OnlyOne"});
+    }
+};
+
+QTEST_MAIN(TestLevel2Service)
+#include "tst_level2service.moc"
