@@ -15,6 +15,12 @@ public:
                const QMap<QString, QString>& extra = {})
         : id(id), text(text), type(type), flag(flag), extra(extra) {}
 
+    bool operator==(const ButtonData& other) const {
+        return id == other.id && type == other.type && flag == other.flag && text == other.text &&
+               extra == other.extra;
+    }
+    bool operator!=(const ButtonData& other) const { return !(*this == other); }
+
     int id;
     QString text;
     int type;

@@ -8,6 +8,8 @@
 
 #include "Zu/ButtonData.h"
 
+class QTableView;
+
 namespace Zu {
 
 class CBaseNormalTable;
@@ -57,11 +59,14 @@ private:
                                  const QFontMetrics& metrics) const;
     int buttonAt(const QRect& cell, int row, const QPoint& pos, const QFontMetrics& metrics) const;
     bool isOurCell(const QModelIndex& index) const;
+    QTableView* tableView() const;
     void setHover(int row, int buttonId);
     void updateRow(int row) const;
     void deliverClick(int row, int buttonId);
 
     QPointer<CBaseNormalTable> m_table;
+    // The table's view, used without committing the table's pending rows.
+    QPointer<QTableView> m_view;
     QPointer<QWidget> m_viewport;
     int m_id;
     QVector<QVector<ButtonData>> m_rowButtons;

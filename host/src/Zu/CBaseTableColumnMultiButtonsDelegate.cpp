@@ -43,7 +43,8 @@ CBaseTableColumnMultiButtonsDelegate::CBaseTableColumnMultiButtonsDelegate(CBase
     if (m_table) {
         m_table->registerButtonsDelegate(this);
         // Hover needs the mouse position inside the cell, which editorEvent does not see.
-        m_viewport = m_table->view()->viewport();
+        m_view = m_table->view();
+        m_viewport = m_view->viewport();
         m_viewport->installEventFilter(this);
     }
 }
@@ -61,7 +62,12 @@ void CBaseTableColumnMultiButtonsDelegate::setItemButtons(const std::string& row
     if (row >= m_rowButtons.size()) {
         m_rowButtons.resize(row + 1);
     }
-    m_rowButtons[row] = buttons;
+    // Rows mostly carry the same buttons; share one list instead of keeping a copy per row.
+    if (row > 0 && m_rowButtons[row - 1] == buttons) {
+        m_rowButtons[row] = m_rowButtons[row - 1];
+    } else {
+        m_rowButtons[row] = buttons;
+    }
     if (refresh) {
         updateRow(row);
     }
@@ -110,8 +116,12 @@ QVector<QRect> CBaseTableColumnMultiButtonsDelegate::layoutButtons(
     return rects;
 }
 
+QTableView* CBaseTableColumnMultiButtonsDelegate::tableView() const {
+    return m_table ? m_view.data() : nullptr;
+}
+
 bool CBaseTableColumnMultiButtonsDelegate::isOurCell(const QModelIndex& index) const {
-    QTableView* view = m_table ? m_table->view() : nullptr;
+    QTableView* view = tableView();
     return index.isValid() && view && view->itemDelegateForColumn(index.column()) == this;
 }
 
@@ -200,10 +210,11 @@ QWidget* CBaseTableColumnMultiButtonsDelegate::createEditor(QWidget*, const QSty
 }
 
 void CBaseTableColumnMultiButtonsDelegate::updateRow(int row) const {
-    if (!m_table || row < 0) {
+    if (row < 0) {
         return;
     }
-    QTableView* view = m_table->view();
+    // Rows the view has not been told about yet need no repaint.
+    QTableView* view = tableView();
     QAbstractItemModel* model = view ? view->model() : nullptr;
     if (!model || row >= model->rowCount()) {
         return;

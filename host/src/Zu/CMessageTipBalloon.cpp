@@ -94,7 +94,8 @@ void CMessageTipBalloon::place() {
     const QRect textRect = metrics.boundingRect(QRect(0, 0, kMaxTextWidth, 1000),
                                                 Qt::TextWordWrap | Qt::AlignLeft, m_text);
     const bool arrow = m_style == 2;
-    const QSize bubble(textRect.width() + 2 * kPadX, textRect.height() + 2 * kPadY);
+    // A little slack keeps rounding from wrapping the last character away.
+    const QSize bubble(textRect.width() + 2 * kPadX + 4, textRect.height() + 2 * kPadY);
 
     const Qt::Alignment align(m_placement);
     QRect anchor = m_target ? QRect(m_target->mapToGlobal(QPoint(0, 0)), m_target->size())

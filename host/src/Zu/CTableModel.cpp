@@ -16,10 +16,15 @@ void CTableModel::setColumns(const QStringList& headers) {
         m_liveIds.append(id);
         m_columnOfId.append(id);
     }
-    m_cells.clear();
+    m_blocks.clear();
     m_rows = 0;
     m_committed = 0;
     endResetModel();
+}
+
+QString& CTableModel::cell(int row, int id) const {
+    return m_blocks[size_t(row / kBlockRows)]
+                   [size_t(row % kBlockRows) * size_t(m_stride) + size_t(id)];
 }
 
 bool CTableModel::hasColumn(int id) const {
@@ -58,7 +63,9 @@ int CTableModel::appendRow() {
     if (m_committed == m_rows) {
         emit rowsPending();
     }
-    m_cells.resize(size_t(m_rows + 1) * size_t(m_stride));
+    if (m_rows % kBlockRows == 0) {
+        m_blocks.emplace_back(new QString[size_t(kBlockRows) * size_t(qMax(1, m_stride))]);
+    }
     return m_rows++;
 }
 
@@ -66,11 +73,11 @@ void CTableModel::setText(int row, int id, const QString& text) {
     if (row < 0 || row >= m_rows || !hasColumn(id)) {
         return;
     }
-    QString& cell = m_cells[size_t(row) * size_t(m_stride) + size_t(id)];
-    if (cell == text) {
+    QString& target = cell(row, id);
+    if (target == text) {
         return;
     }
-    cell = text;
+    target = text;
     // Rows not yet announced are read fresh when they are.
     if (row < m_committed) {
         const QModelIndex changed = index(row, m_columnOfId[id]);
@@ -82,7 +89,7 @@ QString CTableModel::text(int row, int id) const {
     if (row < 0 || row >= m_rows || !hasColumn(id)) {
         return QString();
     }
-    return m_cells[size_t(row) * size_t(m_stride) + size_t(id)];
+    return cell(row, id);
 }
 
 void CTableModel::flush() {
@@ -96,8 +103,8 @@ void CTableModel::flush() {
 
 void CTableModel::clearRows() {
     beginResetModel();
-    m_cells.clear();
-    m_cells.shrink_to_fit();
+    m_blocks.clear();
+    m_blocks.shrink_to_fit();
     m_rows = 0;
     m_committed = 0;
     endResetModel();
@@ -116,8 +123,7 @@ QVariant CTableModel::data(const QModelIndex& index, int role) const {
         return QVariant();
     }
     if (role == Qt::DisplayRole || role == Qt::ToolTipRole) {
-        const QString& text =
-            m_cells[size_t(index.row()) * size_t(m_stride) + size_t(m_liveIds[index.column()])];
+        const QString& text = cell(index.row(), m_liveIds[index.column()]);
         if (role == Qt::ToolTipRole && text.isEmpty()) {
             return QVariant();
         }

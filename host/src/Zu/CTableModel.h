@@ -3,6 +3,7 @@
 #include <QAbstractTableModel>
 #include <QStringList>
 #include <QVector>
+#include <memory>
 #include <vector>
 
 namespace Zu {
@@ -50,7 +51,10 @@ private:
     QStringList m_headers;
     QVector<int> m_liveIds;
     QVector<int> m_columnOfId;
-    std::vector<QString> m_cells;
+    // Rows are stored in fixed blocks, so that growing never moves the cells already there.
+    static const int kBlockRows = 512;
+    QString& cell(int row, int id) const;
+    std::vector<std::unique_ptr<QString[]>> m_blocks;
     int m_stride = 0;
     int m_rows = 0;
     int m_committed = 0;
