@@ -288,7 +288,7 @@ void CDatabase::exec(QSqlDatabase& db, const QString& sql) const {
 
 std::string CDatabase::describe(const QSqlError& error) const {
     const QString detail =
-        (error.databaseText().isEmpty() ? error.driverText() : error.databaseText()).trimmed();
+        (error.databaseText().isEmpty() ? error.driverText() : error.databaseText()).simplified();
     const QString code = error.nativeErrorCode();
     QString text;
     if (m_engine == SQLite) {

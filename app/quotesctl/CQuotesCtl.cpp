@@ -304,6 +304,26 @@ int CQuotesCtl::run(const QStringList& arguments) {
                     ? QStringLiteral("token set needs one TOKEN")
                     : QStringLiteral("unexpected argument \"%1\"").arg(m_positional.value(1)));
     }
+    try {
+        for (const char* name : {"trade-type", "platform", "port", "broker", "server-group"}) {
+            int ignored = 0;
+            intOption(QLatin1String(name), &ignored);
+        }
+        if (handler == &CQuotesCtl::sourcesAdd && !checkAdd())
+            return kUsage;
+        for (const QString& id : m_positional) {
+            bool ok = false;
+            id.toInt(&ok, 10);
+            if (!ok &&
+                (handler == &CQuotesCtl::sourcesModify || handler == &CQuotesCtl::sourcesDelete))
+                return usage(QStringLiteral("\"%1\" is not a source id").arg(id));
+        }
+        if (handler == &CQuotesCtl::sourcesModify && m_options.count(QStringLiteral("subsystem")))
+            return usage(
+                QStringLiteral("a source stays in its sub-system; --subsystem does not apply"));
+    } catch (const QString& message) {
+        return usage(message);
+    }
     QString error;
     m_service = CQuotesService::open(options, &error);
     if (!m_service) {
@@ -361,29 +381,40 @@ int CQuotesCtl::sourcesList() {
     return kOk;
 }
 
-int CQuotesCtl::sourcesAdd() {
-    auto source = boost::make_shared<rkservice::COrinQuoterSourceInfo>();
-    if (!intOption(QStringLiteral("platform"), &source->m_nPlatformId))
-        return usage(QStringLiteral("sources add needs --platform"));
-    if (!intOption(QStringLiteral("trade-type"), &source->m_nTradeType))
-        return usage(QStringLiteral("sources add needs --trade-type"));
-    const bool broker = m_options.count(QStringLiteral("broker")) > 0;
-    if (broker) {
-        intOption(QStringLiteral("broker"), &source->m_nBrokerId);
-        if (!intOption(QStringLiteral("server-group"), &source->m_nServerGroupId))
-            return usage(QStringLiteral("--broker needs --server-group"));
+bool CQuotesCtl::checkAdd() {
+    int value = 0;
+    if (!intOption(QStringLiteral("platform"), &value))
+        return usage(QStringLiteral("sources add needs --platform")), false;
+    if (!intOption(QStringLiteral("trade-type"), &value))
+        return usage(QStringLiteral("sources add needs --trade-type")), false;
+    if (m_options.count(QStringLiteral("broker"))) {
+        if (!m_options.count(QStringLiteral("server-group")))
+            return usage(QStringLiteral("--broker needs --server-group")), false;
         for (const char* name : {"address", "port", "user", "password", "markets"}) {
             if (m_options.count(QLatin1String(name)))
-                return usage(
-                    QStringLiteral("--%1 does not go with --broker").arg(QLatin1String(name)));
+                return usage(QStringLiteral("--%1 does not go with --broker")
+                                 .arg(QLatin1String(name))),
+                       false;
         }
     } else {
-        if (!m_options.count(QStringLiteral("address")) ||
-            !intOption(QStringLiteral("port"), &source->m_nPort))
+        if (!m_options.count(QStringLiteral("address")) || !m_options.count(QStringLiteral("port")))
             return usage(QStringLiteral(
-                "sources add needs --address and --port, or --broker and --server-group"));
+                       "sources add needs --address and --port, or --broker and --server-group")),
+                   false;
         if (m_options.count(QStringLiteral("server-group")))
-            return usage(QStringLiteral("--server-group needs --broker"));
+            return usage(QStringLiteral("--server-group needs --broker")), false;
+    }
+    return true;
+}
+
+int CQuotesCtl::sourcesAdd() {
+    auto source = boost::make_shared<rkservice::COrinQuoterSourceInfo>();
+    intOption(QStringLiteral("platform"), &source->m_nPlatformId);
+    intOption(QStringLiteral("trade-type"), &source->m_nTradeType);
+    if (intOption(QStringLiteral("broker"), &source->m_nBrokerId)) {
+        intOption(QStringLiteral("server-group"), &source->m_nServerGroupId);
+    } else {
+        intOption(QStringLiteral("port"), &source->m_nPort);
         source->m_strAddress = m_options[QStringLiteral("address")].toStdString();
         source->m_strUserName = m_options[QStringLiteral("user")].toStdString();
         source->m_strPassword = m_options[QStringLiteral("password")].toStdString();
@@ -406,13 +437,7 @@ int CQuotesCtl::sourcesAdd() {
 }
 
 int CQuotesCtl::sourcesModify() {
-    bool ok = false;
-    const int id = m_positional.front().toInt(&ok, 10);
-    if (!ok)
-        return usage(QStringLiteral("\"%1\" is not a source id").arg(m_positional.front()));
-    if (m_options.count(QStringLiteral("subsystem")))
-        return usage(
-            QStringLiteral("a source stays in its sub-system; --subsystem does not apply"));
+    const int id = m_positional.front().toInt(nullptr, 10);
     rkservice::COrinQueryDataReq query;
     query.dataType = rkservice::kDataQuoteSources;
     std::vector<rkservice::IDataPtr> datas;
@@ -455,10 +480,7 @@ int CQuotesCtl::sourcesDelete() {
     request.dataType = rkservice::kDataQuoteSources;
     request.operateType = rkservice::kOperateDelete;
     for (const QString& text : m_positional) {
-        bool ok = false;
-        const int id = text.toInt(&ok, 10);
-        if (!ok)
-            return usage(QStringLiteral("\"%1\" is not a source id").arg(text));
+        const int id = text.toInt(nullptr, 10);
         auto source = boost::make_shared<rkservice::COrinQuoterSourceInfo>();
         source->m_nId = id;
         request.datas.push_back(source);

@@ -25,6 +25,8 @@ private:
     bool intOption(const QString& name, int* value);
 
     int sourcesList();
+    // Checks the options of an add before the database is opened.
+    bool checkAdd();
     int sourcesAdd();
     int sourcesModify();
     int sourcesDelete();

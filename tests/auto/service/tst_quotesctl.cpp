@@ -1,0 +1,299 @@
+// quotesctl end to end: every command, exit codes, JSON output, and the export/import round trip.
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QtTest>
+
+class TestQuotesctl : public QObject {
+    Q_OBJECT
+
+private:
+    QString m_program;
+    QTemporaryDir* m_dir = nullptr;
+
+    struct Run {
+        int code = -1;
+        QByteArray out;
+        QByteArray err;
+    };
+
+    Run run(const QStringList& arguments, const QByteArray& input = QByteArray(),
+            const QString& dataDir = QString()) {
+        QProcess process;
+        QStringList all = {QStringLiteral("--data"), dataDir.isEmpty() ? m_dir->path() : dataDir};
+        all << arguments;
+        process.start(m_program, all);
+        Run result;
+        if (!process.waitForStarted())
+            return result;
+        if (!input.isEmpty())
+            process.write(input);
+        process.closeWriteChannel();
+        if (!process.waitForFinished(60000))
+            process.kill();
+        result.code = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
+        result.out = process.readAllStandardOutput();
+        result.err = process.readAllStandardError();
+        return result;
+    }
+
+    static bool oneLine(const QByteArray& text) {
+        return text.endsWith('\n') && text.count('\n') == 1 && text.startsWith("quotesctl: ");
+    }
+
+private slots:
+    void initTestCase() {
+        m_program = qEnvironmentVariable("QUOTES_BINARY_DIR") + QStringLiteral("/bin/quotesctl");
+        if (!QFileInfo::exists(m_program))
+            m_program = QCoreApplication::applicationDirPath() + QStringLiteral("/quotesctl");
+        QVERIFY2(QFileInfo(m_program).isExecutable(), qPrintable(m_program));
+    }
+    void init() { m_dir = new QTemporaryDir; }
+    void cleanup() { delete m_dir; }
+
+    void help() {
+        QProcess process;
+        process.start(m_program, {QStringLiteral("--help")});
+        QVERIFY(process.waitForFinished());
+        QCOMPARE(process.exitCode(), 0);
+        const QString text = QString::fromUtf8(process.readAllStandardOutput());
+        for (const char* command :
+             {"sources list", "sources add", "sources modify", "sources delete", "brokers list",
+              "platforms list", "token show", "token set", "token delete", "subsystems list",
+              "users list", "export", "import", "integrity", "--data", "--db", "Exit codes"})
+            QVERIFY2(text.contains(QLatin1String(command)), command);
+    }
+
+    void sourcesLifecycle() {
+        Run r = run({"sources", "add", "--platform", "10000", "--trade-type", "2", "--address",
+                     "10.0.0.1", "--port", "9000", "--user", "u", "--password", "secret",
+                     "--markets", "SH,SZ"});
+        QCOMPARE(r.code, 0);
+        const int first = r.out.trimmed().toInt();
+        QVERIFY(first > 0);
+        r = run({"sources", "add", "--platform", "20000", "--trade-type", "1", "--broker", "8060",
+                 "--server-group", "2", "--subsystem", "sys2"});
+        QCOMPARE(r.code, 0);
+        const int second = r.out.trimmed().toInt();
+
+        r = run({"sources", "list", "--json"});
+        QCOMPARE(r.code, 0);
+        QJsonArray list = QJsonDocument::fromJson(r.out).array();
+        QCOMPARE(list.size(), 2);
+        QJsonObject a = list[0].toObject();
+        QCOMPARE(a.value("id").toInt(), first);
+        QCOMPARE(a.value("subsystem").toString(), QStringLiteral("sys1"));
+        QCOMPARE(a.value("address").toString(), QStringLiteral("10.0.0.1"));
+        QCOMPARE(a.value("password").toString(), QStringLiteral("secret"));
+        QCOMPARE(a.value("markets").toString(), QStringLiteral("SH,SZ"));
+        QCOMPARE(a.value("brokerId").toInt(), 2147483647);
+        QCOMPARE(list[1].toObject().value("subsystem").toString(), QStringLiteral("sys2"));
+        QCOMPARE(list[1].toObject().value("serverGroupId").toInt(), 2);
+
+        r = run({"sources", "list", "--trade-type", "1", "--json"});
+        QCOMPARE(QJsonDocument::fromJson(r.out).array().size(), 1);
+        r = run({"sources", "list", "--subsystem", "sys1", "--json"});
+        QCOMPARE(QJsonDocument::fromJson(r.out).array().size(), 1);
+        r = run({"sources", "list"});
+        QCOMPARE(r.code, 0);
+        QVERIFY(r.out.startsWith("ID"));
+        QVERIFY(r.out.contains("10.0.0.1"));
+        QVERIFY(!r.out.contains("secret"));
+
+        r = run({"sources", "modify", QString::number(first), "--port", "9100", "--user", "v"});
+        QCOMPARE(r.code, 0);
+        r = run({"sources", "list", "--subsystem", "sys1", "--json"});
+        a = QJsonDocument::fromJson(r.out).array()[0].toObject();
+        QCOMPARE(a.value("port").toInt(), 9100);
+        QCOMPARE(a.value("userName").toString(), QStringLiteral("v"));
+        QCOMPARE(a.value("password").toString(), QStringLiteral("secret"));
+
+        // Refusals of the service: exit code 1 and its message, on one line.
+        r = run({"sources", "add", "--platform", "10000", "--trade-type", "2", "--address",
+                 "10.0.0.1", "--port", "9100"});
+        QCOMPARE(r.code, 1);
+        QVERIFY(oneLine(r.err));
+        QVERIFY(QString::fromUtf8(r.err).contains(QStringLiteral("行情源已存在")));
+        r = run({"sources", "add", "--platform", "10000", "--trade-type", "2", "--address",
+                 "10.0.0.300", "--port", "1"});
+        QCOMPARE(r.code, 1);
+        QVERIFY(QString::fromUtf8(r.err).contains(QStringLiteral("服务器地址格式错误")));
+        r = run({"sources", "modify", "424242", "--port", "1"});
+        QCOMPARE(r.code, 1);
+        r = run({"sources", "delete", QString::number(first), "424242"});
+        QCOMPARE(r.code, 1);
+        QVERIFY(oneLine(r.err));
+
+        r = run({"sources", "delete", QString::number(first), QString::number(second)});
+        QCOMPARE(r.code, 0);
+        r = run({"sources", "list", "--json"});
+        QCOMPARE(QJsonDocument::fromJson(r.out).array().size(), 0);
+    }
+
+    void referenceTokenUsersSubsystems() {
+        Run r = run({"brokers", "list", "--trade-type", "1", "--json"});
+        QCOMPARE(r.code, 0);
+        const QJsonArray brokers = QJsonDocument::fromJson(r.out).array();
+        QVERIFY(brokers.size() >= 6);
+        QVERIFY(brokers[0].toObject().value("brokerKey").toString().contains('_'));
+        QVERIFY(brokers[0].toObject().value("serverGroups").toArray().size() >= 2);
+        r = run({"brokers", "list"});
+        QCOMPARE(r.code, 0);
+        QVERIFY(r.out.startsWith("PLATFORM"));
+        r = run({"platforms", "list", "--trade-type", "5", "--json"});
+        QCOMPARE(QJsonDocument::fromJson(r.out).array().size(), 2);
+
+        r = run({"token", "show"});
+        QCOMPARE(r.code, 0);
+        QVERIFY(r.out.isEmpty());
+        QCOMPARE(run({"token", "set", "abc123"}).code, 0);
+        QCOMPARE(run({"token", "show"}).out, QByteArray("abc123\n"));
+        QCOMPARE(run({"token", "set", "xyz789"}).code, 0);
+        r = run({"token", "show", "--json"});
+        QCOMPARE(QJsonDocument::fromJson(r.out).object().value("token").toString(),
+                 QStringLiteral("xyz789"));
+        r = run({"token", "set", "bad-token"});
+        QCOMPARE(r.code, 1);
+        QVERIFY(oneLine(r.err));
+        QCOMPARE(run({"token", "delete"}).code, 0);
+        QCOMPARE(run({"token", "delete"}).code, 1);
+        r = run({"token", "show", "--json"});
+        QVERIFY(QJsonDocument::fromJson(r.out).object().value("token").isNull());
+
+        r = run({"users", "list", "--json"});
+        QCOMPARE(r.code, 0);
+        QStringList names;
+        for (const QJsonValue& user : QJsonDocument::fromJson(r.out).array())
+            names << user.toObject().value("name").toString();
+        QVERIFY(names.contains("admin") && names.contains("futures_op") &&
+                names.contains("viewer"));
+        r = run({"subsystems", "list", "--json"});
+        QCOMPARE(
+            QJsonDocument::fromJson(r.out).array()[1].toObject().value("displayName").toString(),
+            QStringLiteral("深圳备站"));
+        QCOMPARE(run({"integrity"}).out, QByteArray("ok\n"));
+    }
+
+    void exportImportRoundTrip() {
+        QCOMPARE(run({"sources", "add", "--platform", "10001", "--trade-type", "6", "--address",
+                      "fe80::1", "--port", "8000", "--user", "用户", "--password", "p\"w\\d"})
+                     .code,
+                 0);
+        QCOMPARE(run({"sources", "add", "--platform", "70001", "--trade-type", "5", "--broker",
+                      "8100", "--server-group", "1", "--subsystem", "sys2"})
+                     .code,
+                 0);
+        QCOMPARE(run({"sources", "delete", "1"}).code, 0);
+        QCOMPARE(run({"sources", "add", "--platform", "10000", "--trade-type", "2", "--address",
+                      "10.0.0.7", "--port", "1"})
+                     .code,
+                 0);
+        QCOMPARE(run({"token", "set", "TOKEN42"}).code, 0);
+        const Run exported = run({"export"});
+        QCOMPARE(exported.code, 0);
+        const QJsonObject document = QJsonDocument::fromJson(exported.out).object();
+        QCOMPARE(document.value("sources").toArray().size(), 2);
+        QCOMPARE(document.value("sources").toArray()[0].toObject().value("id").toInt(), 2);
+
+        // Into a fresh data directory, through standard input and from a file.
+        QTemporaryDir other;
+        QCOMPARE(run({"import", "-"}, exported.out, other.path()).code, 0);
+        const Run again = run({"export"}, QByteArray(), other.path());
+        QCOMPARE(again.out, exported.out);
+        QTemporaryDir third;
+        QFile file(third.filePath("dump.json"));
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write(exported.out);
+        file.close();
+        QTemporaryDir fourth;
+        QCOMPARE(run({"import", file.fileName()}, QByteArray(), fourth.path()).code, 0);
+        QCOMPARE(run({"export"}, QByteArray(), fourth.path()).out, exported.out);
+        // New ids continue after the imported ones.
+        const Run added = run({"sources", "add", "--platform", "10000", "--trade-type", "2",
+                               "--address", "10.0.0.8", "--port", "1"},
+                              QByteArray(), fourth.path());
+        QCOMPARE(added.out.trimmed().toInt(), 4);
+
+        // A document with one bad source changes nothing.
+        QJsonObject broken = document;
+        QJsonArray sources = broken.value("sources").toArray();
+        QJsonObject bad = sources[1].toObject();
+        QCOMPARE(bad.value("address").toString(), QStringLiteral("10.0.0.7"));
+        bad.insert("port", 70000);
+        bad.insert("id", 99);
+        sources.append(bad);
+        broken.insert("sources", sources);
+        const Run refused = run({"import", "-"}, QJsonDocument(broken).toJson(), fourth.path());
+        QCOMPARE(refused.code, 1);
+        QVERIFY(oneLine(refused.err));
+        QVERIFY2(QString::fromUtf8(refused.err).contains(QStringLiteral("端口")),
+                 refused.err.constData());
+        const QJsonObject after =
+            QJsonDocument::fromJson(run({"export"}, QByteArray(), fourth.path()).out).object();
+        QCOMPARE(after.value("sources").toArray().size(), 3);
+
+        for (const QByteArray& junk :
+             {QByteArray("not json"), QByteArray("{}"), QByteArray("[1,2]")}) {
+            const Run r = run({"import", "-"}, junk, fourth.path());
+            QCOMPARE(r.code, 1);
+            QVERIFY(oneLine(r.err));
+        }
+        QCOMPARE(run({"import", third.filePath("missing.json")}, QByteArray(), fourth.path()).code,
+                 1);
+    }
+
+    void badCommandLines() {
+        const QList<QStringList> usageErrors = {
+            {},
+            {"bogus"},
+            {"sources"},
+            {"sources", "frobnicate"},
+            {"sources", "list", "--trade-type"},
+            {"sources", "list", "--trade-type", "x"},
+            {"sources", "list", "--colour", "red"},
+            {"sources", "list", "extra"},
+            {"sources", "add", "--platform", "10000"},
+            {"sources", "add", "--platform", "10000", "--trade-type", "2", "--address", "1.2.3.4"},
+            {"sources", "add", "--platform", "20000", "--trade-type", "1", "--broker", "8060"},
+            {"sources", "add", "--platform", "20000", "--trade-type", "1", "--broker", "8060",
+             "--server-group", "1", "--address", "1.2.3.4"},
+            {"sources", "modify"},
+            {"sources", "modify", "abc"},
+            {"sources", "delete"},
+            {"sources", "delete", "1", "x"},
+            {"token", "set"},
+            {"token", "show", "extra"},
+            {"import"},
+            {"export", "extra"},
+        };
+        for (const QStringList& arguments : usageErrors) {
+            const Run r = run(arguments);
+            QVERIFY2(r.code == 2, qPrintable(arguments.join(' ')));
+            QVERIFY2(oneLine(r.err), r.err.constData());
+        }
+        QProcess both;
+        both.start(m_program, {"--data", m_dir->path(), "--db", "postgresql://x@/y", "export"});
+        QVERIFY(both.waitForFinished());
+        QCOMPARE(both.exitCode(), 2);
+        QProcess unknown;
+        unknown.start(m_program, {"--verbose", "export"});
+        QVERIFY(unknown.waitForFinished());
+        QCOMPARE(unknown.exitCode(), 2);
+        // A typo on the command line never creates a database.
+        QVERIFY(!QFile::exists(m_dir->filePath("quotes.db")));
+
+        QProcess unreachable;
+        unreachable.start(
+            m_program,
+            {"--db", QStringLiteral("postgresql://nobody@/x?host=%1&port=1").arg(m_dir->path()),
+             "sources", "list"});
+        QVERIFY(unreachable.waitForFinished(20000));
+        QCOMPARE(unreachable.exitCode(), 3);
+        QVERIFY(oneLine(unreachable.readAllStandardError()));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestQuotesctl)
+#include "tst_quotesctl.moc"
