@@ -4,7 +4,9 @@ namespace Hlx {
 
 bool CPanelMutex::lock() {
     std::unique_lock<std::mutex> guard(m_mutex);
+    ++m_waiting;
     m_released.wait(guard, [this] { return !m_held || m_abandoned; });
+    --m_waiting;
     if (m_abandoned)
         return false;
     m_held = true;
@@ -53,6 +55,11 @@ void CPanelMutex::abandon() {
 bool CPanelMutex::isAbandoned() const {
     std::lock_guard<std::mutex> guard(m_mutex);
     return m_abandoned;
+}
+
+int CPanelMutex::waitingCount() const {
+    std::lock_guard<std::mutex> guard(m_mutex);
+    return m_waiting;
 }
 
 int CPanelMutex::parkedCount() const {

@@ -35,12 +35,15 @@ public:
     void abandon();
     bool isAbandoned() const;
     int parkedCount() const;
+    // Threads blocked in lock() now.
+    int waitingCount() const;
 
 private:
     mutable std::mutex m_mutex;
     std::condition_variable m_released;
     bool m_held = false;
     bool m_abandoned = false;
+    int m_waiting = 0;
     std::thread::id m_owner;
     std::deque<std::function<void()>> m_parked;
 };

@@ -23,27 +23,22 @@ std::mutex g_idleMutex;
 std::condition_variable g_idleChanged;
 int g_outstanding = 0;
 
-void beginRequest()
-{
+void beginRequest() {
     std::lock_guard<std::mutex> lock(g_idleMutex);
     ++g_outstanding;
 }
 
-void endRequest()
-{
+void endRequest() {
     std::lock_guard<std::mutex> lock(g_idleMutex);
     --g_outstanding;
     g_idleChanged.notify_all();
 }
 
-// Runs a function on the pool; keeps the request counted until it has run.
-void post(QThreadPool* pool, std::function<void()> work)
-{
+void post(QThreadPool* pool, std::function<void()> work) {
     pool->start([work = std::move(work)]() { work(); });
 }
 
-bool knowsSubsystem(const IDataServiceBackend& backend, const std::string& name)
-{
+bool knowsSubsystem(const IDataServiceBackend& backend, const std::string& name) {
     for (const SubsystemInfo& info : backend.subsystems()) {
         if (info.name == name)
             return true;
@@ -53,8 +48,7 @@ bool knowsSubsystem(const IDataServiceBackend& backend, const std::string& name)
 
 // Why a request cannot reach the backend; empty when it can.
 std::string refusal(const boost::shared_ptr<IDataServiceBackend>& backend,
-                    const CRequestTarget& target)
-{
+                    const CRequestTarget& target) {
     if (!backend)
         return "未连接数据服务";
     if (!target.isCentre() && !knowsSubsystem(*backend, target.subsystemName()))
@@ -64,47 +58,40 @@ std::string refusal(const boost::shared_ptr<IDataServiceBackend>& backend,
 
 }  // namespace
 
-COrinClientCenter* COrinClientCenter::instance()
-{
+COrinClientCenter* COrinClientCenter::instance() {
     static COrinClientCenter* centre = new COrinClientCenter;
     return centre;
 }
 
-COrinClientCenter::COrinClientCenter() : m_pool(new QThreadPool(this))
-{
+COrinClientCenter::COrinClientCenter() : m_pool(new QThreadPool(this)) {
     m_pool->setMaxThreadCount(kWorkerThreads);
 }
 
 COrinClientCenter::~COrinClientCenter() = default;
 
-void COrinClientCenter::setBackend(const boost::shared_ptr<IDataServiceBackend>& backend)
-{
+void COrinClientCenter::setBackend(const boost::shared_ptr<IDataServiceBackend>& backend) {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_backend = backend;
 }
 
-boost::shared_ptr<IDataServiceBackend> COrinClientCenter::backend() const
-{
+boost::shared_ptr<IDataServiceBackend> COrinClientCenter::backend() const {
     std::lock_guard<std::mutex> lock(m_mutex);
     return m_backend;
 }
 
 void COrinClientCenter::queryData_async(const rkservice::COrinQueryDataReqPtr& request,
-                                        const QueryCallback& callback, bool /*flag*/)
-{
+                                        const QueryCallback& callback, bool /*flag*/) {
     sendQuery(CRequestTarget::centre(), request, callback);
 }
 
 void COrinClientCenter::operateData_async(const rkservice::COperateDataReqPtr& request,
-                                          const OperateCallback& callback, bool /*flag*/)
-{
+                                          const OperateCallback& callback, bool /*flag*/) {
     sendOperate(CRequestTarget::centre(), request, callback);
 }
 
 void COrinClientCenter::sendQuery(const CRequestTarget& target,
                                   const rkservice::COrinQueryDataReqPtr& request,
-                                  const QueryCallback& callback)
-{
+                                  const QueryCallback& callback) {
     // The copy is taken here, on the caller's thread, as a network client serialises on send.
     const rkservice::COrinQueryDataReq copy = request ? *request : rkservice::COrinQueryDataReq();
     QThreadPool* pool = m_pool;
@@ -135,8 +122,7 @@ void COrinClientCenter::sendQuery(const CRequestTarget& target,
 
 void COrinClientCenter::sendOperate(const CRequestTarget& target,
                                     const rkservice::COperateDataReqPtr& request,
-                                    const OperateCallback& callback)
-{
+                                    const OperateCallback& callback) {
     rkservice::COperateDataReq copy;
     if (request) {
         copy.dataType = request->dataType;
@@ -169,14 +155,12 @@ void COrinClientCenter::sendOperate(const CRequestTarget& target,
     });
 }
 
-bool COrinClientCenter::isMultiServers() const
-{
+bool COrinClientCenter::isMultiServers() const {
     const boost::shared_ptr<IDataServiceBackend> service = backend();
     return service && service->subsystems().size() > 1;
 }
 
-COrinClientPtr COrinClientCenter::getClientByName(const std::string& name)
-{
+COrinClientPtr COrinClientCenter::getClientByName(const std::string& name) {
     std::string resolved = name;
     if (resolved.empty()) {
         const boost::shared_ptr<IDataServiceBackend> service = backend();
@@ -186,8 +170,7 @@ COrinClientPtr COrinClientCenter::getClientByName(const std::string& name)
     return boost::make_shared<COrinClient>(this, resolved);
 }
 
-QString COrinClientCenter::getServerNameBySystemTag(const std::string& systemTag) const
-{
+QString COrinClientCenter::getServerNameBySystemTag(const std::string& systemTag) const {
     const boost::shared_ptr<IDataServiceBackend> service = backend();
     if (service) {
         for (const SubsystemInfo& info : service->subsystems()) {
@@ -198,8 +181,7 @@ QString COrinClientCenter::getServerNameBySystemTag(const std::string& systemTag
     return QString::fromStdString(systemTag);
 }
 
-bool COrinClientCenter::hasClientLoginTypeAuth(int loginType) const
-{
+bool COrinClientCenter::hasClientLoginTypeAuth(int loginType) const {
     boost::shared_ptr<IDataServiceBackend> service;
     {
         std::lock_guard<std::mutex> lock(m_mutex);
@@ -210,28 +192,24 @@ bool COrinClientCenter::hasClientLoginTypeAuth(int loginType) const
     return service && service->hasClientLoginTypeAuth(loginType);
 }
 
-void COrinClientCenter::setLoginTypeAuthOverride(int value)
-{
+void COrinClientCenter::setLoginTypeAuthOverride(int value) {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_loginTypeOverride = value;
 }
 
-bool COrinClientCenter::isIPv6Addr(const std::string& text) const
-{
+bool COrinClientCenter::isIPv6Addr(const std::string& text) const {
     in6_addr address;
     return inet_pton(AF_INET6, text.c_str(), &address) == 1;
 }
 
-void COrinClientCenter::setShowMessageBoxes(bool show)
-{
+void COrinClientCenter::setShowMessageBoxes(bool show) {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_showBoxes = show;
 }
 
 void COrinClientCenter::showServerMsgCallBack(int msgType, bool success, QWidget* parent,
                                               const QString& title, const QString& text,
-                                              bool /*flag1*/, bool /*flag2*/)
-{
+                                              bool /*flag1*/, bool /*flag2*/) {
     bool showBox;
     {
         std::lock_guard<std::mutex> lock(m_mutex);
@@ -239,8 +217,8 @@ void COrinClientCenter::showServerMsgCallBack(int msgType, bool success, QWidget
     }
     if (showBox) {
         const bool isError = msgType != 0 || !success;
-        auto* box = new QMessageBox(isError ? QMessageBox::Critical : QMessageBox::Information, title,
-                                    text, QMessageBox::Ok, parent);
+        auto* box = new QMessageBox(isError ? QMessageBox::Critical : QMessageBox::Information,
+                                    title, text, QMessageBox::Ok, parent);
         box->setWindowModality(Qt::NonModal);
         box->setAttribute(Qt::WA_DeleteOnClose);
         box->setObjectName(QStringLiteral("serverMessageBox"));
@@ -249,8 +227,12 @@ void COrinClientCenter::showServerMsgCallBack(int msgType, bool success, QWidget
     emit serverMessageShown(msgType, success, parent, title, text);
 }
 
-bool COrinClientCenter::waitForIdle(int msecs)
-{
+int COrinClientCenter::pendingCount() const {
+    std::lock_guard<std::mutex> lock(g_idleMutex);
+    return g_outstanding;
+}
+
+bool COrinClientCenter::waitForIdle(int msecs) {
     std::unique_lock<std::mutex> lock(g_idleMutex);
     return g_idleChanged.wait_for(lock, std::chrono::milliseconds(msecs),
                                   [] { return g_outstanding == 0; });

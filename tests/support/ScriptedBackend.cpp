@@ -1,5 +1,8 @@
 #include "ScriptedBackend.h"
 
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QThread>
 #include <boost/make_shared.hpp>
 
 #include "Hlx/COrinClientCenter.h"
@@ -66,6 +69,20 @@ bool ScriptedBackend::releaseNext() {
     }
     deliver(held);
     return true;
+}
+
+void ScriptedBackend::settle() const {
+    Hlx::COrinClientCenter* centre = Hlx::COrinClientCenter::instance();
+    QElapsedTimer timer;
+    timer.start();
+    int quietRounds = 0;
+    while (quietRounds < 3 && timer.elapsed() < 10000) {
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+        const bool quiet = centre->pendingCount() <= heldCount();
+        quietRounds = quiet ? quietRounds + 1 : 0;
+        if (!quiet)
+            QThread::yieldCurrentThread();
+    }
 }
 
 std::vector<ScriptedBackend::Request> ScriptedBackend::requests() const {

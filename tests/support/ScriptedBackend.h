@@ -48,6 +48,10 @@ public:
     void releaseAll();
     bool releaseNext();
 
+    // Processes events until every request that is not held has been answered and its slots
+    // have run (answers can start further requests, which are followed too).
+    void settle() const;
+
     std::vector<Request> requests() const;
     std::vector<Request> requestsOf(int dataType) const;
     int requestCount() const;

@@ -25,8 +25,8 @@ class COrinClientCenter : public QObject {
 public:
     static COrinClientCenter* instance();
 
-    void queryData_async(const rkservice::COrinQueryDataReqPtr& request, const QueryCallback& callback,
-                         bool flag);
+    void queryData_async(const rkservice::COrinQueryDataReqPtr& request,
+                         const QueryCallback& callback, bool flag);
     void operateData_async(const rkservice::COperateDataReqPtr& request,
                            const OperateCallback& callback, bool flag);
 
@@ -51,6 +51,8 @@ public:
     void setShowMessageBoxes(bool show);
     // Waits until every request sent so far has been answered (for shutdown and tests).
     bool waitForIdle(int msecs = 30000);
+    // Requests sent whose callback has not finished yet.
+    int pendingCount() const;
     QThreadPool* pool() const { return m_pool; }
 
     // Routing of a request by target: used by COrinClient.

@@ -1,0 +1,40 @@
+#include "CConsoleOptions.h"
+
+#include <QCommandLineParser>
+
+bool CConsoleOptions::parse(const QStringList& arguments, CConsoleOptions* options,
+                            QString* error) {
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral("Quote-source administration console"));
+    parser.addHelpOption();
+    const QCommandLineOption data(QStringLiteral("data"),
+                                  QStringLiteral("Data directory (database, logs, settings)."),
+                                  QStringLiteral("DIR"));
+    const QCommandLineOption db(QStringLiteral("db"), QStringLiteral("PostgreSQL database URL."),
+                                QStringLiteral("URL"));
+    const QCommandLineOption screenshot(
+        QStringLiteral("screenshot"),
+        QStringLiteral("Render every panel and dialog to PNG files in DIR, then exit."),
+        QStringLiteral("DIR"));
+    const QCommandLineOption user(QStringLiteral("user"), QStringLiteral("Log in as this user."),
+                                  QStringLiteral("NAME"));
+    parser.addOptions({data, db, screenshot, user});
+    if (!parser.parse(arguments)) {
+        *error = parser.errorText();
+        return false;
+    }
+    if (parser.isSet(QStringLiteral("help"))) {
+        *error = parser.helpText();
+        return false;
+    }
+    if (!parser.positionalArguments().isEmpty()) {
+        *error =
+            QStringLiteral("unexpected argument: %1").arg(parser.positionalArguments().first());
+        return false;
+    }
+    options->dataDir = parser.value(data);
+    options->dbUrl = parser.value(db);
+    options->screenshotDir = parser.value(screenshot);
+    options->user = parser.value(user);
+    return true;
+}

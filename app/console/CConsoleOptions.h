@@ -1,0 +1,15 @@
+#pragma once
+
+#include <QString>
+#include <QStringList>
+
+// The console's command line.
+struct CConsoleOptions {
+    QString dataDir;        // database, logs and settings; empty: the user's data directory
+    QString dbUrl;          // a PostgreSQL database instead of the SQLite file
+    QString screenshotDir;  // render every panel and dialog to PNG there, then exit
+    QString user;           // log in as this user instead of the last one
+
+    // Parses the arguments; false with a message for bad input.
+    static bool parse(const QStringList& arguments, CConsoleOptions* options, QString* error);
+};

@@ -1,0 +1,287 @@
+#include "CConsoleWindow.h"
+
+#include <QCloseEvent>
+#include <QComboBox>
+#include <QDockWidget>
+#include <QLabel>
+#include <QMenuBar>
+#include <QSettings>
+#include <QStatusBar>
+#include <QToolBar>
+
+#include "CPanelCatalogue.h"
+#include "CQuotesService.h"
+#include "Hlx/COrinClientCenter.h"
+#include "Hlx/CUserManager.h"
+#include "Hlx/IorinDockableWidget.h"
+
+namespace {
+
+// Bumped when the meaning of the stored settings changes; older settings are ignored.
+const int kSettingsVersion = 1;
+const int kMessageMs = 10000;
+
+QString paramKey(const QString& objectName) {
+    return QStringLiteral("param/") + objectName;
+}
+
+Hlx::IorinDockableWidget* panelOf(QDockWidget* dock) {
+    return dock ? qobject_cast<Hlx::IorinDockableWidget*>(dock->widget()) : nullptr;
+}
+
+}  // namespace
+
+CConsoleWindow::CConsoleWindow(const boost::shared_ptr<CQuotesService>& service,
+                               const QString& settingsFile, const QString& userName,
+                               QWidget* parent)
+    : QMainWindow(parent),
+      m_service(service),
+      m_settings(new QSettings(settingsFile, QSettings::IniFormat, this)) {
+    setObjectName(QStringLiteral("quotesConsole"));
+    setWindowTitle(QStringLiteral("行情源管理"));
+    setDockOptions(QMainWindow::AnimatedDocks | QMainWindow::AllowTabbedDocks);
+    setDockNestingEnabled(true);
+    resize(1280, 760);
+    createMenus();
+    createToolBar();
+    createStatusBar();
+
+    QString user = userName;
+    if (user.isEmpty())
+        user = m_settings->value(QStringLiteral("user")).toString();
+    switchUser(user);
+    const QString system = m_settings->value(QStringLiteral("system")).toString();
+    if (m_systemBox) {
+        const int index = systemIndex(system);
+        m_systemBox->setCurrentIndex(index >= 0 ? index : 0);
+    }
+    connect(Hlx::COrinClientCenter::instance(), &Hlx::COrinClientCenter::serverMessageShown, this,
+            [this](int, bool success, QWidget*, const QString& title, const QString& text) {
+                if (!success)
+                    statusBar()->showMessage(title + QStringLiteral(": ") + text, kMessageMs);
+            });
+}
+
+CConsoleWindow::~CConsoleWindow() {
+    closeAllDocks();
+}
+
+void CConsoleWindow::createMenus() {
+    QMenu* panels = menuBar()->addMenu(QStringLiteral("行情源(&Q)"));
+    for (const CPanelEntry& entry : CPanelCatalogue::entries()) {
+        const QString objectName = entry.objectName;
+        QAction* action =
+            panels->addAction(entry.title, this, [this, objectName] { openPanel(objectName); });
+        action->setObjectName(QStringLiteral("open_") + objectName);
+    }
+    QMenu* window = menuBar()->addMenu(QStringLiteral("窗口(&W)"));
+    window->addAction(QStringLiteral("恢复默认布局"), this, [this] {
+        closeAllDocks();
+        showDefaultLayout();
+    });
+    window->addAction(QStringLiteral("退出"), this, &QWidget::close);
+}
+
+void CConsoleWindow::createToolBar() {
+    QToolBar* bar = addToolBar(QStringLiteral("会话"));
+    bar->setObjectName(QStringLiteral("sessionToolBar"));
+    bar->setMovable(false);
+    bar->addWidget(new QLabel(QStringLiteral(" 用户: "), bar));
+    m_userBox = new QComboBox(bar);
+    m_userBox->setObjectName(QStringLiteral("userChooser"));
+    for (const rkservice::CUserInfoPtr& user : m_service->users())
+        m_userBox->addItem(QString::fromStdString(user->m_strName));
+    bar->addWidget(m_userBox);
+    connect(m_userBox, QOverload<int>::of(&QComboBox::activated), this,
+            [this](int index) { switchUser(m_userBox->itemText(index)); });
+
+    const std::vector<Hlx::SubsystemInfo> systems = m_service->subsystems();
+    if (systems.size() > 1) {
+        bar->addSeparator();
+        bar->addWidget(new QLabel(QStringLiteral(" 分系统: "), bar));
+        m_systemBox = new QComboBox(bar);
+        m_systemBox->setObjectName(QStringLiteral("systemChooser"));
+        for (const Hlx::SubsystemInfo& info : systems)
+            m_systemBox->addItem(QString::fromStdString(info.displayName),
+                                 QString::fromStdString(info.name));
+        bar->addWidget(m_systemBox);
+        connect(m_systemBox, QOverload<int>::of(&QComboBox::currentIndexChanged), this,
+                [this](int index) { switchSystem(m_systemBox->itemData(index).toString()); });
+        m_systemName = QString::fromStdString(systems.front().name);
+    }
+}
+
+void CConsoleWindow::createStatusBar() {
+    m_userLabel = new QLabel(this);
+    m_systemLabel = new QLabel(this);
+    m_databaseLabel = new QLabel(m_service->databaseDescription(), this);
+    statusBar()->addPermanentWidget(m_userLabel);
+    statusBar()->addPermanentWidget(m_systemLabel);
+    statusBar()->addPermanentWidget(m_databaseLabel);
+}
+
+void CConsoleWindow::updateStatus() {
+    m_userLabel->setText(QStringLiteral("用户: %1").arg(m_userName));
+    const QString system = m_systemBox ? m_systemBox->currentText() : QStringLiteral("单一");
+    m_systemLabel->setText(QStringLiteral("分系统: %1").arg(system));
+}
+
+int CConsoleWindow::systemIndex(const QString& name) const {
+    return m_systemBox ? m_systemBox->findData(name) : -1;
+}
+
+QDockWidget* CConsoleWindow::createDock(const QString& objectName) {
+    const CPanelEntry* entry = CPanelCatalogue::find(objectName);
+    if (!entry)
+        return nullptr;
+    auto* dock = new QDockWidget(entry->title, this);
+    dock->setObjectName(QStringLiteral("dock_") + objectName);
+    dock->setAttribute(Qt::WA_DeleteOnClose);
+    Hlx::IorinDockableWidget* panel = entry->create(dock);
+    dock->setWidget(panel);
+    panel->setParam(m_settings->value(paramKey(objectName)).toString());
+    bindPanelToSystem(panel);
+    // Every time the operator brings a panel to the front, it reloads.
+    connect(dock, &QDockWidget::visibilityChanged, panel, [panel](bool visible) {
+        if (visible)
+            panel->onActive();
+    });
+    connect(dock, &QObject::destroyed, this, [this, objectName, dock] {
+        m_docks.remove(objectName);
+        m_dockOrder.removeAll(dock);
+    });
+    m_docks.insert(objectName, dock);
+    return dock;
+}
+
+void CConsoleWindow::bindPanelToSystem(Hlx::IorinDockableWidget* panel) const {
+    if (!m_systemName.isEmpty())
+        panel->switchSystem(systemIndex(m_systemName), m_systemName);
+}
+
+Hlx::IorinDockableWidget* CConsoleWindow::openPanel(const QString& objectName) {
+    QDockWidget* dock = m_docks.value(objectName);
+    if (!dock) {
+        dock = createDock(objectName);
+        if (!dock)
+            return nullptr;
+        // New panels join the first one as tabs.
+        QDockWidget* first = m_dockOrder.isEmpty() ? nullptr : m_dockOrder.first();
+        addDockWidget(Qt::TopDockWidgetArea, dock);
+        if (first)
+            tabifyDockWidget(first, dock);
+        m_dockOrder.append(dock);
+    }
+    dock->show();
+    dock->raise();
+    return panelOf(dock);
+}
+
+Hlx::IorinDockableWidget* CConsoleWindow::panel(const QString& objectName) const {
+    return panelOf(m_docks.value(objectName));
+}
+
+QStringList CConsoleWindow::openPanels() const {
+    return m_docks.keys();
+}
+
+void CConsoleWindow::switchUser(const QString& name) {
+    rkservice::CUserInfoPtr chosen;
+    const std::vector<rkservice::CUserInfoPtr> users = m_service->users();
+    for (const rkservice::CUserInfoPtr& user : users) {
+        if (QString::fromStdString(user->m_strName) == name)
+            chosen = user;
+    }
+    if (!chosen && !users.empty())
+        chosen = users.front();
+    m_userName = chosen ? QString::fromStdString(chosen->m_strName) : QString();
+    Hlx::CUserManager::instance()->setCurrentUser(chosen);
+    if (m_userBox)
+        m_userBox->setCurrentText(m_userName);
+    // Rights and routing are read when a panel is built, so the panels are built anew.
+    rebuildPanels();
+    updateStatus();
+}
+
+void CConsoleWindow::rebuildPanels() {
+    if (m_docks.isEmpty())
+        return;
+    const QStringList open = openPanels();
+    const QByteArray layout = QMainWindow::saveState(kSettingsVersion);
+    saveSettings();
+    closeAllDocks();
+    for (const QString& objectName : open)
+        openPanel(objectName);
+    QMainWindow::restoreState(layout, kSettingsVersion);
+}
+
+void CConsoleWindow::switchSystem(const QString& name) {
+    m_systemName = name;
+    const int index = systemIndex(name);
+    for (QDockWidget* dock : m_docks) {
+        if (Hlx::IorinDockableWidget* panel = panelOf(dock))
+            panel->switchSystem(index, name);
+    }
+    // The all-types panel's permission record must follow, or one sub-system's whole-quote
+    // settings would be saved into another.
+    if (Hlx::IorinDockableWidget* all = panel(QStringLiteral("allq")))
+        all->onActive();
+    updateStatus();
+}
+
+void CConsoleWindow::closeAllDocks() {
+    const QList<QDockWidget*> docks = m_docks.values();
+    m_docks.clear();
+    m_dockOrder.clear();
+    for (QDockWidget* dock : docks) {
+        removeDockWidget(dock);
+        delete dock;
+    }
+}
+
+void CConsoleWindow::showDefaultLayout() {
+    for (const QString& objectName : CPanelCatalogue::defaultPanels())
+        openPanel(objectName);
+    if (QDockWidget* first = m_docks.value(CPanelCatalogue::defaultPanels().first()))
+        first->raise();
+}
+
+void CConsoleWindow::saveSettings() {
+    m_settings->setValue(QStringLiteral("version"), kSettingsVersion);
+    m_settings->setValue(QStringLiteral("geometry"), saveGeometry());
+    m_settings->setValue(QStringLiteral("windowState"), QMainWindow::saveState(kSettingsVersion));
+    m_settings->setValue(QStringLiteral("panels"), openPanels());
+    m_settings->setValue(QStringLiteral("user"), m_userName);
+    m_settings->setValue(QStringLiteral("system"), m_systemName);
+    for (auto it = m_docks.constBegin(); it != m_docks.constEnd(); ++it) {
+        if (Hlx::IorinDockableWidget* panel = panelOf(it.value()))
+            m_settings->setValue(paramKey(it.key()), panel->param());
+    }
+    m_settings->sync();
+}
+
+bool CConsoleWindow::restoreSettings() {
+    const bool current = m_settings->value(QStringLiteral("version")).toInt() == kSettingsVersion;
+    QStringList open;
+    if (current)
+        open = m_settings->value(QStringLiteral("panels")).toStringList();
+    for (const QString& objectName : open) {
+        if (CPanelCatalogue::find(objectName))
+            openPanel(objectName);
+    }
+    const bool restored =
+        current && !m_docks.isEmpty() &&
+        restoreGeometry(m_settings->value(QStringLiteral("geometry")).toByteArray()) &&
+        QMainWindow::restoreState(m_settings->value(QStringLiteral("windowState")).toByteArray(),
+                                  kSettingsVersion);
+    if (!restored) {
+        closeAllDocks();
+        showDefaultLayout();
+    }
+    return restored;
+}
+
+void CConsoleWindow::closeEvent(QCloseEvent* event) {
+    saveSettings();
+    QMainWindow::closeEvent(event);
+}

@@ -1,0 +1,68 @@
+#pragma once
+
+#include <QMainWindow>
+#include <QMap>
+#include <QPointer>
+#include <boost/shared_ptr.hpp>
+
+class QComboBox;
+class QDockWidget;
+class QLabel;
+class QSettings;
+class CQuotesService;
+
+namespace Hlx {
+class IorinDockableWidget;
+}
+
+// The console's main window: docks the panels, chooses the user and the sub-system, and keeps
+// window geometry, dock layout and every panel's state between runs.
+class CConsoleWindow : public QMainWindow {
+    Q_OBJECT
+public:
+    CConsoleWindow(const boost::shared_ptr<CQuotesService>& service, const QString& settingsFile,
+                   const QString& userName = QString(), QWidget* parent = nullptr);
+    ~CConsoleWindow() override;
+
+    // Docks the panel (or shows and raises it when it is docked already).
+    Hlx::IorinDockableWidget* openPanel(const QString& objectName);
+    Hlx::IorinDockableWidget* panel(const QString& objectName) const;
+    QStringList openPanels() const;
+
+    void switchUser(const QString& name);
+    void switchSystem(const QString& name);
+    QString currentUser() const { return m_userName; }
+    QString currentSystem() const { return m_systemName; }
+
+    // Writes geometry, layout and the panels' states to the settings file.
+    void saveSettings();
+    // False when the settings were missing or damaged and the default layout was used.
+    bool restoreSettings();
+
+protected:
+    void closeEvent(QCloseEvent* event) override;
+
+private:
+    void createMenus();
+    void createToolBar();
+    void createStatusBar();
+    QDockWidget* createDock(const QString& objectName);
+    void closeAllDocks();
+    void showDefaultLayout();
+    void rebuildPanels();
+    void bindPanelToSystem(Hlx::IorinDockableWidget* panel) const;
+    void updateStatus();
+    int systemIndex(const QString& name) const;
+
+    boost::shared_ptr<CQuotesService> m_service;
+    QSettings* m_settings;
+    QMap<QString, QDockWidget*> m_docks;
+    QList<QDockWidget*> m_dockOrder;  // docks in the order they were opened
+    QComboBox* m_userBox = nullptr;
+    QComboBox* m_systemBox = nullptr;
+    QLabel* m_userLabel = nullptr;
+    QLabel* m_systemLabel = nullptr;
+    QLabel* m_databaseLabel = nullptr;
+    QString m_userName;
+    QString m_systemName;
+};

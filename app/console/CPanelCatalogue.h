@@ -1,0 +1,27 @@
+#pragma once
+
+#include <QString>
+#include <functional>
+#include <vector>
+
+class QWidget;
+
+namespace Hlx {
+class IorinDockableWidget;
+}
+
+// The panels the console can dock: the quote-source panels of every trade type and the Level-2
+// token panel.
+struct CPanelEntry {
+    QString objectName;
+    QString title;
+    std::function<Hlx::IorinDockableWidget*(QWidget* parent)> create;
+};
+
+class CPanelCatalogue {
+public:
+    static const std::vector<CPanelEntry>& entries();
+    static const CPanelEntry* find(const QString& objectName);
+    // Opened on the first start.
+    static QStringList defaultPanels();
+};

@@ -1,0 +1,173 @@
+#include "CScreenshotter.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QPixmap>
+#include <QThread>
+#include <boost/make_shared.hpp>
+#include <memory>
+
+#include "CConsoleWindow.h"
+#include "CPanelCatalogue.h"
+#include "Hlx/COrinClientCenter.h"
+#include "Hlx/CWholeQuoteSettingDialog.h"
+#include "Zu/CComboBox.h"
+#include "Zu/COddEvenRowTable.h"
+#include "dialogs/CLevel2QuoteDialog.h"
+#include "dialogs/CSetFutureQuotesDialog.h"
+#include "dialogs/CSetStockQuotesDialog.h"
+#include "model/CTradeTypeTable.h"
+#include "panels/CLevel2QuotesManagePanel.h"
+#include "panels/CQuotesManagePanel.h"
+
+namespace {
+
+const QSize kPanelSize(1100, 460);
+
+// A record to show the edit mode with when the panel lists none.
+rkservice::COrinQuoterSourceInfoPtr sampleRecord(int tradeType) {
+    auto record = boost::make_shared<rkservice::COrinQuoterSourceInfo>();
+    record->m_nId = 1;
+    record->m_nPlatformId = 10000;
+    record->m_nTradeType = tradeType;
+    record->m_strAddress = "192.168.10.21";
+    record->m_nPort = 7709;
+    record->m_strUserName = "quote_admin";
+    record->m_strPassword = "secret";
+    return record;
+}
+
+// Chooses the first real entry of a combo, which fills the combos that depend on it.
+void chooseFirst(Zu::CComboBox* combo) {
+    if (combo && combo->count() > 1)
+        combo->setCurrentIndex(1);
+    QCoreApplication::processEvents();
+}
+
+}  // namespace
+
+CScreenshotter::CScreenshotter(CConsoleWindow* window, const QString& directory)
+    : m_window(window), m_directory(directory) {}
+
+void CScreenshotter::waitUntilSettled(int timeoutMs) {
+    Hlx::COrinClientCenter* centre = Hlx::COrinClientCenter::instance();
+    QElapsedTimer timer;
+    timer.start();
+    int quietRounds = 0;
+    while (quietRounds < 5 && timer.elapsed() < timeoutMs) {
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+        quietRounds = centre->pendingCount() == 0 ? quietRounds + 1 : 0;
+        if (quietRounds == 0)
+            QThread::msleep(5);
+    }
+}
+
+bool CScreenshotter::save(QWidget* widget, const QString& name, QString* error) {
+    const QString path = QDir(m_directory).filePath(name + QStringLiteral(".png"));
+    if (!widget->grab().save(path)) {
+        *error = QStringLiteral("cannot write %1").arg(path);
+        return false;
+    }
+    m_written << path;
+    return true;
+}
+
+bool CScreenshotter::run(QString* error) {
+    if (!QDir().mkpath(m_directory)) {
+        *error = QStringLiteral("cannot create %1").arg(m_directory);
+        return false;
+    }
+    m_window->show();
+    waitUntilSettled();
+    return save(m_window, QStringLiteral("console"), error) && shootPanels(error) &&
+           shootStockDialogs(QStringLiteral("stq"), error) &&
+           shootStockDialogs(QStringLiteral("allq"), error) &&
+           shootFutureDialog(QStringLiteral("ftq"), error) &&
+           shootFutureDialog(QStringLiteral("foq"), error) && shootWholeQuoteDialog(error) &&
+           shootTokenDialog(error);
+}
+
+bool CScreenshotter::shootPanels(QString* error) {
+    // Each panel is rendered on its own at a fixed size, so every picture shows all of it.
+    for (const CPanelEntry& entry : CPanelCatalogue::entries()) {
+        std::unique_ptr<Hlx::IorinDockableWidget> panel(entry.create(nullptr));
+        if (!m_window->currentSystem().isEmpty())
+            panel->switchSystem(0, m_window->currentSystem());
+        panel->resize(kPanelSize);
+        panel->show();
+        panel->onActive();
+        waitUntilSettled();
+        if (!save(panel.get(), entry.objectName, error))
+            return false;
+    }
+    return true;
+}
+
+bool CScreenshotter::shootStockDialogs(const QString& panelName, QString* error) {
+    auto* panel = qobject_cast<Hlx::CQuotesManagePanel*>(m_window->openPanel(panelName));
+    if (!panel)
+        return true;
+    const QString name = panel->tradeType2String(panel->tradeType(), -1);
+    Hlx::CSetStockQuotesDialog add(panel->tradeType(), panel, false);
+    add.setTitle(QStringLiteral("添加%1行情源").arg(name));
+    add.setBasicInfo(panel->systemName());
+    add.setIsAdd(true);
+    add.show();
+    waitUntilSettled();
+    if (!save(&add, panelName + QStringLiteral("_dialog_add"), error))
+        return false;
+
+    rkservice::COrinQuoterSourceInfoPtr record = panel->rowRecord(0);
+    if (!record)
+        record = sampleRecord(panel->tradeType());
+    const int tradeType = panel->tradeType() == -1 ? record->m_nTradeType : panel->tradeType();
+    Hlx::CSetStockQuotesDialog edit(tradeType, panel, false);
+    edit.setTitle(QStringLiteral("编辑行情源"));
+    edit.setBasicInfo(panel->systemName());
+    edit.setIsAdd(false);
+    edit.setBasicInfo(record);
+    edit.show();
+    waitUntilSettled();
+    return save(&edit, panelName + QStringLiteral("_dialog_edit"), error);
+}
+
+bool CScreenshotter::shootFutureDialog(const QString& panelName, QString* error) {
+    auto* panel = qobject_cast<Hlx::CQuotesManagePanel*>(m_window->openPanel(panelName));
+    if (!panel)
+        return true;
+    Hlx::CSetFutureQuotesDialog dialog(panel->tradeType(), panel);
+    dialog.setBasicInfo(panel->systemName());
+    dialog.show();
+    waitUntilSettled();
+    chooseFirst(dialog.platformCombo());
+    chooseFirst(dialog.brokerCombo());
+    chooseFirst(dialog.serverGroupCombo());
+    waitUntilSettled();
+    return save(&dialog, panelName + QStringLiteral("_dialog_add"), error);
+}
+
+bool CScreenshotter::shootWholeQuoteDialog(QString* error) {
+    auto* panel =
+        qobject_cast<Hlx::CQuotesManagePanel*>(m_window->openPanel(QStringLiteral("allq")));
+    if (!panel)
+        return true;
+    panel->onActive();
+    waitUntilSettled();
+    Hlx::CWholeQuoteSettingDialog dialog(QString(), panel);
+    rkservice::CGlobalFeaturePermissionInfoPtr info = panel->permissionInfo();
+    dialog.setWholeQuote(info ? info->m_wholeQuote
+                              : boost::make_shared<rkservice::CWholeQuotedivision>());
+    dialog.show();
+    waitUntilSettled();
+    return save(&dialog, QStringLiteral("allq_wholequote"), error);
+}
+
+bool CScreenshotter::shootTokenDialog(QString* error) {
+    Hlx::CLevel2QuoteDialog dialog(nullptr);
+    dialog.setFixedSize(450, 150);
+    dialog.setTokenText(QStringLiteral("A1b2C3d4E5f6G7h8"));
+    dialog.show();
+    waitUntilSettled();
+    return save(&dialog, QStringLiteral("level2quote_dialog"), error);
+}

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <QString>
+#include <QStringList>
+
+class CConsoleWindow;
+class QWidget;
+
+// Renders the console, every panel after its load has finished, and the dialogs, to PNG files.
+class CScreenshotter {
+public:
+    CScreenshotter(CConsoleWindow* window, const QString& directory);
+
+    // The files written; false with a message when one could not be written.
+    bool run(QString* error);
+    QStringList written() const { return m_written; }
+
+    // Processes events until every request has been answered and its slots have run.
+    static void waitUntilSettled(int timeoutMs = 10000);
+
+private:
+    bool save(QWidget* widget, const QString& name, QString* error);
+    bool shootPanels(QString* error);
+    bool shootStockDialogs(const QString& panelName, QString* error);
+    bool shootFutureDialog(const QString& panelName, QString* error);
+    bool shootWholeQuoteDialog(QString* error);
+    bool shootTokenDialog(QString* error);
+
+    CConsoleWindow* m_window;
+    QString m_directory;
+    QStringList m_written;
+};
