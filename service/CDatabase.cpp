@@ -251,13 +251,28 @@ void CDatabase::forgetConnection(const QString& name) {
 void CDatabase::transact(bool write, const std::function<void(QSqlDatabase&)>& work) {
     bool broken = false;
     try {
+        const QString begin = (write && m_engine == SQLite) ? QStringLiteral("BEGIN IMMEDIATE")
+                                                            : QStringLiteral("BEGIN");
+        const bool reused = m_engine == PostgreSQL && t_connections.names.count(m_serial) > 0;
         QSqlDatabase db = connection();
         try {
-            exec(db, (write && m_engine == SQLite) ? QStringLiteral("BEGIN IMMEDIATE")
-                                                   : QStringLiteral("BEGIN"));
+            exec(db, begin);
         } catch (...) {
-            broken = true;
-            throw;
+            if (!reused) {
+                broken = true;
+                throw;
+            }
+            // A connection kept from earlier requests may have died meanwhile (server restart):
+            // nothing has happened yet, so start over once on a fresh one.
+            db = QSqlDatabase();
+            dropConnection();
+            db = connection();
+            try {
+                exec(db, begin);
+            } catch (...) {
+                broken = true;
+                throw;
+            }
         }
         try {
             work(db);

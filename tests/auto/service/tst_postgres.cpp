@@ -1,0 +1,322 @@
+// The same service on PostgreSQL: a throw-away cluster in a temporary directory, bound to a
+// Unix socket only, started as an unprivileged account (the server refuses to run as root).
+
+#include <pwd.h>
+#include <unistd.h>
+
+#include <QJsonArray>
+#include <QProcess>
+#include <QThread>
+#include <atomic>
+
+#include "ServiceTestUtil.h"
+
+using namespace svctest;
+
+namespace {
+
+const QString kBin = QStringLiteral("/usr/lib/postgresql/15/bin");
+
+}  // namespace
+
+class TestPostgres : public QObject {
+    Q_OBJECT
+
+private:
+    QTemporaryDir m_base;
+    QString m_runAs;  // empty: run the server tools as ourselves
+    QString m_dataDir;
+    QString m_socketDir;
+    int m_port = 0;
+    bool m_running = false;
+    boost::shared_ptr<CQuotesService> m_service;
+
+    // Runs a server tool, as the unprivileged account when we are root.
+    bool tool(const QString& name, const QStringList& arguments, QString* output = nullptr) {
+        QProcess process;
+        process.setProcessChannelMode(QProcess::MergedChannels);
+        process.setWorkingDirectory(m_base.path());
+        if (m_runAs.isEmpty()) {
+            process.start(kBin + QLatin1Char('/') + name, arguments);
+        } else {
+            process.start(QStringLiteral("runuser"),
+                          QStringList{QStringLiteral("-u"), m_runAs, QStringLiteral("--"),
+                                      kBin + QLatin1Char('/') + name} +
+                              arguments);
+        }
+        const bool finished = process.waitForStarted() && process.waitForFinished(120000);
+        const QString text = QString::fromLocal8Bit(process.readAll());
+        if (output)
+            *output = text;
+        if (!finished || process.exitStatus() != QProcess::NormalExit || process.exitCode() != 0) {
+            qWarning("%s failed: %s", qPrintable(name), qPrintable(text));
+            return false;
+        }
+        return true;
+    }
+
+    bool ownBy(const QString& path) {
+        if (m_runAs.isEmpty())
+            return true;
+        const passwd* account = ::getpwnam(m_runAs.toLocal8Bit().constData());
+        return account &&
+               ::chown(QFile::encodeName(path).constData(), account->pw_uid, account->pw_gid) == 0;
+    }
+
+    bool startServer() {
+        return tool(QStringLiteral("pg_ctl"),
+                    {QStringLiteral("-D"), m_dataDir, QStringLiteral("-l"),
+                     m_base.filePath(QStringLiteral("sock/server.log")), QStringLiteral("-w"),
+                     QStringLiteral("-t"), QStringLiteral("60"), QStringLiteral("-o"),
+                     QStringLiteral("-c listen_addresses='' -k %1 -p %2 -c fsync=off")
+                         .arg(m_socketDir)
+                         .arg(m_port),
+                     QStringLiteral("start")});
+    }
+
+    bool stopServer() {
+        return tool(QStringLiteral("pg_ctl"),
+                    {QStringLiteral("-D"), m_dataDir, QStringLiteral("-m"),
+                     QStringLiteral("immediate"), QStringLiteral("-w"), QStringLiteral("stop")});
+    }
+
+    CServiceOptions options(const QString& database = QStringLiteral("quotes")) {
+        CServiceOptions o;
+        o.dbUrl = QStringLiteral("postgresql://postgres@/%1?host=%2&port=%3")
+                      .arg(database, m_socketDir)
+                      .arg(m_port);
+        o.busyTimeoutMs = 5000;
+        return o;
+    }
+
+    std::vector<rkservice::COrinQuoterSourceInfoPtr> sources(const std::string& condition = "") {
+        return as<rkservice::COrinQuoterSourceInfo>(
+            query(rkservice::kDataQuoteSources, condition).datas);
+    }
+
+private slots:
+    void initTestCase() {
+        const bool ci = qEnvironmentVariable("CI") == QLatin1String("true");
+        auto unavailable = [&](const char* why) {
+            if (ci)
+                QFAIL(why);
+            QSKIP(why);
+        };
+        if (!QFileInfo(kBin + QStringLiteral("/initdb")).isExecutable())
+            return unavailable("PostgreSQL 15 server binaries are not installed");
+        if (!QSqlDatabase::isDriverAvailable(QStringLiteral("QPSQL")))
+            return unavailable("the Qt PostgreSQL driver (QPSQL) is not installed");
+        QVERIFY(m_base.isValid());
+        if (::geteuid() == 0)
+            m_runAs = QStringLiteral("nobody");
+        QFile::setPermissions(m_base.path(), QFileDevice::ReadOwner | QFileDevice::WriteOwner |
+                                                 QFileDevice::ExeOwner | QFileDevice::ReadOther |
+                                                 QFileDevice::ExeOther | QFileDevice::ReadGroup |
+                                                 QFileDevice::ExeGroup);
+        m_dataDir = m_base.filePath(QStringLiteral("data"));
+        m_socketDir = m_base.filePath(QStringLiteral("sock"));
+        QVERIFY(QDir().mkpath(m_dataDir) && QDir().mkpath(m_socketDir));
+        QVERIFY(ownBy(m_dataDir) && ownBy(m_socketDir));
+        m_port = 20000 + int(QCoreApplication::applicationPid() % 20000);
+        if (!tool(QStringLiteral("initdb"),
+                  {QStringLiteral("-D"), m_dataDir, QStringLiteral("-U"),
+                   QStringLiteral("postgres"), QStringLiteral("-A"), QStringLiteral("trust"),
+                   QStringLiteral("-E"), QStringLiteral("UTF8"), QStringLiteral("--locale=C"),
+                   QStringLiteral("--no-sync")}))
+            return unavailable("initdb failed");
+        if (!startServer())
+            return unavailable("the PostgreSQL server did not start");
+        m_running = true;
+        QVERIFY(
+            tool(QStringLiteral("createdb"),
+                 {QStringLiteral("-h"), m_socketDir, QStringLiteral("-p"), QString::number(m_port),
+                  QStringLiteral("-U"), QStringLiteral("postgres"), QStringLiteral("quotes")}));
+        QString error;
+        m_service = CQuotesService::open(options(), &error);
+        QVERIFY2(m_service, qPrintable(error));
+        Hlx::COrinClientCenter::instance()->setBackend(m_service);
+    }
+
+    void cleanupTestCase() {
+        Hlx::COrinClientCenter::instance()->waitForIdle();
+        Hlx::COrinClientCenter::instance()->setBackend(nullptr);
+        m_service.reset();
+        if (m_running)
+            stopServer();
+    }
+
+    void seededAndDescribed() {
+        QVERIFY(m_service->databaseDescription().startsWith(QStringLiteral("PostgreSQL quotes@")));
+        QVERIFY(!m_service->databaseDescription().contains(QStringLiteral("password")));
+        QCOMPARE(int(m_service->subsystems().size()), 2);
+        QVERIFY(m_service->users().size() >= 3);
+        QVERIFY(!query(rkservice::kDataBrokers, "1").datas.empty());
+        QCOMPARE(int(queryAt(rkservice::kDataGlobalPermission, "", "sys2").datas.size()), 1);
+    }
+
+    void sourcesEndToEnd() {
+        const OperateResult added =
+            operate(rkservice::kDataQuoteSources, 2,
+                    list({stockSource(10000, 2, "10.0.0.1", 9000, "用户", "密码"),
+                          futureSource(20000, 1, 8060, 1)}));
+        QVERIFY2(added.error.isSuccess(), added.error.errorMsg().c_str());
+        const QStringList ids =
+            QString::fromStdString(added.result.getStringField("ids")).split(',');
+        QCOMPARE(ids.size(), 2);
+        auto all = sources();
+        QCOMPARE(int(all.size()), 2);
+        QCOMPARE(all[0]->m_nId, ids[0].toInt());
+        QCOMPARE(all[0]->m_strUserName, std::string("用户"));
+        QCOMPARE(all[0]->getSystemTag(), std::string("sys1"));
+        QCOMPARE(int(sources("1").size()), 1);
+
+        // Refusals, and a refused batch changes nothing.
+        const OperateResult dup = operate(rkservice::kDataQuoteSources, 2,
+                                          list({stockSource(10000, 2, "10.0.0.2", 9000),
+                                                stockSource(10000, 2, "10.0.0.1", 9000)}));
+        QVERIFY(errorText(dup.error).contains(QStringLiteral("行情源已存在")));
+        QVERIFY(
+            errorText(operate(rkservice::kDataQuoteSources, 2, list({futureSource(20000, 1, 1, 1)}))
+                          .error)
+                .contains(QStringLiteral("期货公司不存在")));
+        QCOMPARE(int(sources().size()), 2);
+
+        auto change = stockSource(10000, 2, "10.0.0.3", 9001);
+        change->m_nId = ids[0].toInt();
+        QVERIFY(operate(rkservice::kDataQuoteSources, 0, list({change})).error.isSuccess());
+        QCOMPARE(sources().front()->m_strAddress, std::string("10.0.0.3"));
+        QVERIFY(!operate(rkservice::kDataQuoteSources, 3,
+                         list({deleteRecord(ids[1].toInt()), deleteRecord(424242)}))
+                     .error.isSuccess());
+        QCOMPARE(int(sources().size()), 2);
+        QVERIFY(
+            operate(rkservice::kDataQuoteSources, 3, list({deleteRecord(ids[1].toInt())}), "sys1")
+                .error.isSuccess());
+        QCOMPARE(int(sources().size()), 1);
+
+        auto token = boost::make_shared<rkservice::CLevel2Token>();
+        token->token = "pgToken1";
+        QVERIFY(operate(rkservice::kDataLevel2Tokens, 2, list({token})).error.isSuccess());
+        QVERIFY(!operate(rkservice::kDataLevel2Tokens, 2, list({token})).error.isSuccess());
+    }
+
+    void concurrentWriters() {
+        const int before = int(sources().size());
+        std::atomic<int> failures{0};
+        std::vector<QThread*> threads;
+        for (int t = 0; t < 8; ++t) {
+            threads.push_back(QThread::create([t, &failures] {
+                for (int i = 0; i < 40; ++i) {
+                    const std::string address =
+                        "10.20." + std::to_string(t) + "." + std::to_string(i);
+                    const OperateResult r =
+                        operate(rkservice::kDataQuoteSources, 2,
+                                list({stockSource(10000, 2, address, 1)}), t % 2 ? "sys2" : "sys1");
+                    if (!r.error.isSuccess())
+                        ++failures;
+                    if (i % 4 == 3) {
+                        const int id =
+                            QString::fromStdString(r.result.getStringField("ids")).toInt();
+                        if (!operate(rkservice::kDataQuoteSources, 3, list({deleteRecord(id)}))
+                                 .error.isSuccess())
+                            ++failures;
+                    }
+                }
+            }));
+            threads.back()->start();
+        }
+        for (QThread* thread : threads) {
+            QVERIFY(thread->wait(120000));
+            delete thread;
+        }
+        QCOMPARE(failures.load(), 0);
+        QCOMPARE(int(sources().size()), before + 8 * 30);
+    }
+
+    void exportToSqliteAndBack() {
+        QJsonObject document;
+        QString error;
+        QVERIFY2(m_service->exportDocument(&document, &error), qPrintable(error));
+        QTemporaryDir dir;
+        CServiceOptions sqlite;
+        sqlite.dataDir = dir.path();
+        sqlite.seed = false;
+        auto local = CQuotesService::open(sqlite, &error);
+        QVERIFY2(local, qPrintable(error));
+        QVERIFY2(local->importDocument(document, &error), qPrintable(error));
+        QJsonObject copy;
+        QVERIFY(local->exportDocument(&copy));
+        QCOMPARE(copy, document);
+
+        // And into a second PostgreSQL database, which continues the ids after the imported ones.
+        QVERIFY(
+            tool(QStringLiteral("createdb"),
+                 {QStringLiteral("-h"), m_socketDir, QStringLiteral("-p"), QString::number(m_port),
+                  QStringLiteral("-U"), QStringLiteral("postgres"), QStringLiteral("quotes2")}));
+        auto second = CQuotesService::open(options(QStringLiteral("quotes2")), &error);
+        QVERIFY2(second, qPrintable(error));
+        QVERIFY2(second->importDocument(copy, &error), qPrintable(error));
+        QJsonObject third;
+        QVERIFY(second->exportDocument(&third));
+        QCOMPARE(third, document);
+        int highest = 0;
+        for (const QJsonValue& s : document.value(QStringLiteral("sources")).toArray())
+            highest = std::max(highest, s.toObject().value(QStringLiteral("id")).toInt());
+        rkservice::COperateDataReq add;
+        add.dataType = rkservice::kDataQuoteSources;
+        add.operateType = rkservice::kOperateAdd;
+        add.datas = list({stockSource(10000, 2, "10.99.0.1", 1)});
+        bson::BSONObj result;
+        QVERIFY(second->operateSync(Hlx::CRequestTarget::centre(), add, &result).isSuccess());
+        QVERIFY(QString::fromStdString(result.getStringField("ids")).toInt() > highest);
+    }
+
+    void reopenKeepsDataAndRefusesNewerSchema() {
+        QString error;
+        const size_t count = sources().size();
+        {
+            auto again = CQuotesService::open(options(), &error);
+            QVERIFY2(again, qPrintable(error));
+            rkservice::COrinQueryDataReq request;
+            request.dataType = rkservice::kDataQuoteSources;
+            std::vector<rkservice::IDataPtr> datas;
+            QVERIFY(again->querySync(Hlx::CRequestTarget::centre(), request, &datas).isSuccess());
+            QCOMPARE(datas.size(), count);
+        }
+        QVERIFY(tool(QStringLiteral("psql"),
+                     {QStringLiteral("-h"), m_socketDir, QStringLiteral("-p"),
+                      QString::number(m_port), QStringLiteral("-U"), QStringLiteral("postgres"),
+                      QStringLiteral("-d"), QStringLiteral("quotes2"), QStringLiteral("-c"),
+                      QStringLiteral("UPDATE meta SET val = '7' WHERE name = 'schema_version'")}));
+        QVERIFY(!CQuotesService::open(options(QStringLiteral("quotes2")), &error));
+        QVERIFY2(error.contains(QStringLiteral("拒绝打开")), qPrintable(error));
+    }
+
+    void serverGoneAndBack() {
+        QVERIFY(stopServer());
+        m_running = false;
+        QElapsedTimer timer;
+        timer.start();
+        const QueryResult r = query(rkservice::kDataQuoteSources, "");
+        QVERIFY(!r.error.isSuccess());
+        QVERIFY2(errorText(r.error).contains(QStringLiteral("无法连接数据库服务器")),
+                 r.error.errorMsg().c_str());
+        const OperateResult o =
+            operate(rkservice::kDataQuoteSources, 2, list({stockSource(10000, 2, "10.30.0.1", 1)}));
+        QVERIFY(!o.error.isSuccess());
+        QVERIFY(timer.elapsed() < 20000);
+        QVERIFY(startServer());
+        m_running = true;
+        // Every worker thread reconnects on its next request.
+        for (int i = 0; i < 16; ++i) {
+            const QueryResult again = query(rkservice::kDataLevel2Tokens, "");
+            QVERIFY2(again.error.isSuccess(), again.error.errorMsg().c_str());
+        }
+        QVERIFY(
+            operate(rkservice::kDataQuoteSources, 2, list({stockSource(10000, 2, "10.30.0.1", 1)}))
+                .error.isSuccess());
+    }
+};
+
+QTEST_GUILESS_MAIN(TestPostgres)
+#include "tst_postgres.moc"
