@@ -1,0 +1,720 @@
+#include <QCheckBox>
+#include <QSignalSpy>
+#include <QtTest>
+
+#include "Hlx/CLogCenter.h"
+#include "Hlx/COrinClientCenter.h"
+#include "Hlx/CSafeLineEdit.h"
+#include "Hlx/CWholeQuoteSettingDialog.h"
+#include "ModalDriver.h"
+#include "RecordBuilders.h"
+#include "ScriptedBackend.h"
+#include "TestUsers.h"
+#include "Zu/CLoadingMaskWidget.h"
+#include "Zu/COddEvenRowTable.h"
+#include "dialogs/CSetFutureQuotesDialog.h"
+#include "dialogs/CSetStockQuotesDialog.h"
+#include "panels/QuotesManagePanel.h"
+#include "rkservice/COrinQuoterSourceInfo.h"
+
+using namespace Hlx;
+using namespace RecordBuilders;
+using Panel = CQuotesManagePanel;
+
+namespace {
+
+rkservice::COrinQuoterSourceInfoPtr sentSource(const ScriptedBackend::Request& request,
+                                               int index = 0) {
+    return boost::dynamic_pointer_cast<rkservice::COrinQuoterSourceInfo>(
+        request.datas.at(size_t(index)));
+}
+
+// What a modal dialog looked like when it opened; closes it.
+struct SeenDialog {
+    QPointer<QWidget> widget;
+    QString title;
+    bool isAdd = false;
+    int tradeType = 0;
+    bool futureOnly = false;
+    QString address;
+    QString serverName;
+};
+
+void closeNextDialog(SeenDialog* seen) {
+    ModalDriver::onNext([seen](QWidget* modal) {
+        seen->widget = modal;
+        if (auto* stock = qobject_cast<CSetStockQuotesDialog*>(modal)) {
+            seen->title = stock->title();
+            seen->isAdd = stock->isAdd();
+            seen->tradeType = stock->tradeType();
+            seen->futureOnly = stock->isFutureOnly();
+            seen->address = stock->addressEdit()->text();
+            seen->serverName = stock->serverName();
+        } else if (auto* future = qobject_cast<CSetFutureQuotesDialog*>(modal)) {
+            seen->title = future->title();
+            seen->tradeType = future->tradeType();
+            seen->serverName = future->systemName();
+        } else if (auto* common = qobject_cast<Zu::CCommonDialog*>(modal)) {
+            seen->title = common->title();
+        }
+        modal->close();
+        if (auto* dialog = qobject_cast<QDialog*>(modal))
+            dialog->reject();
+    });
+}
+
+}  // namespace
+
+class TestQuotesPanelActions : public QObject {
+    Q_OBJECT
+private slots:
+    void init() {
+        m_backend = ScriptedBackend::install();
+        m_backend->setLoginTypeAuth(true);
+        TestUsers::setCurrent(TestUsers::allRights());
+        m_backend->setQueryAnswer(
+            12300, {source(11, 10000, 2, "10.0.0.11"), source(12, 10000, 2, "10.0.0.12"),
+                    source(13, 20000, 2, "10.0.0.13")});
+        m_messages.reset(
+            new QSignalSpy(COrinClientCenter::instance(), &COrinClientCenter::serverMessageShown));
+    }
+    void cleanup() {
+        m_backend->setHolding(false);
+        m_backend->releaseAll();
+        m_backend->settle();
+    }
+
+    // -- the event table --------------------------------------------------------------------
+
+    void addOnAStockPanelShowsTheStockDialog() {
+        CStockQuotesManagePanel panel(nullptr);
+        SeenDialog seen;
+        closeNextDialog(&seen);
+        QVERIFY(panel.deliverEvent(5, 0, 0, QString(), nullptr));
+        QCOMPARE(seen.title, QString("添加证券行情源"));
+        QVERIFY(seen.isAdd);
+        QCOMPARE(seen.tradeType, 2);
+        QVERIFY(!seen.futureOnly);
+        QVERIFY(panel.stockDialog());
+        QCOMPARE(seen.widget.data(), static_cast<QWidget*>(panel.stockDialog()));
+        QCOMPARE(panel.stockDialog()->parent(), &panel);
+    }
+
+    void addOnFuturesPanelsShowsTheFutureDialog_data() {
+        QTest::addColumn<int>("tradeType");
+        QTest::addColumn<QString>("title");
+        QTest::newRow("futures") << 1 << "添加期货行情源";
+        QTest::newRow("futures options") << 5 << "添加期货期权行情源";
+    }
+
+    void addOnFuturesPanelsShowsTheFutureDialog() {
+        QFETCH(int, tradeType);
+        QFETCH(QString, title);
+        std::unique_ptr<Panel> panel(createQuotesPanel(tradeType, nullptr));
+        panel->switchSystem(0, "sys1");
+        SeenDialog seen;
+        closeNextDialog(&seen);
+        panel->deliverEvent(5, 0, 0, QString(), nullptr);
+        QCOMPARE(seen.title, title);
+        QCOMPARE(seen.tradeType, tradeType);
+        QCOMPARE(seen.serverName, QString("sys1"));
+        CSetFutureQuotesDialog* first = panel->futureDialog();
+        QVERIFY(first);
+        QVERIFY(!panel->stockDialog());
+        closeNextDialog(&seen);
+        panel->deliverEvent(5, 0, 0, QString(), nullptr);
+        QCOMPARE(panel->futureDialog(), first);
+    }
+
+    void kxAddShowsAFuturesOnlyStockDialog_data() {
+        QTest::addColumn<int>("tradeType");
+        QTest::addColumn<QString>("title");
+        QTest::newRow("futures") << 1 << "添加期货行情源";
+        QTest::newRow("futures options") << 5 << "添加期货期权行情源";
+        QTest::newRow("all") << -1 << "添加全部行情源";
+    }
+
+    void kxAddShowsAFuturesOnlyStockDialog() {
+        QFETCH(int, tradeType);
+        QFETCH(QString, title);
+        std::unique_ptr<Panel> panel(createQuotesPanel(tradeType, nullptr));
+        SeenDialog seen;
+        closeNextDialog(&seen);
+        QVERIFY(panel->deliverEvent(5, 2, 0, QString(), nullptr));
+        QCOMPARE(seen.title, title);
+        QVERIFY(seen.futureOnly);
+        QVERIFY(seen.isAdd);
+        QCOMPARE(seen.tradeType, tradeType);
+    }
+
+    void kxAddOnOtherPanelsDoesNothing_data() {
+        QTest::addColumn<int>("tradeType");
+        for (int type : {2, 4, 6, 7, 8, 10, 11, 16, 1002})
+            QTest::newRow(qPrintable(QString::number(type))) << type;
+    }
+
+    void kxAddOnOtherPanelsDoesNothing() {
+        QFETCH(int, tradeType);
+        std::unique_ptr<Panel> panel(createQuotesPanel(tradeType, nullptr));
+        QVERIFY(panel->deliverEvent(5, 2, 0, QString(), nullptr));
+        QVERIFY(!panel->stockDialog());
+        QVERIFY(!QApplication::activeModalWidget());
+    }
+
+    void theFirstActionFixesTheStockDialog() {
+        // Kx add first: the dialog stays futures-only for the later add.
+        CFutureQuotesManagePanel panel(nullptr);
+        SeenDialog seen;
+        closeNextDialog(&seen);
+        panel.deliverEvent(5, 2, 0, QString(), nullptr);
+        CSetStockQuotesDialog* dialog = panel.stockDialog();
+        QVERIFY(dialog && dialog->isFutureOnly());
+        CAllTypeQuotesManagePanel all(nullptr);
+        closeNextDialog(&seen);
+        all.deliverEvent(5, 2, 0, QString(), nullptr);
+        closeNextDialog(&seen);
+        all.deliverEvent(5, 0, 0, QString(), nullptr);
+        QVERIFY(seen.futureOnly);
+        QCOMPARE(seen.title, QString("添加全部行情源"));
+    }
+
+    void refreshAndSourcesChangedReload() {
+        CStockQuotesManagePanel panel(nullptr);
+        QVERIFY(panel.deliverEvent(5, 1, 0, QString(), nullptr));
+        QTRY_COMPARE(m_backend->requestCount(), 1);
+        QVERIFY(panel.deliverEvent(3026, 0, 0, QString(), nullptr));
+        QTRY_COMPARE(m_backend->requestCount(), 2);
+        QVERIFY(panel.deliverEvent(3026, 7, 9, "x", nullptr));
+        QTRY_COMPARE(m_backend->requestCount(), 3);
+        QTRY_COMPARE(panel.table()->rowCount(), 2);
+    }
+
+    void otherIdsDoNothingAndOtherEventsAreForwarded() {
+        CStockQuotesManagePanel panel(nullptr);
+        QVERIFY(panel.deliverEvent(5, 9, 0, QString(), nullptr));
+        QVERIFY(panel.deliverEvent(5, -1, 0, QString(), nullptr));
+        QVERIFY(!panel.deliverEvent(71, 0, 0, QString(), nullptr));
+        QVERIFY(!panel.deliverEvent(101, 1, 0, QString(), nullptr));
+        m_backend->settle();
+        QCOMPARE(m_backend->requestCount(), 0);
+        QVERIFY(!panel.stockDialog());
+    }
+
+    // -- edit -------------------------------------------------------------------------------
+
+    void editReusesTheDialogWithAnEmptyName() {
+        CStockQuotesManagePanel panel(nullptr);
+        panel.refresh();
+        QTRY_COMPARE(panel.table()->rowCount(), 2);
+        panel.table()->selectRow(1);
+        SeenDialog seen;
+        closeNextDialog(&seen);
+        QVERIFY(panel.deliverEvent(228, 0, 5, "1", nullptr));
+        QCOMPARE(seen.title, QString("编辑行情源"));
+        QVERIFY(!seen.isAdd);
+        QCOMPARE(seen.address, QString("10.0.0.12"));
+        QCOMPARE(panel.stockDialog()->editId(), 12);
+        CSetStockQuotesDialog* first = panel.stockDialog();
+        panel.table()->selectRow(0);
+        closeNextDialog(&seen);
+        panel.deliverEvent(228, 0, 5, "0", nullptr);
+        QCOMPARE(panel.stockDialog(), first);
+        QCOMPARE(seen.address, QString("10.0.0.11"));
+    }
+
+    void editOnAllTypesBuildsANewDialogEachTime() {
+        m_backend->setQueryAnswer(12300, {source(1, 10000, 6), source(2, 31003, 4)});
+        CAllTypeQuotesManagePanel panel(nullptr);
+        panel.refresh();
+        QTRY_COMPARE(panel.table()->rowCount(), 2);
+        SeenDialog seen;
+        panel.table()->selectRow(0);
+        closeNextDialog(&seen);
+        panel.deliverEvent(228, 0, 5, "0", nullptr);
+        QCOMPARE(seen.tradeType, 6);
+        CSetStockQuotesDialog* first = panel.stockDialog();
+        panel.table()->selectRow(1);
+        closeNextDialog(&seen);
+        panel.deliverEvent(228, 0, 5, "1", nullptr);
+        QCOMPARE(seen.tradeType, 4);
+        QVERIFY(panel.stockDialog() != first);
+        QCOMPARE(first->parent(), &panel);  // the previous one stays with its parent
+        QCOMPARE(seen.title, QString("编辑行情源"));
+    }
+
+    void editNeedsTheEditRight_data() {
+        QTest::addColumn<int>("tradeType");
+        QTest::addColumn<int>("right");
+        QTest::newRow("1") << 1 << 10385;
+        QTest::newRow("2") << 2 << 10389;
+        QTest::newRow("4") << 4 << 12149;
+        QTest::newRow("5") << 5 << 11231;
+        QTest::newRow("6") << 6 << 10711;
+        QTest::newRow("7") << 7 << 11031;
+        QTest::newRow("8") << 8 << 12370;
+        QTest::newRow("10") << 10 << 11021;
+        QTest::newRow("11") << 11 << 11223;
+        QTest::newRow("16") << 16 << 12355;
+        QTest::newRow("1002") << 1002 << 12363;
+    }
+
+    void editNeedsTheEditRight() {
+        QFETCH(int, tradeType);
+        QFETCH(int, right);
+        m_backend->setQueryAnswer(12300, {source(1, 15000, tradeType)});
+        // Futures panels list the Kx sources of their platform.
+        if (tradeType != 2)
+            m_backend->setQueryAnswer(12300, "2", {source(1, 20000, 2), source(2, 70000, 2)});
+        std::set<int> rights = TestUsers::allRights();
+        rights.erase(right);
+        TestUsers::setCurrent(rights);
+        std::unique_ptr<Panel> panel(createQuotesPanel(tradeType, nullptr));
+        panel->refresh();
+        QTRY_COMPARE(panel->table()->rowCount(), 1);
+        panel->table()->selectRow(0);
+        QVERIFY(panel->deliverEvent(228, 0, 5, "0", nullptr));
+        QVERIFY(!panel->stockDialog());
+        // With the right, the same event opens the editor.
+        TestUsers::setCurrent(TestUsers::allRights());
+        SeenDialog seen;
+        closeNextDialog(&seen);
+        panel->deliverEvent(228, 0, 5, "0", nullptr);
+        QVERIFY(panel->stockDialog());
+        QCOMPARE(seen.title, QString("编辑行情源"));
+    }
+
+    void editWithoutSelectionDoesNothing() {
+        CStockQuotesManagePanel panel(nullptr);
+        panel.refresh();
+        QTRY_COMPARE(panel.table()->rowCount(), 2);
+        QCOMPARE(panel.table()->selectedRow(), -1);
+        QVERIFY(panel.deliverEvent(228, 0, 5, "0", nullptr));
+        QVERIFY(!panel.stockDialog());
+    }
+
+    // -- delete one -------------------------------------------------------------------------
+
+    void deleteAsksThenSendsTheSelectedRowsId() {
+        CStockQuotesManagePanel panel(nullptr);
+        panel.refresh();
+        QTRY_COMPARE(panel.table()->rowCount(), 2);
+        m_backend->clearRequests();
+        // The button of row 0 is pressed while row 1 is selected.
+        panel.table()->selectRow(1);
+        QString title, text;
+        int buttons = 0;
+        ModalDriver::answerNextBox(QMessageBox::Ok, &title, &text, &buttons);
+        QVERIFY(panel.deliverEvent(228, 0, 6, "0", nullptr));
+        QCOMPARE(title, QString("操作提示"));
+        QCOMPARE(text, QString("确定删除证券行情源吗? "));
+        QCOMPARE(buttons, 0x400400);
+        QTRY_COMPARE(m_backend->requestsOf(12300).size(),
+                     size_t(2));  // the delete, then the reload
+        const auto request = m_backend->requests().front();
+        QCOMPARE(request.isQuery, false);
+        QCOMPARE(request.operateType, 3);
+        QCOMPARE(int(request.datas.size()), 1);
+        QCOMPARE(sentSource(request)->m_nId, 12);
+        QCOMPARE(sentSource(request)->m_nTradeType, 2);
+        QCOMPARE(sentSource(request)->m_nPlatformId, 10000);
+        QVERIFY(sentSource(request)->m_strAddress.empty());
+        QVERIFY(request.toCentre);
+    }
+
+    void deleteOfAFuturesPlatformSendsTradeTypeTwo() {
+        auto kx = source(21, 20000, 1);
+        m_backend->setQueryAnswer(12300, "2", {kx});
+        CFutureQuotesManagePanel panel(nullptr);
+        panel.refresh();
+        QTRY_COMPARE(panel.table()->rowCount(), 1);
+        panel.table()->selectRow(0);
+        m_backend->clearRequests();
+        ModalDriver::answerNextBox(QMessageBox::Ok);
+        panel.deliverEvent(228, 0, 6, "0", nullptr);
+        QTRY_VERIFY(m_backend->requestCount() >= 1);
+        const auto request = m_backend->requests().front();
+        QCOMPARE(sentSource(request)->m_nId, 21);
+        QCOMPARE(sentSource(request)->m_nTradeType, 2);
+        QCOMPARE(sentSource(request)->m_nPlatformId, 20000);
+    }
+
+    void deleteOnAllTypesNamesNoTradeType() {
+        CAllTypeQuotesManagePanel panel(nullptr);
+        panel.refresh();
+        QTRY_COMPARE(panel.table()->rowCount(), 3);
+        panel.table()->selectRow(0);
+        QString text;
+        ModalDriver::answerNextBox(QMessageBox::Cancel, nullptr, &text);
+        panel.deliverEvent(228, 0, 6, "0", nullptr);
+        QCOMPARE(text, QString("确定删除行情源吗? "));
+    }
+
+    void deleteAnsweredOtherwiseSendsNothing() {
+        CStockQuotesManagePanel panel(nullptr);
+        panel.refresh();
+        QTRY_COMPARE(panel.table()->rowCount(), 2);
+        panel.table()->selectRow(0);
+        m_backend->clearRequests();
+        ModalDriver::answerNextBox(QMessageBox::Cancel);
+        panel.deliverEvent(228, 0, 6, "0", nullptr);
+        m_backend->settle();
+        QCOMPARE(m_backend->requestCount(), 0);
+    }
+
+    void deleteOfARowBeyondTheTableDoesNothing() {
+        m_backend->setQueryAnswer(
+            12300,
+            {source(1, 10000, 2), source(2, 10000, 2), source(3, 10000, 2), source(4, 10000, 2),
+             source(5, 10000, 2), source(6, 10000, 2), source(7, 10000, 2)});
+        CStockQuotesManagePanel panel(nullptr);
+        panel.refresh();
+        QTRY_COMPARE(panel.table()->rowCount(), 7);
+        panel.table()->selectRow(0);
+        m_backend->clearRequests();
+        QString text;
+        ModalDriver::answerNextBox(QMessageBox::Ok, nullptr, &text);
+        QVERIFY(panel.deliverEvent(228, 0, 6, "7", nullptr));
+        QVERIFY(!text.isEmpty());  // the question was asked
+        m_backend->settle();
+        QCOMPARE(m_backend->requestCount(), 0);
+    }
+
+    void multiServerUserWithoutSubsystemSendsNoDelete() {
+        m_backend->setSubsystems({{"sys1", "上海"}, {"sys2", "深圳"}});
+        TestUsers::setCurrent(TestUsers::allRights(), true);
+        CStockQuotesManagePanel panel(nullptr);
+        panel.refresh();
+        QTRY_COMPARE(panel.table()->rowCount(), 2);
+        panel.table()->selectRow(0);
+        m_backend->clearRequests();
+        ModalDriver::answerNextBox(QMessageBox::Ok);
+        QVERIFY(panel.deliverEvent(228, 0, 6, "0", nullptr));
+        m_backend->settle();
+        QCOMPARE(m_backend->requestCount(), 0);
+        QCOMPARE(m_messages->count(), 0);
+        // With a sub-system chosen, the delete goes to its client.
+        panel.switchSystem(1, "sys2");
+        QTRY_COMPARE(panel.table()->rowCount(), 2);
+        panel.table()->selectRow(0);
+        m_backend->clearRequests();
+        ModalDriver::answerNextBox(QMessageBox::Ok);
+        panel.deliverEvent(228, 0, 6, "0", nullptr);
+        QTRY_VERIFY(m_backend->requestCount() >= 1);
+        QCOMPARE(m_backend->requests().front().toCentre, false);
+        QCOMPARE(m_backend->requests().front().subsystem, std::string("sys2"));
+    }
+
+    void failedDeleteIsSilent() {
+        m_backend->setOperateAnswer(12300, utils::RKError::fail("删除失败"));
+        CStockQuotesManagePanel panel(nullptr);
+        panel.refresh();
+        QTRY_COMPARE(panel.table()->rowCount(), 2);
+        panel.table()->selectRow(0);
+        m_backend->clearRequests();
+        QSignalSpy finished(&panel, &Panel::sigOnDataFinished);
+        ModalDriver::answerNextBox(QMessageBox::Ok);
+        panel.deliverEvent(228, 0, 6, "0", nullptr);
+        QTRY_COMPARE(m_backend->requestCount(), 1);
+        m_backend->settle();
+        QCOMPARE(finished.count(), 0);
+        QCOMPARE(m_backend->requestCount(), 1);
+        QCOMPARE(m_messages->count(), 0);
+        QCOMPARE(panel.table()->rowCount(), 2);
+    }
+
+    // -- delete all -------------------------------------------------------------------------
+
+    void deleteAllSendsOneRequestAndClearsAtOnce() {
+        m_backend->setQueryAnswer(12300, "2", {source(31, 20000, 2)});
+        m_backend->setQueryAnswer(12261,
+                                  {broker(20000, "9_z", "公司", {group(1, "g", {"1.1.1.1:1"})})});
+        m_backend->setQueryAnswer(12300, "1", {brokerSource(30, 20000, 9, 1, 1)});
+        CFutureQuotesManagePanel panel(nullptr);
+        panel.refresh();
+        QTRY_COMPARE(panel.table()->rowCount(), 2);
+        m_backend->setHolding(true);
+        m_backend->clearRequests();
+        QString title, text;
+        int buttons = 0;
+        ModalDriver::answerNextBox(QMessageBox::Yes, &title, &text, &buttons);
+        QVERIFY(panel.deliverEvent(5, 3, 0, QString(), nullptr));
+        QCOMPARE(title, QString("提示"));
+        QCOMPARE(text, QString("确定要删除全部行情源吗?"));
+        QCOMPARE(buttons, 0x14000);
+        // Cleared without waiting for the answer.
+        QCOMPARE(panel.table()->rowCount(), 0);
+        QCOMPARE(panel.rowRecordCount(), 0);
+        QTRY_COMPARE(m_backend->heldCount(), 1);
+        const auto request = m_backend->requests().front();
+        QCOMPARE(request.operateType, 3);
+        QCOMPARE(int(request.datas.size()), 2);
+        QCOMPARE(sentSource(request, 0)->m_nId, 30);
+        QCOMPARE(sentSource(request, 1)->m_nId, 31);
+        QCOMPARE(sentSource(request, 0)->m_nTradeType, 2);  // platform 20000 goes as type 2
+        QCOMPARE(sentSource(request, 1)->m_nTradeType, 2);
+    }
+
+    void deleteAllOnAnEmptyTableAsksAndDoesNothing() {
+        m_backend->setQueryAnswer(12300, {});
+        CStockQuotesManagePanel panel(nullptr);
+        panel.refresh();
+        m_backend->settle();
+        m_backend->clearRequests();
+        QString text;
+        ModalDriver::answerNextBox(QMessageBox::Yes, nullptr, &text);
+        panel.deliverEvent(5, 3, 0, QString(), nullptr);
+        QCOMPARE(text, QString("确定要删除全部行情源吗?"));
+        m_backend->settle();
+        QCOMPARE(m_backend->requestCount(), 0);
+    }
+
+    void deleteAllAnsweredNoSendsNothing() {
+        CStockQuotesManagePanel panel(nullptr);
+        panel.refresh();
+        QTRY_COMPARE(panel.table()->rowCount(), 2);
+        m_backend->clearRequests();
+        ModalDriver::answerNextBox(QMessageBox::No);
+        panel.deliverEvent(5, 3, 0, QString(), nullptr);
+        m_backend->settle();
+        QCOMPARE(m_backend->requestCount(), 0);
+        QCOMPARE(panel.table()->rowCount(), 2);
+    }
+
+    void deleteRefreshedFlagAcrossDeletes() {
+        CStockQuotesManagePanel panel(nullptr);
+        panel.refresh();
+        QTRY_COMPARE(panel.table()->rowCount(), 2);
+        QSignalSpy finished(&panel, &Panel::sigOnDataFinished);
+        panel.table()->selectRow(0);
+        ModalDriver::answerNextBox(QMessageBox::Ok);
+        panel.deliverEvent(228, 0, 6, "0", nullptr);
+        QTRY_COMPARE(finished.count(), 1);
+        QTRY_COMPARE(panel.table()->rowCount(), 2);
+        // Delete-all does not reset the flag, so its success refreshes nothing more.
+        ModalDriver::answerNextBox(QMessageBox::Yes);
+        panel.deliverEvent(5, 3, 0, QString(), nullptr);
+        m_backend->settle();
+        QCOMPARE(finished.count(), 1);
+        QCOMPARE(panel.table()->rowCount(), 0);
+    }
+
+    // -- whole-quote settings ---------------------------------------------------------------
+
+    void wholeQuoteWithoutPermissionShowsNothing() {
+        CAllTypeQuotesManagePanel panel(nullptr);
+        QVERIFY(panel.deliverEvent(5, 4, 0, QString(), nullptr));
+        QVERIFY(panel.wholeQuoteDialog());  // created before the record is looked at
+        QVERIFY(!QApplication::activeModalWidget());
+        m_backend->settle();
+        QVERIFY(m_backend->requestsOf(676).empty());
+    }
+
+    void wholeQuoteSavesTheEditedDivision() {
+        auto info = boost::make_shared<rkservice::CGlobalFeaturePermissionInfo>();
+        info->m_wholeQuote->setEnabled("SH", true);
+        m_backend->setQueryAnswer(676, {info});
+        CAllTypeQuotesManagePanel panel(nullptr);
+        panel.switchSystem(0, "sys1");
+        panel.onActive();
+        QTRY_VERIFY(panel.permissionInfo());
+        m_backend->clearRequests();
+        QString title;
+        ModalDriver::onNext([&](QWidget* modal) {
+            auto* dialog = qobject_cast<CWholeQuoteSettingDialog*>(modal);
+            QVERIFY(dialog);
+            title = dialog->title();
+            QVERIFY(dialog->marketCheckBox("SH")->isChecked());
+            dialog->marketCheckBox("SZ")->setChecked(true);
+            dialog->marketCheckBox("SH")->setChecked(false);
+            dialog->accept();
+        });
+        panel.deliverEvent(5, 4, 0, QString(), nullptr);
+        QCOMPARE(title, QString("行情全推设置"));
+        QTRY_COMPARE(m_messages->count(), 1);
+        QCOMPARE(m_messages->at(0).at(0).toInt(), 0);
+        QCOMPARE(m_messages->at(0).at(3).toString(), QString("提示"));
+        QCOMPARE(m_messages->at(0).at(4).toString(), QString("保存成功"));
+        const auto saves = m_backend->requestsOf(676);
+        QCOMPARE(int(saves.size()), 1);
+        QCOMPARE(saves.front().operateType, 1);
+        QCOMPARE(saves.front().toCentre, false);
+        QCOMPARE(saves.front().subsystem, std::string("sys1"));
+        auto sent = boost::dynamic_pointer_cast<rkservice::CGlobalFeaturePermissionInfo>(
+            saves.front().datas.at(0));
+        QVERIFY(sent);
+        QVERIFY(sent->m_wholeQuote->isEnabled("SZ"));
+        QVERIFY(!sent->m_wholeQuote->isEnabled("SH"));
+        QVERIFY(panel.permissionInfo()->m_wholeQuote->isEnabled("SZ"));
+        QVERIFY(!panel.loadingMask()->isVisible());
+    }
+
+    void wholeQuoteCancelledSendsNothing() {
+        m_backend->setQueryAnswer(676,
+                                  {boost::make_shared<rkservice::CGlobalFeaturePermissionInfo>()});
+        CAllTypeQuotesManagePanel panel(nullptr);
+        panel.onActive();
+        QTRY_VERIFY(panel.permissionInfo());
+        m_backend->clearRequests();
+        ModalDriver::onNext([](QWidget* modal) { static_cast<QDialog*>(modal)->reject(); });
+        panel.deliverEvent(5, 4, 0, QString(), nullptr);
+        m_backend->settle();
+        QVERIFY(m_backend->requestsOf(676).empty());
+    }
+
+    void failedSaveIsLoggedAndShown() {
+        m_backend->setQueryAnswer(676,
+                                  {boost::make_shared<rkservice::CGlobalFeaturePermissionInfo>()});
+        m_backend->setOperateAnswer(676, utils::RKError::fail("保存被拒绝"));
+        CLogCenter::instance()->clearRecentLines();
+        CAllTypeQuotesManagePanel panel(nullptr);
+        panel.show();
+        panel.onActive();
+        QTRY_VERIFY(panel.permissionInfo());
+        m_backend->setHolding(true);
+        ModalDriver::onNext([](QWidget* modal) { static_cast<QDialog*>(modal)->accept(); });
+        panel.deliverEvent(5, 4, 0, QString(), nullptr);
+        QVERIFY(panel.loadingMask()->isVisible());
+        QCOMPARE(panel.loadingMask()->attachedTo(), static_cast<QWidget*>(&panel));
+        QTRY_COMPARE(m_backend->heldCount(), 1);
+        m_backend->releaseAll();
+        QTRY_COMPARE(m_messages->count(), 1);
+        QCOMPARE(m_messages->at(0).at(0).toInt(), 1);
+        QCOMPARE(m_messages->at(0).at(1).toBool(), false);
+        QCOMPARE(m_messages->at(0).at(3).toString(), QString("提示"));
+        QCOMPARE(m_messages->at(0).at(4).toString(), QString("保存被拒绝"));
+        QVERIFY(!panel.loadingMask()->isVisible());
+        QVERIFY(CLogCenter::instance()->recentLines().contains(
+            "[CQuotesManagePanel] saveData error:保存被拒绝"));
+        // With logging off, nothing is logged.
+        CLogCenter::instance()->clearRecentLines();
+        CLogCenter::instance()->setLogEnabled(false);
+        ModalDriver::onNext([](QWidget* modal) { static_cast<QDialog*>(modal)->accept(); });
+        panel.deliverEvent(5, 4, 0, QString(), nullptr);
+        QTRY_COMPARE(m_backend->heldCount(), 1);
+        m_backend->releaseAll();
+        QTRY_COMPARE(m_messages->count(), 2);
+        QVERIFY(CLogCenter::instance()->recentLines().isEmpty());
+        CLogCenter::instance()->setLogEnabled(true);
+    }
+
+    void foreignPermissionMakesWholeQuoteDoNothing() {
+        m_backend->setQueryAnswer(676, {source(1, 10000, 2)});
+        CAllTypeQuotesManagePanel panel(nullptr);
+        panel.onActive();
+        m_backend->settle();
+        QVERIFY(!panel.permissionInfo());
+        panel.deliverEvent(5, 4, 0, QString(), nullptr);
+        QVERIFY(!QApplication::activeModalWidget());
+    }
+
+    // -- re-entrancy --------------------------------------------------------------------------
+
+    void loadAnswerDueWhileTheEditDialogIsOpen() {
+        CStockQuotesManagePanel panel(nullptr);
+        panel.refresh();
+        QTRY_COMPARE(panel.table()->rowCount(), 2);
+        panel.table()->selectRow(0);
+        bool inside = false;
+        ModalDriver::onNext([&](QWidget* modal) {
+            inside = true;
+            QVERIFY(panel.dataMutex().isHeldByCurrentThread());
+            m_backend->setQueryAnswer(12300, {source(41, 10000, 2)});
+            panel.deliverEvent(3026, 0, 0, QString(), nullptr);  // a refresh inside the dialog
+            m_backend->settle();
+            QCOMPARE(panel.table()->rowCount(), 2);  // nothing rebuilt under the open dialog
+            static_cast<QDialog*>(modal)->reject();
+        });
+        panel.deliverEvent(228, 0, 5, "0", nullptr);
+        QVERIFY(inside);
+        QTRY_COMPARE(panel.table()->rowCount(), 1);
+        QCOMPARE(panel.table()->itemText(0, Panel::kColId), QString("41"));
+    }
+
+    void editSubmittedWhileAnEarlierAnswerIsHeld() {
+        CStockQuotesManagePanel panel(nullptr);
+        panel.refresh();
+        QTRY_COMPARE(panel.table()->rowCount(), 2);
+        m_backend->setHolding(true);
+        for (int round = 0; round < 2; ++round) {
+            panel.table()->selectRow(round);
+            ModalDriver::onNext([](QWidget* modal) {
+                auto* dialog = qobject_cast<CSetStockQuotesDialog*>(modal);
+                QVERIFY(dialog);
+                dialog->userEdit()->setText("edited");
+                dialog->handleEvent(5, 0, 0, QString(), nullptr);
+            });
+            panel.deliverEvent(228, 0, 5, QString::number(round), nullptr);
+        }
+        QTRY_COMPARE(m_backend->heldCount(), 2);
+        const auto edits = m_backend->requestsOf(12300);
+        QCOMPARE(edits.at(edits.size() - 2).operateType, 0);
+        QCOMPARE(sentSource(edits.back())->m_nId, 12);
+        QCOMPARE(sentSource(edits.back())->m_strUserName, std::string("edited"));
+        m_backend->setHolding(false);
+        m_backend->releaseAll();
+        QTRY_COMPARE(m_messages->count(), 2);
+        QTRY_COMPARE(panel.table()->rowCount(), 2);
+        m_backend->settle();
+        QCOMPARE(m_messages->at(0).at(4).toString(), QString("操作成功"));
+    }
+
+    void permissionAnswerWhileTheWholeQuoteDialogIsOpen() {
+        auto first = boost::make_shared<rkservice::CGlobalFeaturePermissionInfo>();
+        m_backend->setQueryAnswer(676, {first});
+        CAllTypeQuotesManagePanel panel(nullptr);
+        panel.onActive();
+        QTRY_VERIFY(panel.permissionInfo());
+        auto second = boost::make_shared<rkservice::CGlobalFeaturePermissionInfo>();
+        second->m_wholeQuote->setEnabled("GOLD", true);
+        m_backend->setQueryAnswer(676, {second});
+        ModalDriver::onNext([&](QWidget* modal) {
+            panel.onActive();  // its permission answer waits for the dialog
+            QTRY_COMPARE(panel.permissionMutex().waitingCount(), 1);
+            static_cast<QDialog*>(modal)->reject();
+        });
+        panel.deliverEvent(5, 4, 0, QString(), nullptr);
+        QTRY_VERIFY(panel.permissionInfo() &&
+                    panel.permissionInfo()->m_wholeQuote->isEnabled("GOLD"));
+    }
+
+    // -- lifetime ---------------------------------------------------------------------------
+
+    void destroyedWhileADeleteOrSaveIsHeld() {
+        m_backend->setQueryAnswer(676,
+                                  {boost::make_shared<rkservice::CGlobalFeaturePermissionInfo>()});
+        auto* panel = new CAllTypeQuotesManagePanel(nullptr);
+        panel->onActive();
+        QTRY_VERIFY(panel->permissionInfo());
+        QTRY_COMPARE(panel->table()->rowCount(), 3);
+        m_backend->setHolding(true);
+        panel->table()->selectRow(0);
+        ModalDriver::answerNextBox(QMessageBox::Ok);
+        panel->deliverEvent(228, 0, 6, "0", nullptr);
+        ModalDriver::onNext([](QWidget* modal) { static_cast<QDialog*>(modal)->accept(); });
+        panel->deliverEvent(5, 4, 0, QString(), nullptr);
+        ModalDriver::answerNextBox(QMessageBox::Yes);
+        panel->deliverEvent(5, 3, 0, QString(), nullptr);
+        QTRY_COMPARE(m_backend->heldCount(), 3);
+        delete panel;
+        m_backend->releaseAll();
+        m_backend->settle();
+    }
+
+    void destroyedWhileTheFutureDialogsRequestsAreHeld() {
+        auto* panel = new CFutureQuotesManagePanel(nullptr);
+        m_backend->setHolding(true);
+        ModalDriver::onNext([](QWidget* modal) { static_cast<QDialog*>(modal)->reject(); });
+        panel->deliverEvent(5, 0, 0, QString(), nullptr);
+        QTRY_COMPARE(m_backend->heldCount(), 2);
+        delete panel;
+        m_backend->releaseAll();
+        m_backend->settle();
+    }
+
+private:
+    boost::shared_ptr<ScriptedBackend> m_backend;
+    std::unique_ptr<QSignalSpy> m_messages;
+};
+
+QTEST_MAIN(TestQuotesPanelActions)
+#include "tst_quotespanel_actions.moc"
