@@ -89,8 +89,7 @@ CBaseNormalTable::CBaseNormalTable(QWidget* parent, int layoutId, int menuFlags)
     connect(m_view, &QWidget::customContextMenuRequested, this, &CBaseNormalTable::showContextMenu);
 }
 
-CBaseNormalTable::~CBaseNormalTable()
-{
+CBaseNormalTable::~CBaseNormalTable() {
     // The view goes first, while the model and the delegates it uses still exist.
     m_view->viewport()->removeEventFilter(this);
     m_view->horizontalHeader()->viewport()->removeEventFilter(this);
