@@ -1,0 +1,233 @@
+#include <QCheckBox>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QtTest>
+
+#include "CQuotesService.h"
+#include "Hlx/COrinClientCenter.h"
+#include "Hlx/CSafeLineEdit.h"
+#include "Hlx/CUserManager.h"
+#include "Hlx/CWholeQuoteSettingDialog.h"
+#include "ModalDriver.h"
+#include "Zu/CComboBox.h"
+#include "Zu/COddEvenRowTable.h"
+#include "dialogs/CSetFutureQuotesDialog.h"
+#include "dialogs/CSetStockQuotesDialog.h"
+#include "panels/QuotesManagePanel.h"
+
+using namespace Hlx;
+using Panel = CQuotesManagePanel;
+
+// The panels against the embedded data service: what the operator does is stored and read back.
+class TestQuotesPanelService : public QObject {
+    Q_OBJECT
+private slots:
+    void init() {
+        QVERIFY(m_dir.isValid());
+        openService();
+        m_messages.reset(
+            new QSignalSpy(COrinClientCenter::instance(), &COrinClientCenter::serverMessageShown));
+    }
+
+    void cleanup() {
+        COrinClientCenter::instance()->waitForIdle();
+        QCoreApplication::processEvents();
+        COrinClientCenter::instance()->setBackend({});
+        m_service.reset();
+        QDir(m_dir.path()).removeRecursively();
+        QDir().mkpath(m_dir.path());
+    }
+
+    void addStockSourceAndSeeItListed() {
+        CStockQuotesManagePanel panel(nullptr);
+        panel.switchSystem(0, "sys1");
+        waitUntilIdle();
+        QCOMPARE(panel.table()->rowCount(), 0);
+        submitStockDialog(&panel, [](CSetStockQuotesDialog* dialog) {
+            dialog->addressEdit()->setText("192.168.7.7");
+            dialog->portEdit()->setText("7709");
+            dialog->userEdit()->setText("行情用户_1");
+            dialog->passwordEdit()->setText("pw123");
+        });
+        QTRY_COMPARE(panel.table()->rowCount(), 1);
+        QCOMPARE(panel.table()->itemText(0, Panel::kColAddress), QString("192.168.7.7"));
+        QCOMPARE(panel.table()->itemText(0, Panel::kColPort), QString("7709"));
+        QCOMPARE(panel.table()->itemText(0, Panel::kColUser), QString("行情用户_1"));
+        QCOMPARE(panel.table()->itemText(0, Panel::kColPassword), QString("pw123"));
+        QCOMPARE(lastMessage(), QString("操作成功"));
+    }
+
+    void refusedSourceShowsTheServicesMessage() {
+        CStockQuotesManagePanel panel(nullptr);
+        panel.switchSystem(0, "sys1");
+        waitUntilIdle();
+        submitStockDialog(&panel, [](CSetStockQuotesDialog* dialog) {
+            dialog->addressEdit()->setText("10.0.0.1");
+            dialog->portEdit()->setText("70000");
+            dialog->userEdit()->setText("u");
+            dialog->passwordEdit()->setText("p");
+        });
+        QTRY_VERIFY(m_messages->count() >= 1);
+        waitUntilIdle();
+        QCOMPARE(m_messages->last().at(1).toBool(), false);
+        QVERIFY(!lastMessage().isEmpty());
+        QVERIFY(lastMessage() != QString("操作失败"));
+        QCOMPARE(panel.table()->rowCount(), 0);
+    }
+
+    void addFuturesSourceAndSeeItsBrokerRow() {
+        CFutureQuotesManagePanel panel(nullptr);
+        panel.switchSystem(0, "sys1");
+        waitUntilIdle();
+        const int before = panel.table()->rowCount();
+        QString platform, broker, group;
+        ModalDriver::onNext([&](QWidget* modal) {
+            auto* dialog = qobject_cast<CSetFutureQuotesDialog*>(modal);
+            QVERIFY(dialog);
+            QTRY_VERIFY(dialog->platformCombo()->count() > 1);
+            dialog->platformCombo()->setCurrentIndex(1);
+            QTRY_VERIFY(dialog->brokerCombo()->count() > 1);
+            dialog->brokerCombo()->setCurrentIndex(1);
+            QTRY_VERIFY(dialog->serverGroupCombo()->count() > 1);
+            dialog->serverGroupCombo()->setCurrentIndex(1);
+            platform = dialog->platformCombo()->currentText();
+            broker = dialog->brokerCombo()->currentText();
+            group = dialog->serverGroupCombo()->currentText();
+            dialog->handleEvent(5, 0, 0, QString(), nullptr);
+        });
+        panel.deliverEvent(5, 0, 0, QString(), nullptr);
+        QTRY_COMPARE(panel.table()->rowCount(), before + 1);
+        waitUntilIdle();
+        int row = -1;
+        for (int r = 0; r < panel.table()->rowCount(); ++r) {
+            if (panel.table()->itemText(r, Panel::kColName) == broker)
+                row = r;
+        }
+        QVERIFY2(row >= 0, qPrintable(broker));
+        QCOMPARE(panel.table()->itemText(row, Panel::kColServerGroup), group);
+        QVERIFY(!panel.table()->itemText(row, Panel::kColAddress).isEmpty());
+        QCOMPARE(panel.table()->itemText(row, Panel::kColSubsystem), QString("上海主站"));
+    }
+
+    void editDeleteAndDeleteAll() {
+        CStockQuotesManagePanel panel(nullptr);
+        panel.switchSystem(0, "sys1");
+        waitUntilIdle();
+        for (const char* address : {"10.1.0.1", "10.1.0.2", "10.1.0.3"}) {
+            const QString text = QString::fromLatin1(address);
+            submitStockDialog(&panel, [text](CSetStockQuotesDialog* dialog) {
+                dialog->addressEdit()->setText(text);
+                dialog->portEdit()->setText("9000");
+                dialog->userEdit()->setText("u");
+                dialog->passwordEdit()->setText("p");
+            });
+            waitUntilIdle();
+        }
+        QTRY_COMPARE(panel.table()->rowCount(), 3);
+
+        // Edit the second source's port.
+        panel.table()->selectRow(1);
+        ModalDriver::onNext([](QWidget* modal) {
+            auto* dialog = qobject_cast<CSetStockQuotesDialog*>(modal);
+            QVERIFY(dialog);
+            QCOMPARE(dialog->addressEdit()->text(), QString("10.1.0.2"));
+            dialog->portEdit()->setText("9100");
+            dialog->handleEvent(5, 0, 0, QString(), nullptr);
+        });
+        panel.deliverEvent(228, 0, 5, "1", nullptr);
+        QTRY_COMPARE(panel.table()->itemText(1, Panel::kColPort), QString("9100"));
+
+        // Delete the first.
+        panel.table()->selectRow(0);
+        ModalDriver::answerNextBox(QMessageBox::Ok);
+        panel.deliverEvent(228, 0, 6, "0", nullptr);
+        QTRY_COMPARE(panel.table()->rowCount(), 2);
+        waitUntilIdle();
+        QCOMPARE(panel.table()->itemText(0, Panel::kColAddress), QString("10.1.0.2"));
+
+        // Delete all, then reload: nothing is left.
+        ModalDriver::answerNextBox(QMessageBox::Yes);
+        panel.deliverEvent(5, 3, 0, QString(), nullptr);
+        QCOMPARE(panel.table()->rowCount(), 0);
+        waitUntilIdle();
+        panel.refresh();
+        waitUntilIdle();
+        QCOMPARE(panel.table()->rowCount(), 0);
+    }
+
+    void wholeQuoteSettingsSurviveARestart() {
+        {
+            CAllTypeQuotesManagePanel panel(nullptr);
+            panel.switchSystem(1, "sys2");
+            panel.onActive();
+            QTRY_VERIFY(panel.permissionInfo());
+            ModalDriver::onNext([](QWidget* modal) {
+                auto* dialog = qobject_cast<CWholeQuoteSettingDialog*>(modal);
+                QVERIFY(dialog);
+                dialog->marketCheckBox("HGT")->setChecked(true);
+                dialog->accept();
+            });
+            panel.deliverEvent(5, 4, 0, QString(), nullptr);
+            QTRY_COMPARE(lastMessage(), QString("保存成功"));
+        }
+        // A new service on the same database, as after a restart of the console.
+        COrinClientCenter::instance()->waitForIdle();
+        COrinClientCenter::instance()->setBackend({});
+        m_service.reset();
+        openService();
+        CAllTypeQuotesManagePanel sys2(nullptr);
+        sys2.switchSystem(1, "sys2");
+        sys2.onActive();
+        QTRY_VERIFY(sys2.permissionInfo());
+        QVERIFY(sys2.permissionInfo()->m_wholeQuote->isEnabled("HGT"));
+        // The other sub-system kept its own settings.
+        CAllTypeQuotesManagePanel sys1(nullptr);
+        sys1.switchSystem(0, "sys1");
+        sys1.onActive();
+        QTRY_VERIFY(sys1.permissionInfo());
+        QVERIFY(!sys1.permissionInfo()->m_wholeQuote->isEnabled("HGT"));
+    }
+
+private:
+    void openService() {
+        CServiceOptions options;
+        options.dataDir = m_dir.path();
+        QString error;
+        m_service = CQuotesService::open(options, &error);
+        QVERIFY2(m_service, qPrintable(error));
+        COrinClientCenter::instance()->setBackend(m_service);
+        for (const rkservice::CUserInfoPtr& user : m_service->users()) {
+            if (user->m_strName == "admin")
+                CUserManager::instance()->setCurrentUser(user);
+        }
+        QVERIFY(CUserManager::instance()->getUserInfoPtr()->routesBySystem());
+    }
+
+    static void waitUntilIdle() {
+        for (int i = 0; i < 4; ++i) {
+            COrinClientCenter::instance()->waitForIdle();
+            QCoreApplication::processEvents();
+        }
+    }
+
+    QString lastMessage() const {
+        return m_messages->isEmpty() ? QString() : m_messages->last().at(4).toString();
+    }
+
+    void submitStockDialog(Panel* panel, std::function<void(CSetStockQuotesDialog*)> fill) {
+        ModalDriver::onNext([fill](QWidget* modal) {
+            auto* dialog = qobject_cast<CSetStockQuotesDialog*>(modal);
+            QVERIFY(dialog);
+            fill(dialog);
+            dialog->handleEvent(5, 0, 0, QString(), nullptr);
+        });
+        panel->deliverEvent(5, 0, 0, QString(), nullptr);
+    }
+
+    QTemporaryDir m_dir;
+    boost::shared_ptr<CQuotesService> m_service;
+    std::unique_ptr<QSignalSpy> m_messages;
+};
+
+QTEST_MAIN(TestQuotesPanelService)
+#include "tst_quotespanel_service.moc"
