@@ -1,0 +1,167 @@
+#include <QDockWidget>
+#include <QSettings>
+#include <QTableView>
+#include <QTemporaryDir>
+#include <QtTest>
+
+#include "CConsoleWindow.h"
+#include "CPanelCatalogue.h"
+#include "CQuotesService.h"
+#include "CScreenshotter.h"
+#include "Hlx/COrinClientCenter.h"
+#include "Hlx/CUserManager.h"
+#include "Zu/COddEvenRowTable.h"
+#include "panels/CLevel2QuotesManagePanel.h"
+#include "panels/CQuotesManagePanel.h"
+
+using namespace Hlx;
+
+class TestConsole : public QObject {
+    Q_OBJECT
+private slots:
+    void init() {
+        QVERIFY(m_dir.isValid());
+        CServiceOptions options;
+        options.dataDir = m_dir.path();
+        QString error;
+        m_service = CQuotesService::open(options, &error);
+        QVERIFY2(m_service, qPrintable(error));
+        COrinClientCenter::instance()->setBackend(m_service);
+    }
+
+    void cleanup() {
+        CScreenshotter::waitUntilSettled();
+        COrinClientCenter::instance()->setBackend({});
+        m_service.reset();
+        QDir(m_dir.path()).removeRecursively();
+        QDir().mkpath(m_dir.path());
+    }
+
+    void firstStartShowsTheDefaultLayout() {
+        CConsoleWindow window(m_service, settingsFile());
+        QVERIFY(!window.restoreSettings());
+        QStringList open = window.openPanels();
+        QStringList expected = CPanelCatalogue::defaultPanels();
+        open.sort();
+        expected.sort();
+        QCOMPARE(open, expected);
+        QCOMPARE(window.currentUser(), QString("admin"));
+        QCOMPARE(window.currentSystem(), QString("sys1"));
+        auto* stocks = qobject_cast<CQuotesManagePanel*>(window.panel("stq"));
+        QVERIFY(stocks);
+        QCOMPARE(stocks->systemName(), QString("sys1"));
+    }
+
+    void opensEveryPanel() {
+        CConsoleWindow window(m_service, settingsFile());
+        window.show();
+        for (const CPanelEntry& entry : CPanelCatalogue::entries()) {
+            IorinDockableWidget* panel = window.openPanel(entry.objectName);
+            QVERIFY2(panel, qPrintable(entry.objectName));
+            QCOMPARE(panel->objectName(), entry.objectName);
+            QVERIFY(panel->isVisible());
+            CScreenshotter::waitUntilSettled();
+        }
+        QCOMPARE(window.openPanels().size(), int(CPanelCatalogue::entries().size()));
+        // Opening again raises the same panel.
+        IorinDockableWidget* again = window.openPanel("stq");
+        QCOMPARE(again, window.panel("stq"));
+        QCOMPARE(window.openPanels().size(), int(CPanelCatalogue::entries().size()));
+    }
+
+    void stateIsSavedAndRestored() {
+        QString savedParam;
+        {
+            CConsoleWindow window(m_service, settingsFile());
+            window.restoreSettings();
+            window.openPanel("god");
+            auto* stocks = qobject_cast<CQuotesManagePanel*>(window.panel("stq"));
+            stocks->table()->view()->setColumnWidth(2, 231);
+            savedParam = stocks->param();
+            QVERIFY(!savedParam.isEmpty());
+            window.switchSystem("sys2");
+            window.saveSettings();
+        }
+        CConsoleWindow window(m_service, settingsFile());
+        QVERIFY(window.restoreSettings());
+        QVERIFY(window.openPanels().contains("god"));
+        QCOMPARE(window.currentSystem(), QString("sys2"));
+        auto* stocks = qobject_cast<CQuotesManagePanel*>(window.panel("stq"));
+        QCOMPARE(stocks->param(), savedParam);
+        QCOMPARE(stocks->systemName(), QString("sys2"));
+    }
+
+    void damagedSettingsFallBackToTheDefaultLayout() {
+        {
+            QSettings settings(settingsFile(), QSettings::IniFormat);
+            settings.setValue("version", 1);
+            settings.setValue("panels", QStringList{"nonsense", "stq"});
+            settings.setValue("windowState", QByteArray("not a state"));
+            settings.setValue("geometry", QByteArray("\x01\x02"));
+            settings.setValue("param/stq", "zt1|garbage");
+        }
+        CConsoleWindow window(m_service, settingsFile());
+        QVERIFY(!window.restoreSettings());
+        QStringList open = window.openPanels();
+        QStringList expected = CPanelCatalogue::defaultPanels();
+        open.sort();
+        expected.sort();
+        QCOMPARE(open, expected);
+    }
+
+    void switchingTheSubsystemBindsEveryPanel() {
+        CConsoleWindow window(m_service, settingsFile());
+        window.restoreSettings();
+        CScreenshotter::waitUntilSettled();
+        window.switchSystem("sys2");
+        for (const QString& name : window.openPanels())
+            QCOMPARE(window.panel(name)->systemName(), QString("sys2"));
+        auto* all = qobject_cast<CQuotesManagePanel*>(window.panel("allq"));
+        QTRY_VERIFY(all->permissionInfo());
+        QCOMPARE(all->permissionInfo()->getSystemTag(), std::string("sys2"));
+    }
+
+    void switchingTheUserRebuildsThePanels() {
+        CConsoleWindow window(m_service, settingsFile());
+        window.restoreSettings();
+        auto* before = qobject_cast<CQuotesManagePanel*>(window.panel("stq"));
+        QVERIFY(before->addButton());
+        window.switchUser("viewer");
+        QCOMPARE(window.currentUser(), QString("viewer"));
+        QCOMPARE(QString::fromStdString(CUserManager::instance()->getUserInfoPtr()->m_strName),
+                 QString("viewer"));
+        auto* after = qobject_cast<CQuotesManagePanel*>(window.panel("stq"));
+        QVERIFY(after);
+        QVERIFY(!after->addButton());
+        QVERIFY(window.openPanels().contains("level2quote"));
+        window.switchUser("admin");
+    }
+
+    void screenshotsOfEveryPanelAndDialog() {
+        CConsoleWindow window(m_service, settingsFile());
+        window.restoreSettings();
+        const QString shots = m_dir.filePath("shots");
+        CScreenshotter screenshotter(&window, shots);
+        QString error;
+        QVERIFY2(screenshotter.run(&error), qPrintable(error));
+        for (const CPanelEntry& entry : CPanelCatalogue::entries())
+            QVERIFY2(QFile::exists(QDir(shots).filePath(entry.objectName + ".png")),
+                     qPrintable(entry.objectName));
+        for (const char* name :
+             {"console", "stq_dialog_add", "stq_dialog_edit", "allq_dialog_add", "allq_dialog_edit",
+              "ftq_dialog_add", "foq_dialog_add", "allq_wholequote", "level2quote_dialog"})
+            QVERIFY2(QFile::exists(QDir(shots).filePath(QString(name) + ".png")), name);
+        QImage stocks(QDir(shots).filePath("stq.png"));
+        QVERIFY(!stocks.isNull());
+        QVERIFY(stocks.width() >= 1000);
+    }
+
+private:
+    QString settingsFile() const { return m_dir.filePath("console.ini"); }
+
+    QTemporaryDir m_dir;
+    boost::shared_ptr<CQuotesService> m_service;
+};
+
+QTEST_MAIN(TestConsole)
+#include "tst_console.moc"
