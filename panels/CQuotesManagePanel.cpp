@@ -338,6 +338,8 @@ void CQuotesManagePanel::slotOnDataQuotesInfo(bool bError, QString qsError, int 
     m_table->clear();
     m_table->update();
     m_rowRecords.clear();
+    m_names.clear();
+    m_rowRights = readRowRights();
     m_table->setTotalCount(count);
     if (bError) {
         showLoadFailure(qsError.isEmpty() ? QStringLiteral("请求数据失败") : qsError);
@@ -374,25 +376,31 @@ void CQuotesManagePanel::appendSourceRow(const rkservice::COrinQuoterSourceInfoP
     const int row = m_table->appendRow();
     m_table->setItemText(row, kColId, text(source->m_nId));
     m_table->setItemText(row, kColTradeType,
-                         tradeType2String(source->m_nTradeType, source->m_nPlatformId));
-    m_table->setItemText(row, kColPlatform, getPlatformName(source->m_nPlatformId));
+                         m_names.tradeTypeName(source->m_nTradeType, source->m_nPlatformId));
+    m_table->setItemText(row, kColPlatform, m_names.platformName(source->m_nPlatformId));
     m_table->setItemText(row, kColAddress, Zu::sToQs(source->m_strAddress));
     m_table->setItemText(row, kColPort, text(source->m_nPort));
     m_table->setItemText(row, kColUser, Zu::sToQs(source->m_strUserName));
     m_table->setItemText(row, kColPassword, Zu::sToQs(source->m_strPassword));
     // The server name deliberately goes to the server-group column in these rows.
-    m_table->setItemText(
-        row, kColServerGroup,
-        COrinClientCenter::instance()->getServerNameBySystemTag(source->getSystemTag()));
-    if (m_tradeType == CTradeTypeTable::kAll) {
-        setRowButtons(row, true, true);
-    } else {
-        const CTradeTypeInfo* info = CTradeTypeTable::find(m_tradeType);
-        CUserManager* users = CUserManager::instance();
-        setRowButtons(row, info && users->checkUserAuth(info->editRight),
-                      info && users->checkUserAuth(info->deleteRight));
-    }
+    m_table->setItemText(row, kColServerGroup, m_names.serverName(source->getSystemTag()));
+    setRowButtons(row, m_rowRights.edit, m_rowRights.remove);
     m_rowRecords[row] = source;
+}
+
+CQuotesManagePanel::RowRights CQuotesManagePanel::readRowRights() const {
+    CUserManager* users = CUserManager::instance();
+    RowRights rights;
+    if (m_tradeType == CTradeTypeTable::kAll) {
+        // The all-types panel offers both buttons on every row.
+        rights.edit = rights.remove = true;
+    } else if (const CTradeTypeInfo* info = CTradeTypeTable::find(m_tradeType)) {
+        rights.edit = users->checkUserAuth(info->editRight);
+        rights.remove = users->checkUserAuth(info->deleteRight);
+    }
+    rights.brokerRemove = users->checkUserAuth(kFuturesRowDeleteRight);
+    rights.kxRemove = rights.brokerRemove || users->checkUserAuth(kKxRowDeleteRight);
+    return rights;
 }
 
 void CQuotesManagePanel::setRowButtons(int row, bool edit, bool remove) {
@@ -436,13 +444,11 @@ void CQuotesManagePanel::appendBrokerRow(const rkservice::COrinQuoterSourceInfoP
     m_table->setItemText(row, kColId, text(source->m_nId));
     m_table->setItemText(row, kColPlatform, Zu::sToQs(broker.platformName));
     m_table->setItemText(row, kColName, Zu::sToQs(broker.brokerName));
-    m_table->setItemText(
-        row, kColSubsystem,
-        COrinClientCenter::instance()->getServerNameBySystemTag(source->getSystemTag()));
+    m_table->setItemText(row, kColSubsystem, m_names.serverName(source->getSystemTag()));
     m_table->setItemText(row, kColServerGroup, Zu::sToQs(group.serverGroupName));
     m_table->setItemText(row, kColAddress, addresses.join(QLatin1Char(',')));
     m_table->setItemText(row, kColPort, ports.join(QLatin1Char(',')));
-    setRowButtons(row, false, CUserManager::instance()->checkUserAuth(kFuturesRowDeleteRight));
+    setRowButtons(row, false, m_rowRights.brokerRemove);
     m_rowRecords[row] = source;
 }
 
@@ -493,6 +499,8 @@ void CQuotesManagePanel::slotOnDataKxFutureQuotesInfo(bool bError, QString qsErr
     }
     if (bError)
         return;
+    m_names.clear();
+    m_rowRights = readRowRights();
     for (const rkservice::COrinQuoterSourceInfoPtr& source : m_kxFutureSources)
         appendKxRow(source);
     m_table->adjustColumnWidth();
@@ -505,19 +513,14 @@ void CQuotesManagePanel::appendKxRow(const rkservice::COrinQuoterSourceInfoPtr& 
     m_table->setItemText(row, kColName,
                          m_tradeType == CTradeTypeTable::kFutures ? QStringLiteral("Kx期货")
                                                                   : QStringLiteral("Kx期货期权"));
-    m_table->setItemText(row, kColPlatform, getPlatformName(source->m_nPlatformId));
+    m_table->setItemText(row, kColPlatform, m_names.platformName(source->m_nPlatformId));
     m_table->setItemText(row, kColId, text(source->m_nId));
     m_table->setItemText(row, kColAddress, Zu::sToQs(source->m_strAddress));
     m_table->setItemText(row, kColPort, text(source->m_nPort));
     m_table->setItemText(row, kColUser, Zu::sToQs(source->m_strUserName));
     m_table->setItemText(row, kColPassword, Zu::sToQs(source->m_strPassword));
-    m_table->setItemText(
-        row, kColServerGroup,
-        COrinClientCenter::instance()->getServerNameBySystemTag(source->getSystemTag()));
-    CUserManager* users = CUserManager::instance();
-    setRowButtons(
-        row, false,
-        users->checkUserAuth(kFuturesRowDeleteRight) || users->checkUserAuth(kKxRowDeleteRight));
+    m_table->setItemText(row, kColServerGroup, m_names.serverName(source->getSystemTag()));
+    setRowButtons(row, false, m_rowRights.kxRemove);
     m_rowRecords[row] = source;
 }
 

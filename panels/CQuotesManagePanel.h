@@ -10,6 +10,7 @@
 #include "Hlx/IorinDockableWidget.h"
 #include "bson/BSONObj.h"
 #include "model/CAnswerGuard.h"
+#include "model/CNameCache.h"
 #include "model/CPanelMutex.h"
 #include "model/PanelQuotesManageGlobal.h"
 #include "rkservice/CGlobalFeaturePermissionInfo.h"
@@ -187,6 +188,16 @@ private:
     QQueue<int> m_brokerTickets;
     QQueue<int> m_quoteTickets;
     QQueue<int> m_kxTickets;
+    // The row buttons the user's rights allow, read once per load.
+    struct RowRights {
+        bool edit = false;
+        bool remove = false;
+        bool brokerRemove = false;
+        bool kxRemove = false;
+    };
+    RowRights readRowRights() const;
+    RowRights m_rowRights;
+    CNameCache m_names;  // display names of the rows being built
     CAnswerGuard m_answerGuard;
 };
 
