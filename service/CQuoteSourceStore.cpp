@@ -42,28 +42,41 @@ std::vector<rkservice::IDataPtr> CQuoteSourceStore::query(QSqlDatabase& db,
         query.addBindValue(tradeType);
     m_database.exec(query);
     std::vector<rkservice::IDataPtr> result;
+    // The records are made in blocks that share one allocation each: a large answer then costs
+    // a few big allocations instead of one per row, which is most of the time on a worker thread.
+    struct Block {
+        std::vector<rkservice::COrinQuoterSourceInfo> records;
+    };
+    const size_t kBlock = 4096;
+    boost::shared_ptr<Block> block;
     // Sub-system names repeat on every row: convert each only once.
     QString lastTag;
     std::string lastTagUtf8;
     while (query.next()) {
-        auto source = boost::make_shared<rkservice::COrinQuoterSourceInfo>();
-        source->m_nId = query.value(0).toInt();
+        if (!block || block->records.size() == kBlock) {
+            block = boost::make_shared<Block>();
+            // Reserved once and never grown, so the records stay where the pointers point.
+            block->records.reserve(kBlock);
+        }
+        block->records.emplace_back();
+        rkservice::COrinQuoterSourceInfo& source = block->records.back();
+        source.m_nId = query.value(0).toInt();
         const QString tag = query.value(1).toString();
         if (tag != lastTag) {
             lastTag = tag;
             lastTagUtf8 = tag.toStdString();
         }
-        source->setSystemTag(lastTagUtf8);
-        source->m_nPlatformId = query.value(2).toInt();
-        source->m_nBrokerId = query.value(3).toInt();
-        source->m_nServerGroupId = query.value(4).toInt();
-        source->m_strAddress = query.value(5).toString().toStdString();
-        source->m_nPort = query.value(6).toInt();
-        source->m_strUserName = query.value(7).toString().toStdString();
-        source->m_strPassword = query.value(8).toString().toStdString();
-        source->m_nTradeType = query.value(9).toInt();
-        source->m_strMarkets = query.value(10).toString().toStdString();
-        result.push_back(std::move(source));
+        source.setSystemTag(lastTagUtf8);
+        source.m_nPlatformId = query.value(2).toInt();
+        source.m_nBrokerId = query.value(3).toInt();
+        source.m_nServerGroupId = query.value(4).toInt();
+        source.m_strAddress = query.value(5).toString().toStdString();
+        source.m_nPort = query.value(6).toInt();
+        source.m_strUserName = query.value(7).toString().toStdString();
+        source.m_strPassword = query.value(8).toString().toStdString();
+        source.m_nTradeType = query.value(9).toInt();
+        source.m_strMarkets = query.value(10).toString().toStdString();
+        result.push_back(rkservice::IDataPtr(block, &source));
     }
     return result;
 }
