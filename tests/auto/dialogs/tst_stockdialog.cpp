@@ -1008,11 +1008,13 @@ private slots:
         m_backend->setHolding(true);
         EventSink panel;
         QPointer<CSetStockQuotesDialog> dialog = new CSetStockQuotesDialog(2, &panel, false);
-        dialog->setAttribute(Qt::WA_DeleteOnClose);
         fillValid(dialog);
         dialog->show();
         QTest::mouseClick(button(dialog, 0), Qt::LeftButton);
         QTRY_COMPARE(m_backend->heldCount(), 1);
+        QVERIFY(dialog);
+        // Closed for good: the dialog goes away with its submission still out.
+        dialog->setAttribute(Qt::WA_DeleteOnClose);
         dialog->close();
         QTRY_VERIFY(dialog.isNull());
         m_backend->releaseAll();
