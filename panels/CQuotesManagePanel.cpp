@@ -155,8 +155,9 @@ void CQuotesManagePanel::createToolBar(Zu::CWidgetList* outer) {
 
 void CQuotesManagePanel::createTable(Zu::CWidgetList* outer) {
     const CTradeTypeInfo* info = CTradeTypeTable::find(m_tradeType);
-    m_table = new Zu::COddEvenRowTable(outer, info ? info->layoutId : 0, 255);
-    m_table->setTableFlags(255);
+    m_table =
+        new Zu::COddEvenRowTable(outer, info ? info->layoutId : 0, Zu::CBaseNormalTable::MenuAll);
+    m_table->setTableFlags(Zu::CBaseNormalTable::TableShowGrid);
     m_table->setColumns({QStringLiteral("ID"), QStringLiteral("行情源类型"),
                          QStringLiteral("平台名称"), QStringLiteral("名称"),
                          QStringLiteral("服务器组"), QStringLiteral("地址"), QStringLiteral("端口"),

@@ -89,19 +89,19 @@ void COrinClientCenter::operateData_async(const rkservice::COperateDataReqPtr& r
     sendOperate(CRequestTarget::centre(), request, callback);
 }
 
-void COrinClientCenter::sendQuery(const CRequestTarget& target,
-                                  const rkservice::COrinQueryDataReqPtr& request,
-                                  const QueryCallback& callback) {
-    // The copy is taken here, on the caller's thread, as a network client serialises on send.
-    const rkservice::COrinQueryDataReq copy = request ? *request : rkservice::COrinQueryDataReq();
+// Carries one request: counts it, refuses what cannot reach the backend, and otherwise runs
+// `perform` (the backend call) on a worker; `deliver` calls the requester's callback there.
+void COrinClientCenter::dispatch(
+    const CRequestTarget& target, const CAnswerState::Deliver& deliver,
+    const std::function<void(IDataServiceBackend&, const boost::shared_ptr<CAnswerState>&)>&
+        perform) {
     QThreadPool* pool = m_pool;
     beginRequest();
     auto state = boost::make_shared<CAnswerState>(
-        [pool, callback](const utils::RKError& error, const std::vector<rkservice::IDataPtr>& datas,
-                         const bson::BSONObj& result) {
-            post(pool, [callback, error, datas, result]() {
-                if (callback)
-                    callback(error, datas, int(datas.size()), result);
+        [pool, deliver](const utils::RKError& error, const std::vector<rkservice::IDataPtr>& datas,
+                        const bson::BSONObj& result) {
+            post(pool, [deliver, error, datas, result]() {
+                deliver(error, datas, result);
                 endRequest();
             });
         });
@@ -111,13 +111,30 @@ void COrinClientCenter::sendQuery(const CRequestTarget& target,
         state->answer(utils::RKError::fail(refused), {}, bson::BSONObj());
         return;
     }
-    post(pool, [service, target, copy, state]() {
+    post(pool, [service, perform, state]() {
         try {
-            service->query(target, copy, CQueryAnswer(state));
+            perform(*service, state);
         } catch (const std::exception& e) {
             state->answer(utils::RKError::fail(e.what()), {}, bson::BSONObj());
         }
     });
+}
+
+void COrinClientCenter::sendQuery(const CRequestTarget& target,
+                                  const rkservice::COrinQueryDataReqPtr& request,
+                                  const QueryCallback& callback) {
+    // The copy is taken here, on the caller's thread, as a network client serialises on send.
+    const rkservice::COrinQueryDataReq copy = request ? *request : rkservice::COrinQueryDataReq();
+    dispatch(
+        target,
+        [callback](const utils::RKError& error, const std::vector<rkservice::IDataPtr>& datas,
+                   const bson::BSONObj& result) {
+            if (callback)
+                callback(error, datas, int(datas.size()), result);
+        },
+        [target, copy](IDataServiceBackend& service, const boost::shared_ptr<CAnswerState>& state) {
+            service.query(target, copy, CQueryAnswer(state));
+        });
 }
 
 void COrinClientCenter::sendOperate(const CRequestTarget& target,
@@ -129,30 +146,16 @@ void COrinClientCenter::sendOperate(const CRequestTarget& target,
         copy.operateType = request->operateType;
         copy.datas = rkservice::cloneAll(request->datas);
     }
-    QThreadPool* pool = m_pool;
-    beginRequest();
-    auto state = boost::make_shared<CAnswerState>(
-        [pool, callback](const utils::RKError& error, const std::vector<rkservice::IDataPtr>&,
-                         const bson::BSONObj& result) {
-            post(pool, [callback, error, result]() {
-                if (callback)
-                    callback(error, result);
-                endRequest();
-            });
+    dispatch(
+        target,
+        [callback](const utils::RKError& error, const std::vector<rkservice::IDataPtr>&,
+                   const bson::BSONObj& result) {
+            if (callback)
+                callback(error, result);
+        },
+        [target, copy](IDataServiceBackend& service, const boost::shared_ptr<CAnswerState>& state) {
+            service.operate(target, copy, COperateAnswer(state));
         });
-    const boost::shared_ptr<IDataServiceBackend> service = backend();
-    const std::string refused = refusal(service, target);
-    if (!refused.empty()) {
-        state->answer(utils::RKError::fail(refused), {}, bson::BSONObj());
-        return;
-    }
-    post(pool, [service, target, copy, state]() {
-        try {
-            service->operate(target, copy, COperateAnswer(state));
-        } catch (const std::exception& e) {
-            state->answer(utils::RKError::fail(e.what()), {}, bson::BSONObj());
-        }
-    });
 }
 
 bool COrinClientCenter::isMultiServers() const {

@@ -4,6 +4,7 @@
 #include <QPointer>
 #include <QString>
 #include <boost/shared_ptr.hpp>
+#include <functional>
 #include <mutex>
 #include <string>
 
@@ -16,6 +17,8 @@ class QThreadPool;
 class QWidget;
 
 namespace Hlx {
+
+class CAnswerState;
 
 // The process-wide client centre: every request of the library goes through it. A request is
 // copied on the caller's thread, carried out by the backend on a worker thread, and answered
@@ -68,6 +71,12 @@ signals:
 
 private:
     COrinClientCenter();
+    void dispatch(
+        const CRequestTarget& target,
+        const std::function<void(const utils::RKError&, const std::vector<rkservice::IDataPtr>&,
+                                 const bson::BSONObj&)>& deliver,
+        const std::function<void(IDataServiceBackend&, const boost::shared_ptr<CAnswerState>&)>&
+            perform);
     ~COrinClientCenter() override;
 
     mutable std::mutex m_mutex;
