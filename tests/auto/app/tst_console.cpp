@@ -1,13 +1,13 @@
 #include <QDockWidget>
 #include <QSettings>
 #include <QTableView>
-#include <QTemporaryDir>
 #include <QtTest>
 
 #include "CConsoleWindow.h"
 #include "CPanelCatalogue.h"
 #include "CQuotesService.h"
 #include "CScreenshotter.h"
+#include "EmbeddedService.h"
 #include "Hlx/COrinClientCenter.h"
 #include "Hlx/CUserManager.h"
 #include "Zu/COddEvenRowTable.h"
@@ -20,31 +20,21 @@ class TestConsole : public QObject {
     Q_OBJECT
 private slots:
     void init() {
-        QVERIFY(m_dir.isValid());
-        CServiceOptions options;
-        options.dataDir = m_dir.path();
-        QString error;
-        m_service = CQuotesService::open(options, &error);
-        QVERIFY2(m_service, qPrintable(error));
-        COrinClientCenter::instance()->setBackend(m_service);
+        m_embedded.reset(new EmbeddedService);
+        QVERIFY2(m_embedded->isOpen(), qPrintable(m_embedded->error()));
+        m_service = m_embedded->service();
     }
 
     void cleanup() {
         CScreenshotter::waitUntilSettled();
-        COrinClientCenter::instance()->setBackend({});
         m_service.reset();
-        QDir(m_dir.path()).removeRecursively();
-        QDir().mkpath(m_dir.path());
+        m_embedded.reset();
     }
 
     void firstStartShowsTheDefaultLayout() {
         CConsoleWindow window(m_service, settingsFile());
         QVERIFY(!window.restoreSettings());
-        QStringList open = window.openPanels();
-        QStringList expected = CPanelCatalogue::defaultPanels();
-        open.sort();
-        expected.sort();
-        QCOMPARE(open, expected);
+        QVERIFY(showsTheDefaultPanels(window));
         QCOMPARE(window.currentUser(), QString("admin"));
         QCOMPARE(window.currentSystem(), QString("sys1"));
         auto* stocks = qobject_cast<CQuotesManagePanel*>(window.panel("stq"));
@@ -102,11 +92,7 @@ private slots:
         }
         CConsoleWindow window(m_service, settingsFile());
         QVERIFY(!window.restoreSettings());
-        QStringList open = window.openPanels();
-        QStringList expected = CPanelCatalogue::defaultPanels();
-        open.sort();
-        expected.sort();
-        QCOMPARE(open, expected);
+        QVERIFY(showsTheDefaultPanels(window));
     }
 
     void switchingTheSubsystemBindsEveryPanel() {
@@ -140,7 +126,7 @@ private slots:
     void screenshotsOfEveryPanelAndDialog() {
         CConsoleWindow window(m_service, settingsFile());
         window.restoreSettings();
-        const QString shots = m_dir.filePath("shots");
+        const QString shots = m_embedded->path() + "/shots";
         CScreenshotter screenshotter(&window, shots);
         QString error;
         QVERIFY2(screenshotter.run(&error), qPrintable(error));
@@ -157,9 +143,17 @@ private slots:
     }
 
 private:
-    QString settingsFile() const { return m_dir.filePath("console.ini"); }
+    static bool showsTheDefaultPanels(const CConsoleWindow& window) {
+        QStringList open = window.openPanels();
+        QStringList expected = CPanelCatalogue::defaultPanels();
+        open.sort();
+        expected.sort();
+        return open == expected;
+    }
 
-    QTemporaryDir m_dir;
+    QString settingsFile() const { return m_embedded->path() + "/console.ini"; }
+
+    std::unique_ptr<EmbeddedService> m_embedded;
     boost::shared_ptr<CQuotesService> m_service;
 };
 

@@ -1,10 +1,10 @@
 #include <QApplication>
-#include <QTemporaryDir>
 #include <QtTest>
 #include <boost/make_shared.hpp>
 #include <climits>
 
 #include "CQuotesService.h"
+#include "EmbeddedService.h"
 #include "Hlx/COrinClientCenter.h"
 #include "Hlx/CSafeLineEdit.h"
 #include "TestUsers.h"
@@ -53,7 +53,7 @@ Zu::CSmallNormalButton* button(QWidget* dialog, int id) {
 class TestDialogsService : public QObject {
     Q_OBJECT
 
-    QTemporaryDir* m_dir = nullptr;
+    std::unique_ptr<EmbeddedService> m_embedded;
     boost::shared_ptr<CQuotesService> m_service;
     QVector<Message> m_messages;
 
@@ -100,25 +100,16 @@ private slots:
     }
 
     void init() {
-        m_dir = new QTemporaryDir;
-        QVERIFY(m_dir->isValid());
-        CServiceOptions options;
-        options.dataDir = m_dir->path();
-        QString error;
-        m_service = CQuotesService::open(options, &error);
-        QVERIFY2(m_service, qPrintable(error));
-        COrinClientCenter::instance()->setBackend(m_service);
+        m_embedded.reset(new EmbeddedService);
+        QVERIFY2(m_embedded->isOpen(), qPrintable(m_embedded->error()));
+        m_service = m_embedded->service();
         TestUsers::setCurrent(TestUsers::allRights(), false);
         m_messages.clear();
     }
 
     void cleanup() {
-        COrinClientCenter::instance()->waitForIdle();
-        QCoreApplication::processEvents();
-        COrinClientCenter::instance()->setBackend(boost::shared_ptr<IDataServiceBackend>());
         m_service.reset();
-        delete m_dir;
-        m_dir = nullptr;
+        m_embedded.reset();
     }
 
     void stockSourceIsStoredAsSent() {

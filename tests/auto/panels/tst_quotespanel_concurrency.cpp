@@ -65,10 +65,7 @@ private slots:
 
     void lateAnswerOfEveryStepAfterDestruction() {
         // Destroy the panel at each step of a futures load in turn.
-        m_backend->setQueryAnswer(12261,
-                                  {broker(20000, "1_a", "甲", {group(1, "g", {"1.1.1.1:1"})})});
-        m_backend->setQueryAnswer(12300, "1", {brokerSource(3, 20000, 1, 1, 1)});
-        m_backend->setQueryAnswer(12300, "2", {source(4, 20000, 2)});
+        scriptFuturesLoad();
         for (int step = 0; step < 3; ++step) {
             m_backend->setHolding(true);
             m_backend->clearRequests();
@@ -101,10 +98,7 @@ private slots:
     }
 
     void twoQuickRefreshesOfAFuturesPanel() {
-        m_backend->setQueryAnswer(12261,
-                                  {broker(20000, "1_a", "甲", {group(1, "g", {"1.1.1.1:1"})})});
-        m_backend->setQueryAnswer(12300, "1", {brokerSource(3, 20000, 1, 1, 1)});
-        m_backend->setQueryAnswer(12300, "2", {source(4, 20000, 2)});
+        scriptFuturesLoad();
         m_backend->setHolding(true);
         CFutureQuotesManagePanel panel(nullptr);
         panel.refresh();
@@ -122,10 +116,7 @@ private slots:
     }
 
     void slotQueuedBeforeARefreshIsDropped() {
-        m_backend->setQueryAnswer(12261,
-                                  {broker(20000, "1_a", "甲", {group(1, "g", {"1.1.1.1:1"})})});
-        m_backend->setQueryAnswer(12300, "1", {brokerSource(3, 20000, 1, 1, 1)});
-        m_backend->setQueryAnswer(12300, "2", {source(4, 20000, 2)});
+        scriptFuturesLoad();
         m_backend->setHolding(true);
         CFutureQuotesManagePanel panel(nullptr);
         panel.refresh();
@@ -231,6 +222,14 @@ private slots:
     }
 
 private:
+    // A futures load of one broker row (id 3) and one Kx row (id 4).
+    void scriptFuturesLoad() {
+        m_backend->setQueryAnswer(12261,
+                                  {broker(20000, "1_a", "甲", {group(1, "g", {"1.1.1.1:1"})})});
+        m_backend->setQueryAnswer(12300, "1", {brokerSource(3, 20000, 1, 1, 1)});
+        m_backend->setQueryAnswer(12300, "2", {source(4, 20000, 2)});
+    }
+
     boost::shared_ptr<ScriptedBackend> m_backend;
 };
 

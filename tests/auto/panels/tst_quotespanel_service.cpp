@@ -1,9 +1,9 @@
 #include <QCheckBox>
 #include <QSignalSpy>
-#include <QTemporaryDir>
 #include <QtTest>
 
 #include "CQuotesService.h"
+#include "EmbeddedService.h"
 #include "Hlx/COrinClientCenter.h"
 #include "Hlx/CSafeLineEdit.h"
 #include "Hlx/CUserManager.h"
@@ -23,20 +23,13 @@ class TestQuotesPanelService : public QObject {
     Q_OBJECT
 private slots:
     void init() {
-        QVERIFY(m_dir.isValid());
-        openService();
+        m_embedded.reset(new EmbeddedService);
+        loginAsAdmin();
         m_messages.reset(
             new QSignalSpy(COrinClientCenter::instance(), &COrinClientCenter::serverMessageShown));
     }
 
-    void cleanup() {
-        COrinClientCenter::instance()->waitForIdle();
-        QCoreApplication::processEvents();
-        COrinClientCenter::instance()->setBackend({});
-        m_service.reset();
-        QDir(m_dir.path()).removeRecursively();
-        QDir().mkpath(m_dir.path());
-    }
+    void cleanup() { m_embedded.reset(); }
 
     void addStockSourceAndSeeItListed() {
         CStockQuotesManagePanel panel(nullptr);
@@ -171,10 +164,8 @@ private slots:
             QTRY_COMPARE(lastMessage(), QString("保存成功"));
         }
         // A new service on the same database, as after a restart of the console.
-        COrinClientCenter::instance()->waitForIdle();
-        COrinClientCenter::instance()->setBackend({});
-        m_service.reset();
-        openService();
+        m_embedded->reopen();
+        loginAsAdmin();
         CAllTypeQuotesManagePanel sys2(nullptr);
         sys2.switchSystem(1, "sys2");
         sys2.onActive();
@@ -189,14 +180,9 @@ private slots:
     }
 
 private:
-    void openService() {
-        CServiceOptions options;
-        options.dataDir = m_dir.path();
-        QString error;
-        m_service = CQuotesService::open(options, &error);
-        QVERIFY2(m_service, qPrintable(error));
-        COrinClientCenter::instance()->setBackend(m_service);
-        for (const rkservice::CUserInfoPtr& user : m_service->users()) {
+    void loginAsAdmin() {
+        QVERIFY2(m_embedded->isOpen(), qPrintable(m_embedded->error()));
+        for (const rkservice::CUserInfoPtr& user : m_embedded->service()->users()) {
             if (user->m_strName == "admin")
                 CUserManager::instance()->setCurrentUser(user);
         }
@@ -224,8 +210,7 @@ private:
         panel->deliverEvent(5, 0, 0, QString(), nullptr);
     }
 
-    QTemporaryDir m_dir;
-    boost::shared_ptr<CQuotesService> m_service;
+    std::unique_ptr<EmbeddedService> m_embedded;
     std::unique_ptr<QSignalSpy> m_messages;
 };
 

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <QCoreApplication>
+#include <QTemporaryDir>
+#include <boost/shared_ptr.hpp>
+
+#include "CQuotesService.h"
+#include "Hlx/COrinClientCenter.h"
+
+// The embedded data service on a fresh temporary directory, installed in the client centre for
+// the life of the object (for tests that link the service).
+class EmbeddedService {
+public:
+    EmbeddedService() { open(); }
+    ~EmbeddedService() { close(); }
+    EmbeddedService(const EmbeddedService&) = delete;
+    EmbeddedService& operator=(const EmbeddedService&) = delete;
+
+    bool isOpen() const { return bool(m_service); }
+    QString error() const { return m_error; }
+    const boost::shared_ptr<CQuotesService>& service() const { return m_service; }
+    QString path() const { return m_dir.path(); }
+
+    // A new service on the same database, as after a restart.
+    void reopen() {
+        close();
+        open();
+    }
+
+private:
+    void open() {
+        CServiceOptions options;
+        options.dataDir = m_dir.path();
+        m_service = CQuotesService::open(options, &m_error);
+        Hlx::COrinClientCenter::instance()->setBackend(m_service);
+    }
+
+    void close() {
+        // Answers still on their way must not outlive the service they come from.
+        Hlx::COrinClientCenter::instance()->waitForIdle();
+        QCoreApplication::processEvents();
+        Hlx::COrinClientCenter::instance()->setBackend({});
+        m_service.reset();
+    }
+
+    QTemporaryDir m_dir;
+    QString m_error;
+    boost::shared_ptr<CQuotesService> m_service;
+};
