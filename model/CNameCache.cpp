@@ -14,7 +14,7 @@ QString CNameCache::platformName(int platformId) {
 }
 
 QString CNameCache::tradeTypeName(int tradeType, int platformId) {
-    const qint64 key = (qint64(tradeType) << 32) | quint32(platformId);
+    const quint64 key = (quint64(quint32(tradeType)) << 32) | quint32(platformId);
     auto it = m_tradeTypes.find(key);
     if (it == m_tradeTypes.end())
         it = m_tradeTypes.insert(key, CTradeTypeTable::tradeType2String(tradeType, platformId));

@@ -20,7 +20,7 @@ public:
 
 private:
     QHash<int, QString> m_platforms;
-    QHash<qint64, QString> m_tradeTypes;
+    QHash<quint64, QString> m_tradeTypes;
     std::unordered_map<std::string, QString> m_servers;
 };
 
