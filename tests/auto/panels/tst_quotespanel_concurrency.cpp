@@ -56,7 +56,8 @@ private slots:
         {
             std::unique_ptr<Panel> panel(createQuotesPanel(tradeType, nullptr));
             panel->onActive();
-            QTRY_VERIFY(m_backend->heldCount() >= 1);
+            // The first step of the load, and the permission query of the all-types panel.
+            QTRY_COMPARE(m_backend->heldCount(), tradeType == -1 ? 2 : 1);
         }
         m_backend->releaseAll();
         m_backend->settle();
