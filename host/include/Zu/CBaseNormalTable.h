@@ -125,6 +125,7 @@ private:
     int m_menuFlags;
     int m_tableFlags = 0;
     int m_totalCount = 0;
+    bool m_totalCountSet = false;
     CTableModel* m_model = nullptr;
     QTableView* m_view = nullptr;
     QLabel* m_totalLabel = nullptr;

@@ -45,6 +45,13 @@ QString csvField(const QString& text) {
 CBaseNormalTable::CBaseNormalTable(QWidget* parent, int layoutId, int menuFlags)
     : CBaseWidget(parent), m_layoutId(layoutId), m_menuFlags(menuFlags) {
     m_model = new CTableModel(this);
+    const auto countRows = [this] {
+        if (!m_totalCountSet)
+            updateTotalLabel();
+    };
+    connect(m_model, &QAbstractItemModel::rowsInserted, this, countRows);
+    connect(m_model, &QAbstractItemModel::rowsRemoved, this, countRows);
+    connect(m_model, &QAbstractItemModel::modelReset, this, countRows);
     m_view = new QTableView(this);
     m_view->setObjectName(QStringLiteral("zuTableView"));
     m_view->setModel(m_model);
@@ -265,7 +272,9 @@ void CBaseNormalTable::selectRow(int row) {
 }
 
 void CBaseNormalTable::setTotalCount(int count) {
+    m_totalCountSet = true;
     if (count == m_totalCount) {
+        updateTotalLabel();
         return;
     }
     m_totalCount = count;
@@ -278,7 +287,10 @@ QString CBaseNormalTable::totalText() const {
 }
 
 void CBaseNormalTable::updateTotalLabel() {
-    m_totalLabel->setText(QStringLiteral("共 %1 条").arg(m_totalCount));
+    // Until the owner names a total (which may count records it does not show), the label
+    // counts the rows.
+    const int total = m_totalCountSet ? m_totalCount : m_model->rowCount();
+    m_totalLabel->setText(QStringLiteral("共 %1 条").arg(total));
 }
 
 void CBaseNormalTable::adjustColumnWidth() {

@@ -9,21 +9,21 @@ QString styleFor(int buttonType) {
         case CSmallNormalButton::TypePrimary:
             return QStringLiteral(
                 "QPushButton{background:#2b6fd6;color:white;border:1px solid #2b6fd6;"
-                "border-radius:3px;padding:0 8px;}"
+                "border-radius:3px;padding:0 2px;}"
                 "QPushButton:hover{background:#3f80e0;}"
                 "QPushButton:pressed{background:#1f58ad;}"
                 "QPushButton:disabled{background:#a9c3ea;border-color:#a9c3ea;}");
         case CSmallNormalButton::TypeDialog:
             return QStringLiteral(
                 "QPushButton{background:#f7f9fc;color:#333333;border:1px solid #9fb4cf;"
-                "border-radius:3px;padding:0 6px;}"
+                "border-radius:3px;padding:0 2px;}"
                 "QPushButton:hover{background:#e6effa;border-color:#2b6fd6;}"
                 "QPushButton:pressed{background:#cfe0f6;}"
                 "QPushButton:disabled{color:#a0a0a0;border-color:#d0d0d0;}");
         default:
             return QStringLiteral(
                 "QPushButton{background:white;color:#333333;border:1px solid #c8cfd8;"
-                "border-radius:3px;padding:0 6px;}"
+                "border-radius:3px;padding:0 2px;}"
                 "QPushButton:hover{color:#1a6fd8;border-color:#1a6fd8;}"
                 "QPushButton:pressed{background:#e6effa;}"
                 "QPushButton:disabled{color:#a0a0a0;background:#f3f3f3;}");
