@@ -199,18 +199,12 @@ void CSetFutureQuotesDialog::slotInitPlatform(const std::vector<rkservice::IData
 void CSetFutureQuotesDialog::onPlatformChanged() {
     if (!m_platformCombo || !m_brokerCombo)
         return;
-    m_brokerCombo->clear();
-    m_brokerNames.clear();
-    m_brokerCombo->addItem(chooseText(), QVariant());
-    m_brokerNames.append(chooseText());
-
-    const auto platform = m_platformIds.constFind(m_platformCombo->currentText());
-    if (platform == m_platformIds.constEnd())
+    resetChoices(m_brokerCombo, &m_brokerNames);
+    const QVector<boost::shared_ptr<rkservice::COrinBrokerInfo>>* brokers =
+        brokersOfChosenPlatform();
+    if (!brokers)
         return;
-    const auto brokers = m_brokersByPlatform.constFind(platform.value());
-    if (brokers == m_brokersByPlatform.constEnd())
-        return;
-    for (const auto& broker : brokers.value()) {
+    for (const auto& broker : *brokers) {
         if (!broker)
             continue;
         const QString name = Zu::sToQs(broker->brokerName);
@@ -219,13 +213,26 @@ void CSetFutureQuotesDialog::onPlatformChanged() {
     }
 }
 
+void CSetFutureQuotesDialog::resetChoices(Zu::CComboBox* combo, QStringList* texts) {
+    combo->clear();
+    texts->clear();
+    combo->addItem(chooseText(), QVariant());
+    texts->append(chooseText());
+}
+
+const QVector<boost::shared_ptr<rkservice::COrinBrokerInfo>>*
+CSetFutureQuotesDialog::brokersOfChosenPlatform() const {
+    const auto platform = m_platformIds.constFind(m_platformCombo->currentText());
+    if (platform == m_platformIds.constEnd())
+        return nullptr;
+    const auto brokers = m_brokersByPlatform.constFind(platform.value());
+    return brokers == m_brokersByPlatform.constEnd() ? nullptr : &brokers.value();
+}
+
 void CSetFutureQuotesDialog::onBrokerChanged() {
     if (!m_serverGroupCombo || !m_brokerCombo || !m_platformCombo)
         return;
-    m_serverGroupCombo->clear();
-    m_serverGroupNameList.clear();
-    m_serverGroupCombo->addItem(chooseText(), QVariant());
-    m_serverGroupNameList.append(chooseText());
+    resetChoices(m_serverGroupCombo, &m_serverGroupNameList);
     m_serverGroupAddresses.clear();
     m_serverGroupNames.clear();
 
@@ -233,14 +240,12 @@ void CSetFutureQuotesDialog::onBrokerChanged() {
     const QString chosen =
         (index > 0 && index < m_brokerNames.size()) ? m_brokerNames.at(index) : QString();
 
-    const auto platform = m_platformIds.constFind(m_platformCombo->currentText());
-    if (platform == m_platformIds.constEnd())
-        return;
-    const auto brokers = m_brokersByPlatform.constFind(platform.value());
-    if (brokers == m_brokersByPlatform.constEnd())
+    const QVector<boost::shared_ptr<rkservice::COrinBrokerInfo>>* brokers =
+        brokersOfChosenPlatform();
+    if (!brokers)
         return;
     // Brokers of the same name pool their server groups.
-    for (const auto& broker : brokers.value()) {
+    for (const auto& broker : *brokers) {
         if (!broker || Zu::sToQs(broker->brokerName) != chosen)
             continue;
         for (const rkservice::COrinServerGroupPtr& group : broker->serverGroups) {

@@ -76,6 +76,10 @@ protected:
 private:
     void onPlatformChanged();
     void onBrokerChanged();
+    // Empties a dependent combo and its text list down to the "--请选择--" entry.
+    void resetChoices(Zu::CComboBox* combo, QStringList* texts);
+    // The brokers of the platform chosen now; null when there are none.
+    const QVector<boost::shared_ptr<rkservice::COrinBrokerInfo>>* brokersOfChosenPlatform() const;
     void submit();
 
     QString m_systemName;
