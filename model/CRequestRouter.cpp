@@ -27,38 +27,41 @@ CRequestRouter::Destination CRequestRouter::destination() const {
     return m_policy == RoutePolicy::RoutedOrDrop ? Destination::Dropped : Destination::Centre;
 }
 
-bool CRequestRouter::query(const rkservice::COrinQueryDataReqPtr& request,
-                           const QueryCallback& callback) const {
+namespace {
+
+// Sends through the centre's or a client's entry of the same shape.
+template <class Request, class Callback>
+bool send(CRequestRouter::Destination destination, const QString& systemName,
+          const Request& request, const Callback& callback,
+          void (COrinClientCenter::*centreEntry)(const Request&, const Callback&, bool),
+          void (COrinClient::*clientEntry)(const Request&, const Callback&, bool)) {
     COrinClientCenter* centre = COrinClientCenter::instance();
-    switch (destination()) {
-        case Destination::Centre:
-            centre->queryData_async(request, callback, false);
+    switch (destination) {
+        case CRequestRouter::Destination::Centre:
+            (centre->*centreEntry)(request, callback, false);
             return true;
-        case Destination::Client:
-            centre->getClientByName(m_systemName.toStdString())
-                ->queryData_async(request, callback, false);
+        case CRequestRouter::Destination::Client:
+            (centre->getClientByName(systemName.toStdString()).get()->*clientEntry)(
+                request, callback, false);
             return true;
-        case Destination::Dropped:
+        case CRequestRouter::Destination::Dropped:
             break;
     }
     return false;
 }
 
+}  // namespace
+
+bool CRequestRouter::query(const rkservice::COrinQueryDataReqPtr& request,
+                           const QueryCallback& callback) const {
+    return send(destination(), m_systemName, request, callback, &COrinClientCenter::queryData_async,
+                &COrinClient::queryData_async);
+}
+
 bool CRequestRouter::operate(const rkservice::COperateDataReqPtr& request,
                              const OperateCallback& callback) const {
-    COrinClientCenter* centre = COrinClientCenter::instance();
-    switch (destination()) {
-        case Destination::Centre:
-            centre->operateData_async(request, callback, false);
-            return true;
-        case Destination::Client:
-            centre->getClientByName(m_systemName.toStdString())
-                ->operateData_async(request, callback, false);
-            return true;
-        case Destination::Dropped:
-            break;
-    }
-    return false;
+    return send(destination(), m_systemName, request, callback,
+                &COrinClientCenter::operateData_async, &COrinClient::operateData_async);
 }
 
 }  // namespace Hlx
