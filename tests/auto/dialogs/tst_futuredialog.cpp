@@ -7,6 +7,7 @@
 #include "Hlx/COrinClientCenter.h"
 #include "Hlx/CSafeLineEdit.h"
 #include "ScriptedBackend.h"
+#include "ServerMessages.h"
 #include "TestUsers.h"
 #include "Zu/CBaseWidget.h"
 #include "Zu/CComboBox.h"
@@ -45,14 +46,6 @@ public:
         return QObject::eventFilter(watched, event);
     }
     int closes = 0;
-};
-
-struct Message {
-    int type;
-    bool success;
-    QWidget* parent;
-    QString title;
-    QString text;
 };
 
 rkservice::IDataPtr platform(int id, const std::string& name) {
@@ -96,15 +89,7 @@ class TestFutureDialog : public QObject {
 
 private:
     boost::shared_ptr<ScriptedBackend> m_backend;
-    QVector<Message> m_messages;
-
-    Zu::CSmallNormalButton* button(QWidget* dialog, int id) {
-        for (auto* candidate : dialog->findChildren<Zu::CSmallNormalButton*>()) {
-            if (candidate->id() == id)
-                return candidate;
-        }
-        return nullptr;
-    }
+    ServerMessages m_messages;
 
     void scriptStandardLists() {
         m_backend->setQueryAnswer(12262,
@@ -141,19 +126,12 @@ private:
     }
 
     void press(QWidget* dialog, int id) {
-        QTest::mouseClick(button(dialog, id), Qt::LeftButton);
+        QTest::mouseClick(kitButton(dialog, id), Qt::LeftButton);
         COrinClientCenter::instance()->waitForIdle();
     }
 
 private slots:
-    void initTestCase() {
-        COrinClientCenter::instance()->setShowMessageBoxes(false);
-        connect(COrinClientCenter::instance(), &COrinClientCenter::serverMessageShown, this,
-                [this](int type, bool success, QWidget* parent, const QString& title,
-                       const QString& text) {
-                    m_messages.append({type, success, parent, title, text});
-                });
-    }
+    void initTestCase() { COrinClientCenter::instance()->setShowMessageBoxes(false); }
 
     void init() {
         m_backend = ScriptedBackend::install();
@@ -217,11 +195,11 @@ private slots:
                                               dialog.serverGroupCombo(), dialog.marketEdit()})
             QCOMPARE(input->size(), QSize(200, 24));
 
-        QCOMPARE(button(&dialog, 0)->text(), QString("提交"));
-        QCOMPARE(button(&dialog, 1)->text(), QString("关闭"));
-        QCOMPARE(button(&dialog, 0)->buttonType(), 1);
-        QCOMPARE(button(&dialog, 1)->buttonType(), 1);
-        QCOMPARE(button(&dialog, 0)->size(), QSize(57, 24));
+        QCOMPARE(kitButton(&dialog, 0)->text(), QString("提交"));
+        QCOMPARE(kitButton(&dialog, 1)->text(), QString("关闭"));
+        QCOMPARE(kitButton(&dialog, 0)->buttonType(), 1);
+        QCOMPARE(kitButton(&dialog, 1)->buttonType(), 1);
+        QCOMPARE(kitButton(&dialog, 0)->size(), QSize(57, 24));
         QCOMPARE(dialog.loadingMask()->text(), QString("正在加载数据"));
         QVERIFY(dialog.loadingMask()->isHidden());
 
@@ -572,7 +550,7 @@ private slots:
         dialog->installEventFilter(&closes);
         QTimer::singleShot(0, this, [dialog, this] {
             QCOMPARE(QApplication::activeModalWidget(), static_cast<QWidget*>(dialog));
-            QTest::mouseClick(button(dialog, 1), Qt::LeftButton);
+            QTest::mouseClick(kitButton(dialog, 1), Qt::LeftButton);
         });
         QCOMPARE(dialog->exec(), 1);
         QCOMPARE(closes.closes, 1);
@@ -606,7 +584,7 @@ private slots:
         choose(dialog, "上期所行情", "乙期货", "主站");
         dialog->show();
         m_backend->setHolding(true);
-        QTest::mouseClick(button(dialog, 0), Qt::LeftButton);
+        QTest::mouseClick(kitButton(dialog, 0), Qt::LeftButton);
         // Submitting leaves the dialog open under its mask.
         QVERIFY(dialog->isVisible());
         QCOMPARE(dialog->loadingMask()->text(), QString("正在提交数据"));
@@ -661,7 +639,7 @@ private slots:
         load(dialog);
         choose(dialog, "上期所行情", "乙期货", "主站");
         m_backend->setHolding(true);
-        QTest::mouseClick(button(dialog, 0), Qt::LeftButton);
+        QTest::mouseClick(kitButton(dialog, 0), Qt::LeftButton);
         QTRY_COMPARE(m_backend->heldCount(), 1);
         delete panel;
         m_backend->releaseAll();

@@ -7,6 +7,7 @@
 #include "EmbeddedService.h"
 #include "Hlx/COrinClientCenter.h"
 #include "Hlx/CSafeLineEdit.h"
+#include "ServerMessages.h"
 #include "TestUsers.h"
 #include "Zu/CBaseWidget.h"
 #include "Zu/CComboBox.h"
@@ -32,21 +33,6 @@ public:
     int reloads = 0;
 };
 
-struct Message {
-    int type;
-    bool success;
-    QString title;
-    QString text;
-};
-
-Zu::CSmallNormalButton* button(QWidget* dialog, int id) {
-    for (auto* candidate : dialog->findChildren<Zu::CSmallNormalButton*>()) {
-        if (candidate->id() == id)
-            return candidate;
-    }
-    return nullptr;
-}
-
 }  // namespace
 
 // The dialogs against the embedded data service.
@@ -55,7 +41,7 @@ class TestDialogsService : public QObject {
 
     std::unique_ptr<EmbeddedService> m_embedded;
     boost::shared_ptr<CQuotesService> m_service;
-    QVector<Message> m_messages;
+    ServerMessages m_messages;
 
     std::vector<SourcePtr> storedSources() {
         auto request = boost::make_shared<rkservice::COrinQueryDataReq>();
@@ -90,14 +76,7 @@ class TestDialogsService : public QObject {
     }
 
 private slots:
-    void initTestCase() {
-        COrinClientCenter::instance()->setShowMessageBoxes(false);
-        connect(
-            COrinClientCenter::instance(), &COrinClientCenter::serverMessageShown, this,
-            [this](int type, bool success, QWidget*, const QString& title, const QString& text) {
-                m_messages.append({type, success, title, text});
-            });
-    }
+    void initTestCase() { COrinClientCenter::instance()->setShowMessageBoxes(false); }
 
     void init() {
         m_embedded.reset(new EmbeddedService);
@@ -120,7 +99,7 @@ private slots:
         dialog->platformCombo()->setCurrentIndex(1);
         fill(dialog, "172.16.5.9", "00820", "期权用户", "p w");
         dialog->show();
-        QTest::mouseClick(button(dialog, 0), Qt::LeftButton);
+        QTest::mouseClick(kitButton(dialog, 0), Qt::LeftButton);
         QTRY_COMPARE(m_messages.size(), 1);
         QCOMPARE(m_messages[0].type, 0);
         QCOMPARE(m_messages[0].title, QString("添加行情源"));
@@ -145,7 +124,7 @@ private slots:
         auto* dialog = new CSetStockQuotesDialog(1, &panel, false);
         fill(dialog, "::1", "7001", "fut", "pw");
         dialog->show();
-        QTest::mouseClick(button(dialog, 0), Qt::LeftButton);
+        QTest::mouseClick(kitButton(dialog, 0), Qt::LeftButton);
         QTRY_COMPARE(m_messages.size(), 1);
         QCOMPARE(m_messages[0].type, 0);
         SourcePtr stored = storedAt("::1", 7001);
@@ -159,7 +138,7 @@ private slots:
         auto* dialog = new CSetStockQuotesDialog(2, &panel, false);
         fill(dialog, "10.9.8.7", "9000", "before", "pw1");
         dialog->show();
-        QTest::mouseClick(button(dialog, 0), Qt::LeftButton);
+        QTest::mouseClick(kitButton(dialog, 0), Qt::LeftButton);
         QTRY_COMPARE(m_messages.size(), 1);
         SourcePtr stored = storedAt("10.9.8.7", 9000);
         QVERIFY(stored);
@@ -170,7 +149,7 @@ private slots:
         dialog->userEdit()->setText("after");
         dialog->portEdit()->setText("9001");
         dialog->show();
-        QTest::mouseClick(button(dialog, 0), Qt::LeftButton);
+        QTest::mouseClick(kitButton(dialog, 0), Qt::LeftButton);
         QTRY_COMPARE(m_messages.size(), 2);
         QCOMPARE(m_messages[1].type, 0);
         QCOMPARE(m_messages[1].title, QString("修改行情源"));
@@ -189,7 +168,7 @@ private slots:
         auto* dialog = new CSetStockQuotesDialog(-1, &panel, false);
         fill(dialog, "10.1.1.1", "5555", "all", "pw");
         dialog->show();
-        QTest::mouseClick(button(dialog, 0), Qt::LeftButton);
+        QTest::mouseClick(kitButton(dialog, 0), Qt::LeftButton);
         QTRY_COMPARE(m_messages.size(), 1);
         QCOMPARE(m_messages[0].type, 0);
         QCOMPARE(storedSources().size(), before + 2);
@@ -207,7 +186,7 @@ private slots:
         auto* dialog = new CSetStockQuotesDialog(2, &panel, false);
         fill(dialog, "10.2.2.2", "70000", "user", "pw");
         dialog->show();
-        QTest::mouseClick(button(dialog, 0), Qt::LeftButton);
+        QTest::mouseClick(kitButton(dialog, 0), Qt::LeftButton);
         QTRY_COMPARE(m_messages.size(), 1);
         QCOMPARE(m_messages[0].type, 1);
         QVERIFY(!m_messages[0].success);
@@ -278,7 +257,7 @@ private slots:
         QVERIFY(expectedBroker > 0);
 
         dialog->show();
-        QTest::mouseClick(button(dialog, 0), Qt::LeftButton);
+        QTest::mouseClick(kitButton(dialog, 0), Qt::LeftButton);
         QTRY_COMPARE(m_messages.size(), 1);
         QCOMPARE(m_messages[0].type, 0);
         QCOMPARE(m_messages[0].text, QString("操作成功"));

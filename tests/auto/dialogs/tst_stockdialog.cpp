@@ -8,6 +8,7 @@
 #include "Hlx/COrinClientCenter.h"
 #include "Hlx/CSafeLineEdit.h"
 #include "ScriptedBackend.h"
+#include "ServerMessages.h"
 #include "TestUsers.h"
 #include "Zu/CBaseWidget.h"
 #include "Zu/CComboBox.h"
@@ -53,14 +54,6 @@ public:
     int closes = 0;
 };
 
-struct Message {
-    int type;
-    bool success;
-    QWidget* parent;
-    QString title;
-    QString text;
-};
-
 boost::shared_ptr<COrinQuoterSourceInfo> sourceRecord(int id, int platformId, int tradeType) {
     auto record = boost::make_shared<COrinQuoterSourceInfo>();
     record->m_nId = id;
@@ -85,16 +78,7 @@ class TestStockDialog : public QObject {
 
 private:
     boost::shared_ptr<ScriptedBackend> m_backend;
-    QVector<Message> m_messages;
-    QMetaObject::Connection m_messageConnection;
-
-    Zu::CSmallNormalButton* button(CSetStockQuotesDialog* dialog, int id) {
-        for (auto* candidate : dialog->findChildren<Zu::CSmallNormalButton*>()) {
-            if (candidate->id() == id)
-                return candidate;
-        }
-        return nullptr;
-    }
+    ServerMessages m_messages;
 
     void fill(CSetStockQuotesDialog* dialog, const QString& address, const QString& port,
               const QString& user, const QString& password) {
@@ -110,7 +94,7 @@ private:
 
     // Presses "提交" and waits until the request (if any) has reached the backend.
     void submit(CSetStockQuotesDialog* dialog) {
-        QTest::mouseClick(button(dialog, 0), Qt::LeftButton);
+        QTest::mouseClick(kitButton(dialog, 0), Qt::LeftButton);
         COrinClientCenter::instance()->waitForIdle();
     }
 
@@ -124,15 +108,7 @@ private:
     }
 
 private slots:
-    void initTestCase() {
-        COrinClientCenter::instance()->setShowMessageBoxes(false);
-        m_messageConnection =
-            connect(COrinClientCenter::instance(), &COrinClientCenter::serverMessageShown, this,
-                    [this](int type, bool success, QWidget* parent, const QString& title,
-                           const QString& text) {
-                        m_messages.append({type, success, parent, title, text});
-                    });
-    }
+    void initTestCase() { COrinClientCenter::instance()->setShowMessageBoxes(false); }
 
     void init() {
         m_backend = ScriptedBackend::install();
@@ -184,10 +160,10 @@ private slots:
              {dialog.addressEdit(), dialog.portEdit(), dialog.userEdit(), dialog.passwordEdit()})
             QVERIFY(edit->validator() == nullptr);
 
-        QCOMPARE(button(&dialog, 0)->text(), QString("提交"));
-        QCOMPARE(button(&dialog, 1)->text(), QString("关闭"));
-        QCOMPARE(button(&dialog, 0)->size(), QSize(57, 24));
-        QCOMPARE(button(&dialog, 1)->size(), QSize(57, 24));
+        QCOMPARE(kitButton(&dialog, 0)->text(), QString("提交"));
+        QCOMPARE(kitButton(&dialog, 1)->text(), QString("关闭"));
+        QCOMPARE(kitButton(&dialog, 0)->size(), QSize(57, 24));
+        QCOMPARE(kitButton(&dialog, 1)->size(), QSize(57, 24));
 
         QVERIFY(dialog.loadingMask());
         QCOMPARE(dialog.loadingMask()->text(), QString("正在加载数据"));
@@ -196,11 +172,11 @@ private slots:
         // Rows top to bottom in the order of the labels.
         dialog.show();
         QVERIFY(QTest::qWaitForWindowExposed(&dialog));
-        QVERIFY(button(&dialog, 0)->x() < button(&dialog, 1)->x());
+        QVERIFY(kitButton(&dialog, 0)->x() < kitButton(&dialog, 1)->x());
         int lastY = -1;
         for (QWidget* input :
              QList<QWidget*>{dialog.platformCombo(), dialog.addressEdit(), dialog.portEdit(),
-                             dialog.userEdit(), dialog.passwordEdit(), button(&dialog, 0)}) {
+                             dialog.userEdit(), dialog.passwordEdit(), kitButton(&dialog, 0)}) {
             const int y = input->mapTo(&dialog, QPoint()).y();
             QVERIFY2(y > lastY, qPrintable(QString::number(y)));
             lastY = y;
@@ -872,7 +848,7 @@ private slots:
         fillValid(dialog);
         dialog->show();
         dialog->setResult(9);
-        QTest::mouseClick(button(dialog, 0), Qt::LeftButton);
+        QTest::mouseClick(kitButton(dialog, 0), Qt::LeftButton);
         QVERIFY(!dialog->isVisible());
         QCOMPARE(dialog->result(), 0);
         QCOMPARE(dialog->loadingMask()->text(), QString("正在提交数据"));
@@ -890,7 +866,7 @@ private slots:
         fillValid(&dialog);
         QTimer::singleShot(0, this, [&dialog, this] {
             QCOMPARE(QApplication::activeModalWidget(), static_cast<QWidget*>(&dialog));
-            QTest::mouseClick(button(&dialog, 0), Qt::LeftButton);
+            QTest::mouseClick(kitButton(&dialog, 0), Qt::LeftButton);
         });
         QCOMPARE(dialog.exec(), 0);
         QTRY_COMPARE(m_messages.size(), 1);
@@ -938,10 +914,10 @@ private slots:
             dialog->setBasicInfo(sourceRecord(3, 10000, 2));
         fill(dialog, "1.2.3.4", "80", "user", "pass");
         dialog->show();
-        QTest::mouseClick(button(dialog, 0), Qt::LeftButton);
+        QTest::mouseClick(kitButton(dialog, 0), Qt::LeftButton);
         const int closesAfterSend = closes.closes;
         QTRY_COMPARE(m_messages.size(), 1);
-        const Message message = m_messages[0];
+        const ServerMessage message = m_messages[0];
         QCOMPARE(message.type, success ? 0 : 1);
         QCOMPARE(message.success, success);
         QCOMPARE(message.parent, static_cast<QWidget*>(dialog));
@@ -977,7 +953,7 @@ private slots:
         auto* dialog = new CSetStockQuotesDialog(2, &sink, false);
         fillValid(dialog);
         QTimer::singleShot(
-            0, this, [dialog, this] { QTest::mouseClick(button(dialog, 1), Qt::LeftButton); });
+            0, this, [dialog, this] { QTest::mouseClick(kitButton(dialog, 1), Qt::LeftButton); });
         QCOMPARE(dialog->exec(), 1);
         QVERIFY(!dialog->isVisible());
         COrinClientCenter::instance()->waitForIdle();
@@ -995,7 +971,7 @@ private slots:
         auto* dialog = new CSetStockQuotesDialog(-1, panel, false);
         fillValid(dialog);
         dialog->show();
-        QTest::mouseClick(button(dialog, 0), Qt::LeftButton);
+        QTest::mouseClick(kitButton(dialog, 0), Qt::LeftButton);
         QTRY_COMPARE(m_backend->heldCount(), 1);
         delete panel;
         m_backend->releaseAll();
@@ -1010,7 +986,7 @@ private slots:
         QPointer<CSetStockQuotesDialog> dialog = new CSetStockQuotesDialog(2, &panel, false);
         fillValid(dialog);
         dialog->show();
-        QTest::mouseClick(button(dialog, 0), Qt::LeftButton);
+        QTest::mouseClick(kitButton(dialog, 0), Qt::LeftButton);
         QTRY_COMPARE(m_backend->heldCount(), 1);
         QVERIFY(dialog);
         // Closed for good: the dialog goes away with its submission still out.
@@ -1030,7 +1006,7 @@ private slots:
         auto* dialog = new CSetStockQuotesDialog(2, panel, false);
         fillValid(dialog);
         dialog->show();
-        QTest::mouseClick(button(dialog, 0), Qt::LeftButton);
+        QTest::mouseClick(kitButton(dialog, 0), Qt::LeftButton);
         COrinClientCenter::instance()->waitForIdle();
         delete panel;
         QCoreApplication::processEvents();

@@ -6,6 +6,7 @@
 #include "Hlx/COrinClientCenter.h"
 #include "Hlx/CSafeLineEdit.h"
 #include "ScriptedBackend.h"
+#include "ServerMessages.h"
 #include "TestUsers.h"
 #include "Zu/CBaseTableColumnMultiButtonsDelegate.h"
 #include "Zu/CLoadingMaskWidget.h"
@@ -20,14 +21,6 @@
 using namespace Hlx;
 
 namespace {
-
-struct Message {
-    int type;
-    bool success;
-    QWidget* parent;
-    QString title;
-    QString text;
-};
 
 rkservice::IDataPtr token(const std::string& text) {
     auto record = boost::make_shared<rkservice::CLevel2Token>();
@@ -48,15 +41,7 @@ class TestLevel2Panel : public QObject {
     Q_OBJECT
 
     boost::shared_ptr<ScriptedBackend> m_backend;
-    QVector<Message> m_messages;
-
-    Zu::CSmallNormalButton* button(QWidget* widget, int id) {
-        for (auto* candidate : widget->findChildren<Zu::CSmallNormalButton*>()) {
-            if (candidate->id() == id)
-                return candidate;
-        }
-        return nullptr;
-    }
+    ServerMessages m_messages;
 
     Zu::CBaseTableColumnMultiButtonsDelegate* delegate(CLevel2QuotesManagePanel* panel) {
         return qobject_cast<Zu::CBaseTableColumnMultiButtonsDelegate*>(
@@ -96,19 +81,12 @@ class TestLevel2Panel : public QObject {
                 *seen = dialog->getTokenText();
             if (replace)
                 dialog->setTokenText(text);
-            QTest::mouseClick(button(dialog, buttonId), Qt::LeftButton);
+            QTest::mouseClick(kitButton(dialog, buttonId), Qt::LeftButton);
         });
     }
 
 private slots:
-    void initTestCase() {
-        COrinClientCenter::instance()->setShowMessageBoxes(false);
-        connect(COrinClientCenter::instance(), &COrinClientCenter::serverMessageShown, this,
-                [this](int type, bool success, QWidget* parent, const QString& title,
-                       const QString& text) {
-                    m_messages.append({type, success, parent, title, text});
-                });
-    }
+    void initTestCase() { COrinClientCenter::instance()->setShowMessageBoxes(false); }
 
     void init() {
         m_backend = ScriptedBackend::install();
@@ -129,7 +107,7 @@ private slots:
         QVERIFY(panel.isClosablePanel());
         QVERIFY(panel.tokenDialog() == nullptr);
 
-        auto* refresh = button(&panel, 0);
+        auto* refresh = kitButton(&panel, 0);
         QVERIFY(refresh);
         QCOMPARE(refresh->text(), QString("刷新"));
         QCOMPARE(refresh->size(), QSize(50, 26));
@@ -466,7 +444,7 @@ private slots:
         CLevel2QuotesManagePanel panel(nullptr);
         waitLoaded(&panel);
         QCOMPARE(panel.addButton() != nullptr, add);
-        QCOMPARE(button(&panel, 1) != nullptr, add);
+        QCOMPARE(kitButton(&panel, 1) != nullptr, add);
         QStringList texts;
         QList<int> ids;
         for (const auto& data : delegate(&panel)->itemButtons("0")) {

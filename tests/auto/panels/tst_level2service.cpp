@@ -5,6 +5,7 @@
 #include "CQuotesService.h"
 #include "EmbeddedService.h"
 #include "Hlx/COrinClientCenter.h"
+#include "ServerMessages.h"
 #include "TestUsers.h"
 #include "Zu/CBaseTableColumnMultiButtonsDelegate.h"
 #include "Zu/CLoadingMaskWidget.h"
@@ -16,23 +17,7 @@
 
 using namespace Hlx;
 
-namespace {
-
-struct Message {
-    int type;
-    QString title;
-    QString text;
-};
-
-Zu::CSmallNormalButton* button(QWidget* widget, int id) {
-    for (auto* candidate : widget->findChildren<Zu::CSmallNormalButton*>()) {
-        if (candidate->id() == id)
-            return candidate;
-    }
-    return nullptr;
-}
-
-}  // namespace
+namespace {}  // namespace
 
 // The Level-2 panel against the embedded data service.
 class TestLevel2Service : public QObject {
@@ -40,7 +25,7 @@ class TestLevel2Service : public QObject {
 
     std::unique_ptr<EmbeddedService> m_embedded;
     boost::shared_ptr<CQuotesService> m_service;
-    QVector<Message> m_messages;
+    ServerMessages m_messages;
 
     QStringList storedTokens() {
         rkservice::COrinQueryDataReq request;
@@ -66,7 +51,7 @@ class TestLevel2Service : public QObject {
             auto* dialog = qobject_cast<CLevel2QuoteDialog*>(QApplication::activeModalWidget());
             QVERIFY(dialog);
             dialog->setTokenText(text);
-            QTest::mouseClick(button(dialog, buttonId), Qt::LeftButton);
+            QTest::mouseClick(kitButton(dialog, buttonId), Qt::LeftButton);
         });
     }
 
@@ -76,13 +61,7 @@ class TestLevel2Service : public QObject {
     }
 
 private slots:
-    void initTestCase() {
-        COrinClientCenter::instance()->setShowMessageBoxes(false);
-        connect(COrinClientCenter::instance(), &COrinClientCenter::serverMessageShown, this,
-                [this](int type, bool, QWidget*, const QString& title, const QString& text) {
-                    m_messages.append({type, title, text});
-                });
-    }
+    void initTestCase() { COrinClientCenter::instance()->setShowMessageBoxes(false); }
 
     void init() {
         m_embedded.reset(new EmbeddedService);
