@@ -107,6 +107,26 @@ private:
         return result;
     }
 
+    // Checks one field's text both ways: within a submission, and as the user leaves the field
+    // (which only shows the tip).
+    void verifyFieldCheck(int fieldId, const QString& text, bool passes, const QString& tip) {
+        QStringList inputs{"1.2.3.4", "1", "u", "p"};
+        inputs[fieldId - 1] = text;
+        CSetStockQuotesDialog dialog(2, nullptr, false);
+        fill(&dialog, inputs[0], inputs[1], inputs[2], inputs[3]);
+        const QWidget* edits[] = {dialog.addressEdit(), dialog.portEdit(), dialog.userEdit(),
+                                  dialog.passwordEdit()};
+        QCOMPARE(dialog.checkInput(), passes);
+        QCOMPARE(Zu::CMessageTip::tipCount(), passes ? 0 : 1);
+        if (!passes) {
+            QCOMPARE(Zu::CMessageTip::lastTipText(), tip);
+            QCOMPARE(Zu::CMessageTip::lastTipTarget(), edits[fieldId - 1]);
+        }
+        Zu::CMessageTip::resetLastTip();
+        QVERIFY(dialog.handleEvent(101, fieldId, 0, text, nullptr));
+        QCOMPARE(Zu::CMessageTip::tipCount(), passes ? 0 : 1);
+    }
+
 private slots:
     void initTestCase() { COrinClientCenter::instance()->setShowMessageBoxes(false); }
 
@@ -375,19 +395,7 @@ private slots:
     void addressCheck() {
         QFETCH(QString, address);
         QFETCH(bool, passes);
-        CSetStockQuotesDialog dialog(2, nullptr, false);
-        fill(&dialog, address, "1", "u", "p");
-        QCOMPARE(dialog.checkInput(), passes);
-        if (!passes) {
-            QCOMPARE(Zu::CMessageTip::lastTipText(), QString("请输入有效的服务器地址"));
-            QCOMPARE(Zu::CMessageTip::lastTipTarget(), dialog.addressEdit());
-        } else {
-            QCOMPARE(Zu::CMessageTip::tipCount(), 0);
-        }
-        // Leaving the field shows the same tip and decides nothing else.
-        Zu::CMessageTip::resetLastTip();
-        QVERIFY(dialog.handleEvent(101, 1, 0, address, nullptr));
-        QCOMPARE(Zu::CMessageTip::tipCount(), passes ? 0 : 1);
+        verifyFieldCheck(1, address, passes, QString("请输入有效的服务器地址"));
     }
 
     void portCheck_data() {
@@ -408,16 +416,7 @@ private slots:
     void portCheck() {
         QFETCH(QString, port);
         QFETCH(bool, passes);
-        CSetStockQuotesDialog dialog(2, nullptr, false);
-        fill(&dialog, "1.2.3.4", port, "u", "p");
-        QCOMPARE(dialog.checkInput(), passes);
-        if (!passes) {
-            QCOMPARE(Zu::CMessageTip::lastTipText(), QString("只能输入数字 "));
-            QCOMPARE(Zu::CMessageTip::lastTipTarget(), dialog.portEdit());
-        }
-        Zu::CMessageTip::resetLastTip();
-        dialog.handleEvent(101, 2, 0, port, nullptr);
-        QCOMPARE(Zu::CMessageTip::tipCount(), passes ? 0 : 1);
+        verifyFieldCheck(2, port, passes, QString("只能输入数字 "));
     }
 
     void userCheck_data() {
@@ -444,16 +443,7 @@ private slots:
     void userCheck() {
         QFETCH(QString, user);
         QFETCH(bool, passes);
-        CSetStockQuotesDialog dialog(2, nullptr, false);
-        fill(&dialog, "1.2.3.4", "1", user, "p");
-        QCOMPARE(dialog.checkInput(), passes);
-        if (!passes) {
-            QCOMPARE(Zu::CMessageTip::lastTipText(), QString("请输入1-25位的字母或者数字"));
-            QCOMPARE(Zu::CMessageTip::lastTipTarget(), dialog.userEdit());
-        }
-        Zu::CMessageTip::resetLastTip();
-        dialog.handleEvent(101, 3, 0, user, nullptr);
-        QCOMPARE(Zu::CMessageTip::tipCount(), passes ? 0 : 1);
+        verifyFieldCheck(3, user, passes, QString("请输入1-25位的字母或者数字"));
     }
 
     void passwordCheck_data() {
