@@ -4,25 +4,21 @@
 #include <fstream>
 #include <string>
 
-std::vector<BenchGroup>& benchGroups()
-{
+std::vector<BenchGroup>& benchGroups() {
     static std::vector<BenchGroup> groups;
     return groups;
 }
 
-BenchRegistrar::BenchRegistrar(const std::string& name, std::function<void()> run)
-{
+BenchRegistrar::BenchRegistrar(const std::string& name, std::function<void()> run) {
     benchGroups().push_back({name, std::move(run)});
 }
 
-void benchReport(const std::string& name, double value, const std::string& unit)
-{
+void benchReport(const std::string& name, double value, const std::string& unit) {
     std::printf("%s %.2f %s\n", name.c_str(), value, unit.c_str());
     std::fflush(stdout);
 }
 
-double benchRssMb()
-{
+double benchRssMb() {
     std::ifstream status("/proc/self/status");
     std::string line;
     while (std::getline(status, line)) {

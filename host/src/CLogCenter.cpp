@@ -10,49 +10,42 @@ namespace {
 const int kRecentLineLimit = 1000;
 }
 
-CLogCenter* CLogCenter::instance()
-{
+CLogCenter* CLogCenter::instance() {
     static CLogCenter centre;
     return &centre;
 }
 
-bool CLogCenter::logEnabled() const
-{
+bool CLogCenter::logEnabled() const {
     std::lock_guard<std::mutex> lock(m_mutex);
     return m_enabled;
 }
 
-void CLogCenter::setLogEnabled(bool enabled)
-{
+void CLogCenter::setLogEnabled(bool enabled) {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_enabled = enabled;
 }
 
-void CLogCenter::record(const std::string& line)
-{
+void CLogCenter::record(const std::string& line) {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_lines.append(QString::fromStdString(line));
     while (m_lines.size() > kRecentLineLimit)
         m_lines.removeFirst();
 }
 
-QStringList CLogCenter::recentLines() const
-{
+QStringList CLogCenter::recentLines() const {
     std::lock_guard<std::mutex> lock(m_mutex);
     return m_lines;
 }
 
-void CLogCenter::clearRecentLines()
-{
+void CLogCenter::clearRecentLines() {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_lines.clear();
 }
 
 }  // namespace Hlx
 
-void rkStdLogNew(const log4cxx::LoggerPtr& logger, const log4cxx::LevelPtr& level, const char* format,
-                 ...)
-{
+void rkStdLogNew(const log4cxx::LoggerPtr& logger, const log4cxx::LevelPtr& level,
+                 const char* format, ...) {
     if (!logger || !level || !format || !logger->isEnabledFor(level))
         return;
     va_list args;

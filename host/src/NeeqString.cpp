@@ -2,6 +2,8 @@
 
 namespace Hlx {
 
-QString getNeeqString() { return QStringLiteral("新三板"); }
+QString getNeeqString() {
+    return QStringLiteral("新三板");
+}
 
 }  // namespace Hlx

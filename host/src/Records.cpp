@@ -12,8 +12,7 @@ namespace rkservice {
 
 IData::~IData() = default;
 
-IDataList cloneAll(const IDataList& datas)
-{
+IDataList cloneAll(const IDataList& datas) {
     IDataList copies;
     copies.reserve(datas.size());
     for (const IDataPtr& data : datas)
@@ -22,11 +21,12 @@ IDataList cloneAll(const IDataList& datas)
 }
 
 COrinQuoterSourceInfo::~COrinQuoterSourceInfo() = default;
-IDataPtr COrinQuoterSourceInfo::clone() const { return boost::make_shared<COrinQuoterSourceInfo>(*this); }
+IDataPtr COrinQuoterSourceInfo::clone() const {
+    return boost::make_shared<COrinQuoterSourceInfo>(*this);
+}
 
 COrinBrokerInfo::~COrinBrokerInfo() = default;
-IDataPtr COrinBrokerInfo::clone() const
-{
+IDataPtr COrinBrokerInfo::clone() const {
     boost::shared_ptr<COrinBrokerInfo> copy = boost::make_shared<COrinBrokerInfo>(*this);
     for (COrinServerGroupPtr& group : copy->serverGroups) {
         if (group)
@@ -36,23 +36,21 @@ IDataPtr COrinBrokerInfo::clone() const
 }
 
 COrinPlatformInfo::~COrinPlatformInfo() = default;
-IDataPtr COrinPlatformInfo::clone() const { return boost::make_shared<COrinPlatformInfo>(*this); }
+IDataPtr COrinPlatformInfo::clone() const {
+    return boost::make_shared<COrinPlatformInfo>(*this);
+}
 
 CGlobalFeaturePermissionInfo::CGlobalFeaturePermissionInfo()
-    : m_wholeQuote(boost::make_shared<CWholeQuotedivision>())
-{
-}
+    : m_wholeQuote(boost::make_shared<CWholeQuotedivision>()) {}
 
-CGlobalFeaturePermissionInfo::CGlobalFeaturePermissionInfo(const CGlobalFeaturePermissionInfo& other)
+CGlobalFeaturePermissionInfo::CGlobalFeaturePermissionInfo(
+    const CGlobalFeaturePermissionInfo& other)
     : IData(other),
       m_wholeQuote(other.m_wholeQuote ? boost::make_shared<CWholeQuotedivision>(*other.m_wholeQuote)
-                                      : CWholeQuotedivisionPtr())
-{
-}
+                                      : CWholeQuotedivisionPtr()) {}
 
 CGlobalFeaturePermissionInfo& CGlobalFeaturePermissionInfo::operator=(
-    const CGlobalFeaturePermissionInfo& other)
-{
+    const CGlobalFeaturePermissionInfo& other) {
     if (this != &other) {
         IData::operator=(other);
         m_wholeQuote = other.m_wholeQuote
@@ -63,15 +61,18 @@ CGlobalFeaturePermissionInfo& CGlobalFeaturePermissionInfo::operator=(
 }
 
 CGlobalFeaturePermissionInfo::~CGlobalFeaturePermissionInfo() = default;
-IDataPtr CGlobalFeaturePermissionInfo::clone() const
-{
+IDataPtr CGlobalFeaturePermissionInfo::clone() const {
     return boost::make_shared<CGlobalFeaturePermissionInfo>(*this);
 }
 
 CLevel2Token::~CLevel2Token() = default;
-IDataPtr CLevel2Token::clone() const { return boost::make_shared<CLevel2Token>(*this); }
+IDataPtr CLevel2Token::clone() const {
+    return boost::make_shared<CLevel2Token>(*this);
+}
 
 CUserInfo::~CUserInfo() = default;
-IDataPtr CUserInfo::clone() const { return boost::make_shared<CUserInfo>(*this); }
+IDataPtr CUserInfo::clone() const {
+    return boost::make_shared<CUserInfo>(*this);
+}
 
 }  // namespace rkservice

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <QStringList>
 #include <log4cxx/level.h>
 #include <log4cxx/logger.h>
+#include <QStringList>
 #include <mutex>
 
 namespace Hlx {
@@ -29,5 +29,5 @@ private:
 }  // namespace Hlx
 
 // Writes a printf-style line through the logger at the level, when the logger takes that level.
-void rkStdLogNew(const log4cxx::LoggerPtr& logger, const log4cxx::LevelPtr& level, const char* format,
-                 ...) __attribute__((format(printf, 3, 4)));
+void rkStdLogNew(const log4cxx::LoggerPtr& logger, const log4cxx::LevelPtr& level,
+                 const char* format, ...) __attribute__((format(printf, 3, 4)));

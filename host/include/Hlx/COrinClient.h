@@ -19,8 +19,8 @@ public:
 
     const std::string& name() const { return m_name; }
 
-    void queryData_async(const rkservice::COrinQueryDataReqPtr& request, const QueryCallback& callback,
-                         bool flag);
+    void queryData_async(const rkservice::COrinQueryDataReqPtr& request,
+                         const QueryCallback& callback, bool flag);
     void operateData_async(const rkservice::COperateDataReqPtr& request,
                            const OperateCallback& callback, bool flag);
 

@@ -15,7 +15,9 @@ public:
     ~CUserInfo() override;
     IDataPtr clone() const override;
 
-    bool routesBySystem() const { return ((static_cast<unsigned>(m_nSystemId) + 1u) & 0x7FFFFFFFu) == 0; }
+    bool routesBySystem() const {
+        return ((static_cast<unsigned>(m_nSystemId) + 1u) & 0x7FFFFFFFu) == 0;
+    }
 
     std::string m_strName;
     std::set<int> m_rights;

@@ -8,7 +8,8 @@ namespace utils {
 class RKError {
 public:
     RKError() = default;
-    RKError(bool success, std::string message) : m_success(success), m_message(std::move(message)) {}
+    RKError(bool success, std::string message)
+        : m_success(success), m_message(std::move(message)) {}
 
     static RKError ok() { return RKError(); }
     static RKError fail(const std::string& message) { return RKError(false, message); }
