@@ -672,15 +672,16 @@ void CQuotesManagePanel::deleteRow(const QString& rowText) {
     CPanelMutex::Locker lock = m_dataMutex.lockOrPark([this, rowText] { deleteRow(rowText); });
     if (!lock)
         return;
-    const rkservice::COrinQuoterSourceInfoPtr found = m_rowRecords.value(row);
-    if (!m_rowRecords.contains(row))
+    const auto found = m_rowRecords.constFind(row);
+    if (found == m_rowRecords.constEnd())
         return;
     m_deleteRefreshed = false;
     auto request =
         CRequestFactory::operate(rkservice::kDataQuoteSources, rkservice::kOperateDelete);
     // The id comes from the row selected now, not from the row whose button was pressed.
     const int id = m_table->itemText(m_table->selectedRow(), kColId).toInt(nullptr, 10);
-    request->datas.push_back(deleteRecord(id, found ? *found : rkservice::COrinQuoterSourceInfo()));
+    request->datas.push_back(
+        deleteRecord(id, found.value() ? *found.value() : rkservice::COrinQuoterSourceInfo()));
     sendDelete(request);
 }
 
@@ -701,16 +702,15 @@ void CQuotesManagePanel::deleteAllRows() {
     if (request->datas.empty())
         return;
     sendDelete(request);
-    {
-        CPanelMutex::Locker lock = m_dataMutex.lockOrPark([this] {
-            CPanelMutex::Locker again(m_dataMutex);
-            m_rowRecords.clear();
-        });
-        if (lock)
-            m_rowRecords = QMap<int, rkservice::COrinQuoterSourceInfoPtr>();
-    }
+    clearRowRecords();
     m_table->clear();
     m_table->update();
+}
+
+void CQuotesManagePanel::clearRowRecords() {
+    CPanelMutex::Locker lock = m_dataMutex.lockOrPark([this] { clearRowRecords(); });
+    if (lock)
+        m_rowRecords = QMap<int, rkservice::COrinQuoterSourceInfoPtr>();
 }
 
 void CQuotesManagePanel::sendDelete(const rkservice::COperateDataReqPtr& request) {

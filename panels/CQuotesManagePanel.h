@@ -159,6 +159,7 @@ private:
     void showStockDialog(const QString& title, bool isAdd,
                          const rkservice::COrinQuoterSourceInfoPtr& record);
     void sendDelete(const rkservice::COperateDataReqPtr& request);
+    void clearRowRecords();
     static rkservice::COrinQuoterSourceInfoPtr deleteRecord(
         int id, const rkservice::COrinQuoterSourceInfo& of);
 
