@@ -74,6 +74,16 @@ void CConsoleWindow::createMenus() {
             panels->addAction(entry.title, this, [this, objectName] { openPanel(objectName); });
         action->setObjectName(QStringLiteral("open_") + objectName);
     }
+    QMenu* view = menuBar()->addMenu(QStringLiteral("显示(&V)"));
+    QAction* brand = view->addAction(QStringLiteral("平台名称带Kx前缀"));
+    brand->setObjectName(QStringLiteral("brandedNames"));
+    brand->setCheckable(true);
+    brand->setChecked(!Hlx::COrinClientCenter::instance()->hasClientLoginTypeAuth(0));
+    // The login type decides the platform names' form; panels read it as they build.
+    connect(brand, &QAction::toggled, this, [this](bool branded) {
+        Hlx::COrinClientCenter::instance()->setLoginTypeAuthOverride(branded ? 0 : 1);
+        rebuildPanels();
+    });
     QMenu* window = menuBar()->addMenu(QStringLiteral("窗口(&W)"));
     window->addAction(QStringLiteral("恢复默认布局"), this, [this] {
         closeAllDocks();

@@ -1,3 +1,5 @@
+#include <QAction>
+#include <QCheckBox>
 #include <QDockWidget>
 #include <QSettings>
 #include <QTableView>
@@ -10,7 +12,12 @@
 #include "EmbeddedService.h"
 #include "Hlx/COrinClientCenter.h"
 #include "Hlx/CUserManager.h"
+#include "Hlx/CWholeQuoteSettingDialog.h"
+#include "ModalDriver.h"
+#include "ServerMessages.h"
 #include "Zu/COddEvenRowTable.h"
+#include "Zu/CSmallNormalButton.h"
+#include "model/CPlatformTable.h"
 #include "panels/CLevel2QuotesManagePanel.h"
 #include "panels/CQuotesManagePanel.h"
 
@@ -121,6 +128,55 @@ private slots:
         QVERIFY(!after->addButton());
         QVERIFY(window.openPanels().contains("level2quote"));
         window.switchUser("admin");
+    }
+
+    void brandedNamesCanBeChosen() {
+        CConsoleWindow window(m_service, settingsFile());
+        window.restoreSettings();
+        auto* brand = window.findChild<QAction*>("brandedNames");
+        QVERIFY(brand);
+        brand->setChecked(false);
+        QCOMPARE(getPlatformName(20000), QString("高级行情-期货"));
+        brand->setChecked(true);
+        QCOMPARE(getPlatformName(20000), QString("Kx高级行情-期货"));
+        auto* futures = qobject_cast<CQuotesManagePanel*>(window.panel("ftq"));
+        QVERIFY(futures);
+        bool brandedButton = false;
+        for (auto* button : futures->findChildren<Zu::CSmallNormalButton*>())
+            brandedButton = brandedButton || button->text() == "+添加Kx期货行情源";
+        QVERIFY(brandedButton);
+        COrinClientCenter::instance()->setLoginTypeAuthOverride(-1);
+    }
+
+    void wholeQuoteSettingsSurviveARestartOfTheConsole() {
+        {
+            CConsoleWindow window(m_service, settingsFile());
+            window.restoreSettings();
+            window.switchSystem("sys2");
+            auto* all = qobject_cast<CQuotesManagePanel*>(window.panel("allq"));
+            QTRY_VERIFY(all->permissionInfo());
+            ModalDriver::onNext([](QWidget* modal) {
+                auto* dialog = qobject_cast<CWholeQuoteSettingDialog*>(modal);
+                QVERIFY(dialog);
+                dialog->marketCheckBox("NEEQ")->setChecked(true);
+                dialog->accept();
+            });
+            ServerMessages messages;
+            all->deliverEvent(5, 4, 0, QString(), nullptr);
+            QTRY_COMPARE(messages.size(), 1);
+            QCOMPARE(messages.last().text, QString("保存成功"));
+            window.saveSettings();
+        }
+        m_service.reset();
+        m_embedded->reopen();
+        m_service = m_embedded->service();
+        CConsoleWindow window(m_service, settingsFile());
+        QVERIFY(window.restoreSettings());
+        QCOMPARE(window.currentSystem(), QString("sys2"));
+        auto* all = qobject_cast<CQuotesManagePanel*>(window.panel("allq"));
+        all->onActive();
+        QTRY_VERIFY(all->permissionInfo() &&
+                    all->permissionInfo()->m_wholeQuote->isEnabled("NEEQ"));
     }
 
     void screenshotsOfEveryPanelAndDialog() {
