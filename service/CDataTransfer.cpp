@@ -101,6 +101,22 @@ void CDataTransfer::writeSubsystems(const CDatabase& database, QSqlDatabase& db,
     }
 }
 
+QJsonObject CDataTransfer::sourceToJson(const rkservice::COrinQuoterSourceInfo& s) {
+    QJsonObject o;
+    o.insert(QStringLiteral("id"), s.m_nId);
+    o.insert(QStringLiteral("subsystem"), QString::fromStdString(s.getSystemTag()));
+    o.insert(QStringLiteral("tradeType"), s.m_nTradeType);
+    o.insert(QStringLiteral("platformId"), s.m_nPlatformId);
+    o.insert(QStringLiteral("brokerId"), s.m_nBrokerId);
+    o.insert(QStringLiteral("serverGroupId"), s.m_nServerGroupId);
+    o.insert(QStringLiteral("address"), QString::fromStdString(s.m_strAddress));
+    o.insert(QStringLiteral("port"), s.m_nPort);
+    o.insert(QStringLiteral("userName"), QString::fromStdString(s.m_strUserName));
+    o.insert(QStringLiteral("password"), QString::fromStdString(s.m_strPassword));
+    o.insert(QStringLiteral("markets"), QString::fromStdString(s.m_strMarkets));
+    return o;
+}
+
 QJsonObject CDataTransfer::exportAll(const CDatabase& database, QSqlDatabase& db) {
     QJsonObject document;
     document.insert(QStringLiteral("format"), QLatin1String(kFormat));
@@ -135,19 +151,7 @@ QJsonObject CDataTransfer::exportAll(const CDatabase& database, QSqlDatabase& db
     const CQuoteSourceStore store(database);
     for (const auto& data : store.query(db, QString(), false, 0)) {
         const auto& s = static_cast<const rkservice::COrinQuoterSourceInfo&>(*data);
-        QJsonObject source;
-        source.insert(QStringLiteral("id"), s.m_nId);
-        source.insert(QStringLiteral("subsystem"), QString::fromStdString(s.getSystemTag()));
-        source.insert(QStringLiteral("tradeType"), s.m_nTradeType);
-        source.insert(QStringLiteral("platformId"), s.m_nPlatformId);
-        source.insert(QStringLiteral("brokerId"), s.m_nBrokerId);
-        source.insert(QStringLiteral("serverGroupId"), s.m_nServerGroupId);
-        source.insert(QStringLiteral("address"), QString::fromStdString(s.m_strAddress));
-        source.insert(QStringLiteral("port"), s.m_nPort);
-        source.insert(QStringLiteral("userName"), QString::fromStdString(s.m_strUserName));
-        source.insert(QStringLiteral("password"), QString::fromStdString(s.m_strPassword));
-        source.insert(QStringLiteral("markets"), QString::fromStdString(s.m_strMarkets));
-        sources.append(source);
+        sources.append(sourceToJson(s));
     }
     document.insert(QStringLiteral("sources"), sources);
 

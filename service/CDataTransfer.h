@@ -37,6 +37,8 @@ public:
     };
 
     static QJsonObject exportAll(const CDatabase& database, QSqlDatabase& db);
+    // One source as it stands in the document (and in quotesctl's JSON listings).
+    static QJsonObject sourceToJson(const rkservice::COrinQuoterSourceInfo& source);
     // Reads and checks a document completely; throws CServiceError naming the first fault.
     static Content parse(const QJsonObject& document);
     // Replaces everything with the content; runs in the caller's transaction.

@@ -8,6 +8,7 @@
 #include <QJsonObject>
 #include <boost/make_shared.hpp>
 
+#include "CDataTransfer.h"
 #include "CQuotesService.h"
 #include "rkservice/CLevel2Token.h"
 #include "rkservice/COrinBrokerInfo.h"
@@ -22,22 +23,6 @@ const int kNoBroker = rkservice::COrinQuoterSourceInfo::kNoBroker;
 void writeOut(FILE* stream, const QString& text) {
     const QByteArray bytes = text.toUtf8();
     std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stream);
-}
-
-QJsonObject sourceJson(const rkservice::COrinQuoterSourceInfo& s) {
-    QJsonObject o;
-    o.insert(QStringLiteral("id"), s.m_nId);
-    o.insert(QStringLiteral("subsystem"), QString::fromStdString(s.getSystemTag()));
-    o.insert(QStringLiteral("tradeType"), s.m_nTradeType);
-    o.insert(QStringLiteral("platformId"), s.m_nPlatformId);
-    o.insert(QStringLiteral("brokerId"), s.m_nBrokerId);
-    o.insert(QStringLiteral("serverGroupId"), s.m_nServerGroupId);
-    o.insert(QStringLiteral("address"), QString::fromStdString(s.m_strAddress));
-    o.insert(QStringLiteral("port"), s.m_nPort);
-    o.insert(QStringLiteral("userName"), QString::fromStdString(s.m_strUserName));
-    o.insert(QStringLiteral("password"), QString::fromStdString(s.m_strPassword));
-    o.insert(QStringLiteral("markets"), QString::fromStdString(s.m_strMarkets));
-    return o;
 }
 
 // Display width: CJK characters take two columns in a terminal.
@@ -354,7 +339,8 @@ int CQuotesCtl::sourcesList() {
     if (m_options.count(QStringLiteral("json"))) {
         QJsonArray array;
         for (const auto& data : datas)
-            array.append(sourceJson(static_cast<const rkservice::COrinQuoterSourceInfo&>(*data)));
+            array.append(CDataTransfer::sourceToJson(
+                static_cast<const rkservice::COrinQuoterSourceInfo&>(*data)));
         printJson(array);
         return kOk;
     }
