@@ -17,6 +17,19 @@ QString text(const std::string& value) {
     return QString::fromStdString(value);
 }
 
+// Binds the stored columns platform_id to markets, in table order.
+void bindColumns(QSqlQuery& query, const rkservice::COrinQuoterSourceInfo& source) {
+    query.addBindValue(source.m_nPlatformId);
+    query.addBindValue(source.m_nBrokerId);
+    query.addBindValue(source.m_nServerGroupId);
+    query.addBindValue(text(source.m_strAddress));
+    query.addBindValue(source.m_nPort);
+    query.addBindValue(text(source.m_strUserName));
+    query.addBindValue(text(source.m_strPassword));
+    query.addBindValue(source.m_nTradeType);
+    query.addBindValue(text(source.m_strMarkets));
+}
+
 }  // namespace
 
 std::vector<rkservice::IDataPtr> CQuoteSourceStore::query(QSqlDatabase& db,
@@ -140,15 +153,7 @@ std::vector<int> CQuoteSourceStore::add(
     for (const auto& source : sources) {
         check(db, subsystem, *source, -1);
         insert.addBindValue(subsystem);
-        insert.addBindValue(source->m_nPlatformId);
-        insert.addBindValue(source->m_nBrokerId);
-        insert.addBindValue(source->m_nServerGroupId);
-        insert.addBindValue(text(source->m_strAddress));
-        insert.addBindValue(source->m_nPort);
-        insert.addBindValue(text(source->m_strUserName));
-        insert.addBindValue(text(source->m_strPassword));
-        insert.addBindValue(source->m_nTradeType);
-        insert.addBindValue(text(source->m_strMarkets));
+        bindColumns(insert, *source);
         m_database.exec(insert);
         qlonglong id = 0;
         if (returning) {
@@ -195,15 +200,7 @@ void CQuoteSourceStore::modify(
             QStringLiteral("UPDATE kx_orin_quoter_source SET platform_id = ?, broker_id = "
                            "?, server_group_id = ?, address = ?, port = ?, user_name = ?, "
                            "password = ?, trade_type = ?, markets = ? WHERE id = ?"));
-        update.addBindValue(source.m_nPlatformId);
-        update.addBindValue(source.m_nBrokerId);
-        update.addBindValue(source.m_nServerGroupId);
-        update.addBindValue(text(source.m_strAddress));
-        update.addBindValue(source.m_nPort);
-        update.addBindValue(text(source.m_strUserName));
-        update.addBindValue(text(source.m_strPassword));
-        update.addBindValue(source.m_nTradeType);
-        update.addBindValue(text(source.m_strMarkets));
+        bindColumns(update, source);
         update.addBindValue(source.m_nId);
         m_database.exec(update);
     }
@@ -235,15 +232,7 @@ void CQuoteSourceStore::insertRaw(QSqlDatabase& db, const QString& subsystem,
                        "trade_type, markets) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)"));
     insert.addBindValue(source.m_nId);
     insert.addBindValue(subsystem);
-    insert.addBindValue(source.m_nPlatformId);
-    insert.addBindValue(source.m_nBrokerId);
-    insert.addBindValue(source.m_nServerGroupId);
-    insert.addBindValue(text(source.m_strAddress));
-    insert.addBindValue(source.m_nPort);
-    insert.addBindValue(text(source.m_strUserName));
-    insert.addBindValue(text(source.m_strPassword));
-    insert.addBindValue(source.m_nTradeType);
-    insert.addBindValue(text(source.m_strMarkets));
+    bindColumns(insert, source);
     m_database.exec(insert);
 }
 
