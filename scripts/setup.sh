@@ -9,6 +9,7 @@ packages=(
   libboost-dev libboost-thread-dev
   liblog4cxx-dev libbson-dev
   postgresql
+  libgrpc++-dev protobuf-compiler-grpc protobuf-compiler libprotobuf-dev libssl-dev libsodium-dev
   fonts-wqy-microhei
 )
 
