@@ -8,6 +8,7 @@
 
 #include "BenchRegistry.h"
 #include "CQuotesService.h"
+#include "CServiceBackend.h"
 #include "Hlx/COrinClientCenter.h"
 #include "Hlx/CUserManager.h"
 #include "Zu/COddEvenRowTable.h"
@@ -34,7 +35,8 @@ bool fillService(CQuotesService& service, int count) {
             source->m_strPassword = "pw";
             request.datas.push_back(source);
         }
-        if (!service.operateSync(Hlx::CRequestTarget::subsystem("sys1"), request).isSuccess())
+        if (!service.operateSync(CCaller::owner(), Hlx::CRequestTarget::subsystem("sys1"), request)
+                 .isSuccess())
             return false;
     }
     return true;
@@ -78,7 +80,7 @@ void runLoadBench() {
                          error.toLocal8Bit().constData());
             return;
         }
-        Hlx::COrinClientCenter::instance()->setBackend(service);
+        Hlx::COrinClientCenter::instance()->setBackend(CServiceBackend::asOwner(service));
         {
             Hlx::CStockQuotesManagePanel panel(nullptr);
             panel.resize(1100, 600);

@@ -11,6 +11,7 @@
 
 #include "BenchRegistry.h"
 #include "CQuotesService.h"
+#include "CServiceBackend.h"
 #include "Hlx/COrinClientCenter.h"
 #include "rkservice/COrinQuoterSourceInfo.h"
 #include "rkservice/DataTypeIds.h"
@@ -75,7 +76,7 @@ void runServiceBench() {
         auto service = openService(dir.path(), true);
         if (!service)
             return;
-        centre->setBackend(service);
+        centre->setBackend(CServiceBackend::asOwner(service));
 
         // Adds under WAL with synchronous=FULL, the service's setting.
         benchReport("service_add_single_per_s", addRate(1, 200, 0), "sources/s");
@@ -91,7 +92,7 @@ void runServiceBench() {
             fill.datas.clear();
             for (int k = 0; k < 5000 && stored < 100000; ++k, ++stored)
                 fill.datas.push_back(source(n++));
-            service->operateSync(Hlx::CRequestTarget::centre(), fill);
+            service->operateSync(CCaller::owner(), Hlx::CRequestTarget::centre(), fill);
         }
         std::vector<double> times;
         size_t received = 0;
@@ -126,7 +127,7 @@ void runServiceBench() {
         auto service = openService(dir.path(), false);
         if (!service)
             return;
-        centre->setBackend(service);
+        centre->setBackend(CServiceBackend::asOwner(service));
         benchReport("service_add_single_normal_per_s", addRate(1, 200, 0), "sources/s");
         centre->waitForIdle();
         centre->setBackend(nullptr);

@@ -6,20 +6,20 @@
 namespace Hlx {
 
 const std::vector<CTradeTypeInfo>& CTradeTypeTable::all() {
-    // id, object name, display name, add right, edit right, delete right, layout id, markets
+    // id, object name, display name, layout id, markets
     static const std::vector<CTradeTypeInfo> table = {
-        {kFutures, "ftq", "期货", 10385, 10385, 10387, 1253, ""},
-        {kStocks, "stq", "证券", 10937, 10389, 10563, 1254, "SH,SZ"},
-        {kFuturesOptions, "foq", "期货期权", 11231, 11231, 10387, 1255, ""},
-        {kStockOptions, "soq", "股票期权", 10709, 10711, 10713, 1256, "SHO,SZO"},
-        {kHgt, "hgq", "沪港通", 11029, 11031, 11033, 1258, "HGT"},
-        {kNeeq, "nwq", "", 11019, 11021, 11023, 1257, "NEEQ"},
-        {kGold, "god", "贵金属", 12147, 12149, 12151, 1259, "GOLD"},
-        {kOuterFutures, "ofq", "外盘期货", 12353, 12355, 12357, 1260, "YSWP"},
-        {kOuterIB, "oiq", "IB外盘", 12361, 12363, 12365, 0, "IB"},
-        {kOuterStocks, "osq", "收益互换", 12369, 12370, 12372, 1262, "IB"},
-        {kAll, "allq", "全部", 0, 0, 0, 1263, ""},
-        {kSgt, "sgq", "深港通", 11222, 11223, 11224, 0, "SGT"},
+        {kFutures, "ftq", "期货", 1253, ""},
+        {kStocks, "stq", "证券", 1254, "SH,SZ"},
+        {kFuturesOptions, "foq", "期货期权", 1255, ""},
+        {kStockOptions, "soq", "股票期权", 1256, "SHO,SZO"},
+        {kHgt, "hgq", "沪港通", 1258, "HGT"},
+        {kNeeq, "nwq", "", 1257, "NEEQ"},
+        {kGold, "god", "贵金属", 1259, "GOLD"},
+        {kOuterFutures, "ofq", "外盘期货", 1260, "YSWP"},
+        {kOuterIB, "oiq", "IB外盘", 0, "IB"},
+        {kOuterStocks, "osq", "收益互换", 1262, "IB"},
+        {kAll, "allq", "全部", 1263, ""},
+        {kSgt, "sgq", "深港通", 0, "SGT"},
     };
     return table;
 }

@@ -7,15 +7,12 @@
 
 namespace Hlx {
 
-// What one trade type means for the panels: its names, the rights that guard its actions and its
-// saved table layout.
+// What one trade type means for the panels: its names and its saved table layout (the rights of
+// its sources are in CRightsTable).
 struct CTradeTypeInfo {
     int tradeType;
     const char* objectName;   // of its panel
     const char* displayName;  // empty for NEEQ, whose name the host gives
-    int addRight;             // 0: no add button
-    int editRight;            // 0: no edit right check
-    int deleteRight;          // of a row's delete button; 0: not guarded
     int layoutId;
     const char* markets;  // market list of its sources; empty: none
 };

@@ -17,6 +17,7 @@
 #include "dialogs/CLevel2QuoteDialog.h"
 #include "model/CRequestFactory.h"
 #include "model/CRequestRouter.h"
+#include "model/CRightsTable.h"
 #include "rkservice/CLevel2Token.h"
 #include "rkservice/DataTypeIds.h"
 
@@ -25,10 +26,6 @@ using namespace boost::placeholders;
 namespace Hlx {
 
 namespace {
-
-const int kAddRight = 12532;
-const int kEditRight = 12534;
-const int kDeleteRight = 12536;
 
 const int kTokenColumn = 0;
 const int kActionColumn = 1;
@@ -86,7 +83,7 @@ void CLevel2QuotesManagePanel::createUi() {
         new Zu::CSmallNormalButton(toolBar, RefreshButton, QStringLiteral("刷新"));
     refreshButton->setFixedSize(50, 26);
     toolBar->addWidget(refreshButton);
-    if (CUserManager::instance()->checkUserAuth(kAddRight)) {
+    if (CUserManager::instance()->checkUserAuth(CRightsTable::kLevel2Add)) {
         m_addButton = new Zu::CSmallNormalButton(toolBar, AddButton,
                                                  QStringLiteral("+添加Level-2行情源token"));
         m_addButton->setFixedSize(150, 26);
@@ -157,9 +154,9 @@ void CLevel2QuotesManagePanel::appendToken(int row, const QString& token) {
     }
 
     QVector<Zu::ButtonData> buttons;
-    if (CUserManager::instance()->checkUserAuth(kEditRight))
+    if (CUserManager::instance()->checkUserAuth(CRightsTable::kLevel2Modify))
         buttons.append(Zu::ButtonData(EditRowButton, QStringLiteral("编辑"), 1, false, {}));
-    if (CUserManager::instance()->checkUserAuth(kDeleteRight))
+    if (CUserManager::instance()->checkUserAuth(CRightsTable::kLevel2Delete))
         buttons.append(Zu::ButtonData(DeleteRowButton, QStringLiteral("删除"), 1, false, {}));
     delegate->setItemButtons(std::to_string(row), buttons, true);
 }

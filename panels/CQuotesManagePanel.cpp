@@ -22,6 +22,7 @@
 #include "model/CPlatformTable.h"
 #include "model/CRequestFactory.h"
 #include "model/CRequestRouter.h"
+#include "model/CRightsTable.h"
 #include "model/CTradeTypeTable.h"
 #include "rkservice/COrinBrokerInfo.h"
 #include "rkservice/DataTypeIds.h"
@@ -31,10 +32,6 @@ using namespace boost::placeholders;
 namespace Hlx {
 
 namespace {
-
-// Rights of the broker and Kx rows' delete buttons.
-const int kFuturesRowDeleteRight = 10387;
-const int kKxRowDeleteRight = 11230;
 
 // Event types the panel takes.
 const int kEventButton = 5;
@@ -76,6 +73,8 @@ CQuotesManagePanel::CQuotesManagePanel(int tradeType, const QString& objectName,
             &CQuotesManagePanel::slotOnDataKxFutureQuotesInfo, Qt::AutoConnection);
     connect(this, &CQuotesManagePanel::sigMsgCallBack, this, &CQuotesManagePanel::slotMsgCallBack,
             Qt::AutoConnection);
+    connect(this, &CQuotesManagePanel::sigOnDeleteFailed, this,
+            &CQuotesManagePanel::slotOnDeleteFailed, Qt::AutoConnection);
     createUi();
 }
 
@@ -104,9 +103,8 @@ void CQuotesManagePanel::createToolBar(Zu::CWidgetList* outer) {
     auto* toolBar = new Zu::CWidgetList(outer, Qt::Horizontal);
     toolBar->setMargins(10, 0, 0, 0);
     toolBar->setSpacing(15);
-    const CTradeTypeInfo* info = CTradeTypeTable::find(m_tradeType);
-    const bool mayAdd =
-        info && info->addRight && CUserManager::instance()->checkUserAuth(info->addRight);
+    const CSourceRights* rights = CRightsTable::find(m_tradeType);
+    const bool mayAdd = rights && CUserManager::instance()->checkUserAuth(rights->add);
     const QString name = ownTradeTypeName();
 
     if (m_tradeType != CTradeTypeTable::kAll && mayAdd) {
@@ -395,12 +393,13 @@ CQuotesManagePanel::RowRights CQuotesManagePanel::readRowRights() const {
     if (m_tradeType == CTradeTypeTable::kAll) {
         // The all-types panel offers both buttons on every row.
         rights.edit = rights.remove = true;
-    } else if (const CTradeTypeInfo* info = CTradeTypeTable::find(m_tradeType)) {
-        rights.edit = users->checkUserAuth(info->editRight);
-        rights.remove = users->checkUserAuth(info->deleteRight);
+    } else if (const CSourceRights* own = CRightsTable::find(m_tradeType)) {
+        rights.edit = users->checkUserAuth(own->modify);
+        rights.remove = users->checkUserAuth(own->remove);
     }
-    rights.brokerRemove = users->checkUserAuth(kFuturesRowDeleteRight);
-    rights.kxRemove = rights.brokerRemove || users->checkUserAuth(kKxRowDeleteRight);
+    rights.brokerRemove =
+        users->checkUserAuth(CRightsTable::find(CTradeTypeTable::kFutures)->remove);
+    rights.kxRemove = rights.brokerRemove || users->checkUserAuth(CRightsTable::kKxRowDelete);
     return rights;
 }
 
@@ -626,8 +625,8 @@ void CQuotesManagePanel::addKxSource() {
 
 void CQuotesManagePanel::editSelectedRow() {
     if (m_tradeType != CTradeTypeTable::kAll) {
-        const CTradeTypeInfo* info = CTradeTypeTable::find(m_tradeType);
-        if (!info || !info->editRight || !CUserManager::instance()->checkUserAuth(info->editRight))
+        const CSourceRights* rights = CRightsTable::find(m_tradeType);
+        if (!rights || !CUserManager::instance()->checkUserAuth(rights->modify))
             return;
     }
     // Held until the dialog has closed; answers that need it wait, slots are parked.
@@ -721,9 +720,22 @@ void CQuotesManagePanel::sendDelete(const rkservice::COperateDataReqPtr& request
 
 void CQuotesManagePanel::onOperationDeleteQuotes(const utils::RKError& error,
                                                  bson::BSONObj /*result*/) {
+    if (!error.isSuccess()) {
+        emit sigOnDeleteFailed(Zu::sToQs(error.errorMsg()));
+        return;
+    }
     bool expected = false;
-    if (error.isSuccess() && m_deleteRefreshed.compare_exchange_strong(expected, true))
+    if (m_deleteRefreshed.compare_exchange_strong(expected, true))
         emit sigOnDataFinished();
+}
+
+void CQuotesManagePanel::slotOnDeleteFailed(QString qsError) {
+    // Delete all has emptied the table already: say why, and reload whatever an earlier answer
+    // did, so that every source still stored shows again.
+    COrinClientCenter::instance()->showServerMsgCallBack(
+        1, false, this, QStringLiteral("%1行情源").arg(ownTradeTypeName()),
+        qsError.isEmpty() ? QStringLiteral("删除失败") : qsError, true, false);
+    refresh();
 }
 
 void CQuotesManagePanel::editWholeQuote() {

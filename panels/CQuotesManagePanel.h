@@ -103,6 +103,9 @@ signals:
     void sigOnDataFinished();
     void sigOnDataKxFutureQuotesInfo(bool bError, QString qsError, int count);
     void sigMsgCallBack(bool bSuccess, QString qsError);
+    // A delete the service refused (an addition: the table must not show as deleted what still
+    // exists).
+    void sigOnDeleteFailed(QString qsError);
 
 public slots:
     void slotOnDataQuotesInfo(bool bError, QString qsError, int count);
@@ -110,6 +113,7 @@ public slots:
     void slotOnDataFinished();
     void slotOnDataKxFutureQuotesInfo(bool bError, QString qsError, int count);
     void slotMsgCallBack(bool bSuccess, QString qsError);
+    void slotOnDeleteFailed(QString qsError);
 
 protected:
     bool handleEvent(int eventId, int subId, int param, QString data, void* extra) override;

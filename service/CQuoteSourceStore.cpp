@@ -206,6 +206,27 @@ void CQuoteSourceStore::modify(
     }
 }
 
+std::map<int, CStoredKind> CQuoteSourceStore::kinds(QSqlDatabase& db, const QString& subsystem,
+                                                    const std::vector<int>& ids) const {
+    QSqlQuery find(db);
+    find.prepare(subsystem.isEmpty()
+                     ? QStringLiteral("SELECT trade_type, platform_id FROM kx_orin_quoter_source "
+                                      "WHERE id = ?")
+                     : QStringLiteral("SELECT trade_type, platform_id FROM kx_orin_quoter_source "
+                                      "WHERE id = ? AND subsystem = ?"));
+    std::map<int, CStoredKind> result;
+    for (int id : ids) {
+        find.addBindValue(id);
+        if (!subsystem.isEmpty())
+            find.addBindValue(subsystem);
+        m_database.exec(find);
+        if (find.next())
+            result[id] = CStoredKind{find.value(0).toInt(), find.value(1).toInt()};
+        find.finish();
+    }
+    return result;
+}
+
 void CQuoteSourceStore::remove(QSqlDatabase& db, const QString& subsystem,
                                const std::vector<int>& ids) const {
     QSqlQuery erase(db);

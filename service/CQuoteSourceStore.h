@@ -4,6 +4,9 @@
 #include <QString>
 #include <vector>
 
+#include <map>
+
+#include "CAccessPolicy.h"
 #include "rkservice/COrinQuoterSourceInfo.h"
 
 class CDatabase;
@@ -24,6 +27,10 @@ public:
     // Rewrites the sources named by their ids, within the sub-system (any when empty).
     void modify(QSqlDatabase& db, const QString& subsystem,
                 const std::vector<rkservice::COrinQuoterSourceInfoPtr>& sources) const;
+    // The stored trade type and platform of the named sources within the sub-system (any when
+    // empty); ids not found are left out.
+    std::map<int, CStoredKind> kinds(QSqlDatabase& db, const QString& subsystem,
+                                     const std::vector<int>& ids) const;
     // Deletes the sources named by their ids, within the sub-system (any when empty).
     void remove(QSqlDatabase& db, const QString& subsystem, const std::vector<int>& ids) const;
 

@@ -8,6 +8,7 @@
 #include <boost/make_shared.hpp>
 #include <set>
 
+#include "CAccessPolicy.h"
 #include "CDataTransfer.h"
 #include "CDatabase.h"
 #include "CQuoteSourceStore.h"
@@ -30,6 +31,27 @@ namespace {
 
 std::string utf8(const QString& text) {
     return text.toStdString();
+}
+
+Hlx::CRecordAction recordAction(int operateType) {
+    switch (operateType) {
+        case rkservice::kOperateAdd:
+            return Hlx::CRecordAction::Add;
+        case rkservice::kOperateModify:
+            return Hlx::CRecordAction::Modify;
+        default:
+            return Hlx::CRecordAction::Delete;
+    }
+}
+
+// Blanks the passwords of the sources the caller may not modify; the records are this answer's
+// own, so they are changed in place.
+void hidePasswords(const CCaller& caller, const std::vector<rkservice::IDataPtr>& records) {
+    for (const auto& record : records) {
+        auto* source = static_cast<rkservice::COrinQuoterSourceInfo*>(record.get());
+        if (!CAccessPolicy::mayReadPassword(caller, *source))
+            source->m_strPassword.clear();
+    }
 }
 
 rkservice::IDataPtr tagged(const rkservice::IDataPtr& record, const std::string& tag) {
@@ -157,27 +179,11 @@ QString CQuotesService::resolveTarget(const Hlx::CRequestTarget& target) const {
     return name;
 }
 
-void CQuotesService::query(const Hlx::CRequestTarget& target,
-                           const rkservice::COrinQueryDataReq& request,
-                           const Hlx::CQueryAnswer& answer) {
-    std::vector<rkservice::IDataPtr> datas;
-    const utils::RKError error = querySync(target, request, &datas);
-    answer.answer(error, datas);
-}
-
-void CQuotesService::operate(const Hlx::CRequestTarget& target,
-                             const rkservice::COperateDataReq& request,
-                             const Hlx::COperateAnswer& answer) {
-    bson::BSONObj result;
-    const utils::RKError error = operateSync(target, request, &result);
-    answer.answer(error, result);
-}
-
-utils::RKError CQuotesService::querySync(const Hlx::CRequestTarget& target,
+utils::RKError CQuotesService::querySync(const CCaller& caller, const Hlx::CRequestTarget& target,
                                          const rkservice::COrinQueryDataReq& request,
                                          std::vector<rkservice::IDataPtr>* datas) {
     try {
-        *datas = doQuery(target, request);
+        *datas = doQuery(caller, target, request);
         return utils::RKError::ok();
     } catch (const CServiceError& e) {
         datas->clear();
@@ -188,12 +194,12 @@ utils::RKError CQuotesService::querySync(const Hlx::CRequestTarget& target,
     }
 }
 
-utils::RKError CQuotesService::operateSync(const Hlx::CRequestTarget& target,
+utils::RKError CQuotesService::operateSync(const CCaller& caller, const Hlx::CRequestTarget& target,
                                            const rkservice::COperateDataReq& request,
                                            bson::BSONObj* result) {
     bson::BSONObj local;
     try {
-        doOperate(target, request, result ? result : &local);
+        doOperate(caller, target, request, result ? result : &local);
         return utils::RKError::ok();
     } catch (const CServiceError& e) {
         return utils::RKError::fail(e.what());
@@ -203,7 +209,8 @@ utils::RKError CQuotesService::operateSync(const Hlx::CRequestTarget& target,
 }
 
 std::vector<rkservice::IDataPtr> CQuotesService::doQuery(
-    const Hlx::CRequestTarget& target, const rkservice::COrinQueryDataReq& request) {
+    const CCaller& caller, const Hlx::CRequestTarget& target,
+    const rkservice::COrinQueryDataReq& request) {
     const QString subsystem = resolveTarget(target);
     std::vector<std::string> scope;
     if (subsystem.isEmpty()) {
@@ -221,6 +228,8 @@ std::vector<rkservice::IDataPtr> CQuotesService::doQuery(
             m_database->transact(false, [&](QSqlDatabase& db) {
                 result = store.query(db, subsystem, filter, tradeType);
             });
+            if (!caller.isOwner())
+                hidePasswords(caller, result);
             break;
         }
         case rkservice::kDataBrokers:
@@ -304,18 +313,18 @@ std::vector<rkservice::IDataPtr> CQuotesService::doQuery(
     return result;
 }
 
-void CQuotesService::doOperate(const Hlx::CRequestTarget& target,
+void CQuotesService::doOperate(const CCaller& caller, const Hlx::CRequestTarget& target,
                                const rkservice::COperateDataReq& request, bson::BSONObj* result) {
     switch (request.dataType) {
         case rkservice::kDataQuoteSources:
-            operateSources(target, request, result);
+            operateSources(caller, target, request, result);
             break;
         case rkservice::kDataLevel2Tokens:
             resolveTarget(target);
-            operateToken(request);
+            operateToken(caller, request);
             break;
         case rkservice::kDataGlobalPermission:
-            operatePermission(target, request);
+            operatePermission(caller, target, request);
             break;
         case rkservice::kDataBrokers:
         case rkservice::kDataPlatforms:
@@ -327,7 +336,7 @@ void CQuotesService::doOperate(const Hlx::CRequestTarget& target,
     }
 }
 
-void CQuotesService::operateSources(const Hlx::CRequestTarget& target,
+void CQuotesService::operateSources(const CCaller& caller, const Hlx::CRequestTarget& target,
                                     const rkservice::COperateDataReq& request,
                                     bson::BSONObj* result) {
     const int op = request.operateType;
@@ -349,6 +358,7 @@ void CQuotesService::operateSources(const Hlx::CRequestTarget& target,
     if (op == rkservice::kOperateAdd) {
         // An add sent to the centre goes to the default sub-system.
         const QString owner = subsystem.isEmpty() ? defaultSubsystem() : subsystem;
+        CAccessPolicy::checkAdd(caller, sources);
         std::vector<int> ids;
         m_database->transact(true, [&](QSqlDatabase& db) { ids = store.add(db, owner, sources); });
         std::string list;
@@ -357,7 +367,14 @@ void CQuotesService::operateSources(const Hlx::CRequestTarget& target,
         result->appendInt("count", int(ids.size()));
         result->appendString("ids", list);
     } else if (op == rkservice::kOperateModify) {
-        m_database->transact(true, [&](QSqlDatabase& db) { store.modify(db, subsystem, sources); });
+        std::vector<int> ids;
+        for (const auto& source : sources)
+            ids.push_back(source->m_nId);
+        // The rights of the stored rows are read in the transaction that changes them.
+        m_database->transact(true, [&](QSqlDatabase& db) {
+            CAccessPolicy::checkModify(caller, sources, store.kinds(db, subsystem, ids));
+            store.modify(db, subsystem, sources);
+        });
         result->appendInt("count", int(sources.size()));
     } else {
         std::vector<int> ids;
@@ -367,16 +384,21 @@ void CQuotesService::operateSources(const Hlx::CRequestTarget& target,
                 throw CServiceError("删除请求中行情源重复: " + std::to_string(source->m_nId));
             ids.push_back(source->m_nId);
         }
-        m_database->transact(true, [&](QSqlDatabase& db) { store.remove(db, subsystem, ids); });
+        m_database->transact(true, [&](QSqlDatabase& db) {
+            CAccessPolicy::checkDelete(caller, ids, store.kinds(db, subsystem, ids));
+            store.remove(db, subsystem, ids);
+        });
         result->appendInt("count", int(ids.size()));
     }
 }
 
-void CQuotesService::operateToken(const rkservice::COperateDataReq& request) {
+void CQuotesService::operateToken(const CCaller& caller,
+                                  const rkservice::COperateDataReq& request) {
     const int op = request.operateType;
     if (op != rkservice::kOperateAdd && op != rkservice::kOperateModify &&
         op != rkservice::kOperateDelete)
         throw CServiceError("不支持的操作类型: " + std::to_string(op));
+    CAccessPolicy::checkLevel2(caller, recordAction(op));
     if (request.datas.size() != 1)
         throw CServiceError("Level-2 token 请求必须恰好带一条记录");
     auto token = boost::dynamic_pointer_cast<rkservice::CLevel2Token>(request.datas.front());
@@ -412,10 +434,11 @@ void CQuotesService::operateToken(const rkservice::COperateDataReq& request) {
     });
 }
 
-void CQuotesService::operatePermission(const Hlx::CRequestTarget& target,
+void CQuotesService::operatePermission(const CCaller& caller, const Hlx::CRequestTarget& target,
                                        const rkservice::COperateDataReq& request) {
     if (request.operateType != rkservice::kOperateSaveWholeQuote)
         throw CServiceError("不支持的操作类型: " + std::to_string(request.operateType));
+    CAccessPolicy::checkWholeQuote(caller);
     QString subsystem = resolveTarget(target);
     if (request.datas.size() != 1)
         throw CServiceError("全推设置请求必须恰好带一条记录");
@@ -486,8 +509,22 @@ std::vector<rkservice::CUserInfoPtr> CQuotesService::users(QString* error) {
     return result;
 }
 
-bool CQuotesService::setLoginTypeAuth(int loginType, bool granted, QString* error) {
+bool CQuotesService::administer(const CCaller& caller, const std::string& what, QString* error,
+                                const std::function<void()>& change) {
     try {
+        CAccessPolicy::checkAdminister(caller, what);
+        change();
+        return true;
+    } catch (const CServiceError& e) {
+        if (error)
+            *error = QString::fromStdString(e.what());
+        return false;
+    }
+}
+
+bool CQuotesService::setLoginTypeAuth(const CCaller& caller, int loginType, bool granted,
+                                      QString* error) {
+    return administer(caller, "修改登录类型设置", error, [&] {
         m_database->transact(true, [&](QSqlDatabase& db) {
             const QString name = QStringLiteral("login_type_auth.%1").arg(loginType);
             QSqlQuery erase(db);
@@ -501,56 +538,38 @@ bool CQuotesService::setLoginTypeAuth(int loginType, bool granted, QString* erro
             m_database->exec(insert);
             reloadCaches(db);
         });
-        return true;
-    } catch (const CServiceError& e) {
-        if (error)
-            *error = QString::fromStdString(e.what());
-        return false;
-    }
+    });
 }
 
-bool CQuotesService::setSubsystems(const std::vector<Hlx::SubsystemInfo>& subsystems,
+bool CQuotesService::setSubsystems(const CCaller& caller,
+                                   const std::vector<Hlx::SubsystemInfo>& subsystems,
                                    QString* error) {
-    try {
+    return administer(caller, "修改分系统", error, [&] {
         CDataTransfer::checkSubsystems(subsystems);
         m_database->transact(true, [&](QSqlDatabase& db) {
             CDataTransfer::writeSubsystems(*m_database, db, subsystems, true);
             reloadCaches(db);
         });
-        return true;
-    } catch (const CServiceError& e) {
-        if (error)
-            *error = QString::fromStdString(e.what());
-        return false;
-    }
+    });
 }
 
-bool CQuotesService::exportDocument(QJsonObject* document, QString* error) {
-    try {
+bool CQuotesService::exportDocument(const CCaller& caller, QJsonObject* document, QString* error) {
+    return administer(caller, "导出数据", error, [&] {
         m_database->transact(false, [&](QSqlDatabase& db) {
             *document = CDataTransfer::exportAll(*m_database, db);
         });
-        return true;
-    } catch (const CServiceError& e) {
-        if (error)
-            *error = QString::fromStdString(e.what());
-        return false;
-    }
+    });
 }
 
-bool CQuotesService::importDocument(const QJsonObject& document, QString* error) {
-    try {
+bool CQuotesService::importDocument(const CCaller& caller, const QJsonObject& document,
+                                    QString* error) {
+    return administer(caller, "导入数据", error, [&] {
         const CDataTransfer::Content content = CDataTransfer::parse(document);
         m_database->transact(true, [&](QSqlDatabase& db) {
             CDataTransfer::importAll(*m_database, db, content);
             reloadCaches(db);
         });
-        return true;
-    } catch (const CServiceError& e) {
-        if (error)
-            *error = QString::fromStdString(e.what());
-        return false;
-    }
+    });
 }
 
 bool CQuotesService::checkIntegrity(QString* error) {

@@ -4,20 +4,23 @@
 #include <QSqlDatabase>
 #include <QString>
 #include <boost/shared_ptr.hpp>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <vector>
 
+#include "CCaller.h"
 #include "CServiceOptions.h"
 #include "Hlx/IDataServiceBackend.h"
 #include "rkservice/CUserInfo.h"
 
 class CDatabase;
 
-// The platform's data service: answers the client centre's requests from a SQLite file or a
-// PostgreSQL database. Thread-safe; each worker thread uses its own connection.
-class CQuotesService : public Hlx::IDataServiceBackend {
+// The platform's data service: answers requests from a SQLite file or a PostgreSQL database,
+// checking every change against the caller's rights (CAccessPolicy). Thread-safe; each worker
+// thread uses its own connection. CServiceBackend puts it behind the client centre.
+class CQuotesService {
 public:
     // Opens (creating, migrating and seeding as needed) the database the options name. Null with
     // *error set when it cannot be used.
@@ -25,21 +28,18 @@ public:
     // Where the console and quotesctl keep the database by default.
     static QString defaultDataDir();
 
-    ~CQuotesService() override;
+    ~CQuotesService();
 
-    // Hlx::IDataServiceBackend
-    void query(const Hlx::CRequestTarget& target, const rkservice::COrinQueryDataReq& request,
-               const Hlx::CQueryAnswer& answer) override;
-    void operate(const Hlx::CRequestTarget& target, const rkservice::COperateDataReq& request,
-                 const Hlx::COperateAnswer& answer) override;
-    std::vector<Hlx::SubsystemInfo> subsystems() const override;
-    bool hasClientLoginTypeAuth(int loginType) const override;
+    // The sub-systems (first = default) and the login-type settings, from the cache.
+    std::vector<Hlx::SubsystemInfo> subsystems() const;
+    bool hasClientLoginTypeAuth(int loginType) const;
 
-    // The same requests, answered on the calling thread.
-    utils::RKError querySync(const Hlx::CRequestTarget& target,
+    // A request of the client centre, answered on the calling thread. A source's password is
+    // read only by a caller who may modify the source; others receive it empty.
+    utils::RKError querySync(const CCaller& caller, const Hlx::CRequestTarget& target,
                              const rkservice::COrinQueryDataReq& request,
                              std::vector<rkservice::IDataPtr>* datas);
-    utils::RKError operateSync(const Hlx::CRequestTarget& target,
+    utils::RKError operateSync(const CCaller& caller, const Hlx::CRequestTarget& target,
                                const rkservice::COperateDataReq& request,
                                bson::BSONObj* result = nullptr);
 
@@ -53,15 +53,18 @@ public:
 
     // Whether clients count as logged in with the login type (0: plain product names). Kept in
     // the database.
-    bool setLoginTypeAuth(int loginType, bool granted, QString* error = nullptr);
+    bool setLoginTypeAuth(const CCaller& caller, int loginType, bool granted,
+                          QString* error = nullptr);
 
     // Replaces the sub-systems (first = default). Refused when a removed one still holds sources.
-    bool setSubsystems(const std::vector<Hlx::SubsystemInfo>& subsystems, QString* error = nullptr);
+    bool setSubsystems(const CCaller& caller, const std::vector<Hlx::SubsystemInfo>& subsystems,
+                       QString* error = nullptr);
 
     // The whole content as one JSON document, and its replacement by one (checked first, applied
     // all or nothing).
-    bool exportDocument(QJsonObject* document, QString* error = nullptr);
-    bool importDocument(const QJsonObject& document, QString* error = nullptr);
+    bool exportDocument(const CCaller& caller, QJsonObject* document, QString* error = nullptr);
+    bool importDocument(const CCaller& caller, const QJsonObject& document,
+                        QString* error = nullptr);
 
     // The database's own consistency check (SQLite integrity_check); true when it passes.
     bool checkIntegrity(QString* error = nullptr);
@@ -75,15 +78,19 @@ private:
     QString defaultSubsystem() const;
     bool knowsSubsystem(const QString& name) const;
 
-    std::vector<rkservice::IDataPtr> doQuery(const Hlx::CRequestTarget& target,
+    std::vector<rkservice::IDataPtr> doQuery(const CCaller& caller,
+                                             const Hlx::CRequestTarget& target,
                                              const rkservice::COrinQueryDataReq& request);
-    void doOperate(const Hlx::CRequestTarget& target, const rkservice::COperateDataReq& request,
-                   bson::BSONObj* result);
-    void operateSources(const Hlx::CRequestTarget& target,
+    void doOperate(const CCaller& caller, const Hlx::CRequestTarget& target,
+                   const rkservice::COperateDataReq& request, bson::BSONObj* result);
+    void operateSources(const CCaller& caller, const Hlx::CRequestTarget& target,
                         const rkservice::COperateDataReq& request, bson::BSONObj* result);
-    void operateToken(const rkservice::COperateDataReq& request);
-    void operatePermission(const Hlx::CRequestTarget& target,
+    void operateToken(const CCaller& caller, const rkservice::COperateDataReq& request);
+    void operatePermission(const CCaller& caller, const Hlx::CRequestTarget& target,
                            const rkservice::COperateDataReq& request);
+    // Runs an administrative change: refused without the administrator right.
+    bool administer(const CCaller& caller, const std::string& what, QString* error,
+                    const std::function<void()>& change);
 
     std::unique_ptr<CDatabase> m_database;
     mutable std::mutex m_cacheMutex;

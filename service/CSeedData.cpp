@@ -17,11 +17,12 @@ struct SeedUser {
 
 const std::vector<SeedUser>& seedUsers() {
     static const std::vector<SeedUser> users = {
-        // Every right of the quote-source and Level-2 panels; administers every sub-system.
+        // Every right of the quote-source and Level-2 panels, the whole-quote settings (90001)
+        // and administration (90002); administers every sub-system.
         {"admin", -1, {10385, 10937, 11231, 10709, 11029, 11019, 12147, 12361, 12353,
                        11222, 12369, 10389, 10563, 10711, 10713, 11031, 11033, 11021,
                        11023, 12149, 12151, 12363, 12365, 12355, 12357, 11223, 11224,
-                       12370, 12372, 10387, 11230, 12532, 12534, 12536}},
+                       12370, 12372, 10387, 11230, 12532, 12534, 12536, 90001, 90002}},
         // Futures and futures options only.
         {"futures_op", 0, {10385, 11231, 10387, 11230}},
         // Stocks only.

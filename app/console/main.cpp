@@ -10,6 +10,7 @@
 #include "CConsoleWindow.h"
 #include "CQuotesService.h"
 #include "CScreenshotter.h"
+#include "CServiceBackend.h"
 #include "Hlx/COrinClientCenter.h"
 
 namespace {
@@ -50,7 +51,7 @@ int main(int argc, char** argv) {
     boost::shared_ptr<CQuotesService> service = CQuotesService::open(serviceOptions, &error);
     if (!service)
         return fail(interactive, error);
-    Hlx::COrinClientCenter::instance()->setBackend(service);
+    Hlx::COrinClientCenter::instance()->setBackend(CServiceBackend::actingForCurrentUser(service));
 
     int status = 0;
     {

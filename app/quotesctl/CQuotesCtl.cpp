@@ -333,7 +333,7 @@ int CQuotesCtl::sourcesList() {
         it == m_options.end() ? Hlx::CRequestTarget::centre()
                               : Hlx::CRequestTarget::subsystem(it->second.toStdString());
     std::vector<rkservice::IDataPtr> datas;
-    const utils::RKError error = m_service->querySync(target, request, &datas);
+    const utils::RKError error = m_service->querySync(CCaller::owner(), target, request, &datas);
     if (!error.isSuccess())
         return refused(QString::fromStdString(error.errorMsg()));
     if (m_options.count(QStringLiteral("json"))) {
@@ -415,7 +415,7 @@ int CQuotesCtl::sourcesAdd() {
     request.operateType = rkservice::kOperateAdd;
     request.datas.push_back(source);
     bson::BSONObj result;
-    const utils::RKError error = m_service->operateSync(target, request, &result);
+    const utils::RKError error = m_service->operateSync(CCaller::owner(), target, request, &result);
     if (!error.isSuccess())
         return refused(QString::fromStdString(error.errorMsg()));
     print(QString::fromStdString(result.getStringField("ids")) + QLatin1Char('\n'));
@@ -427,7 +427,8 @@ int CQuotesCtl::sourcesModify() {
     rkservice::COrinQueryDataReq query;
     query.dataType = rkservice::kDataQuoteSources;
     std::vector<rkservice::IDataPtr> datas;
-    utils::RKError error = m_service->querySync(Hlx::CRequestTarget::centre(), query, &datas);
+    utils::RKError error =
+        m_service->querySync(CCaller::owner(), Hlx::CRequestTarget::centre(), query, &datas);
     if (!error.isSuccess())
         return refused(QString::fromStdString(error.errorMsg()));
     rkservice::COrinQuoterSourceInfoPtr source;
@@ -455,7 +456,7 @@ int CQuotesCtl::sourcesModify() {
     request.dataType = rkservice::kDataQuoteSources;
     request.operateType = rkservice::kOperateModify;
     request.datas.push_back(source);
-    error = m_service->operateSync(Hlx::CRequestTarget::centre(), request);
+    error = m_service->operateSync(CCaller::owner(), Hlx::CRequestTarget::centre(), request);
     if (!error.isSuccess())
         return refused(QString::fromStdString(error.errorMsg()));
     return kOk;
@@ -471,7 +472,8 @@ int CQuotesCtl::sourcesDelete() {
         source->m_nId = id;
         request.datas.push_back(source);
     }
-    const utils::RKError error = m_service->operateSync(Hlx::CRequestTarget::centre(), request);
+    const utils::RKError error =
+        m_service->operateSync(CCaller::owner(), Hlx::CRequestTarget::centre(), request);
     if (!error.isSuccess())
         return refused(QString::fromStdString(error.errorMsg()));
     return kOk;
@@ -486,7 +488,8 @@ int CQuotesCtl::reference(bool brokers) {
     // The reference data is the same on every sub-system: list the default one's.
     std::vector<rkservice::IDataPtr> datas;
     const utils::RKError error = m_service->querySync(
-        Hlx::CRequestTarget::subsystem(m_service->subsystems().front().name), request, &datas);
+        CCaller::owner(), Hlx::CRequestTarget::subsystem(m_service->subsystems().front().name),
+        request, &datas);
     if (!error.isSuccess())
         return refused(QString::fromStdString(error.errorMsg()));
     const bool json = m_options.count(QStringLiteral("json")) > 0;
@@ -558,7 +561,8 @@ int CQuotesCtl::token() {
     rkservice::COrinQueryDataReq query;
     query.dataType = rkservice::kDataLevel2Tokens;
     std::vector<rkservice::IDataPtr> datas;
-    utils::RKError error = m_service->querySync(Hlx::CRequestTarget::centre(), query, &datas);
+    utils::RKError error =
+        m_service->querySync(CCaller::owner(), Hlx::CRequestTarget::centre(), query, &datas);
     if (!error.isSuccess())
         return refused(QString::fromStdString(error.errorMsg()));
     const QString current =
@@ -588,7 +592,7 @@ int CQuotesCtl::token() {
         request.operateType = rkservice::kOperateDelete;
     }
     request.datas.push_back(record);
-    error = m_service->operateSync(Hlx::CRequestTarget::centre(), request);
+    error = m_service->operateSync(CCaller::owner(), Hlx::CRequestTarget::centre(), request);
     if (!error.isSuccess())
         return refused(QString::fromStdString(error.errorMsg()));
     return kOk;
@@ -646,7 +650,7 @@ int CQuotesCtl::users() {
 int CQuotesCtl::exportAll() {
     QJsonObject document;
     QString error;
-    if (!m_service->exportDocument(&document, &error))
+    if (!m_service->exportDocument(CCaller::owner(), &document, &error))
         return refused(error);
     printJson(document);
     return kOk;
@@ -669,7 +673,7 @@ int CQuotesCtl::importAll() {
     if (parseError.error != QJsonParseError::NoError || !document.isObject())
         return refused(QStringLiteral("导入文件不是有效的 JSON: %1").arg(parseError.errorString()));
     QString error;
-    if (!m_service->importDocument(document.object(), &error))
+    if (!m_service->importDocument(CCaller::owner(), document.object(), &error))
         return refused(error);
     return kOk;
 }

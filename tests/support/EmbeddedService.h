@@ -5,10 +5,12 @@
 #include <boost/shared_ptr.hpp>
 
 #include "CQuotesService.h"
+#include "CServiceBackend.h"
 #include "Hlx/COrinClientCenter.h"
 
 // The embedded data service on a fresh temporary directory, installed in the client centre for
-// the life of the object (for tests that link the service).
+// the life of the object (for tests that link the service). It acts for the user manager's
+// current user, as in the console.
 class EmbeddedService {
 public:
     EmbeddedService() { open(); }
@@ -32,7 +34,8 @@ private:
         CServiceOptions options;
         options.dataDir = m_dir.path();
         m_service = CQuotesService::open(options, &m_error);
-        Hlx::COrinClientCenter::instance()->setBackend(m_service);
+        Hlx::COrinClientCenter::instance()->setBackend(
+            CServiceBackend::actingForCurrentUser(m_service));
     }
 
     void close() {

@@ -8,7 +8,7 @@
 // Switches the current user of the user manager for a test.
 namespace TestUsers {
 
-// Every right the panels, dialogs and the token panel ask for.
+// Every right the panels, dialogs, the token panel and the data service ask for.
 std::set<int> allRights();
 
 // Makes a user with the given rights current; routeBySystem sets the routing field to -1.

@@ -48,7 +48,7 @@ class TestDialogsService : public QObject {
         request->dataType = 12300;
         std::vector<rkservice::IDataPtr> datas;
         const utils::RKError error =
-            m_service->querySync(CRequestTarget::centre(), *request, &datas);
+            m_service->querySync(CCaller::owner(), CRequestTarget::centre(), *request, &datas);
         std::vector<SourcePtr> sources;
         if (!error.isSuccess())
             return sources;
@@ -236,7 +236,9 @@ private slots:
         brokersRequest->condition = std::to_string(tradeType);
         std::vector<rkservice::IDataPtr> brokers;
         QVERIFY(
-            m_service->querySync(CRequestTarget::centre(), *brokersRequest, &brokers).isSuccess());
+            m_service
+                ->querySync(CCaller::owner(), CRequestTarget::centre(), *brokersRequest, &brokers)
+                .isSuccess());
         int expectedBroker = -1;
         int expectedGroup = -1;
         for (const auto& data : brokers) {

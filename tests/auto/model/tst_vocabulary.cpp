@@ -5,6 +5,7 @@
 #include "model/CFanOutTable.h"
 #include "model/CPlatformTable.h"
 #include "model/CRequestFactory.h"
+#include "model/CRightsTable.h"
 #include "model/CTradeTypeTable.h"
 
 using namespace Hlx;
@@ -75,7 +76,8 @@ private slots:
         const CTradeTypeInfo* info = CTradeTypeTable::find(tradeType);
         QVERIFY(info);
         QCOMPARE(QString(info->objectName), objectName);
-        QCOMPARE(info->addRight, addRight);
+        const CSourceRights* rights = CRightsTable::find(tradeType);
+        QCOMPARE(rights ? rights->add : 0, addRight);
         QCOMPARE(info->layoutId, layoutId);
     }
 

@@ -32,7 +32,8 @@ class TestLevel2Service : public QObject {
         request.dataType = 12417;
         std::vector<rkservice::IDataPtr> datas;
         QStringList tokens;
-        if (!m_service->querySync(CRequestTarget::centre(), request, &datas).isSuccess())
+        if (!m_service->querySync(CCaller::owner(), CRequestTarget::centre(), request, &datas)
+                 .isSuccess())
             return {"<query failed>"};
         for (const auto& data : datas) {
             if (auto token = boost::dynamic_pointer_cast<rkservice::CLevel2Token>(data))

@@ -9,6 +9,7 @@
 #include "ModalDriver.h"
 #include "RecordBuilders.h"
 #include "ScriptedBackend.h"
+#include "ServerMessages.h"
 #include "TestUsers.h"
 #include "Zu/CLoadingMaskWidget.h"
 #include "Zu/COddEvenRowTable.h"
@@ -67,6 +68,15 @@ void closeNextDialog(SeenDialog* seen) {
 
 class TestQuotesPanelActions : public QObject {
     Q_OBJECT
+
+    // Quote-source queries sent since the requests were last cleared.
+    int queryCount() const {
+        int count = 0;
+        for (const auto& request : m_backend->requestsOf(12300))
+            count += request.isQuery ? 1 : 0;
+        return count;
+    }
+
 private slots:
     void init() {
         m_backend = ScriptedBackend::install();
@@ -404,22 +414,67 @@ private slots:
         QCOMPARE(m_backend->requests().front().subsystem, std::string("sys2"));
     }
 
-    void failedDeleteIsSilent() {
-        m_backend->setOperateAnswer(12300, utils::RKError::fail("删除失败"));
+    // A delete the service refuses is shown with the service's text (an empty text reads
+    // "删除失败") and reloads the panel once.
+    void refusedDeleteIsShownAndReloads_data() {
+        QTest::addColumn<QString>("refusal");
+        QTest::addColumn<QString>("shown");
+        QTest::newRow("service text") << "没有权限：删除证券行情源"
+                                      << "没有权限：删除证券行情源";
+        QTest::newRow("empty text") << ""
+                                    << "删除失败";
+    }
+
+    void refusedDeleteIsShownAndReloads() {
+        QFETCH(QString, refusal);
+        QFETCH(QString, shown);
+        m_backend->setOperateAnswer(12300, utils::RKError::fail(refusal.toStdString()));
         CStockQuotesManagePanel panel(nullptr);
         panel.refresh();
         QTRY_COMPARE(panel.table()->rowCount(), 2);
         panel.table()->selectRow(0);
         m_backend->clearRequests();
+        ServerMessages messages;
         QSignalSpy finished(&panel, &Panel::sigOnDataFinished);
         ModalDriver::answerNextBox(QMessageBox::Ok);
         panel.deliverEvent(228, 0, 6, "0", nullptr);
-        QTRY_COMPARE(m_backend->requestCount(), 1);
+        QTRY_COMPARE(messages.size(), 1);
+        QCOMPARE(messages[0].type, 1);
+        QCOMPARE(messages[0].success, false);
+        QCOMPARE(messages[0].parent, static_cast<QWidget*>(&panel));
+        QCOMPARE(messages[0].title, QString("证券行情源"));
+        QCOMPARE(messages[0].text, shown);
         m_backend->settle();
         QCOMPARE(finished.count(), 0);
-        QCOMPARE(m_backend->requestCount(), 1);
-        QCOMPARE(m_messages->count(), 0);
+        QCOMPARE(queryCount(), 1);
         QCOMPARE(panel.table()->rowCount(), 2);
+    }
+
+    // Delete all empties the table at once; a refusal brings every row back, even after an
+    // earlier delete has used up the panel's one refresh.
+    void refusedDeleteAllReloadsWhateverTheRefreshFlag() {
+        CStockQuotesManagePanel panel(nullptr);
+        panel.refresh();
+        QTRY_COMPARE(panel.table()->rowCount(), 2);
+        QSignalSpy finished(&panel, &Panel::sigOnDataFinished);
+        panel.table()->selectRow(0);
+        ModalDriver::answerNextBox(QMessageBox::Ok);
+        panel.deliverEvent(228, 0, 6, "0", nullptr);
+        QTRY_COMPARE(finished.count(), 1);
+        QTRY_COMPARE(panel.table()->rowCount(), 2);
+        m_backend->settle();
+        m_backend->setOperateAnswer(12300, utils::RKError::fail("没有权限：删除证券行情源"));
+        m_backend->clearRequests();
+        ServerMessages messages;
+        ModalDriver::answerNextBox(QMessageBox::Yes);
+        panel.deliverEvent(5, 3, 0, QString(), nullptr);
+        QCOMPARE(panel.table()->rowCount(), 0);
+        QTRY_COMPARE(messages.size(), 1);
+        QCOMPARE(messages[0].text, QString("没有权限：删除证券行情源"));
+        QTRY_COMPARE(panel.table()->rowCount(), 2);
+        m_backend->settle();
+        QCOMPARE(queryCount(), 1);
+        QCOMPARE(finished.count(), 1);
     }
 
     // -- delete all -------------------------------------------------------------------------

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "CQuotesService.h"
+#include "CServiceBackend.h"
 #include "Hlx/COrinClientCenter.h"
 #include "rkservice/CGlobalFeaturePermissionInfo.h"
 #include "rkservice/CLevel2Token.h"

@@ -37,7 +37,8 @@ int runWriter(const QString& dir, int firstBatch) {
                                                     std::to_string(n % 250),
                                                 1000, "batch" + std::to_string(batch), "pw"));
         }
-        const utils::RKError result = service->operateSync(Hlx::CRequestTarget::centre(), request);
+        const utils::RKError result =
+            service->operateSync(CCaller::owner(), Hlx::CRequestTarget::centre(), request);
         if (!result.isSuccess()) {
             std::fprintf(stderr, "writer: %s\n", result.errorMsg().c_str());
             return 1;
@@ -103,7 +104,8 @@ private:
         rkservice::COrinQueryDataReq request;
         request.dataType = rkservice::kDataQuoteSources;
         std::vector<rkservice::IDataPtr> datas;
-        if (!service->querySync(Hlx::CRequestTarget::centre(), request, &datas).isSuccess())
+        if (!service->querySync(CCaller::owner(), Hlx::CRequestTarget::centre(), request, &datas)
+                 .isSuccess())
             return -1;
         std::map<int, int> counts;
         for (const auto& source : as<rkservice::COrinQuoterSourceInfo>(datas))

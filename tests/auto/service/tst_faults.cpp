@@ -53,7 +53,7 @@ private:
         return service;
     }
     void install(const boost::shared_ptr<CQuotesService>& service) {
-        Hlx::COrinClientCenter::instance()->setBackend(service);
+        Hlx::COrinClientCenter::instance()->setBackend(CServiceBackend::asOwner(service));
     }
     void uninstall() {
         QVERIFY(Hlx::COrinClientCenter::instance()->waitForIdle());
@@ -93,7 +93,7 @@ private slots:
         const OperateResult token = operate(rkservice::kDataLevel2Tokens, 2, list({tokenRecord}));
         QVERIFY2(errorText(token.error).contains(QStringLiteral("锁定")),
                  token.error.errorMsg().c_str());
-        QVERIFY(!service->setLoginTypeAuth(0, false));
+        QVERIFY(!service->setLoginTypeAuth(CCaller::owner(), 0, false));
         QVERIFY(timer.elapsed() < 10000);
         const QueryResult read = query(rkservice::kDataQuoteSources, "");
         QVERIFY(read.error.isSuccess());
@@ -147,7 +147,7 @@ private slots:
             auto service = open(options);
             QVERIFY(service);
             QVERIFY(service
-                        ->operateSync(Hlx::CRequestTarget::centre(),
+                        ->operateSync(CCaller::owner(), Hlx::CRequestTarget::centre(),
                                       [] {
                                           rkservice::COperateDataReq r;
                                           r.dataType = rkservice::kDataQuoteSources;

@@ -134,7 +134,7 @@ private slots:
         QString error;
         m_service = CQuotesService::open(options(), &error);
         QVERIFY2(m_service, qPrintable(error));
-        Hlx::COrinClientCenter::instance()->setBackend(m_service);
+        Hlx::COrinClientCenter::instance()->setBackend(CServiceBackend::asOwner(m_service));
     }
 
     void cleanupTestCase() {
@@ -236,16 +236,16 @@ private slots:
     void exportToSqliteAndBack() {
         QJsonObject document;
         QString error;
-        QVERIFY2(m_service->exportDocument(&document, &error), qPrintable(error));
+        QVERIFY2(m_service->exportDocument(CCaller::owner(), &document, &error), qPrintable(error));
         QTemporaryDir dir;
         CServiceOptions sqlite;
         sqlite.dataDir = dir.path();
         sqlite.seed = false;
         auto local = CQuotesService::open(sqlite, &error);
         QVERIFY2(local, qPrintable(error));
-        QVERIFY2(local->importDocument(document, &error), qPrintable(error));
+        QVERIFY2(local->importDocument(CCaller::owner(), document, &error), qPrintable(error));
         QJsonObject copy;
-        QVERIFY(local->exportDocument(&copy));
+        QVERIFY(local->exportDocument(CCaller::owner(), &copy));
         QCOMPARE(copy, document);
 
         // And into a second PostgreSQL database, which continues the ids after the imported ones.
@@ -255,9 +255,9 @@ private slots:
                   QStringLiteral("-U"), QStringLiteral("postgres"), QStringLiteral("quotes2")}));
         auto second = CQuotesService::open(options(QStringLiteral("quotes2")), &error);
         QVERIFY2(second, qPrintable(error));
-        QVERIFY2(second->importDocument(copy, &error), qPrintable(error));
+        QVERIFY2(second->importDocument(CCaller::owner(), copy, &error), qPrintable(error));
         QJsonObject third;
-        QVERIFY(second->exportDocument(&third));
+        QVERIFY(second->exportDocument(CCaller::owner(), &third));
         QCOMPARE(third, document);
         int highest = 0;
         for (const QJsonValue& s : document.value(QStringLiteral("sources")).toArray())
@@ -267,7 +267,8 @@ private slots:
         add.operateType = rkservice::kOperateAdd;
         add.datas = list({stockSource(10000, 2, "10.99.0.1", 1)});
         bson::BSONObj result;
-        QVERIFY(second->operateSync(Hlx::CRequestTarget::centre(), add, &result).isSuccess());
+        QVERIFY(second->operateSync(CCaller::owner(), Hlx::CRequestTarget::centre(), add, &result)
+                    .isSuccess());
         QVERIFY(QString::fromStdString(result.getStringField("ids")).toInt() > highest);
     }
 
@@ -280,7 +281,9 @@ private slots:
             rkservice::COrinQueryDataReq request;
             request.dataType = rkservice::kDataQuoteSources;
             std::vector<rkservice::IDataPtr> datas;
-            QVERIFY(again->querySync(Hlx::CRequestTarget::centre(), request, &datas).isSuccess());
+            QVERIFY(
+                again->querySync(CCaller::owner(), Hlx::CRequestTarget::centre(), request, &datas)
+                    .isSuccess());
             QCOMPARE(datas.size(), count);
         }
         QVERIFY(tool(QStringLiteral("psql"),

@@ -26,7 +26,7 @@ private:
         QString error;
         m_service = CQuotesService::open(options, &error);
         QVERIFY2(m_service, qPrintable(error));
-        Hlx::COrinClientCenter::instance()->setBackend(m_service);
+        Hlx::COrinClientCenter::instance()->setBackend(CServiceBackend::asOwner(m_service));
     }
     void closeService() {
         Hlx::COrinClientCenter::instance()->waitForIdle();
@@ -194,7 +194,7 @@ private slots:
         QVERIFY(errorText(unknown.error).contains(QStringLiteral("nosuch")));
         std::vector<rkservice::IDataPtr> datas;
         QVERIFY(!m_service
-                     ->querySync(Hlx::CRequestTarget::subsystem("nosuch"),
+                     ->querySync(CCaller::owner(), Hlx::CRequestTarget::subsystem("nosuch"),
                                  rkservice::COrinQueryDataReq(), &datas)
                      .isSuccess());
     }
@@ -404,7 +404,7 @@ private slots:
             names[p->platformId] = p->platformName;
         QCOMPARE(int(names.size()), 3);
         QCOMPARE(names[20000], std::string("高级行情-期货"));
-        QVERIFY(m_service->setLoginTypeAuth(0, false));
+        QVERIFY(m_service->setLoginTypeAuth(CCaller::owner(), 0, false));
         QVERIFY(!Hlx::COrinClientCenter::instance()->hasClientLoginTypeAuth(0));
         const auto branded =
             as<rkservice::COrinPlatformInfo>(queryAt(rkservice::kDataPlatforms, "1", "sys1").datas);
@@ -507,12 +507,12 @@ private slots:
     void subsystemConfiguration() {
         QVERIFY(addOne(stockSource(10000, 2, "10.0.0.1", 9000), "sys2") > 0);
         QString error;
-        QVERIFY(!m_service->setSubsystems({{"sys1", "上海主站"}}, &error));
+        QVERIFY(!m_service->setSubsystems(CCaller::owner(), {{"sys1", "上海主站"}}, &error));
         QVERIFY(error.contains(QStringLiteral("仍有行情源")));
-        QVERIFY(!m_service->setSubsystems({}, &error));
-        QVERIFY(!m_service->setSubsystems({{"a", "A"}, {"a", "B"}}, &error));
+        QVERIFY(!m_service->setSubsystems(CCaller::owner(), {}, &error));
+        QVERIFY(!m_service->setSubsystems(CCaller::owner(), {{"a", "A"}, {"a", "B"}}, &error));
         QVERIFY(m_service->setSubsystems(
-            {{"sys2", "深圳主站"}, {"sys1", "上海备站"}, {"sys3", "北京站"}}));
+            CCaller::owner(), {{"sys2", "深圳主站"}, {"sys1", "上海备站"}, {"sys3", "北京站"}}));
         auto* centre = Hlx::COrinClientCenter::instance();
         QCOMPARE(centre->getServerNameBySystemTag("sys2"), QStringLiteral("深圳主站"));
         QCOMPARE(m_service->subsystems().front().name, std::string("sys2"));
@@ -520,7 +520,8 @@ private slots:
         QVERIFY(addOne(stockSource(10000, 2, "10.0.0.2", 9000)) > 0);
         QCOMPARE(int(sources("", "sys2").size()), 2);
         QVERIFY(addOne(stockSource(10000, 2, "10.0.0.3", 9000), "sys3") > 0);
-        QVERIFY(m_service->setSubsystems({{"sys2", "深圳主站"}, {"sys3", "北京站"}}));
+        QVERIFY(
+            m_service->setSubsystems(CCaller::owner(), {{"sys2", "深圳主站"}, {"sys3", "北京站"}}));
         QVERIFY(!centre->isMultiServers() || m_service->subsystems().size() == 2);
 
         closeService();
@@ -532,8 +533,8 @@ private slots:
     }
 
     void settingsAndDataPersist() {
-        QVERIFY(m_service->setLoginTypeAuth(0, false));
-        QVERIFY(m_service->setLoginTypeAuth(3, true));
+        QVERIFY(m_service->setLoginTypeAuth(CCaller::owner(), 0, false));
+        QVERIFY(m_service->setLoginTypeAuth(CCaller::owner(), 3, true));
         const int id = addOne(stockSource(10000, 2, "10.0.0.1", 9000, "u", "secret"));
         closeService();
         openService();

@@ -1,0 +1,33 @@
+#include "CCaller.h"
+
+#include "rkservice/CUserInfo.h"
+
+CCaller::CCaller(std::string name, std::set<int> rights, bool owner)
+    : m_name(std::move(name)), m_rights(std::move(rights)), m_owner(owner) {}
+
+CCaller CCaller::owner() {
+    return CCaller(std::string(), {}, true);
+}
+
+CCaller CCaller::user(const std::string& name, const std::set<int>& rights) {
+    return CCaller(name, rights, false);
+}
+
+CCaller CCaller::user(const rkservice::CUserInfo& user) {
+    return CCaller(user.m_strName, user.m_rights, false);
+}
+
+bool CCaller::holds(int right) const {
+    return m_owner || m_rights.count(right) > 0;
+}
+
+bool CCaller::holdsAny(const std::vector<int>& rights) const {
+    // The owner passes even where no right is defined, so validation names the real fault.
+    if (m_owner)
+        return true;
+    for (int right : rights) {
+        if (holds(right))
+            return true;
+    }
+    return false;
+}
