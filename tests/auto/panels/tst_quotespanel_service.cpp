@@ -1,6 +1,7 @@
 #include <QCheckBox>
 #include <QSignalSpy>
 #include <QtTest>
+#include <boost/make_shared.hpp>
 
 #include "CQuotesService.h"
 #include "EmbeddedService.h"
@@ -14,6 +15,7 @@
 #include "dialogs/CSetFutureQuotesDialog.h"
 #include "dialogs/CSetStockQuotesDialog.h"
 #include "panels/QuotesManagePanel.h"
+#include "rkservice/DataTypeIds.h"
 
 using namespace Hlx;
 using Panel = CQuotesManagePanel;
@@ -66,6 +68,47 @@ private slots:
         QVERIFY(!lastMessage().isEmpty());
         QVERIFY(lastMessage() != QString("操作失败"));
         QCOMPARE(panel.table()->rowCount(), 0);
+    }
+
+    // The all-types panel offers 删除 and 全部删除 on every row whatever the user's rights; the
+    // service refuses them for a user without the rights, and the rows come back.
+    void viewersDeletesAreRefusedAndTheRowsStay() {
+        for (const char* address : {"10.3.0.1", "10.3.0.2"}) {
+            auto request = boost::make_shared<rkservice::COperateDataReq>();
+            request->dataType = 12300;
+            request->operateType = 2;
+            auto source = boost::make_shared<rkservice::COrinQuoterSourceInfo>();
+            source->m_nPlatformId = 10000;
+            source->m_nTradeType = 2;
+            source->m_strAddress = address;
+            source->m_nPort = 7000;
+            request->datas.push_back(source);
+            QVERIFY(m_embedded->service()
+                        ->operateSync(CCaller::owner(), CRequestTarget::centre(), *request)
+                        .isSuccess());
+        }
+        loginAs("viewer");
+        CAllTypeQuotesManagePanel panel(nullptr);
+        panel.refresh();
+        QTRY_COMPARE(panel.table()->rowCount(), 2);
+        waitUntilIdle();
+        m_messages->clear();
+
+        panel.table()->selectRow(0);
+        ModalDriver::answerNextBox(QMessageBox::Ok);
+        panel.deliverEvent(228, 0, 6, "0", nullptr);
+        QTRY_COMPARE(m_messages->count(), 1);
+        QCOMPARE(m_messages->last().at(3).toString(), QString("全部行情源"));
+        QCOMPARE(lastMessage(), QString("没有权限：删除证券行情源"));
+        waitUntilIdle();
+        QCOMPARE(panel.table()->rowCount(), 2);
+
+        ModalDriver::answerNextBox(QMessageBox::Yes);
+        panel.deliverEvent(5, 3, 0, QString(), nullptr);
+        QCOMPARE(panel.table()->rowCount(), 0);
+        QTRY_COMPARE(m_messages->count(), 2);
+        QCOMPARE(lastMessage(), QString("没有权限：删除证券行情源"));
+        QTRY_COMPARE(panel.table()->rowCount(), 2);
     }
 
     void addFuturesSourceAndSeeItsBrokerRow() {
@@ -180,12 +223,17 @@ private slots:
     }
 
 private:
-    void loginAsAdmin() {
+    void loginAs(const std::string& name) {
         QVERIFY2(m_embedded->isOpen(), qPrintable(m_embedded->error()));
         for (const rkservice::CUserInfoPtr& user : m_embedded->service()->users()) {
-            if (user->m_strName == "admin")
+            if (user->m_strName == name)
                 CUserManager::instance()->setCurrentUser(user);
         }
+        QCOMPARE(CUserManager::instance()->getUserInfoPtr()->m_strName, name);
+    }
+
+    void loginAsAdmin() {
+        loginAs("admin");
         QVERIFY(CUserManager::instance()->getUserInfoPtr()->routesBySystem());
     }
 
