@@ -7,8 +7,8 @@
 #include <boost/make_shared.hpp>
 
 #include "BenchRegistry.h"
+#include "CEmbeddedAdmin.h"
 #include "CQuotesService.h"
-#include "CServiceBackend.h"
 #include "Hlx/COrinClientCenter.h"
 #include "Hlx/CUserManager.h"
 #include "Zu/COddEvenRowTable.h"
@@ -80,7 +80,7 @@ void runLoadBench() {
                          error.toLocal8Bit().constData());
             return;
         }
-        Hlx::COrinClientCenter::instance()->setBackend(CServiceBackend::asOwner(service));
+        Hlx::COrinClientCenter::instance()->setBackend(CEmbeddedAdmin::backendAsOwner(service));
         {
             Hlx::CStockQuotesManagePanel panel(nullptr);
             panel.resize(1100, 600);

@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "BenchRegistry.h"
+#include "CEmbeddedAdmin.h"
 #include "CQuotesService.h"
-#include "CServiceBackend.h"
 #include "Hlx/COrinClientCenter.h"
 #include "rkservice/COrinQuoterSourceInfo.h"
 #include "rkservice/DataTypeIds.h"
@@ -76,7 +76,7 @@ void runServiceBench() {
         auto service = openService(dir.path(), true);
         if (!service)
             return;
-        centre->setBackend(CServiceBackend::asOwner(service));
+        centre->setBackend(CEmbeddedAdmin::backendAsOwner(service));
 
         // Adds under WAL with synchronous=FULL, the service's setting.
         benchReport("service_add_single_per_s", addRate(1, 200, 0), "sources/s");
@@ -127,7 +127,7 @@ void runServiceBench() {
         auto service = openService(dir.path(), false);
         if (!service)
             return;
-        centre->setBackend(CServiceBackend::asOwner(service));
+        centre->setBackend(CEmbeddedAdmin::backendAsOwner(service));
         benchReport("service_add_single_normal_per_s", addRate(1, 200, 0), "sources/s");
         centre->waitForIdle();
         centre->setBackend(nullptr);

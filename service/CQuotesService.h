@@ -19,7 +19,7 @@ class CDatabase;
 
 // The platform's data service: answers requests from a SQLite file or a PostgreSQL database,
 // checking every change against the caller's rights (CAccessPolicy). Thread-safe; each worker
-// thread uses its own connection. CServiceBackend puts it behind the client centre.
+// thread uses its own connection. CEmbeddedAdmin administers it for a caller.
 class CQuotesService {
 public:
     // Opens (creating, migrating and seeding as needed) the database the options name. Null with

@@ -10,9 +10,9 @@
 #include <QToolBar>
 
 #include "CPanelCatalogue.h"
-#include "CQuotesService.h"
 #include "Hlx/COrinClientCenter.h"
 #include "Hlx/CUserManager.h"
+#include "Hlx/IQuotesAdmin.h"
 #include "Hlx/IorinDockableWidget.h"
 
 namespace {
@@ -31,11 +31,11 @@ Hlx::IorinDockableWidget* panelOf(QDockWidget* dock) {
 
 }  // namespace
 
-CConsoleWindow::CConsoleWindow(const boost::shared_ptr<CQuotesService>& service,
+CConsoleWindow::CConsoleWindow(const boost::shared_ptr<Hlx::IQuotesAdmin>& admin,
                                const QString& settingsFile, const QString& userName,
                                QWidget* parent)
     : QMainWindow(parent),
-      m_service(service),
+      m_admin(admin),
       m_settings(new QSettings(settingsFile, QSettings::IniFormat, this)) {
     setObjectName(QStringLiteral("quotesConsole"));
     setWindowTitle(QStringLiteral("行情源管理"));
@@ -99,13 +99,13 @@ void CConsoleWindow::createToolBar() {
     bar->addWidget(new QLabel(QStringLiteral(" 用户: "), bar));
     m_userBox = new QComboBox(bar);
     m_userBox->setObjectName(QStringLiteral("userChooser"));
-    for (const rkservice::CUserInfoPtr& user : m_service->users())
+    for (const rkservice::CUserInfoPtr& user : users())
         m_userBox->addItem(QString::fromStdString(user->m_strName));
     bar->addWidget(m_userBox);
     connect(m_userBox, QOverload<int>::of(&QComboBox::activated), this,
             [this](int index) { switchUser(m_userBox->itemText(index)); });
 
-    const std::vector<Hlx::SubsystemInfo> systems = m_service->subsystems();
+    const std::vector<Hlx::SubsystemInfo> systems = m_admin->subsystems();
     if (systems.size() > 1) {
         bar->addSeparator();
         bar->addWidget(new QLabel(QStringLiteral(" 分系统: "), bar));
@@ -124,7 +124,9 @@ void CConsoleWindow::createToolBar() {
 void CConsoleWindow::createStatusBar() {
     m_userLabel = new QLabel(this);
     m_systemLabel = new QLabel(this);
-    m_databaseLabel = new QLabel(m_service->databaseDescription(), this);
+    Hlx::CServiceStatus status;
+    m_admin->status(&status);
+    m_databaseLabel = new QLabel(QString::fromStdString(status.database), this);
     statusBar()->addPermanentWidget(m_userLabel);
     statusBar()->addPermanentWidget(m_systemLabel);
     statusBar()->addPermanentWidget(m_databaseLabel);
@@ -195,15 +197,23 @@ QStringList CConsoleWindow::openPanels() const {
     return m_docks.keys();
 }
 
+std::vector<rkservice::CUserInfoPtr> CConsoleWindow::users() const {
+    std::vector<rkservice::CUserInfoPtr> all;
+    const utils::RKError error = m_admin->users(&all);
+    if (!error.isSuccess())
+        statusBar()->showMessage(QString::fromStdString(error.errorMsg()));
+    return all;
+}
+
 void CConsoleWindow::switchUser(const QString& name) {
     rkservice::CUserInfoPtr chosen;
-    const std::vector<rkservice::CUserInfoPtr> users = m_service->users();
-    for (const rkservice::CUserInfoPtr& user : users) {
+    const std::vector<rkservice::CUserInfoPtr> all = users();
+    for (const rkservice::CUserInfoPtr& user : all) {
         if (QString::fromStdString(user->m_strName) == name)
             chosen = user;
     }
-    if (!chosen && !users.empty())
-        chosen = users.front();
+    if (!chosen && !all.empty())
+        chosen = all.front();
     m_userName = chosen ? QString::fromStdString(chosen->m_strName) : QString();
     Hlx::CUserManager::instance()->setCurrentUser(chosen);
     if (m_userBox)

@@ -4,15 +4,18 @@
 #include <QMap>
 #include <QPointer>
 #include <boost/shared_ptr.hpp>
+#include <vector>
 
 class QComboBox;
 class QDockWidget;
 class QLabel;
 class QSettings;
-class CQuotesService;
-
 namespace Hlx {
 class IorinDockableWidget;
+class IQuotesAdmin;
+}  // namespace Hlx
+namespace rkservice {
+class CUserInfo;
 }
 
 // The console's main window: docks the panels, chooses the user and the sub-system, and keeps
@@ -20,7 +23,7 @@ class IorinDockableWidget;
 class CConsoleWindow : public QMainWindow {
     Q_OBJECT
 public:
-    CConsoleWindow(const boost::shared_ptr<CQuotesService>& service, const QString& settingsFile,
+    CConsoleWindow(const boost::shared_ptr<Hlx::IQuotesAdmin>& admin, const QString& settingsFile,
                    const QString& userName = QString(), QWidget* parent = nullptr);
     ~CConsoleWindow() override;
 
@@ -54,7 +57,9 @@ private:
     void updateStatus();
     int systemIndex(const QString& name) const;
 
-    boost::shared_ptr<CQuotesService> m_service;
+    std::vector<boost::shared_ptr<rkservice::CUserInfo>> users() const;
+
+    boost::shared_ptr<Hlx::IQuotesAdmin> m_admin;
     QSettings* m_settings;
     QMap<QString, QDockWidget*> m_docks;
     QList<QDockWidget*> m_dockOrder;  // docks in the order they were opened

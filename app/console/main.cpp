@@ -8,9 +8,10 @@
 #include "CConsoleLogging.h"
 #include "CConsoleOptions.h"
 #include "CConsoleWindow.h"
+#include "CEmbeddedAdmin.h"
 #include "CQuotesService.h"
 #include "CScreenshotter.h"
-#include "CServiceBackend.h"
+#include "Hlx/CAdminBackend.h"
 #include "Hlx/COrinClientCenter.h"
 
 namespace {
@@ -51,11 +52,14 @@ int main(int argc, char** argv) {
     boost::shared_ptr<CQuotesService> service = CQuotesService::open(serviceOptions, &error);
     if (!service)
         return fail(interactive, error);
-    Hlx::COrinClientCenter::instance()->setBackend(CServiceBackend::actingForCurrentUser(service));
+    // The embedded console acts for the user chosen in its tool bar.
+    const boost::shared_ptr<CEmbeddedAdmin> admin = CEmbeddedAdmin::forCurrentUser(service);
+    Hlx::COrinClientCenter::instance()->setBackend(
+        boost::shared_ptr<Hlx::IDataServiceBackend>(new Hlx::CAdminBackend(admin)));
 
     int status = 0;
     {
-        CConsoleWindow window(service, QDir(dataDir).filePath(QStringLiteral("console.ini")),
+        CConsoleWindow window(admin, QDir(dataDir).filePath(QStringLiteral("console.ini")),
                               options.user);
         window.restoreSettings();
         if (interactive) {

@@ -9,6 +9,7 @@
 #include <boost/make_shared.hpp>
 
 #include "CDataTransfer.h"
+#include "CEmbeddedAdmin.h"
 #include "CQuotesService.h"
 #include "rkservice/CLevel2Token.h"
 #include "rkservice/COrinBrokerInfo.h"
@@ -310,11 +311,14 @@ int CQuotesCtl::run(const QStringList& arguments) {
         return usage(message);
     }
     QString error;
-    m_service = CQuotesService::open(options, &error);
-    if (!m_service) {
+    // On its own database file quotesctl acts with every right: its user could change the file
+    // anyway.
+    const boost::shared_ptr<CQuotesService> service = CQuotesService::open(options, &error);
+    if (!service) {
         writeOut(stderr, QStringLiteral("quotesctl: %1\n").arg(error));
         return kUnavailable;
     }
+    m_admin = CEmbeddedAdmin::asOwner(service);
     try {
         return (this->*handler)();
     } catch (const QString& message) {
@@ -333,7 +337,7 @@ int CQuotesCtl::sourcesList() {
         it == m_options.end() ? Hlx::CRequestTarget::centre()
                               : Hlx::CRequestTarget::subsystem(it->second.toStdString());
     std::vector<rkservice::IDataPtr> datas;
-    const utils::RKError error = m_service->querySync(CCaller::owner(), target, request, &datas);
+    const utils::RKError error = m_admin->query(target, request, &datas);
     if (!error.isSuccess())
         return refused(QString::fromStdString(error.errorMsg()));
     if (m_options.count(QStringLiteral("json"))) {
@@ -415,7 +419,7 @@ int CQuotesCtl::sourcesAdd() {
     request.operateType = rkservice::kOperateAdd;
     request.datas.push_back(source);
     bson::BSONObj result;
-    const utils::RKError error = m_service->operateSync(CCaller::owner(), target, request, &result);
+    const utils::RKError error = m_admin->operate(target, request, &result);
     if (!error.isSuccess())
         return refused(QString::fromStdString(error.errorMsg()));
     print(QString::fromStdString(result.getStringField("ids")) + QLatin1Char('\n'));
@@ -427,8 +431,7 @@ int CQuotesCtl::sourcesModify() {
     rkservice::COrinQueryDataReq query;
     query.dataType = rkservice::kDataQuoteSources;
     std::vector<rkservice::IDataPtr> datas;
-    utils::RKError error =
-        m_service->querySync(CCaller::owner(), Hlx::CRequestTarget::centre(), query, &datas);
+    utils::RKError error = m_admin->query(Hlx::CRequestTarget::centre(), query, &datas);
     if (!error.isSuccess())
         return refused(QString::fromStdString(error.errorMsg()));
     rkservice::COrinQuoterSourceInfoPtr source;
@@ -456,7 +459,7 @@ int CQuotesCtl::sourcesModify() {
     request.dataType = rkservice::kDataQuoteSources;
     request.operateType = rkservice::kOperateModify;
     request.datas.push_back(source);
-    error = m_service->operateSync(CCaller::owner(), Hlx::CRequestTarget::centre(), request);
+    error = m_admin->operate(Hlx::CRequestTarget::centre(), request, nullptr);
     if (!error.isSuccess())
         return refused(QString::fromStdString(error.errorMsg()));
     return kOk;
@@ -472,8 +475,7 @@ int CQuotesCtl::sourcesDelete() {
         source->m_nId = id;
         request.datas.push_back(source);
     }
-    const utils::RKError error =
-        m_service->operateSync(CCaller::owner(), Hlx::CRequestTarget::centre(), request);
+    const utils::RKError error = m_admin->operate(Hlx::CRequestTarget::centre(), request, nullptr);
     if (!error.isSuccess())
         return refused(QString::fromStdString(error.errorMsg()));
     return kOk;
@@ -487,9 +489,8 @@ int CQuotesCtl::reference(bool brokers) {
         request.condition = std::to_string(tradeType);
     // The reference data is the same on every sub-system: list the default one's.
     std::vector<rkservice::IDataPtr> datas;
-    const utils::RKError error = m_service->querySync(
-        CCaller::owner(), Hlx::CRequestTarget::subsystem(m_service->subsystems().front().name),
-        request, &datas);
+    const utils::RKError error = m_admin->query(
+        Hlx::CRequestTarget::subsystem(m_admin->subsystems().front().name), request, &datas);
     if (!error.isSuccess())
         return refused(QString::fromStdString(error.errorMsg()));
     const bool json = m_options.count(QStringLiteral("json")) > 0;
@@ -561,8 +562,7 @@ int CQuotesCtl::token() {
     rkservice::COrinQueryDataReq query;
     query.dataType = rkservice::kDataLevel2Tokens;
     std::vector<rkservice::IDataPtr> datas;
-    utils::RKError error =
-        m_service->querySync(CCaller::owner(), Hlx::CRequestTarget::centre(), query, &datas);
+    utils::RKError error = m_admin->query(Hlx::CRequestTarget::centre(), query, &datas);
     if (!error.isSuccess())
         return refused(QString::fromStdString(error.errorMsg()));
     const QString current =
@@ -592,7 +592,7 @@ int CQuotesCtl::token() {
         request.operateType = rkservice::kOperateDelete;
     }
     request.datas.push_back(record);
-    error = m_service->operateSync(CCaller::owner(), Hlx::CRequestTarget::centre(), request);
+    error = m_admin->operate(Hlx::CRequestTarget::centre(), request, nullptr);
     if (!error.isSuccess())
         return refused(QString::fromStdString(error.errorMsg()));
     return kOk;
@@ -601,7 +601,7 @@ int CQuotesCtl::token() {
 int CQuotesCtl::subsystems() {
     QJsonArray array;
     QList<QStringList> rows;
-    for (const auto& info : m_service->subsystems()) {
+    for (const auto& info : m_admin->subsystems()) {
         QJsonObject o;
         o.insert(QStringLiteral("name"), QString::fromStdString(info.name));
         o.insert(QStringLiteral("displayName"), QString::fromStdString(info.displayName));
@@ -617,10 +617,10 @@ int CQuotesCtl::subsystems() {
 }
 
 int CQuotesCtl::users() {
-    QString error;
-    const auto users = m_service->users(&error);
-    if (!error.isEmpty())
-        return refused(error);
+    std::vector<rkservice::CUserInfoPtr> users;
+    const utils::RKError error = m_admin->users(&users);
+    if (!error.isSuccess())
+        return refused(QString::fromStdString(error.errorMsg()));
     QJsonArray array;
     QList<QStringList> rows;
     for (const auto& user : users) {
@@ -649,9 +649,9 @@ int CQuotesCtl::users() {
 
 int CQuotesCtl::exportAll() {
     QJsonObject document;
-    QString error;
-    if (!m_service->exportDocument(CCaller::owner(), &document, &error))
-        return refused(error);
+    const utils::RKError error = m_admin->exportDocument(&document);
+    if (!error.isSuccess())
+        return refused(QString::fromStdString(error.errorMsg()));
     printJson(document);
     return kOk;
 }
@@ -672,16 +672,17 @@ int CQuotesCtl::importAll() {
     const QJsonDocument document = QJsonDocument::fromJson(file.readAll(), &parseError);
     if (parseError.error != QJsonParseError::NoError || !document.isObject())
         return refused(QStringLiteral("导入文件不是有效的 JSON: %1").arg(parseError.errorString()));
-    QString error;
-    if (!m_service->importDocument(CCaller::owner(), document.object(), &error))
-        return refused(error);
+    const utils::RKError error = m_admin->importDocument(document.object());
+    if (!error.isSuccess())
+        return refused(QString::fromStdString(error.errorMsg()));
     return kOk;
 }
 
 int CQuotesCtl::integrity() {
-    QString error;
-    if (!m_service->checkIntegrity(&error))
-        return refused(QStringLiteral("数据库一致性检查失败: %1").arg(error));
+    const utils::RKError error = m_admin->checkIntegrity();
+    if (!error.isSuccess())
+        return refused(QStringLiteral("数据库一致性检查失败: %1")
+                           .arg(QString::fromStdString(error.errorMsg())));
     print(QStringLiteral("ok\n"));
     return kOk;
 }

@@ -5,9 +5,11 @@
 #include <boost/shared_ptr.hpp>
 #include <map>
 
-class CQuotesService;
+namespace Hlx {
+class IQuotesAdmin;
+}
 
-// The quotesctl command line: parses the arguments, runs one command on the service and
+// The quotesctl command line: parses the arguments, runs one command on the data service and
 // answers with an exit code.
 class CQuotesCtl {
 public:
@@ -46,7 +48,8 @@ private:
     void printJson(const QJsonValue& value);
     void printTable(const QStringList& header, const QList<QStringList>& rows);
 
-    boost::shared_ptr<CQuotesService> m_service;
+    // Every command goes through the administration interface, embedded or remote alike.
+    boost::shared_ptr<Hlx::IQuotesAdmin> m_admin;
     std::map<QString, QString> m_options;
     QStringList m_positional;
 };

@@ -4,8 +4,9 @@
 #include <QTemporaryDir>
 #include <boost/shared_ptr.hpp>
 
+#include "CEmbeddedAdmin.h"
 #include "CQuotesService.h"
-#include "CServiceBackend.h"
+#include "Hlx/CAdminBackend.h"
 #include "Hlx/COrinClientCenter.h"
 
 // The embedded data service on a fresh temporary directory, installed in the client centre for
@@ -21,6 +22,8 @@ public:
     bool isOpen() const { return bool(m_service); }
     QString error() const { return m_error; }
     const boost::shared_ptr<CQuotesService>& service() const { return m_service; }
+    // The administration interface installed in the client centre, as the console uses it.
+    const boost::shared_ptr<CEmbeddedAdmin>& admin() const { return m_admin; }
     QString path() const { return m_dir.path(); }
 
     // A new service on the same database, as after a restart.
@@ -34,8 +37,11 @@ private:
         CServiceOptions options;
         options.dataDir = m_dir.path();
         m_service = CQuotesService::open(options, &m_error);
+        if (!m_service)
+            return;
+        m_admin = CEmbeddedAdmin::forCurrentUser(m_service);
         Hlx::COrinClientCenter::instance()->setBackend(
-            CServiceBackend::actingForCurrentUser(m_service));
+            boost::shared_ptr<Hlx::IDataServiceBackend>(new Hlx::CAdminBackend(m_admin)));
     }
 
     void close() {
@@ -43,10 +49,12 @@ private:
         Hlx::COrinClientCenter::instance()->waitForIdle();
         QCoreApplication::processEvents();
         Hlx::COrinClientCenter::instance()->setBackend({});
+        m_admin.reset();
         m_service.reset();
     }
 
     QTemporaryDir m_dir;
     QString m_error;
     boost::shared_ptr<CQuotesService> m_service;
+    boost::shared_ptr<CEmbeddedAdmin> m_admin;
 };

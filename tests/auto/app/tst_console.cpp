@@ -29,17 +29,17 @@ private slots:
     void init() {
         m_embedded.reset(new EmbeddedService);
         QVERIFY2(m_embedded->isOpen(), qPrintable(m_embedded->error()));
-        m_service = m_embedded->service();
+        m_admin = m_embedded->admin();
     }
 
     void cleanup() {
         CScreenshotter::waitUntilSettled();
-        m_service.reset();
+        m_admin.reset();
         m_embedded.reset();
     }
 
     void firstStartShowsTheDefaultLayout() {
-        CConsoleWindow window(m_service, settingsFile());
+        CConsoleWindow window(m_admin, settingsFile());
         QVERIFY(!window.restoreSettings());
         QVERIFY(showsTheDefaultPanels(window));
         QCOMPARE(window.currentUser(), QString("admin"));
@@ -50,7 +50,7 @@ private slots:
     }
 
     void opensEveryPanel() {
-        CConsoleWindow window(m_service, settingsFile());
+        CConsoleWindow window(m_admin, settingsFile());
         window.show();
         for (const CPanelEntry& entry : CPanelCatalogue::entries()) {
             IorinDockableWidget* panel = window.openPanel(entry.objectName);
@@ -69,7 +69,7 @@ private slots:
     void stateIsSavedAndRestored() {
         QString savedParam;
         {
-            CConsoleWindow window(m_service, settingsFile());
+            CConsoleWindow window(m_admin, settingsFile());
             window.restoreSettings();
             window.openPanel("god");
             auto* stocks = qobject_cast<CQuotesManagePanel*>(window.panel("stq"));
@@ -79,7 +79,7 @@ private slots:
             window.switchSystem("sys2");
             window.saveSettings();
         }
-        CConsoleWindow window(m_service, settingsFile());
+        CConsoleWindow window(m_admin, settingsFile());
         QVERIFY(window.restoreSettings());
         QVERIFY(window.openPanels().contains("god"));
         QCOMPARE(window.currentSystem(), QString("sys2"));
@@ -97,13 +97,13 @@ private slots:
             settings.setValue("geometry", QByteArray("\x01\x02"));
             settings.setValue("param/stq", "zt1|garbage");
         }
-        CConsoleWindow window(m_service, settingsFile());
+        CConsoleWindow window(m_admin, settingsFile());
         QVERIFY(!window.restoreSettings());
         QVERIFY(showsTheDefaultPanels(window));
     }
 
     void switchingTheSubsystemBindsEveryPanel() {
-        CConsoleWindow window(m_service, settingsFile());
+        CConsoleWindow window(m_admin, settingsFile());
         window.restoreSettings();
         CScreenshotter::waitUntilSettled();
         window.switchSystem("sys2");
@@ -115,7 +115,7 @@ private slots:
     }
 
     void switchingTheUserRebuildsThePanels() {
-        CConsoleWindow window(m_service, settingsFile());
+        CConsoleWindow window(m_admin, settingsFile());
         window.restoreSettings();
         auto* before = qobject_cast<CQuotesManagePanel*>(window.panel("stq"));
         QVERIFY(before->addButton());
@@ -131,7 +131,7 @@ private slots:
     }
 
     void brandedNamesCanBeChosen() {
-        CConsoleWindow window(m_service, settingsFile());
+        CConsoleWindow window(m_admin, settingsFile());
         window.restoreSettings();
         auto* brand = window.findChild<QAction*>("brandedNames");
         QVERIFY(brand);
@@ -150,7 +150,7 @@ private slots:
 
     void wholeQuoteSettingsSurviveARestartOfTheConsole() {
         {
-            CConsoleWindow window(m_service, settingsFile());
+            CConsoleWindow window(m_admin, settingsFile());
             window.restoreSettings();
             window.switchSystem("sys2");
             auto* all = qobject_cast<CQuotesManagePanel*>(window.panel("allq"));
@@ -167,10 +167,10 @@ private slots:
             QCOMPARE(messages.last().text, QString("保存成功"));
             window.saveSettings();
         }
-        m_service.reset();
+        m_admin.reset();
         m_embedded->reopen();
-        m_service = m_embedded->service();
-        CConsoleWindow window(m_service, settingsFile());
+        m_admin = m_embedded->admin();
+        CConsoleWindow window(m_admin, settingsFile());
         QVERIFY(window.restoreSettings());
         QCOMPARE(window.currentSystem(), QString("sys2"));
         auto* all = qobject_cast<CQuotesManagePanel*>(window.panel("allq"));
@@ -180,7 +180,7 @@ private slots:
     }
 
     void screenshotsOfEveryPanelAndDialog() {
-        CConsoleWindow window(m_service, settingsFile());
+        CConsoleWindow window(m_admin, settingsFile());
         window.restoreSettings();
         const QString shots = m_embedded->path() + "/shots";
         CScreenshotter screenshotter(&window, shots);
@@ -210,7 +210,7 @@ private:
     QString settingsFile() const { return m_embedded->path() + "/console.ini"; }
 
     std::unique_ptr<EmbeddedService> m_embedded;
-    boost::shared_ptr<CQuotesService> m_service;
+    boost::shared_ptr<CEmbeddedAdmin> m_admin;
 };
 
 QTEST_MAIN(TestConsole)

@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "CEmbeddedAdmin.h"
 #include "CQuotesService.h"
-#include "CServiceBackend.h"
 #include "Hlx/COrinClientCenter.h"
 #include "rkservice/CGlobalFeaturePermissionInfo.h"
 #include "rkservice/CLevel2Token.h"

@@ -167,7 +167,7 @@ private slots:
         m_service = CQuotesService::open(options, &error);
         QVERIFY2(m_service, qPrintable(error));
         Hlx::COrinClientCenter::instance()->setBackend(
-            CServiceBackend::actingForCurrentUser(m_service));
+            CEmbeddedAdmin::backendForCurrentUser(m_service));
     }
 
     void cleanupTestCase() {

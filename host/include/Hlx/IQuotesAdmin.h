@@ -1,0 +1,49 @@
+#pragma once
+
+#include <QJsonObject>
+#include <string>
+#include <vector>
+
+#include "Hlx/IDataServiceBackend.h"
+#include "bson/BSONObj.h"
+#include "rkservice/CUserInfo.h"
+#include "utils/RKError.h"
+
+namespace Hlx {
+
+// What a data service says of itself.
+struct CServiceStatus {
+    std::string version;
+    std::string database;
+    long long uptimeMs = 0;
+};
+
+// The administration of the platform's data: every call the console and quotesctl make, with the
+// embedded service or a remote server behind it, so each command has one code path. Calls answer
+// on the calling thread; a refusal or a fault is an RKError with the text the operator sees.
+class IQuotesAdmin {
+public:
+    virtual ~IQuotesAdmin();
+
+    virtual utils::RKError query(const CRequestTarget& target,
+                                 const rkservice::COrinQueryDataReq& request,
+                                 std::vector<rkservice::IDataPtr>* datas) = 0;
+    virtual utils::RKError operate(const CRequestTarget& target,
+                                   const rkservice::COperateDataReq& request,
+                                   bson::BSONObj* result) = 0;  // result may be null
+
+    // Answered from what the implementation already holds, never with a round trip: the client
+    // centre asks them on the user-interface thread.
+    virtual std::vector<SubsystemInfo> subsystems() const = 0;
+    virtual bool hasClientLoginTypeAuth(int loginType) const = 0;
+
+    virtual utils::RKError users(std::vector<rkservice::CUserInfoPtr>* users) = 0;
+    virtual utils::RKError setSubsystems(const std::vector<SubsystemInfo>& subsystems) = 0;
+    virtual utils::RKError setLoginTypeAuth(int loginType, bool granted) = 0;
+    virtual utils::RKError exportDocument(QJsonObject* document) = 0;
+    virtual utils::RKError importDocument(const QJsonObject& document) = 0;
+    virtual utils::RKError checkIntegrity() = 0;
+    virtual utils::RKError status(CServiceStatus* status) = 0;
+};
+
+}  // namespace Hlx

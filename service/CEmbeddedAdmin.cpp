@@ -1,0 +1,104 @@
+#include "CEmbeddedAdmin.h"
+
+#include <QCoreApplication>
+
+#include "CQuotesService.h"
+#include "Hlx/CAdminBackend.h"
+#include "Hlx/CUserManager.h"
+
+namespace {
+
+utils::RKError outcome(bool done, const QString& error) {
+    return done ? utils::RKError::ok() : utils::RKError::fail(error.toStdString());
+}
+
+}  // namespace
+
+CEmbeddedAdmin::CEmbeddedAdmin(boost::shared_ptr<CQuotesService> service, CallerProvider caller)
+    : m_service(std::move(service)), m_caller(std::move(caller)) {
+    m_started.start();
+}
+
+boost::shared_ptr<CEmbeddedAdmin> CEmbeddedAdmin::asOwner(
+    boost::shared_ptr<CQuotesService> service) {
+    return boost::shared_ptr<CEmbeddedAdmin>(
+        new CEmbeddedAdmin(std::move(service), [] { return CCaller::owner(); }));
+}
+
+boost::shared_ptr<CEmbeddedAdmin> CEmbeddedAdmin::forCurrentUser(
+    boost::shared_ptr<CQuotesService> service) {
+    return boost::shared_ptr<CEmbeddedAdmin>(new CEmbeddedAdmin(std::move(service), [] {
+        const rkservice::CUserInfoPtr user = Hlx::CUserManager::instance()->getUserInfoPtr();
+        return user ? CCaller::user(*user) : CCaller::user(std::string(), {});
+    }));
+}
+
+boost::shared_ptr<Hlx::IDataServiceBackend> CEmbeddedAdmin::backendAsOwner(
+    boost::shared_ptr<CQuotesService> service) {
+    return boost::shared_ptr<Hlx::IDataServiceBackend>(
+        new Hlx::CAdminBackend(asOwner(std::move(service))));
+}
+
+boost::shared_ptr<Hlx::IDataServiceBackend> CEmbeddedAdmin::backendForCurrentUser(
+    boost::shared_ptr<CQuotesService> service) {
+    return boost::shared_ptr<Hlx::IDataServiceBackend>(
+        new Hlx::CAdminBackend(forCurrentUser(std::move(service))));
+}
+
+utils::RKError CEmbeddedAdmin::query(const Hlx::CRequestTarget& target,
+                                     const rkservice::COrinQueryDataReq& request,
+                                     std::vector<rkservice::IDataPtr>* datas) {
+    return m_service->querySync(m_caller(), target, request, datas);
+}
+
+utils::RKError CEmbeddedAdmin::operate(const Hlx::CRequestTarget& target,
+                                       const rkservice::COperateDataReq& request,
+                                       bson::BSONObj* result) {
+    return m_service->operateSync(m_caller(), target, request, result);
+}
+
+std::vector<Hlx::SubsystemInfo> CEmbeddedAdmin::subsystems() const {
+    return m_service->subsystems();
+}
+
+bool CEmbeddedAdmin::hasClientLoginTypeAuth(int loginType) const {
+    return m_service->hasClientLoginTypeAuth(loginType);
+}
+
+utils::RKError CEmbeddedAdmin::users(std::vector<rkservice::CUserInfoPtr>* users) {
+    QString error;
+    *users = m_service->users(&error);
+    return outcome(error.isEmpty(), error);
+}
+
+utils::RKError CEmbeddedAdmin::setSubsystems(const std::vector<Hlx::SubsystemInfo>& subsystems) {
+    QString error;
+    return outcome(m_service->setSubsystems(m_caller(), subsystems, &error), error);
+}
+
+utils::RKError CEmbeddedAdmin::setLoginTypeAuth(int loginType, bool granted) {
+    QString error;
+    return outcome(m_service->setLoginTypeAuth(m_caller(), loginType, granted, &error), error);
+}
+
+utils::RKError CEmbeddedAdmin::exportDocument(QJsonObject* document) {
+    QString error;
+    return outcome(m_service->exportDocument(m_caller(), document, &error), error);
+}
+
+utils::RKError CEmbeddedAdmin::importDocument(const QJsonObject& document) {
+    QString error;
+    return outcome(m_service->importDocument(m_caller(), document, &error), error);
+}
+
+utils::RKError CEmbeddedAdmin::checkIntegrity() {
+    QString error;
+    return outcome(m_service->checkIntegrity(&error), error);
+}
+
+utils::RKError CEmbeddedAdmin::status(Hlx::CServiceStatus* status) {
+    status->version = QCoreApplication::applicationVersion().toStdString();
+    status->database = m_service->databaseDescription().toStdString();
+    status->uptimeMs = m_started.elapsed();
+    return utils::RKError::ok();
+}

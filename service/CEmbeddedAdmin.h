@@ -1,0 +1,55 @@
+#pragma once
+
+#include <QElapsedTimer>
+#include <boost/shared_ptr.hpp>
+#include <functional>
+
+#include "CCaller.h"
+#include "Hlx/IQuotesAdmin.h"
+
+class CQuotesService;
+
+// The data service in this process, administered for the caller its provider names at the time
+// of each call.
+class CEmbeddedAdmin : public Hlx::IQuotesAdmin {
+public:
+    using CallerProvider = std::function<CCaller()>;
+
+    CEmbeddedAdmin(boost::shared_ptr<CQuotesService> service, CallerProvider caller);
+
+    // With every right, as the owner of the database file (quotesctl on its own file).
+    static boost::shared_ptr<CEmbeddedAdmin> asOwner(boost::shared_ptr<CQuotesService> service);
+    // For the user manager's current user (the embedded console, whose tool bar chooses the
+    // user: a safeguard against mistakes, not security). Without a current user nothing may be
+    // changed.
+    static boost::shared_ptr<CEmbeddedAdmin> forCurrentUser(
+        boost::shared_ptr<CQuotesService> service);
+    // The same, behind the client centre.
+    static boost::shared_ptr<Hlx::IDataServiceBackend> backendAsOwner(
+        boost::shared_ptr<CQuotesService> service);
+    static boost::shared_ptr<Hlx::IDataServiceBackend> backendForCurrentUser(
+        boost::shared_ptr<CQuotesService> service);
+
+    utils::RKError query(const Hlx::CRequestTarget& target,
+                         const rkservice::COrinQueryDataReq& request,
+                         std::vector<rkservice::IDataPtr>* datas) override;
+    utils::RKError operate(const Hlx::CRequestTarget& target,
+                           const rkservice::COperateDataReq& request,
+                           bson::BSONObj* result) override;
+    std::vector<Hlx::SubsystemInfo> subsystems() const override;
+    bool hasClientLoginTypeAuth(int loginType) const override;
+    utils::RKError users(std::vector<rkservice::CUserInfoPtr>* users) override;
+    utils::RKError setSubsystems(const std::vector<Hlx::SubsystemInfo>& subsystems) override;
+    utils::RKError setLoginTypeAuth(int loginType, bool granted) override;
+    utils::RKError exportDocument(QJsonObject* document) override;
+    utils::RKError importDocument(const QJsonObject& document) override;
+    utils::RKError checkIntegrity() override;
+    utils::RKError status(Hlx::CServiceStatus* status) override;
+
+    const boost::shared_ptr<CQuotesService>& service() const { return m_service; }
+
+private:
+    boost::shared_ptr<CQuotesService> m_service;
+    CallerProvider m_caller;
+    QElapsedTimer m_started;
+};
