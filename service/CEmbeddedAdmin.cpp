@@ -1,7 +1,5 @@
 #include "CEmbeddedAdmin.h"
 
-#include <QCoreApplication>
-
 #include "CQuotesService.h"
 #include "Hlx/CAdminBackend.h"
 #include "Hlx/CUserManager.h"
@@ -97,7 +95,7 @@ utils::RKError CEmbeddedAdmin::checkIntegrity() {
 }
 
 utils::RKError CEmbeddedAdmin::status(Hlx::CServiceStatus* status) {
-    status->version = QCoreApplication::applicationVersion().toStdString();
+    status->version = QUOTES_VERSION;
     status->database = m_service->databaseDescription().toStdString();
     status->uptimeMs = m_started.elapsed();
     return utils::RKError::ok();

@@ -84,6 +84,8 @@ QString CQuotesCtl::helpText() {
                "bad.\n"
                "  integrity\n"
                "      Run the database's consistency check.\n"
+               "  ping [--json]\n"
+               "      The data service's version, database and uptime.\n"
                "\n"
                "Tables are for reading; --json gives stable field names for scripts.\n"
                "\n"
@@ -208,7 +210,7 @@ int CQuotesCtl::run(const QStringList& arguments) {
                                            QStringLiteral("platforms"),  QStringLiteral("token"),
                                            QStringLiteral("subsystems"), QStringLiteral("users")};
     static const QStringList single = {QStringLiteral("export"), QStringLiteral("import"),
-                                       QStringLiteral("integrity")};
+                                       QStringLiteral("integrity"), QStringLiteral("ping")};
     if (!withAction.contains(command) && !single.contains(command))
         return usage(QStringLiteral("unknown command \"%1\"").arg(command));
     QString action;
@@ -260,6 +262,9 @@ int CQuotesCtl::run(const QStringList& arguments) {
             handler =
                 command == QLatin1String("users") ? &CQuotesCtl::users : &CQuotesCtl::subsystems;
         }
+    } else if (command == QLatin1String("ping")) {
+        parsed = parseOptions(rest, {}, json);
+        handler = &CQuotesCtl::ping;
     } else {
         parsed = parseOptions(rest, {}, {});
         handler = command == QLatin1String("export")   ? &CQuotesCtl::exportAll
@@ -684,5 +689,25 @@ int CQuotesCtl::integrity() {
         return refused(QStringLiteral("数据库一致性检查失败: %1")
                            .arg(QString::fromStdString(error.errorMsg())));
     print(QStringLiteral("ok\n"));
+    return kOk;
+}
+
+int CQuotesCtl::ping() {
+    Hlx::CServiceStatus status;
+    const utils::RKError error = m_admin->status(&status);
+    if (!error.isSuccess())
+        return refused(QString::fromStdString(error.errorMsg()));
+    const QString version = QString::fromStdString(status.version);
+    const QString database = QString::fromStdString(status.database);
+    if (m_options.count(QStringLiteral("json"))) {
+        QJsonObject o;
+        o.insert(QStringLiteral("version"), version);
+        o.insert(QStringLiteral("database"), database);
+        o.insert(QStringLiteral("uptimeMs"), double(status.uptimeMs));
+        printJson(o);
+    } else {
+        print(QStringLiteral("version %1\ndatabase %2\nuptime %3 s\n")
+                  .arg(version, database, QString::number(status.uptimeMs / 1000.0, 'f', 1)));
+    }
     return kOk;
 }

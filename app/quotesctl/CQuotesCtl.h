@@ -41,6 +41,7 @@ private:
     int exportAll();
     int importAll();
     int integrity();
+    int ping();
 
     int usage(const QString& message);
     int refused(const QString& message);

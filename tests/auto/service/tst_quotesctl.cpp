@@ -244,6 +244,19 @@ private slots:
                  1);
     }
 
+    void pingNamesTheVersionAndDatabase() {
+        Run r = run({"ping", "--json"});
+        QCOMPARE(r.code, 0);
+        const QJsonObject status = QJsonDocument::fromJson(r.out).object();
+        QCOMPARE(status.value("version").toString(), QString(QUOTES_VERSION));
+        QVERIFY2(status.value("database").toString().contains(m_dir->path()), r.out.constData());
+        QVERIFY(status.value("uptimeMs").toDouble() >= 0);
+        r = run({"ping"});
+        QCOMPARE(r.code, 0);
+        QVERIFY(r.out.startsWith("version " QUOTES_VERSION "\ndatabase SQLite "));
+        QCOMPARE(run({"ping", "extra"}).code, 2);
+    }
+
     void badCommandLines() {
         const QList<QStringList> usageErrors = {
             {},
