@@ -26,6 +26,11 @@ public:
     typedef google::protobuf::RepeatedPtrField<quotes::v1::Subsystem> Subsystems;
     typedef google::protobuf::Map<google::protobuf::int64, bool> LoginTypeAuth;
 
+    // The most records a query chunk carries: 1000 quote sources with long texts stay near
+    // 1 MiB, far below the 16 MiB a server accepts or sends in one message.
+    static constexpr int kMaxChunkRecords = 1000;
+    static constexpr int kMaxMessageBytes = 16 * 1024 * 1024;
+
     // One record, with its system tag.
     static utils::RKError encodeRecord(const rkservice::IData& data, quotes::v1::Record* out);
     static utils::RKError decodeRecord(const quotes::v1::Record& in, rkservice::IDataPtr* out);

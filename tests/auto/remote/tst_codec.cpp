@@ -243,6 +243,22 @@ private slots:
         QVERIFY(boost::dynamic_pointer_cast<CUserInfo>(decoded[2]));
     }
 
+    void fullChunkStaysFarBelowTheMessageLimit() {
+        quotes::v1::QueryChunk chunk;
+        for (int i = 0; i < CRecordCodec::kMaxChunkRecords; ++i) {
+            auto source = fullSource();
+            source->m_strAddress = std::string(255, 'a');
+            source->m_strUserName = std::string(255, 'u');
+            source->m_strPassword = std::string(255, 'p');
+            source->m_strMarkets = std::string(255, 'm');
+            QVERIFY(CRecordCodec::encodeRecord(*source, chunk.add_records()).isSuccess());
+        }
+        chunk.set_last(true);
+        chunk.set_total_count(100000);
+        CRecordCodec::encodeError(utils::RKError::ok(), chunk.mutable_error());
+        QVERIFY(chunk.ByteSizeLong() < size_t(CRecordCodec::kMaxMessageBytes / 8));
+    }
+
     void queryRoundTripsToEitherTarget() {
         COrinQueryDataReq request;
         request.dataType = kDataQuoteSources;

@@ -18,12 +18,13 @@
 #include <chrono>
 #include <memory>
 
+#include "CRecordCodec.h"
 #include "CTlsIdentity.h"
 #include "quotes.grpc.pb.h"
 
 namespace {
 
-const int kMaxMessageBytes = 16 * 1024 * 1024;
+const int kMaxMessageBytes = CRecordCodec::kMaxMessageBytes;
 const std::chrono::seconds kCallDeadline(10);
 
 // Answers Ping only; every other call keeps the generated UNIMPLEMENTED answer.
