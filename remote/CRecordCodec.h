@@ -18,8 +18,8 @@
 // Decoding trusts nothing from the peer: a record of an unknown kind, an unknown data type or
 // operation, or a number that does not fit an int is refused with an error rather than turned
 // into a record. Encoding refuses what the peer could not decode (text that is not UTF-8, a
-// record class without a message). No call throws; on failure the output is left unspecified
-// and must not be used.
+// record class without a message). No call throws; after a failure the output must not be
+// used (it may hold part of the conversion).
 class CRecordCodec {
 public:
     typedef google::protobuf::RepeatedPtrField<quotes::v1::Record> Records;
