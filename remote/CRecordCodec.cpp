@@ -1,0 +1,484 @@
+#include "CRecordCodec.h"
+
+#include <QString>
+#include <QStringList>
+#include <boost/make_shared.hpp>
+#include <climits>
+#include <typeinfo>
+
+#include "rkservice/CGlobalFeaturePermissionInfo.h"
+#include "rkservice/CLevel2Token.h"
+#include "rkservice/COrinBrokerInfo.h"
+#include "rkservice/COrinPlatformInfo.h"
+#include "rkservice/COrinQuoterSourceInfo.h"
+#include "rkservice/CUserInfo.h"
+#include "rkservice/DataTypeIds.h"
+
+using google::protobuf::int64;
+using utils::RKError;
+
+namespace {
+
+// Strict UTF-8 (no overlong forms, no surrogates, nothing above U+10FFFF): what the peer's
+// protobuf parser accepts in a string field.
+bool isUtf8(const std::string& text) {
+    const auto* p = reinterpret_cast<const unsigned char*>(text.data());
+    const auto* end = p + text.size();
+    while (p < end) {
+        unsigned code = *p++;
+        if (code < 0x80)
+            continue;
+        int extra = 0;
+        unsigned minimum = 0;
+        if ((code & 0xE0) == 0xC0) {
+            extra = 1, code &= 0x1F, minimum = 0x80;
+        } else if ((code & 0xF0) == 0xE0) {
+            extra = 2, code &= 0x0F, minimum = 0x800;
+        } else if ((code & 0xF8) == 0xF0) {
+            extra = 3, code &= 0x07, minimum = 0x10000;
+        } else {
+            return false;
+        }
+        if (end - p < extra)
+            return false;
+        for (int i = 0; i < extra; ++i, ++p) {
+            if ((*p & 0xC0) != 0x80)
+                return false;
+            code = (code << 6) | (*p & 0x3F);
+        }
+        if (code < minimum || code > 0x10FFFF || (code >= 0xD800 && code <= 0xDFFF))
+            return false;
+    }
+    return true;
+}
+
+// Collects the first problem of a conversion, so that each record is converted in one straight
+// pass and checked once at the end.
+class Checks {
+public:
+    // The wire's int64 as the records' int.
+    int narrow(int64 value, const char* field) {
+        if (value < INT_MIN || value > INT_MAX) {
+            fail(std::string("消息中的数值超出范围: ") + field + " = " + std::to_string(value));
+            return 0;
+        }
+        return static_cast<int>(value);
+    }
+
+    const std::string& text(const std::string& value, const char* field) {
+        if (!isUtf8(value))
+            fail(std::string("文本不是有效的 UTF-8: ") + field);
+        return value;
+    }
+
+    void fail(const std::string& message) {
+        if (m_error.isSuccess())
+            m_error = RKError::fail(message);
+    }
+
+    bool ok() const { return m_error.isSuccess(); }
+    const RKError& error() const { return m_error; }
+
+private:
+    RKError m_error;
+};
+
+// ---- records to messages
+
+void encodeSource(const rkservice::COrinQuoterSourceInfo& in, quotes::v1::QuoteSource* out,
+                  Checks* c) {
+    out->set_id(in.m_nId);
+    out->set_platform_id(in.m_nPlatformId);
+    out->set_broker_id(in.m_nBrokerId);
+    out->set_server_group_id(in.m_nServerGroupId);
+    out->set_address(c->text(in.m_strAddress, "quote_source.address"));
+    out->set_port(in.m_nPort);
+    out->set_user_name(c->text(in.m_strUserName, "quote_source.user_name"));
+    out->set_password(c->text(in.m_strPassword, "quote_source.password"));
+    out->set_trade_type(in.m_nTradeType);
+    out->set_markets(c->text(in.m_strMarkets, "quote_source.markets"));
+}
+
+void encodeBroker(const rkservice::COrinBrokerInfo& in, quotes::v1::Broker* out, Checks* c) {
+    out->set_platform_id(in.platformId);
+    out->set_platform_name(c->text(in.platformName, "broker.platform_name"));
+    out->set_broker_key(c->text(in.brokerKey, "broker.broker_key"));
+    out->set_broker_name(c->text(in.brokerName, "broker.broker_name"));
+    for (const rkservice::COrinServerGroupPtr& group : in.serverGroups) {
+        if (!group) {
+            c->fail("经纪商记录中有空的服务器组");
+            return;
+        }
+        quotes::v1::ServerGroup* message = out->add_server_groups();
+        message->set_id(group->serverGroupId);
+        message->set_name(c->text(group->serverGroupName, "server_group.name"));
+        for (const std::string& address : group->serverAddresses)
+            message->add_addresses(c->text(address, "server_group.addresses"));
+    }
+}
+
+void encodePlatform(const rkservice::COrinPlatformInfo& in, quotes::v1::Platform* out, Checks* c) {
+    out->set_platform_id(in.platformId);
+    out->set_platform_name(c->text(in.platformName, "platform.platform_name"));
+}
+
+void encodePermission(const rkservice::CGlobalFeaturePermissionInfo& in,
+                      quotes::v1::GlobalPermission* out, Checks* c) {
+    if (!in.m_wholeQuote)
+        return;
+    auto* markets = out->mutable_whole_quote()->mutable_markets();
+    for (const auto& flag : in.m_wholeQuote->flags())
+        (*markets)[c->text(flag.first, "whole_quote.markets")] = flag.second;
+}
+
+void encodeUser(const rkservice::CUserInfo& in, quotes::v1::User* out, Checks* c) {
+    out->set_name(c->text(in.m_strName, "user.name"));
+    for (int right : in.m_rights)
+        out->add_rights(right);
+    out->set_system_id(in.m_nSystemId);
+}
+
+// ---- messages to records
+
+rkservice::IDataPtr decodeSource(const quotes::v1::QuoteSource& in, Checks* c) {
+    auto out = boost::make_shared<rkservice::COrinQuoterSourceInfo>();
+    out->m_nId = c->narrow(in.id(), "quote_source.id");
+    out->m_nPlatformId = c->narrow(in.platform_id(), "quote_source.platform_id");
+    out->m_nBrokerId = c->narrow(in.broker_id(), "quote_source.broker_id");
+    out->m_nServerGroupId = c->narrow(in.server_group_id(), "quote_source.server_group_id");
+    out->m_strAddress = in.address();
+    out->m_nPort = c->narrow(in.port(), "quote_source.port");
+    out->m_strUserName = in.user_name();
+    out->m_strPassword = in.password();
+    out->m_nTradeType = c->narrow(in.trade_type(), "quote_source.trade_type");
+    out->m_strMarkets = in.markets();
+    return out;
+}
+
+rkservice::IDataPtr decodeBroker(const quotes::v1::Broker& in, Checks* c) {
+    auto out = boost::make_shared<rkservice::COrinBrokerInfo>();
+    out->platformId = c->narrow(in.platform_id(), "broker.platform_id");
+    out->platformName = in.platform_name();
+    out->brokerKey = in.broker_key();
+    out->brokerName = in.broker_name();
+    for (const quotes::v1::ServerGroup& message : in.server_groups()) {
+        auto group = boost::make_shared<rkservice::COrinServerGroup>();
+        group->serverGroupId = c->narrow(message.id(), "server_group.id");
+        group->serverGroupName = message.name();
+        group->serverAddresses.assign(message.addresses().begin(), message.addresses().end());
+        out->serverGroups.push_back(group);
+    }
+    return out;
+}
+
+rkservice::IDataPtr decodePlatform(const quotes::v1::Platform& in, Checks* c) {
+    auto out = boost::make_shared<rkservice::COrinPlatformInfo>();
+    out->platformId = c->narrow(in.platform_id(), "platform.platform_id");
+    out->platformName = in.platform_name();
+    return out;
+}
+
+rkservice::IDataPtr decodePermission(const quotes::v1::GlobalPermission& in) {
+    auto out = boost::make_shared<rkservice::CGlobalFeaturePermissionInfo>();
+    if (!in.has_whole_quote()) {
+        out->m_wholeQuote.reset();
+        return out;
+    }
+    for (const auto& flag : in.whole_quote().markets())
+        out->m_wholeQuote->setEnabled(flag.first, flag.second);
+    return out;
+}
+
+rkservice::IDataPtr decodeToken(const quotes::v1::Level2Token& in) {
+    auto out = boost::make_shared<rkservice::CLevel2Token>();
+    out->token = in.token();
+    return out;
+}
+
+rkservice::IDataPtr decodeUser(const quotes::v1::User& in, Checks* c) {
+    auto out = boost::make_shared<rkservice::CUserInfo>();
+    out->m_strName = in.name();
+    for (int64 right : in.rights())
+        out->m_rights.insert(c->narrow(right, "user.rights"));
+    out->m_nSystemId = c->narrow(in.system_id(), "user.system_id");
+    return out;
+}
+
+RKError unknownDataType(int64 dataType) {
+    return RKError::fail("未知的数据类型: " + std::to_string(dataType));
+}
+
+}  // namespace
+
+// ---- records
+
+RKError CRecordCodec::encodeRecord(const rkservice::IData& data, quotes::v1::Record* out) {
+    out->Clear();
+    Checks c;
+    out->set_system_tag(c.text(data.getSystemTag(), "system_tag"));
+    if (auto* source = dynamic_cast<const rkservice::COrinQuoterSourceInfo*>(&data))
+        encodeSource(*source, out->mutable_quote_source(), &c);
+    else if (auto* broker = dynamic_cast<const rkservice::COrinBrokerInfo*>(&data))
+        encodeBroker(*broker, out->mutable_broker(), &c);
+    else if (auto* platform = dynamic_cast<const rkservice::COrinPlatformInfo*>(&data))
+        encodePlatform(*platform, out->mutable_platform(), &c);
+    else if (auto* permission = dynamic_cast<const rkservice::CGlobalFeaturePermissionInfo*>(&data))
+        encodePermission(*permission, out->mutable_global_permission(), &c);
+    else if (auto* token = dynamic_cast<const rkservice::CLevel2Token*>(&data))
+        out->mutable_level2_token()->set_token(c.text(token->token, "level2_token.token"));
+    else if (auto* user = dynamic_cast<const rkservice::CUserInfo*>(&data))
+        encodeUser(*user, out->mutable_user(), &c);
+    else
+        c.fail(std::string("无法发送的记录类型: ") + typeid(data).name());
+    return c.error();
+}
+
+RKError CRecordCodec::decodeRecord(const quotes::v1::Record& in, rkservice::IDataPtr* out) {
+    Checks c;
+    rkservice::IDataPtr record;
+    switch (in.kind_case()) {
+        case quotes::v1::Record::kQuoteSource:
+            record = decodeSource(in.quote_source(), &c);
+            break;
+        case quotes::v1::Record::kBroker:
+            record = decodeBroker(in.broker(), &c);
+            break;
+        case quotes::v1::Record::kPlatform:
+            record = decodePlatform(in.platform(), &c);
+            break;
+        case quotes::v1::Record::kGlobalPermission:
+            record = decodePermission(in.global_permission());
+            break;
+        case quotes::v1::Record::kLevel2Token:
+            record = decodeToken(in.level2_token());
+            break;
+        case quotes::v1::Record::kUser:
+            record = decodeUser(in.user(), &c);
+            break;
+        case quotes::v1::Record::KIND_NOT_SET:
+            // Also what a record of a newer schema looks like: refused, not dropped.
+            return RKError::fail("未知的记录类型");
+    }
+    if (!c.ok() || !record)
+        return c.ok() ? RKError::fail("未知的记录类型") : c.error();
+    record->setSystemTag(in.system_tag());
+    *out = record;
+    return RKError::ok();
+}
+
+RKError CRecordCodec::encodeRecords(const rkservice::IDataList& datas, Records* out) {
+    out->Clear();
+    out->Reserve(static_cast<int>(datas.size()));
+    for (const rkservice::IDataPtr& data : datas) {
+        if (!data)
+            return RKError::fail("请求中有空的记录");
+        const RKError error = encodeRecord(*data, out->Add());
+        if (!error.isSuccess())
+            return error;
+    }
+    return RKError::ok();
+}
+
+RKError CRecordCodec::decodeRecords(const Records& in, rkservice::IDataList* out) {
+    rkservice::IDataList records;
+    records.reserve(static_cast<size_t>(in.size()));
+    for (const quotes::v1::Record& message : in) {
+        rkservice::IDataPtr record;
+        const RKError error = decodeRecord(message, &record);
+        if (!error.isSuccess())
+            return error;
+        records.push_back(record);
+    }
+    out->swap(records);
+    return RKError::ok();
+}
+
+// ---- requests
+
+RKError CRecordCodec::encodeTarget(const Hlx::CRequestTarget& target, quotes::v1::Target* out) {
+    if (target.isCentre()) {
+        out->set_centre(true);
+        return RKError::ok();
+    }
+    Checks c;
+    out->set_subsystem(c.text(target.subsystemName(), "target.subsystem"));
+    return c.error();
+}
+
+RKError CRecordCodec::decodeTarget(const quotes::v1::Target& in, Hlx::CRequestTarget* out) {
+    switch (in.where_case()) {
+        case quotes::v1::Target::kCentre:
+            if (!in.centre())
+                break;
+            *out = Hlx::CRequestTarget::centre();
+            return RKError::ok();
+        case quotes::v1::Target::kSubsystem:
+            *out = Hlx::CRequestTarget::subsystem(in.subsystem());
+            return RKError::ok();
+        case quotes::v1::Target::WHERE_NOT_SET:
+            break;
+    }
+    return RKError::fail("请求没有指明目标(数据中心或子系统)");
+}
+
+RKError CRecordCodec::encodeQuery(const Hlx::CRequestTarget& target,
+                                  const rkservice::COrinQueryDataReq& request,
+                                  quotes::v1::QueryRequest* out) {
+    if (!isKnownDataType(request.dataType))
+        return unknownDataType(request.dataType);
+    out->Clear();
+    Checks c;
+    out->set_data_type(request.dataType);
+    out->set_condition(c.text(request.condition, "query.condition"));
+    if (!c.ok())
+        return c.error();
+    return encodeTarget(target, out->mutable_target());
+}
+
+RKError CRecordCodec::decodeQuery(const quotes::v1::QueryRequest& in, Hlx::CRequestTarget* target,
+                                  rkservice::COrinQueryDataReq* out) {
+    if (!isKnownDataType(in.data_type()))
+        return unknownDataType(in.data_type());
+    const RKError error = decodeTarget(in.target(), target);
+    if (!error.isSuccess())
+        return error;
+    out->dataType = static_cast<int>(in.data_type());
+    out->condition = in.condition();
+    return RKError::ok();
+}
+
+RKError CRecordCodec::encodeOperate(const Hlx::CRequestTarget& target,
+                                    const rkservice::COperateDataReq& request,
+                                    quotes::v1::OperateRequest* out) {
+    if (!isKnownDataType(request.dataType))
+        return unknownDataType(request.dataType);
+    if (!isKnownOperateType(request.operateType))
+        return RKError::fail("未知的操作类型: " + std::to_string(request.operateType));
+    out->Clear();
+    out->set_data_type(request.dataType);
+    out->set_operate_type(request.operateType);
+    const RKError error = encodeTarget(target, out->mutable_target());
+    if (!error.isSuccess())
+        return error;
+    return encodeRecords(request.datas, out->mutable_records());
+}
+
+RKError CRecordCodec::decodeOperate(const quotes::v1::OperateRequest& in,
+                                    Hlx::CRequestTarget* target, rkservice::COperateDataReq* out) {
+    if (!isKnownDataType(in.data_type()))
+        return unknownDataType(in.data_type());
+    if (!isKnownOperateType(in.operate_type()))
+        return RKError::fail("未知的操作类型: " + std::to_string(in.operate_type()));
+    RKError error = decodeTarget(in.target(), target);
+    if (error.isSuccess())
+        error = decodeRecords(in.records(), &out->datas);
+    if (!error.isSuccess())
+        return error;
+    out->dataType = static_cast<int>(in.data_type());
+    out->operateType = static_cast<int>(in.operate_type());
+    return RKError::ok();
+}
+
+// ---- answers
+
+void CRecordCodec::encodeError(const utils::RKError& error, quotes::v1::Error* out) {
+    out->set_success(error.isSuccess());
+    const std::string& message = error.errorMsg();
+    if (isUtf8(message)) {
+        out->set_message(message);
+        return;
+    }
+    out->set_message(
+        QString::fromUtf8(message.data(), static_cast<int>(message.size())).toUtf8().toStdString());
+}
+
+RKError CRecordCodec::decodeError(const quotes::v1::Error& in) {
+    return RKError(in.success(), in.message());
+}
+
+RKError CRecordCodec::encodeResult(const bson::BSONObj& result, quotes::v1::OperateResult* out) {
+    // Only the fields clients read are carried; a field added later must be added here.
+    out->Clear();
+    if (result.hasField("count"))
+        out->set_count(result.getIntField("count"));
+    if (!result.hasField("ids"))
+        return RKError::ok();
+    const QString ids = QString::fromStdString(result.getStringField("ids"));
+    for (const QString& text : ids.split(QLatin1Char(','), Qt::SkipEmptyParts)) {
+        bool isNumber = false;
+        const int id = text.trimmed().toInt(&isNumber);
+        if (!isNumber)
+            return RKError::fail("操作结果中的编号无效: " + text.toStdString());
+        out->add_ids(id);
+    }
+    return RKError::ok();
+}
+
+RKError CRecordCodec::decodeResult(const quotes::v1::OperateResult& in, bson::BSONObj* out) {
+    Checks c;
+    bson::BSONObj result;
+    if (in.has_count())
+        result.appendInt("count", c.narrow(in.count(), "result.count"));
+    std::string ids;
+    for (int64 id : in.ids())
+        ids += (ids.empty() ? "" : ",") + std::to_string(c.narrow(id, "result.ids"));
+    if (!ids.empty())
+        result.appendString("ids", ids);
+    if (c.ok())
+        *out = result;
+    return c.error();
+}
+
+RKError CRecordCodec::encodeSubsystems(const std::vector<Hlx::SubsystemInfo>& subsystems,
+                                       Subsystems* out) {
+    out->Clear();
+    Checks c;
+    for (const Hlx::SubsystemInfo& subsystem : subsystems) {
+        quotes::v1::Subsystem* message = out->Add();
+        message->set_name(c.text(subsystem.name, "subsystem.name"));
+        message->set_display_name(c.text(subsystem.displayName, "subsystem.display_name"));
+    }
+    return c.error();
+}
+
+std::vector<Hlx::SubsystemInfo> CRecordCodec::decodeSubsystems(const Subsystems& in) {
+    std::vector<Hlx::SubsystemInfo> subsystems;
+    subsystems.reserve(static_cast<size_t>(in.size()));
+    for (const quotes::v1::Subsystem& message : in)
+        subsystems.push_back({message.name(), message.display_name()});
+    return subsystems;
+}
+
+void CRecordCodec::encodeLoginTypeAuth(const std::map<int, bool>& auth, LoginTypeAuth* out) {
+    out->clear();
+    for (const auto& entry : auth)
+        (*out)[entry.first] = entry.second;
+}
+
+RKError CRecordCodec::decodeLoginTypeAuth(const LoginTypeAuth& in, std::map<int, bool>* out) {
+    Checks c;
+    std::map<int, bool> auth;
+    for (const auto& entry : in)
+        auth[c.narrow(entry.first, "login_type_auth")] = entry.second;
+    if (c.ok())
+        out->swap(auth);
+    return c.error();
+}
+
+bool CRecordCodec::isKnownDataType(int64 dataType) {
+    switch (dataType) {
+        case rkservice::kDataGlobalPermission:
+        case rkservice::kDataBrokers:
+        case rkservice::kDataPlatforms:
+        case rkservice::kDataQuoteSources:
+        case rkservice::kDataLevel2Tokens:
+        case rkservice::kDataUsers:
+            return true;
+        default:
+            return false;
+    }
+}
+
+bool CRecordCodec::isKnownOperateType(int64 operateType) {
+    return operateType >= rkservice::kOperateModify && operateType <= rkservice::kOperateDelete;
+}
