@@ -1,7 +1,14 @@
 // Accounts and logins of the data service: password hashes and policy, login refusals that all
 // look alike, throttling, token expiry on a fake clock, account changes that count at once, two
-// managers on one database, the migration of older databases and many threads at once.
+// managers on one database, the migration of older databases and many threads at once; on
+// SQLite and again on PostgreSQL.
 
+#include <pwd.h>
+#include <unistd.h>
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QProcess>
 #include <QSqlQuery>
 #include <QThread>
 #include <atomic>
@@ -41,13 +48,125 @@ struct MessageCapture {
     ~MessageCapture() { qInstallMessageHandler(previous); }
 };
 
+// A PostgreSQL cluster of the test's own in a temporary directory, on a Unix socket only, run
+// as an unprivileged account when the test runs as root (the server refuses root).
+class ThrowAwayPostgres {
+public:
+    ~ThrowAwayPostgres() {
+        if (m_running)
+            tool(QStringLiteral("pg_ctl"),
+                 {QStringLiteral("-D"), m_dataDir, QStringLiteral("-m"),
+                  QStringLiteral("immediate"), QStringLiteral("-w"), QStringLiteral("stop")});
+    }
+
+    // Empty when running, else why not.
+    QString start() {
+        static const QString bin = QStringLiteral("/usr/lib/postgresql/15/bin");
+        m_bin = bin;
+        if (!QFileInfo(bin + QStringLiteral("/initdb")).isExecutable())
+            return QStringLiteral("PostgreSQL 15 server binaries are not installed");
+        if (!QSqlDatabase::isDriverAvailable(QStringLiteral("QPSQL")))
+            return QStringLiteral("the Qt PostgreSQL driver (QPSQL) is not installed");
+        if (!m_base.isValid())
+            return QStringLiteral("no temporary directory");
+        if (::geteuid() == 0)
+            m_runAs = QStringLiteral("nobody");
+        QFile::setPermissions(m_base.path(), QFileDevice::ReadOwner | QFileDevice::WriteOwner |
+                                                 QFileDevice::ExeOwner | QFileDevice::ReadOther |
+                                                 QFileDevice::ExeOther | QFileDevice::ReadGroup |
+                                                 QFileDevice::ExeGroup);
+        m_dataDir = m_base.filePath(QStringLiteral("data"));
+        m_socketDir = m_base.filePath(QStringLiteral("sock"));
+        if (!QDir().mkpath(m_dataDir) || !QDir().mkpath(m_socketDir) || !ownBy(m_dataDir) ||
+            !ownBy(m_socketDir))
+            return QStringLiteral("cannot prepare the cluster's directories");
+        // Another port than the other PostgreSQL test's, which may run at the same time.
+        m_port = 40000 + int(QCoreApplication::applicationPid() % 20000);
+        if (!tool(QStringLiteral("initdb"),
+                  {QStringLiteral("-D"), m_dataDir, QStringLiteral("-U"),
+                   QStringLiteral("postgres"), QStringLiteral("-A"), QStringLiteral("trust"),
+                   QStringLiteral("-E"), QStringLiteral("UTF8"), QStringLiteral("--locale=C"),
+                   QStringLiteral("--no-sync")}))
+            return QStringLiteral("initdb failed");
+        if (!tool(QStringLiteral("pg_ctl"),
+                  {QStringLiteral("-D"), m_dataDir, QStringLiteral("-l"),
+                   m_base.filePath(QStringLiteral("sock/server.log")), QStringLiteral("-w"),
+                   QStringLiteral("-t"), QStringLiteral("60"), QStringLiteral("-o"),
+                   QStringLiteral("-c listen_addresses='' -k %1 -p %2 -c fsync=off")
+                       .arg(m_socketDir)
+                       .arg(m_port),
+                   QStringLiteral("start")}))
+            return QStringLiteral("the PostgreSQL server did not start");
+        m_running = true;
+        return QString();
+    }
+
+    bool createDatabase(const QString& name) {
+        return tool(
+            QStringLiteral("createdb"),
+            {QStringLiteral("-h"), m_socketDir, QStringLiteral("-p"), QString::number(m_port),
+             QStringLiteral("-U"), QStringLiteral("postgres"), name});
+    }
+
+    QString url(const QString& database) const {
+        return QStringLiteral("postgresql://postgres@/%1?host=%2&port=%3")
+            .arg(database, m_socketDir)
+            .arg(m_port);
+    }
+
+private:
+    bool tool(const QString& name, const QStringList& arguments) {
+        QProcess process;
+        process.setProcessChannelMode(QProcess::MergedChannels);
+        process.setWorkingDirectory(m_base.path());
+        const QString program = m_bin + QLatin1Char('/') + name;
+        if (m_runAs.isEmpty())
+            process.start(program, arguments);
+        else
+            process.start(QStringLiteral("runuser"), QStringList{QStringLiteral("-u"), m_runAs,
+                                                                 QStringLiteral("--"), program} +
+                                                         arguments);
+        const bool finished = process.waitForStarted() && process.waitForFinished(120000);
+        if (!finished || process.exitStatus() != QProcess::NormalExit || process.exitCode() != 0) {
+            qWarning("%s failed: %s", qPrintable(name), process.readAll().constData());
+            return false;
+        }
+        return true;
+    }
+
+    bool ownBy(const QString& path) {
+        if (m_runAs.isEmpty())
+            return true;
+        const passwd* account = ::getpwnam(m_runAs.toLocal8Bit().constData());
+        return account &&
+               ::chown(QFile::encodeName(path).constData(), account->pw_uid, account->pw_gid) == 0;
+    }
+
+    QTemporaryDir m_base;
+    QString m_bin;
+    QString m_runAs;
+    QString m_dataDir;
+    QString m_socketDir;
+    int m_port = 0;
+    bool m_running = false;
+};
+
 }  // namespace
 
 class TestAccounts : public QObject {
     Q_OBJECT
 
+public:
+    // On SQLite files, or on databases of the cluster when one is given.
+    explicit TestAccounts(ThrowAwayPostgres* postgres = nullptr, QString postgresDown = QString())
+        : m_postgres(postgres), m_postgresDown(postgresDown) {}
+
 private:
+    ThrowAwayPostgres* m_postgres;
+    QString m_postgresDown;
+    int m_databases = 0;
     std::unique_ptr<QTemporaryDir> m_dir;
+    QString m_databaseName;
     boost::shared_ptr<CQuotesService> m_service;
     std::unique_ptr<CDatabase> m_database;
     std::unique_ptr<CAccountStore> m_store;
@@ -56,8 +175,20 @@ private:
     CServiceOptions options() const {
         CServiceOptions o;
         o.dataDir = m_dir->path();
+        if (m_postgres)
+            o.dbUrl = m_postgres->url(m_databaseName);
         o.busyTimeoutMs = 30000;
         return o;
+    }
+    // A new empty database for the next test.
+    bool freshStorage() {
+        m_dir.reset(new QTemporaryDir);
+        if (!m_dir->isValid())
+            return false;
+        if (!m_postgres)
+            return true;
+        m_databaseName = QStringLiteral("accounts_%1").arg(++m_databases);
+        return m_postgres->createDatabase(m_databaseName);
     }
     std::unique_ptr<CDatabase> openDatabase() {
         QString error;
@@ -94,9 +225,18 @@ private:
     }
 
 private slots:
+    void initTestCase() {
+        if (!m_postgres)
+            return;
+        if (!m_postgresDown.isEmpty()) {
+            if (qEnvironmentVariable("CI") == QLatin1String("true"))
+                QFAIL(qPrintable(m_postgresDown));
+            QSKIP(qPrintable(m_postgresDown));
+        }
+    }
+
     void init() {
-        m_dir.reset(new QTemporaryDir);
-        QVERIFY(m_dir->isValid());
+        QVERIFY(freshStorage());
         QString error;
         m_service = CQuotesService::open(options(), &error);
         QVERIFY2(m_service, qPrintable(error));
@@ -494,7 +634,7 @@ private slots:
         m_store.reset();
         m_database.reset();
         m_service.reset();
-        m_dir.reset(new QTemporaryDir);
+        QVERIFY(freshStorage());
         {
             auto database = openDatabase();
             QVERIFY(database);
@@ -529,6 +669,41 @@ private slots:
         const auto r = manager.login(QStringLiteral("old"), kPassword, kHere, m_now);
         QVERIFY2(r.ok(), qPrintable(r.message));
         QCOMPARE(r.account.rights, (std::set<int>{5, 9}));
+    }
+
+    void importKeepsAccountsItNames() {
+        m_store->setPassword(QStringLiteral("stock_op"), kPassword);
+        CLoginManager manager(*m_database);
+        const auto admin = manager.login(QStringLiteral("admin"), kPassword, kHere, m_now);
+        const auto stock = manager.login(QStringLiteral("stock_op"), kPassword, kHere, m_now);
+        QVERIFY(admin.ok() && stock.ok());
+        QJsonObject document;
+        QString error;
+        QVERIFY2(m_service->exportDocument(&document, &error), qPrintable(error));
+        const QByteArray text = QJsonDocument(document).toJson();
+        QVERIFY(!text.contains("argon2"));
+        QVERIFY(!text.contains("password_hash"));
+        // The document drops stock_op and gives admin other rights.
+        QJsonArray users;
+        for (const QJsonValue& value : document.value(QLatin1String("users")).toArray()) {
+            QJsonObject user = value.toObject();
+            if (user.value(QLatin1String("name")).toString() == QLatin1String("stock_op"))
+                continue;
+            if (user.value(QLatin1String("name")).toString() == QLatin1String("admin"))
+                user.insert(QStringLiteral("rights"), QJsonArray{77});
+            users.append(user);
+        }
+        document.insert(QStringLiteral("users"), users);
+        QVERIFY2(m_service->importDocument(document, &error), qPrintable(error));
+
+        const auto auth = manager.authenticate(admin.token, m_now + 1);
+        QVERIFY2(auth.ok(), qPrintable(auth.message));
+        QCOMPARE(auth.account.rights, std::set<int>{77});
+        QVERIFY(m_store->account(QStringLiteral("admin")).hasPassword);
+        QVERIFY(manager.login(QStringLiteral("admin"), kPassword, kHere, m_now + 2).ok());
+        CAccount gone;
+        QVERIFY(!m_store->find(QStringLiteral("stock_op"), &gone));
+        QCOMPARE(manager.authenticate(stock.token, m_now + 1).reason, Reason::TokenUnknown);
     }
 
     void noSecretInTextsOrLogs() {
@@ -615,5 +790,27 @@ private slots:
     }
 };
 
-QTEST_GUILESS_MAIN(TestAccounts)
+// The same tests on PostgreSQL, where several servers share one database.
+class TestAccountsPostgres : public TestAccounts {
+    Q_OBJECT
+
+public:
+    TestAccountsPostgres(ThrowAwayPostgres* postgres, const QString& down)
+        : TestAccounts(postgres, down) {}
+};
+
+int main(int argc, char** argv) {
+    QCoreApplication app(argc, argv);
+    int status = 0;
+    {
+        TestAccounts onSqlite;
+        status |= QTest::qExec(&onSqlite, argc, argv);
+    }
+    ThrowAwayPostgres postgres;
+    const QString down = postgres.start();
+    TestAccountsPostgres onPostgres(&postgres, down);
+    status |= QTest::qExec(&onPostgres, argc, argv);
+    return status;
+}
+
 #include "tst_accounts.moc"
