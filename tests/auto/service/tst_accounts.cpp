@@ -536,6 +536,11 @@ private slots:
             const auto auth = manager.authenticate(r.token, m_now);
             QVERIFY2(auth.ok(), qPrintable(auth.message));
         }
+        // A use soon after another is not written to the database at once, yet still counts.
+        m_now += 5000;
+        QVERIFY(manager.authenticate(r.token, m_now).ok());
+        m_now += 30 * kMinute - 1;
+        QVERIFY(manager.authenticate(r.token, m_now).ok());
         m_now += 30 * kMinute;
         auto auth = manager.authenticate(r.token, m_now);
         QCOMPARE(auth.reason, Reason::TokenExpired);
@@ -545,6 +550,30 @@ private slots:
         auth = manager.authenticate(r.token, m_now - 10 * kMinute);
         QCOMPARE(auth.reason, Reason::TokenUnknown);
         QCOMPARE(auth.message, QStringLiteral("登录已过期，请重新登录"));
+    }
+
+    void lastUseWrittenSparingly() {
+        CLoginManager manager(*m_database);
+        const auto r = manager.login(QStringLiteral("admin"), kPassword, kHere, m_now);
+        QVERIFY(r.ok());
+        auto stored = [&] {
+            qint64 last = -1;
+            m_database->transact(false, [&](QSqlDatabase& db) {
+                QSqlQuery q(db);
+                q.prepare(QStringLiteral("SELECT last_used_ms FROM login_tokens"));
+                m_database->exec(q);
+                if (q.next())
+                    last = q.value(0).toLongLong();
+            });
+            return last;
+        };
+        QCOMPARE(stored(), m_now);
+        QVERIFY(manager.authenticate(r.token, m_now + 9999).ok());
+        QCOMPARE(stored(), m_now);
+        QVERIFY(manager.authenticate(r.token, m_now + 10000).ok());
+        QCOMPARE(stored(), m_now + 10000);
+        QVERIFY(manager.authenticate(r.token, m_now + 15000).ok());
+        QCOMPARE(stored(), m_now + 10000);
     }
 
     void expiredTokensArePurged() {
@@ -607,6 +636,29 @@ private slots:
                  Reason::WrongPassword);
         QVERIFY(
             manager.login(QStringLiteral("admin"), "another long password", kHere, m_now + 4).ok());
+    }
+
+    void enabledFlagReadOnEveryRequest() {
+        CLoginManager manager(*m_database);
+        const auto r = manager.login(QStringLiteral("admin"), kPassword, kHere, m_now);
+        QVERIFY(r.ok());
+        // Only the flag, tokens left in place: authenticate itself must look at it.
+        auto setFlag = [&](int enabled) {
+            m_database->transact(true, [&](QSqlDatabase& db) {
+                QSqlQuery q(db);
+                q.prepare(QStringLiteral("UPDATE users SET enabled = ? WHERE name = 'admin'"));
+                q.addBindValue(enabled);
+                m_database->exec(q);
+            });
+        };
+        setFlag(0);
+        auto auth = manager.authenticate(r.token, m_now + 1);
+        QCOMPARE(auth.reason, Reason::AccountDisabled);
+        QCOMPARE(auth.message, QStringLiteral("登录已过期，请重新登录"));
+        QVERIFY(auth.account.name.isEmpty());
+        setFlag(1);
+        auth = manager.authenticate(r.token, m_now + 2);
+        QVERIFY2(auth.ok(), qPrintable(auth.message));
     }
 
     void tokensWorkAcrossManagers() {
