@@ -222,6 +222,54 @@ void CLoginManager::noteUse(const std::string& tokenHash, qint64 nowMs) {
     last = std::max(last, nowMs);
 }
 
+bool CLoginManager::readLogin(const std::string& tokenHash, CAccount* account,
+                              qint64* storedLastUse) {
+    bool found = false;
+    // One statement, read on every request: a change of rights or a disable made through any
+    // manager counts at once. The account exists while its token does (cascading delete).
+    m_database.transact(false, [&](QSqlDatabase& db) {
+        QSqlQuery query(db);
+        query.setForwardOnly(true);
+        query.prepare(QStringLiteral(
+            "SELECT t.last_used_ms, u.name, u.system_id, u.enabled, u.password_hash, r.right_id "
+            "FROM login_tokens t JOIN users u ON u.name = t.user_name LEFT JOIN user_rights r "
+            "ON r.user_name = u.name WHERE t.token_hash = ?"));
+        query.addBindValue(QString::fromStdString(tokenHash));
+        m_database.exec(query);
+        while (query.next()) {
+            if (!found) {
+                found = true;
+                *storedLastUse = query.value(0).toLongLong();
+                account->name = query.value(1).toString();
+                account->systemId = query.value(2).toInt();
+                account->enabled = query.value(3).toInt() != 0;
+                account->hasPassword = !query.value(4).toString().isEmpty();
+            }
+            if (!query.value(5).isNull())
+                account->rights.insert(query.value(5).toInt());
+        }
+    });
+    return found;
+}
+
+qint64 CLoginManager::lastUse(const std::string& tokenHash, qint64 storedLastUse) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    auto it = m_localLastUse.find(tokenHash);
+    return it == m_localLastUse.end() ? storedLastUse : std::max(storedLastUse, it->second);
+}
+
+void CLoginManager::writeLastUse(const std::string& tokenHash, qint64 nowMs) {
+    m_database.transact(true, [&](QSqlDatabase& db) {
+        QSqlQuery touch(db);
+        touch.prepare(QStringLiteral(
+            "UPDATE login_tokens SET last_used_ms = ? WHERE token_hash = ? AND last_used_ms < ?"));
+        touch.addBindValue(nowMs);
+        touch.addBindValue(QString::fromStdString(tokenHash));
+        touch.addBindValue(nowMs);
+        m_database.exec(touch);
+    });
+}
+
 CLoginManager::AuthResult CLoginManager::authenticate(const std::string& token, qint64 nowMs) {
     AuthResult result;
     result.message = expiredMessage();
@@ -231,65 +279,28 @@ CLoginManager::AuthResult CLoginManager::authenticate(const std::string& token, 
     }
     const std::string tokenHash = CPasswordHasher::sha256Hex(token);
     try {
-        bool found = false;
-        bool accountFound = false;
+        CAccount account;
         qint64 storedLastUse = 0;
-        m_database.transact(false, [&](QSqlDatabase& db) {
-            QSqlQuery query(db);
-            query.setForwardOnly(true);
-            query.prepare(QStringLiteral(
-                "SELECT user_name, last_used_ms FROM login_tokens WHERE token_hash = ?"));
-            query.addBindValue(QString::fromStdString(tokenHash));
-            m_database.exec(query);
-            found = query.next();
-            if (!found)
-                return;
-            const QString name = query.value(0).toString();
-            storedLastUse = query.value(1).toLongLong();
-            query.finish();
-            // Read on every request: a change of rights or a disable made by any manager counts
-            // at once (about 0.1 ms on SQLite, far below a request's own cost).
-            accountFound = CAccountStore::read(m_database, db, name, &result.account, nullptr);
-        });
-        if (!found) {
+        if (!readLogin(tokenHash, &account, &storedLastUse)) {
             std::lock_guard<std::mutex> lock(m_mutex);
             m_localLastUse.erase(tokenHash);
             result.reason = Reason::TokenUnknown;
             return result;
         }
-        qint64 lastUse = storedLastUse;
-        {
-            std::lock_guard<std::mutex> lock(m_mutex);
-            auto it = m_localLastUse.find(tokenHash);
-            if (it != m_localLastUse.end())
-                lastUse = std::max(lastUse, it->second);
-        }
-        if (nowMs - lastUse >= m_options.idleTimeoutMs) {
+        if (nowMs - lastUse(tokenHash, storedLastUse) >= m_options.idleTimeoutMs) {
             endToken(tokenHash, storedLastUse);
-            result.account = CAccount();
             result.reason = Reason::TokenExpired;
             return result;
         }
-        if (!accountFound || !result.account.enabled || !result.account.hasPassword) {
-            result.account = CAccount();
+        if (!account.enabled || !account.hasPassword) {
             result.reason = Reason::AccountDisabled;
             return result;
         }
         noteUse(tokenHash, nowMs);
-        if (nowMs - storedLastUse >= m_options.lastUsedWriteIntervalMs) {
-            m_database.transact(true, [&](QSqlDatabase& db) {
-                QSqlQuery touch(db);
-                touch.prepare(
-                    QStringLiteral("UPDATE login_tokens SET last_used_ms = ? WHERE "
-                                   "token_hash = ? AND last_used_ms < ?"));
-                touch.addBindValue(nowMs);
-                touch.addBindValue(QString::fromStdString(tokenHash));
-                touch.addBindValue(nowMs);
-                m_database.exec(touch);
-            });
-        }
+        if (nowMs - storedLastUse >= m_options.lastUsedWriteIntervalMs)
+            writeLastUse(tokenHash, nowMs);
+        result.account = account;
     } catch (const CServiceError& e) {
-        result.account = CAccount();
         result.reason = Reason::ServiceError;
         result.message = serviceFailure(e);
         return result;

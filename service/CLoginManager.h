@@ -67,6 +67,8 @@ public:
     CLoginManager(const CLoginManager&) = delete;
     CLoginManager& operator=(const CLoginManager&) = delete;
 
+    // clientAddress keys the per-address throttle (the peer's IP, without the port) and is kept
+    // with the token for audit. nowMs: milliseconds since the epoch.
     LoginResult login(const QString& name, const std::string& password,
                       const QString& clientAddress, qint64 nowMs);
     AuthResult authenticate(const std::string& token, qint64 nowMs);
@@ -102,6 +104,10 @@ private:
     std::string issueToken(const QString& name, const QString& address, qint64 nowMs);
     bool endToken(const std::string& tokenHash, qint64 seenLastUsedMs);
     void noteUse(const std::string& tokenHash, qint64 nowMs);
+    bool readLogin(const std::string& tokenHash, CAccount* account, qint64* storedLastUse);
+    // The later of the stored last use and this manager's own.
+    qint64 lastUse(const std::string& tokenHash, qint64 storedLastUse);
+    void writeLastUse(const std::string& tokenHash, qint64 nowMs);
 
     CDatabase& m_database;
     const Options m_options;
