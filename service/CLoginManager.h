@@ -98,6 +98,8 @@ private:
     void recordFailure(FailureMap& map, const QString& key, qint64 nowMs);
     void recordSuccess(const QString& name, const QString& address);
     void forgetQuietCounters(qint64 nowMs);
+    // Now and then: forgets quiet counters and tells the caller to purge expired tokens.
+    bool housekeepingDue(qint64 nowMs);
 
     bool checkPassword(const QString& name, const std::string& password, CAccount* account,
                        Reason* reason);

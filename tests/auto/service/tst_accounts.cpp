@@ -526,6 +526,17 @@ private slots:
                  QStringLiteral("登录失败次数过多，请 2 秒后再试"));
     }
 
+    void quietCountersForgotten() {
+        CLoginManager manager(*m_database, fastLockout());  // forgets after an hour
+        failTimes(manager, QStringLiteral("admin"), kHere, 4, m_now);
+        m_now += 61 * kMinute;
+        failTimes(manager, QStringLiteral("admin"), kHere, 1, m_now);
+        // One failure since the counter was forgotten: still checked.
+        const quint64 verifies = manager.verifyCount();
+        QVERIFY(manager.login(QStringLiteral("admin"), kPassword, kHere, m_now).ok());
+        QCOMPARE(manager.verifyCount(), verifies + 1);
+    }
+
     void expiresWhenIdle() {
         CLoginManager manager(*m_database);
         const auto r = manager.login(QStringLiteral("admin"), kPassword, kHere, m_now);
