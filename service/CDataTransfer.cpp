@@ -347,7 +347,7 @@ CDataTransfer::Content CDataTransfer::parse(const QJsonObject& document) {
 
 void CDataTransfer::importAll(const CDatabase& database, QSqlDatabase& db, const Content& content) {
     for (const char* table :
-         {"kx_orin_quoter_source", "whole_quote", "level2_token", "user_rights", "users"})
+         {"kx_orin_quoter_source", "whole_quote", "level2_token", "user_rights"})
         database.exec(db, QStringLiteral("DELETE FROM %1").arg(QLatin1String(table)));
     database.exec(db, QStringLiteral("DELETE FROM meta WHERE name LIKE 'login_type_auth.%'"));
     writeSubsystems(database, db, content.subsystems, false);
@@ -386,14 +386,47 @@ void CDataTransfer::importAll(const CDatabase& database, QSqlDatabase& db, const
         database.exec(token);
     }
 
-    QSqlQuery user(db);
-    user.prepare(QStringLiteral("INSERT INTO users (name, system_id) VALUES (?, ?)"));
+    writeUsers(database, db, content.users);
+}
+
+void CDataTransfer::writeUsers(const CDatabase& database, QSqlDatabase& db,
+                               const std::vector<User>& users) {
+    // The document carries no passwords: an account it names keeps its password, enabled flag
+    // and logins; an account it leaves out goes, and its logins with it.
+    std::set<QString> named;
+    for (const User& u : users)
+        named.insert(u.name);
+    std::vector<QString> gone;
+    QSqlQuery existing(db);
+    existing.prepare(QStringLiteral("SELECT name FROM users"));
+    database.exec(existing);
+    while (existing.next()) {
+        if (!named.count(existing.value(0).toString()))
+            gone.push_back(existing.value(0).toString());
+    }
+    existing.finish();
+    QSqlQuery erase(db);
+    erase.prepare(QStringLiteral("DELETE FROM users WHERE name = ?"));
+    for (const QString& name : gone) {
+        erase.addBindValue(name);
+        database.exec(erase);
+    }
+
+    QSqlQuery update(db);
+    update.prepare(QStringLiteral("UPDATE users SET system_id = ? WHERE name = ?"));
+    QSqlQuery insert(db);
+    insert.prepare(QStringLiteral("INSERT INTO users (name, system_id) VALUES (?, ?)"));
     QSqlQuery right(db);
     right.prepare(QStringLiteral("INSERT INTO user_rights (user_name, right_id) VALUES (?, ?)"));
-    for (const User& u : content.users) {
-        user.addBindValue(u.name);
-        user.addBindValue(u.systemId);
-        database.exec(user);
+    for (const User& u : users) {
+        update.addBindValue(u.systemId);
+        update.addBindValue(u.name);
+        database.exec(update);
+        if (update.numRowsAffected() < 1) {
+            insert.addBindValue(u.name);
+            insert.addBindValue(u.systemId);
+            database.exec(insert);
+        }
         for (int id : u.rights) {
             right.addBindValue(u.name);
             right.addBindValue(id);

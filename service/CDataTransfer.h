@@ -41,7 +41,8 @@ public:
     static QJsonObject sourceToJson(const rkservice::COrinQuoterSourceInfo& source);
     // Reads and checks a document completely; throws CServiceError naming the first fault.
     static Content parse(const QJsonObject& document);
-    // Replaces everything with the content; runs in the caller's transaction.
+    // Replaces everything with the content; runs in the caller's transaction. Accounts the
+    // content names keep their password, enabled flag and logins.
     static void importAll(const CDatabase& database, QSqlDatabase& db, const Content& content);
 
     static void checkSubsystems(const std::vector<Hlx::SubsystemInfo>& subsystems);
@@ -50,4 +51,8 @@ public:
     static void writeSubsystems(const CDatabase& database, QSqlDatabase& db,
                                 const std::vector<Hlx::SubsystemInfo>& subsystems,
                                 bool keepSources);
+
+private:
+    static void writeUsers(const CDatabase& database, QSqlDatabase& db,
+                           const std::vector<User>& users);
 };

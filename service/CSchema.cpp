@@ -64,10 +64,24 @@ QStringList version2(CDatabase::Engine) {
     };
 }
 
+// Version 3: accounts that log in. A user without a password hash cannot log in; tokens are kept
+// in the database (only their hash) so that every server on one database accepts them.
+QStringList version3(CDatabase::Engine) {
+    return {
+        QStringLiteral("ALTER TABLE users ADD COLUMN password_hash TEXT"),
+        QStringLiteral("ALTER TABLE users ADD COLUMN enabled INTEGER NOT NULL DEFAULT 1"),
+        QStringLiteral("CREATE TABLE login_tokens (token_hash TEXT PRIMARY KEY, user_name TEXT NOT "
+                       "NULL REFERENCES users(name) ON DELETE CASCADE, client_address TEXT NOT "
+                       "NULL, created_ms BIGINT NOT NULL, last_used_ms BIGINT NOT NULL)"),
+        QStringLiteral("CREATE INDEX login_tokens_user ON login_tokens (user_name)"),
+        QStringLiteral("CREATE INDEX login_tokens_last_used ON login_tokens (last_used_ms)"),
+    };
+}
+
 }  // namespace
 
 int CSchema::currentVersion() {
-    return 2;
+    return 3;
 }
 
 int CSchema::version(const CDatabase& database, QSqlDatabase& db) {
@@ -103,6 +117,9 @@ void CSchema::migrate(const CDatabase& database, QSqlDatabase& db, int from, int
                 break;
             case 2:
                 statements = version2(database.engine());
+                break;
+            case 3:
+                statements = version3(database.engine());
                 break;
             default:
                 throw CServiceError("没有到数据库结构版本 " + std::to_string(step) + " 的迁移");

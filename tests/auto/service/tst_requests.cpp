@@ -594,8 +594,9 @@ private slots:
             db.setDatabaseName(file);
             QVERIFY(db.open());
             QSqlQuery q(db);
-            QVERIFY(
-                q.exec(QStringLiteral("UPDATE meta SET val = '2' WHERE name = 'schema_version'")));
+            QVERIFY(q.exec(QStringLiteral("UPDATE meta SET val = '%1' WHERE name = "
+                                          "'schema_version'")
+                               .arg(CSchema::currentVersion())));
             db.close();
         }
         QSqlDatabase::removeDatabase(QStringLiteral("raw"));
