@@ -65,7 +65,9 @@ QStringList version2(CDatabase::Engine) {
 }
 
 // Version 3: accounts that log in. A user without a password hash cannot log in; tokens are kept
-// in the database (only their hash) so that every server on one database accepts them.
+// in the database (only their hash) so that every server on one database accepts them. Saving
+// the whole-quote settings (90001) and administering (90002) became rights of their own: the
+// seeded administrator of an existing database keeps being able to do both.
 QStringList version3(CDatabase::Engine) {
     return {
         QStringLiteral("ALTER TABLE users ADD COLUMN password_hash TEXT"),
@@ -75,6 +77,12 @@ QStringList version3(CDatabase::Engine) {
                        "NULL, created_ms BIGINT NOT NULL, last_used_ms BIGINT NOT NULL)"),
         QStringLiteral("CREATE INDEX login_tokens_user ON login_tokens (user_name)"),
         QStringLiteral("CREATE INDEX login_tokens_last_used ON login_tokens (last_used_ms)"),
+        QStringLiteral(
+            "INSERT INTO user_rights (user_name, right_id) SELECT name, 90001 FROM users "
+            "WHERE name = 'admin'"),
+        QStringLiteral(
+            "INSERT INTO user_rights (user_name, right_id) SELECT name, 90002 FROM users "
+            "WHERE name = 'admin'"),
     };
 }
 

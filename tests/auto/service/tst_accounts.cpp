@@ -707,6 +707,9 @@ private slots:
                 database->exec(db, QStringLiteral("INSERT INTO users VALUES ('old', 2)"));
                 database->exec(db, QStringLiteral("INSERT INTO user_rights VALUES ('old', 5)"));
                 database->exec(db, QStringLiteral("INSERT INTO user_rights VALUES ('old', 9)"));
+                database->exec(db, QStringLiteral("INSERT INTO users VALUES ('admin', -1)"));
+                database->exec(db,
+                               QStringLiteral("INSERT INTO user_rights VALUES ('admin', 10937)"));
             });
             QSqlDatabase probe = database->connection();
             QCOMPARE(CSchema::version(*database, probe), 2);
@@ -723,6 +726,9 @@ private slots:
         const CAccount old = store.account(QStringLiteral("old"));
         QCOMPARE(old.systemId, 2);
         QCOMPARE(old.rights, (std::set<int>{5, 9}));
+        // The administrator keeps saving whole-quote settings and administering.
+        QCOMPARE(store.account(QStringLiteral("admin")).rights,
+                 (std::set<int>{10937, 90001, 90002}));
         QVERIFY(old.enabled);
         QVERIFY(!old.hasPassword);
         CLoginManager manager(*m_database);
@@ -742,7 +748,7 @@ private slots:
         QVERIFY(admin.ok() && stock.ok());
         QJsonObject document;
         QString error;
-        QVERIFY2(m_service->exportDocument(&document, &error), qPrintable(error));
+        QVERIFY2(m_service->exportDocument(CCaller::owner(), &document, &error), qPrintable(error));
         const QByteArray text = QJsonDocument(document).toJson();
         QVERIFY(!text.contains("argon2"));
         QVERIFY(!text.contains("password_hash"));
@@ -757,7 +763,7 @@ private slots:
             users.append(user);
         }
         document.insert(QStringLiteral("users"), users);
-        QVERIFY2(m_service->importDocument(document, &error), qPrintable(error));
+        QVERIFY2(m_service->importDocument(CCaller::owner(), document, &error), qPrintable(error));
 
         const auto auth = manager.authenticate(admin.token, m_now + 1);
         QVERIFY2(auth.ok(), qPrintable(auth.message));
