@@ -147,6 +147,11 @@ bool CQuotesService::hasClientLoginTypeAuth(int loginType) const {
     return it != m_loginTypeAuth.end() && it->second;
 }
 
+std::map<int, bool> CQuotesService::loginTypeAuth() const {
+    std::lock_guard<std::mutex> lock(m_cacheMutex);
+    return m_loginTypeAuth;
+}
+
 QString CQuotesService::databaseDescription() const {
     return m_database->description();
 }

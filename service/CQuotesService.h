@@ -47,6 +47,10 @@ public:
     QString databaseDescription() const;
     // The SQLite file, empty for PostgreSQL.
     QString databaseFile() const;
+    // The database itself, for the account and login machinery that shares its connections.
+    CDatabase& database() const { return *m_database; }
+    // Every login type's setting, from the cache.
+    std::map<int, bool> loginTypeAuth() const;
 
     // The platform's users, by name.
     std::vector<rkservice::CUserInfoPtr> users(QString* error = nullptr);

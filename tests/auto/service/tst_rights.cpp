@@ -3,73 +3,13 @@
 #include <functional>
 
 #include "Hlx/CUserManager.h"
+#include "RoleExpectations.h"
 #include "ServiceTestUtil.h"
 #include "rkservice/CUserInfo.h"
 
 using namespace svctest;
 
-namespace {
-
-// Four consecutive ports give four different broker server groups, as the database keeps one
-// source per group.
-int brokerOf(int port, int first, int second) {
-    return port % 4 < 2 ? first : second;
-}
-
-// One kind of source of the rights table, made as the dialogs send it.
-struct Kind {
-    const char* name;
-    std::function<rkservice::COrinQuoterSourceInfoPtr(int port)> make;
-};
-
-const std::vector<Kind>& kinds() {
-    static const std::vector<Kind> list = {
-        {"stocks", [](int port) { return stockSource(10000, 2, "192.0.2.10", port); }},
-        {"futures",
-         [](int port) { return futureSource(20000, 1, brokerOf(port, 8060, 8080), port % 2 + 1); }},
-        {"Kx futures", [](int port) { return stockSource(20000, 2, "192.0.2.11", port); }},
-        {"futures options",
-         [](int port) { return futureSource(70001, 5, brokerOf(port, 8100, 8120), port % 2 + 1); }},
-        {"Kx futures options", [](int port) { return stockSource(70000, 2, "192.0.2.12", port); }},
-        {"stock options", [](int port) { return stockSource(10001, 6, "192.0.2.13", port); }},
-        {"HGT", [](int port) { return stockSource(10003, 7, "192.0.2.14", port); }},
-        {"NEEQ", [](int port) { return stockSource(10002, 10, "192.0.2.15", port); }},
-        {"gold", [](int port) { return stockSource(31003, 4, "192.0.2.16", port); }},
-        {"IB outer", [](int port) { return stockSource(32000, 1002, "192.0.2.17", port); }},
-        {"outer futures", [](int port) { return stockSource(15000, 16, "192.0.2.18", port); }},
-        {"SGT", [](int port) { return stockSource(10004, 11, "192.0.2.19", port); }},
-        {"outer stocks", [](int port) { return stockSource(32000, 8, "192.0.2.20", port); }},
-    };
-    return list;
-}
-
-// What each seeded role may do, written out by hand: add, modify, delete for each kind above,
-// in that order ('y' allowed, 'n' refused).
-const std::map<QString, QStringList>& expected() {
-    static const std::map<QString, QStringList> table = {
-        {"admin",
-         {"yyy", "yyy", "yyy", "yyy", "yyy", "yyy", "yyy", "yyy", "yyy", "yyy", "yyy", "yyy",
-          "yyy"}},
-        {"futures_op",
-         {"nnn", "yyy", "yyy", "yyy", "yyy", "nnn", "nnn", "nnn", "nnn", "nnn", "nnn", "nnn",
-          "nnn"}},
-        {"stock_op",
-         {"yyy", "nnn", "nnn", "nnn", "nnn", "nnn", "nnn", "nnn", "nnn", "nnn", "nnn", "nnn",
-          "nnn"}},
-        {"viewer",
-         {"nnn", "nnn", "nnn", "nnn", "nnn", "nnn", "nnn", "nnn", "nnn", "nnn", "nnn", "nnn",
-          "nnn"}},
-    };
-    return table;
-}
-
-// The delete record the panels send: platform 20000 goes as trade type 2.
-rkservice::COrinQuoterSourceInfoPtr panelDeleteRecord(const rkservice::COrinQuoterSourceInfo& of) {
-    return deleteRecord(of.m_nId, of.m_nPlatformId == 20000 ? 2 : of.m_nTradeType,
-                        of.m_nPlatformId);
-}
-
-}  // namespace
+using namespace RoleExpectations;
 
 class TestRights : public QObject {
     Q_OBJECT

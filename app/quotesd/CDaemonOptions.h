@@ -1,0 +1,24 @@
+#pragma once
+
+#include <QString>
+#include <QStringList>
+
+// quotesd's command line.
+struct CDaemonOptions {
+    enum Command { Serve, Init, Join, ResetPassword, Help };
+
+    Command command = Serve;
+    QString dataDir;
+    QString dbUrl;
+    QString listen = QStringLiteral("127.0.0.1:7461");
+    QStringList hosts;  // init: names the certificate is valid for
+    QString certFile;   // init: an existing certificate and key instead of a new pair
+    QString keyFile;
+    bool generate = false;  // init: make admin's password instead of reading it
+    QString account;        // reset-password
+    qint64 lockoutBaseMs = 30 * 1000;
+
+    // Arguments without the program name. False with *error set on a bad command line.
+    static bool parse(const QStringList& arguments, CDaemonOptions* options, QString* error);
+    static QString helpText();
+};

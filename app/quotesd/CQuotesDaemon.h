@@ -1,0 +1,34 @@
+#pragma once
+
+#include <QString>
+
+#include "CDaemonOptions.h"
+
+struct CServiceOptions;
+
+// quotesd's commands: set a server up, reset a password, serve.
+class CQuotesDaemon {
+public:
+    enum ExitCode { kOk = 0, kFailed = 1, kUsage = 2 };
+
+    explicit CQuotesDaemon(const CDaemonOptions& options) : m_options(options) {}
+
+    int run();
+
+    // Where the server keeps its TLS identity.
+    static QString keyPath(const QString& dataDir);
+    static QString certificatePath(const QString& dataDir);
+
+private:
+    int init();
+    int resetPassword();
+    int serve();
+
+    CServiceOptions serviceOptions() const;
+    // The data directory with mode 0700, created when absent.
+    bool prepareDataDir(QString* error) const;
+    bool writeIdentity(QString* error) const;
+    int fail(const QString& message) const;
+
+    CDaemonOptions m_options;
+};

@@ -1,0 +1,320 @@
+#include "CAdminServer.h"
+
+#include <QDateTime>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <algorithm>
+
+#include "CAccessPolicy.h"
+#include "CAccountStore.h"
+#include "CLoginManager.h"
+#include "CQuotesService.h"
+#include "CRecordCodec.h"
+#include "CServiceError.h"
+
+namespace {
+
+qint64 now() {
+    return QDateTime::currentMSecsSinceEpoch();
+}
+
+// The token of "authorization: Bearer <token>", empty when the call carries none.
+std::string bearerToken(const grpc::ServerContext* context) {
+    const auto& metadata = context->client_metadata();
+    const auto found = metadata.find("authorization");
+    if (found == metadata.end())
+        return std::string();
+    const std::string value(found->second.data(), found->second.size());
+    const std::string prefix = "Bearer ";
+    return value.compare(0, prefix.size(), prefix) == 0 ? value.substr(prefix.size())
+                                                        : std::string();
+}
+
+void encodeAccount(const CAccount& account, quotes::v1::User* out) {
+    out->set_name(account.name.toStdString());
+    out->set_system_id(account.systemId);
+    for (int right : account.rights)
+        out->add_rights(right);
+}
+
+grpc::Status invalid(const utils::RKError& error) {
+    return grpc::Status(grpc::StatusCode::INVALID_ARGUMENT, error.errorMsg());
+}
+
+// Runs a change of the service that reports through a bool and a message.
+utils::RKError outcome(bool done, const QString& error) {
+    return done ? utils::RKError::ok() : utils::RKError::fail(error.toStdString());
+}
+
+}  // namespace
+
+CAdminServer::CAdminServer(boost::shared_ptr<CQuotesService> service, CLoginManager& logins,
+                           CAccountStore& accounts)
+    : m_service(std::move(service)), m_logins(logins), m_accounts(accounts) {
+    m_started.start();
+}
+
+std::string CAdminServer::peerAddress(const std::string& peer) {
+    // "ipv4:1.2.3.4:5", "ipv6:[::1]:5", "unix:/path".
+    const size_t scheme = peer.find(':');
+    std::string rest = scheme == std::string::npos ? peer : peer.substr(scheme + 1);
+    if (!rest.empty() && rest.front() == '[') {
+        const size_t close = rest.find(']');
+        return close == std::string::npos ? rest : rest.substr(1, close - 1);
+    }
+    const size_t port = rest.rfind(':');
+    return port == std::string::npos || peer.compare(0, 5, "unix:") == 0 ? rest
+                                                                         : rest.substr(0, port);
+}
+
+grpc::Status CAdminServer::refusing() const {
+    return grpc::Status(grpc::StatusCode::UNAVAILABLE, "服务器正在停止");
+}
+
+grpc::Status CAdminServer::authenticate(grpc::ServerContext* context, CCaller* caller,
+                                        CAccount* account) {
+    if (m_refusing)
+        return refusing();
+    const std::string token = bearerToken(context);
+    if (token.empty())
+        return grpc::Status(grpc::StatusCode::UNAUTHENTICATED, "请先登录");
+    const CLoginManager::AuthResult result = m_logins.authenticate(token, now());
+    if (!result.ok())
+        return grpc::Status(grpc::StatusCode::UNAUTHENTICATED, result.message.toStdString());
+    *caller = CCaller::user(result.account.name.toStdString(), result.account.rights);
+    if (account)
+        *account = result.account;
+    return grpc::Status::OK;
+}
+
+grpc::Status CAdminServer::Login(grpc::ServerContext* context,
+                                 const quotes::v1::LoginRequest* request,
+                                 quotes::v1::LoginReply* reply) {
+    if (m_refusing)
+        return refusing();
+    const CLoginManager::LoginResult result =
+        m_logins.login(QString::fromStdString(request->name()), request->password(),
+                       QString::fromStdString(peerAddress(context->peer())), now());
+    if (!result.ok()) {
+        CRecordCodec::encodeError(utils::RKError::fail(result.message.toStdString()),
+                                  reply->mutable_error());
+        return grpc::Status::OK;
+    }
+    CRecordCodec::encodeError(utils::RKError::ok(), reply->mutable_error());
+    reply->set_token(result.token);
+    encodeAccount(result.account, reply->mutable_account());
+    CRecordCodec::encodeSubsystems(m_service->subsystems(), reply->mutable_subsystems());
+    CRecordCodec::encodeLoginTypeAuth(m_service->loginTypeAuth(), reply->mutable_login_type_auth());
+    return grpc::Status::OK;
+}
+
+grpc::Status CAdminServer::Logout(grpc::ServerContext* context, const quotes::v1::LogoutRequest*,
+                                  quotes::v1::LogoutReply* reply) {
+    CCaller caller = CCaller::user(std::string(), {});
+    const grpc::Status status = authenticate(context, &caller, nullptr);
+    if (!status.ok())
+        return status;
+    m_logins.logout(bearerToken(context));
+    CRecordCodec::encodeError(utils::RKError::ok(), reply->mutable_error());
+    return grpc::Status::OK;
+}
+
+grpc::Status CAdminServer::Ping(grpc::ServerContext*, const quotes::v1::PingRequest*,
+                                quotes::v1::PingReply* reply) {
+    if (m_refusing)
+        return refusing();
+    reply->set_server_version(QUOTES_VERSION);
+    reply->set_database(m_service->databaseDescription().toStdString());
+    reply->set_uptime_seconds(m_started.elapsed() / 1000);
+    return grpc::Status::OK;
+}
+
+grpc::Status CAdminServer::Query(grpc::ServerContext* context,
+                                 const quotes::v1::QueryRequest* request,
+                                 grpc::ServerWriter<quotes::v1::QueryChunk>* writer) {
+    CCaller caller = CCaller::user(std::string(), {});
+    grpc::Status status = authenticate(context, &caller, nullptr);
+    if (!status.ok())
+        return status;
+    Hlx::CRequestTarget target = Hlx::CRequestTarget::centre();
+    rkservice::COrinQueryDataReq query;
+    const utils::RKError decoded = CRecordCodec::decodeQuery(*request, &target, &query);
+    if (!decoded.isSuccess())
+        return invalid(decoded);
+    std::vector<rkservice::IDataPtr> datas;
+    utils::RKError error = m_service->querySync(caller, target, query, &datas);
+    if (!error.isSuccess())
+        datas.clear();
+    // Chunks of a bounded size, so a large table never makes one oversized message.
+    size_t sent = 0;
+    quotes::v1::QueryChunk chunk;
+    while (error.isSuccess() && sent < datas.size()) {
+        chunk.Clear();
+        const size_t end = std::min(datas.size(), sent + size_t(CRecordCodec::kMaxChunkRecords));
+        for (; sent < end && error.isSuccess(); ++sent)
+            error = CRecordCodec::encodeRecord(*datas[sent], chunk.add_records());
+        if (!error.isSuccess())
+            break;
+        if (sent == datas.size())
+            break;  // the last records go with the closing chunk
+        if (!writer->Write(chunk))
+            return grpc::Status(grpc::StatusCode::CANCELLED, "客户端已断开");
+    }
+    if (!error.isSuccess()) {
+        chunk.Clear();
+        sent = 0;
+    }
+    chunk.set_last(true);
+    CRecordCodec::encodeError(error, chunk.mutable_error());
+    chunk.set_total_count(int64_t(sent));
+    writer->Write(chunk);
+    return grpc::Status::OK;
+}
+
+grpc::Status CAdminServer::Operate(grpc::ServerContext* context,
+                                   const quotes::v1::OperateRequest* request,
+                                   quotes::v1::OperateReply* reply) {
+    CCaller caller = CCaller::user(std::string(), {});
+    grpc::Status status = authenticate(context, &caller, nullptr);
+    if (!status.ok())
+        return status;
+    Hlx::CRequestTarget target = Hlx::CRequestTarget::centre();
+    rkservice::COperateDataReq operate;
+    const utils::RKError decoded = CRecordCodec::decodeOperate(*request, &target, &operate);
+    if (!decoded.isSuccess())
+        return invalid(decoded);
+    bson::BSONObj result;
+    const utils::RKError error = m_service->operateSync(caller, target, operate, &result);
+    CRecordCodec::encodeError(error, reply->mutable_error());
+    if (error.isSuccess())
+        CRecordCodec::encodeResult(result, reply->mutable_result());
+    return grpc::Status::OK;
+}
+
+grpc::Status CAdminServer::Subsystems(grpc::ServerContext* context,
+                                      const quotes::v1::SubsystemsRequest*,
+                                      quotes::v1::SubsystemsReply* reply) {
+    CCaller caller = CCaller::user(std::string(), {});
+    grpc::Status status = authenticate(context, &caller, nullptr);
+    if (status.ok())
+        CRecordCodec::encodeSubsystems(m_service->subsystems(), reply->mutable_subsystems());
+    return status;
+}
+
+grpc::Status CAdminServer::LoginTypeAuth(grpc::ServerContext* context,
+                                         const quotes::v1::LoginTypeAuthRequest*,
+                                         quotes::v1::LoginTypeAuthReply* reply) {
+    CCaller caller = CCaller::user(std::string(), {});
+    grpc::Status status = authenticate(context, &caller, nullptr);
+    if (status.ok())
+        CRecordCodec::encodeLoginTypeAuth(m_service->loginTypeAuth(),
+                                          reply->mutable_login_type_auth());
+    return status;
+}
+
+grpc::Status CAdminServer::ExportDocument(grpc::ServerContext* context,
+                                          const quotes::v1::ExportRequest*,
+                                          quotes::v1::ExportReply* reply) {
+    CCaller caller = CCaller::user(std::string(), {});
+    grpc::Status status = authenticate(context, &caller, nullptr);
+    if (!status.ok())
+        return status;
+    QJsonObject document;
+    QString error;
+    const bool done = m_service->exportDocument(caller, &document, &error);
+    CRecordCodec::encodeError(outcome(done, error), reply->mutable_error());
+    if (done)
+        reply->set_document(QJsonDocument(document).toJson(QJsonDocument::Compact).toStdString());
+    return grpc::Status::OK;
+}
+
+grpc::Status CAdminServer::ImportDocument(grpc::ServerContext* context,
+                                          const quotes::v1::ImportRequest* request,
+                                          quotes::v1::ImportReply* reply) {
+    CCaller caller = CCaller::user(std::string(), {});
+    grpc::Status status = authenticate(context, &caller, nullptr);
+    if (!status.ok())
+        return status;
+    QJsonParseError parseError;
+    const QJsonDocument document =
+        QJsonDocument::fromJson(QByteArray::fromStdString(request->document()), &parseError);
+    if (parseError.error != QJsonParseError::NoError || !document.isObject()) {
+        CRecordCodec::encodeError(utils::RKError::fail("导入文件不是有效的 JSON: " +
+                                                       parseError.errorString().toStdString()),
+                                  reply->mutable_error());
+        return grpc::Status::OK;
+    }
+    QString error;
+    const bool done = m_service->importDocument(caller, document.object(), &error);
+    CRecordCodec::encodeError(outcome(done, error), reply->mutable_error());
+    return grpc::Status::OK;
+}
+
+grpc::Status CAdminServer::ListAccounts(grpc::ServerContext* context,
+                                        const quotes::v1::ListAccountsRequest*,
+                                        quotes::v1::ListAccountsReply* reply) {
+    CCaller caller = CCaller::user(std::string(), {});
+    grpc::Status status = authenticate(context, &caller, nullptr);
+    if (!status.ok())
+        return status;
+    try {
+        CAccessPolicy::checkAdminister(caller, "管理账户");
+        for (const CAccount& account : m_accounts.accounts()) {
+            quotes::v1::Account* out = reply->add_accounts();
+            encodeAccount(account, out->mutable_user());
+            out->set_enabled(account.enabled);
+        }
+        CRecordCodec::encodeError(utils::RKError::ok(), reply->mutable_error());
+    } catch (const CServiceError& e) {
+        reply->clear_accounts();
+        CRecordCodec::encodeError(utils::RKError::fail(e.what()), reply->mutable_error());
+    }
+    return grpc::Status::OK;
+}
+
+grpc::Status CAdminServer::changeAccount(grpc::ServerContext* context, const std::string& what,
+                                         quotes::v1::AccountReply* reply,
+                                         const std::function<void()>& change) {
+    CCaller caller = CCaller::user(std::string(), {});
+    grpc::Status status = authenticate(context, &caller, nullptr);
+    if (!status.ok())
+        return status;
+    try {
+        CAccessPolicy::checkAdminister(caller, what);
+        change();
+        CRecordCodec::encodeError(utils::RKError::ok(), reply->mutable_error());
+    } catch (const CServiceError& e) {
+        CRecordCodec::encodeError(utils::RKError::fail(e.what()), reply->mutable_error());
+    }
+    return grpc::Status::OK;
+}
+
+grpc::Status CAdminServer::SetPassword(grpc::ServerContext* context,
+                                       const quotes::v1::SetPasswordRequest* request,
+                                       quotes::v1::AccountReply* reply) {
+    return changeAccount(context, "修改账户密码", reply, [&] {
+        m_accounts.setPassword(QString::fromStdString(request->name()), request->password());
+    });
+}
+
+grpc::Status CAdminServer::SetAccountEnabled(grpc::ServerContext* context,
+                                             const quotes::v1::SetAccountEnabledRequest* request,
+                                             quotes::v1::AccountReply* reply) {
+    return changeAccount(context, "启用或停用账户", reply, [&] {
+        m_accounts.setEnabled(QString::fromStdString(request->name()), request->enabled());
+    });
+}
+
+grpc::Status CAdminServer::SetRights(grpc::ServerContext* context,
+                                     const quotes::v1::SetRightsRequest* request,
+                                     quotes::v1::AccountReply* reply) {
+    return changeAccount(context, "修改账户权限", reply, [&] {
+        std::set<int> rights;
+        for (google::protobuf::int64 right : request->rights()) {
+            if (right < 0 || right > 0x7fffffff)
+                throw CServiceError("权限编号超出范围: " + std::to_string(right));
+            rights.insert(int(right));
+        }
+        m_accounts.setRights(QString::fromStdString(request->name()), rights);
+    });
+}

@@ -1,0 +1,80 @@
+#pragma once
+
+#include <QElapsedTimer>
+#include <atomic>
+#include <boost/shared_ptr.hpp>
+#include <string>
+
+#include "CAccount.h"
+#include "CCaller.h"
+#include "quotes.grpc.pb.h"
+
+class CAccountStore;
+class CLoginManager;
+class CQuotesService;
+
+// quotesd's side of the protocol: a thin transport over the data service. Every call but Login
+// and Ping authenticates its token first; the service then checks the account's rights on the
+// stored data (CAccessPolicy), so nothing here decides what an account may do.
+class CAdminServer final : public quotes::v1::QuotesAdmin::Service {
+public:
+    CAdminServer(boost::shared_ptr<CQuotesService> service, CLoginManager& logins,
+                 CAccountStore& accounts);
+
+    // From now on every new call is refused; calls already running finish.
+    void refuseNewCalls() { m_refusing = true; }
+
+    grpc::Status Login(grpc::ServerContext* context, const quotes::v1::LoginRequest* request,
+                       quotes::v1::LoginReply* reply) override;
+    grpc::Status Logout(grpc::ServerContext* context, const quotes::v1::LogoutRequest* request,
+                        quotes::v1::LogoutReply* reply) override;
+    grpc::Status Ping(grpc::ServerContext* context, const quotes::v1::PingRequest* request,
+                      quotes::v1::PingReply* reply) override;
+    grpc::Status Query(grpc::ServerContext* context, const quotes::v1::QueryRequest* request,
+                       grpc::ServerWriter<quotes::v1::QueryChunk>* writer) override;
+    grpc::Status Operate(grpc::ServerContext* context, const quotes::v1::OperateRequest* request,
+                         quotes::v1::OperateReply* reply) override;
+    grpc::Status Subsystems(grpc::ServerContext* context,
+                            const quotes::v1::SubsystemsRequest* request,
+                            quotes::v1::SubsystemsReply* reply) override;
+    grpc::Status LoginTypeAuth(grpc::ServerContext* context,
+                               const quotes::v1::LoginTypeAuthRequest* request,
+                               quotes::v1::LoginTypeAuthReply* reply) override;
+    grpc::Status ExportDocument(grpc::ServerContext* context,
+                                const quotes::v1::ExportRequest* request,
+                                quotes::v1::ExportReply* reply) override;
+    grpc::Status ImportDocument(grpc::ServerContext* context,
+                                const quotes::v1::ImportRequest* request,
+                                quotes::v1::ImportReply* reply) override;
+    grpc::Status ListAccounts(grpc::ServerContext* context,
+                              const quotes::v1::ListAccountsRequest* request,
+                              quotes::v1::ListAccountsReply* reply) override;
+    grpc::Status SetPassword(grpc::ServerContext* context,
+                             const quotes::v1::SetPasswordRequest* request,
+                             quotes::v1::AccountReply* reply) override;
+    grpc::Status SetAccountEnabled(grpc::ServerContext* context,
+                                   const quotes::v1::SetAccountEnabledRequest* request,
+                                   quotes::v1::AccountReply* reply) override;
+    grpc::Status SetRights(grpc::ServerContext* context,
+                           const quotes::v1::SetRightsRequest* request,
+                           quotes::v1::AccountReply* reply) override;
+
+    // The peer's address without its port ("ipv4:127.0.0.1:5000" -> "127.0.0.1").
+    static std::string peerAddress(const std::string& peer);
+
+private:
+    // The account behind the call's token; a non-OK status when there is none (or the server
+    // is stopping).
+    grpc::Status authenticate(grpc::ServerContext* context, CCaller* caller, CAccount* account);
+    grpc::Status refusing() const;
+    // Runs an account change after checking the administrator right; its outcome in reply.
+    grpc::Status changeAccount(grpc::ServerContext* context, const std::string& what,
+                               quotes::v1::AccountReply* reply,
+                               const std::function<void()>& change);
+
+    boost::shared_ptr<CQuotesService> m_service;
+    CLoginManager& m_logins;
+    CAccountStore& m_accounts;
+    QElapsedTimer m_started;
+    std::atomic<bool> m_refusing{false};
+};

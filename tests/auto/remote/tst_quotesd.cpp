@@ -1,0 +1,447 @@
+#include <grpcpp/grpcpp.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <QDir>
+#include <QFileInfo>
+#include <QtTest>
+#include <memory>
+
+#include "CRecordCodec.h"
+#include "CTlsIdentity.h"
+#include "QuotesdProcess.h"
+#include "RoleExpectations.h"
+#include "quotes.grpc.pb.h"
+
+using namespace RoleExpectations;
+namespace v1 = quotes::v1;
+
+namespace {
+
+const QString kAdminPassword = QStringLiteral("admin-password-1");
+
+QString rolePassword(const QString& role) {
+    return role == QLatin1String("admin") ? kAdminPassword : role + QStringLiteral("-password-1");
+}
+
+std::unique_ptr<v1::QuotesAdmin::Stub> stubFor(const QString& address,
+                                               std::shared_ptr<grpc::ChannelCredentials> creds) {
+    grpc::ChannelArguments arguments;
+    arguments.SetMaxSendMessageSize(64 * 1024 * 1024);
+    return v1::QuotesAdmin::NewStub(
+        grpc::CreateCustomChannel(address.toStdString(), creds, arguments));
+}
+
+std::shared_ptr<grpc::ChannelCredentials> trusting(const QByteArray& pem) {
+    grpc::SslCredentialsOptions options;
+    options.pem_root_certs = pem.toStdString();
+    return grpc::SslCredentials(options);
+}
+
+// A call's context with the deadline and, when given, the login token.
+std::unique_ptr<grpc::ClientContext> context(const std::string& token = std::string()) {
+    auto result = std::make_unique<grpc::ClientContext>();
+    result->set_deadline(std::chrono::system_clock::now() + std::chrono::seconds(20));
+    if (!token.empty())
+        result->AddMetadata("authorization", "Bearer " + token);
+    return result;
+}
+
+}  // namespace
+
+// quotesd end to end: a real server process on a loopback port, spoken to over TLS.
+class TestQuotesd : public QObject {
+    Q_OBJECT
+
+    QuotesdProcess m_server;
+    std::unique_ptr<v1::QuotesAdmin::Stub> m_stub;
+    std::map<QString, std::string> m_tokens;
+    int m_nextPort = 30000;
+
+    v1::LoginReply login(const QString& name, const QString& password,
+                         v1::QuotesAdmin::Stub* stub = nullptr) {
+        v1::LoginRequest request;
+        request.set_name(name.toStdString());
+        request.set_password(password.toStdString());
+        v1::LoginReply reply;
+        const grpc::Status status =
+            (stub ? stub : m_stub.get())->Login(context().get(), request, &reply);
+        if (!status.ok())
+            reply.mutable_error()->set_message("status " + status.error_message());
+        return reply;
+    }
+
+    std::string token(const QString& role) {
+        if (!m_tokens.count(role))
+            m_tokens[role] = login(role, rolePassword(role)).token();
+        return m_tokens[role];
+    }
+
+    grpc::Status query(const std::string& token, std::vector<v1::Record>* records,
+                       v1::QueryChunk* last = nullptr) {
+        v1::QueryRequest request;
+        request.set_data_type(12300);
+        request.mutable_target()->set_centre(true);
+        auto call = context(token);
+        auto reader = m_stub->Query(call.get(), request);
+        v1::QueryChunk chunk;
+        while (reader->Read(&chunk)) {
+            for (const auto& record : chunk.records())
+                records->push_back(record);
+            if (last)
+                *last = chunk;
+        }
+        return reader->Finish();
+    }
+
+    std::vector<rkservice::COrinQuoterSourceInfoPtr> sources(const std::string& token) {
+        std::vector<v1::Record> records;
+        query(token, &records);
+        std::vector<rkservice::COrinQuoterSourceInfoPtr> result;
+        for (const auto& record : records) {
+            rkservice::IDataPtr data;
+            if (CRecordCodec::decodeRecord(record, &data).isSuccess())
+                result.push_back(
+                    boost::dynamic_pointer_cast<rkservice::COrinQuoterSourceInfo>(data));
+        }
+        return result;
+    }
+
+    rkservice::COrinQuoterSourceInfoPtr stored(int id) {
+        for (const auto& source : sources(token("admin"))) {
+            if (source->m_nId == id)
+                return source;
+        }
+        return nullptr;
+    }
+
+    // The service's answer to a change (a transport failure reads as one too).
+    utils::RKError operate(const std::string& token, int operateType,
+                           const rkservice::IDataList& datas, bson::BSONObj* result = nullptr) {
+        rkservice::COperateDataReq request;
+        request.dataType = 12300;
+        request.operateType = operateType;
+        request.datas = datas;
+        v1::OperateRequest message;
+        const utils::RKError encoded =
+            CRecordCodec::encodeOperate(Hlx::CRequestTarget::centre(), request, &message);
+        if (!encoded.isSuccess())
+            return encoded;
+        v1::OperateReply reply;
+        const grpc::Status status = m_stub->Operate(context(token).get(), message, &reply);
+        if (!status.ok())
+            return utils::RKError::fail("status " + status.error_message());
+        if (result)
+            CRecordCodec::decodeResult(reply.result(), result);
+        return CRecordCodec::decodeError(reply.error());
+    }
+
+    int ownerAdd(const rkservice::COrinQuoterSourceInfoPtr& source) {
+        bson::BSONObj result;
+        if (!operate(token("admin"), 2, {source}, &result).isSuccess())
+            return -1;
+        return QString::fromStdString(result.getStringField("ids")).toInt();
+    }
+
+    void removeEverySource() {
+        rkservice::IDataList all;
+        for (const auto& source : sources(token("admin")))
+            all.push_back(panelDeleteRecord(*source));
+        if (!all.empty())
+            QVERIFY(operate(token("admin"), 3, all).isSuccess());
+    }
+
+private slots:
+    void initTestCase() {
+        QString output;
+        QVERIFY2(m_server.init(kAdminPassword, &output), qPrintable(output));
+        QVERIFY2(output.contains(QStringLiteral("SHA-256 fingerprint")), qPrintable(output));
+        for (const QString& role :
+             {QStringLiteral("futures_op"), QStringLiteral("stock_op"), QStringLiteral("viewer")})
+            QVERIFY(m_server.setPassword(role, rolePassword(role)));
+        QVERIFY2(m_server.start(), qPrintable(m_server.log()));
+        m_stub = stubFor(m_server.address(), trusting(m_server.certificatePem()));
+    }
+
+    void cleanupTestCase() {
+        if (m_server.isRunning())
+            QCOMPARE(m_server.stop(), 0);
+    }
+
+    void setUpOnceOnly() {
+        QString output;
+        QVERIFY(!m_server.init(kAdminPassword, &output));
+        QVERIFY2(output.contains(QStringLiteral("set up already")), qPrintable(output));
+        struct stat data;
+        QCOMPARE(::stat(QFile::encodeName(m_server.dataDir()).constData(), &data), 0);
+        QCOMPARE(int(data.st_mode & 0777), 0700);
+        struct stat key;
+        QCOMPARE(
+            ::stat(QFile::encodeName(QDir(m_server.dataDir()).filePath("quotesd.key")).constData(),
+                   &key),
+            0);
+        QCOMPARE(int(key.st_mode & 0777), 0600);
+    }
+
+    void shortAdminPasswordSetsNothingUp() {
+        QuotesdProcess fresh;
+        QString output;
+        QVERIFY(!fresh.init(QStringLiteral("too-short"), &output));
+        QVERIFY2(output.contains(QStringLiteral("密码至少需要 12 个字符")), qPrintable(output));
+        QVERIFY(!QFileInfo::exists(QDir(fresh.dataDir()).filePath(QStringLiteral("quotesd.key"))));
+        QVERIFY2(fresh.init(kAdminPassword, &output), qPrintable(output));
+    }
+
+    void refusesRoot() {
+        if (::geteuid() != 0)
+            QSKIP("only root can show that root is refused");
+        QProcess direct;
+        direct.start(qEnvironmentVariable("QUOTES_BINARY_DIR") + QStringLiteral("/bin/quotesd"),
+                     {QStringLiteral("--data"), m_server.dataDir()});
+        QVERIFY(direct.waitForFinished(30000));
+        QCOMPARE(direct.exitCode(), 2);
+        QVERIFY(direct.readAllStandardError().contains("refusing to run as root"));
+    }
+
+    void pingNeedsNoLoginButReadsDo() {
+        v1::PingReply ping;
+        QVERIFY(m_stub->Ping(context().get(), v1::PingRequest(), &ping).ok());
+        QCOMPARE(QString::fromStdString(ping.server_version()), QString(QUOTES_VERSION));
+        QVERIFY(QString::fromStdString(ping.database()).contains(m_server.dataDir()));
+        std::vector<v1::Record> records;
+        QCOMPARE(query(std::string(), &records).error_code(), grpc::StatusCode::UNAUTHENTICATED);
+        QCOMPARE(query("not-a-token", &records).error_code(), grpc::StatusCode::UNAUTHENTICATED);
+        v1::SubsystemsReply subsystems;
+        QCOMPARE(
+            m_stub->Subsystems(context().get(), v1::SubsystemsRequest(), &subsystems).error_code(),
+            grpc::StatusCode::UNAUTHENTICATED);
+    }
+
+    void loginGivesATokenAndTheAccount() {
+        const v1::LoginReply reply = login(QStringLiteral("stock_op"), rolePassword("stock_op"));
+        QVERIFY2(reply.error().success(), reply.error().message().c_str());
+        // 32 random bytes, base64url.
+        QVERIFY(reply.token().size() >= 43);
+        QCOMPARE(reply.account().name(), std::string("stock_op"));
+        QCOMPARE(reply.account().rights_size(), 3);
+        QCOMPARE(reply.subsystems_size(), 2);
+        QVERIFY(reply.login_type_auth().count(0));
+    }
+
+    void wrongLoginsLookAlike() {
+        for (const auto& [name, password] : std::vector<std::pair<QString, QString>>{
+                 {"viewer", "wrong-password-1"}, {"nobody-here", "wrong-password-1"}}) {
+            const v1::LoginReply reply = login(name, password);
+            QVERIFY(!reply.error().success());
+            QCOMPARE(QString::fromStdString(reply.error().message()), QString("用户名或密码错误"));
+            QVERIFY(reply.token().empty());
+        }
+    }
+
+    void roles_data() {
+        QTest::addColumn<QString>("role");
+        QTest::addColumn<int>("kind");
+        QTest::addColumn<QString>("outcome");
+        for (const auto& role : expected()) {
+            for (int kind = 0; kind < int(kinds().size()); ++kind)
+                QTest::newRow(qPrintable(role.first + '/' + kinds()[size_t(kind)].name))
+                    << role.first << kind << role.second.at(kind);
+        }
+    }
+
+    void roles() {
+        QFETCH(QString, role);
+        QFETCH(int, kind);
+        QFETCH(QString, outcome);
+        removeEverySource();
+        const Kind& of = kinds()[size_t(kind)];
+        const std::string mine = token(role);
+        QVERIFY(!mine.empty());
+
+        utils::RKError error = operate(mine, 2, {of.make(m_nextPort++)});
+        QCOMPARE(error.isSuccess(), outcome[0] == 'y');
+        if (!error.isSuccess())
+            QVERIFY2(QString::fromStdString(error.errorMsg()).startsWith("没有权限：添加"),
+                     error.errorMsg().c_str());
+        QCOMPARE(int(sources(token("admin")).size()), outcome[0] == 'y' ? 1 : 0);
+
+        const int modifiedId = ownerAdd(of.make(m_nextPort++));
+        QVERIFY(modifiedId > 0);
+        auto change = boost::make_shared<rkservice::COrinQuoterSourceInfo>(*stored(modifiedId));
+        change->m_strUserName = "changed";
+        error = operate(mine, 0, {change});
+        QCOMPARE(error.isSuccess(), outcome[1] == 'y');
+        QCOMPARE(stored(modifiedId)->m_strUserName == "changed", outcome[1] == 'y');
+
+        const int deletedId = ownerAdd(of.make(m_nextPort++));
+        QVERIFY(deletedId > 0);
+        error = operate(mine, 3, {panelDeleteRecord(*stored(deletedId))});
+        QCOMPARE(error.isSuccess(), outcome[2] == 'y');
+        QCOMPARE(!stored(deletedId), outcome[2] == 'y');
+    }
+
+    void passwordsOnlyForThoseWhoMayModify() {
+        removeEverySource();
+        auto source = addressSource(10000, 2, "192.0.2.40", 1);
+        source->m_strPassword = "marker-secret";
+        QVERIFY(ownerAdd(source) > 0);
+        QCOMPARE(sources(token("stock_op")).front()->m_strPassword, std::string("marker-secret"));
+        QCOMPARE(sources(token("futures_op")).front()->m_strPassword, std::string());
+        QCOMPARE(sources(token("viewer")).front()->m_strPassword, std::string());
+    }
+
+    void logoutEndsTheToken() {
+        const std::string once = login("viewer", rolePassword("viewer")).token();
+        std::vector<v1::Record> records;
+        QVERIFY(query(once, &records).ok());
+        v1::LogoutReply reply;
+        QVERIFY(m_stub->Logout(context(once).get(), v1::LogoutRequest(), &reply).ok());
+        QCOMPARE(query(once, &records).error_code(), grpc::StatusCode::UNAUTHENTICATED);
+    }
+
+    void accountChangesCountAtOnce() {
+        const std::string viewer = login("viewer", rolePassword("viewer")).token();
+        v1::SetRightsRequest rights;
+        rights.set_name("viewer");
+        rights.add_rights(10937);
+        v1::AccountReply reply;
+        QVERIFY(m_stub->SetRights(context(token("admin")).get(), rights, &reply).ok());
+        QVERIFY2(reply.error().success(), reply.error().message().c_str());
+        QVERIFY(operate(viewer, 2, {addressSource(10000, 2, "192.0.2.41", 1)}).isSuccess());
+        rights.clear_rights();
+        QVERIFY(m_stub->SetRights(context(token("admin")).get(), rights, &reply).ok());
+        QVERIFY(!operate(viewer, 2, {addressSource(10000, 2, "192.0.2.41", 2)}).isSuccess());
+
+        v1::SetAccountEnabledRequest disable;
+        disable.set_name("viewer");
+        disable.set_enabled(false);
+        QVERIFY(m_stub->SetAccountEnabled(context(token("admin")).get(), disable, &reply).ok());
+        QVERIFY2(reply.error().success(), reply.error().message().c_str());
+        std::vector<v1::Record> records;
+        QCOMPARE(query(viewer, &records).error_code(), grpc::StatusCode::UNAUTHENTICATED);
+        QVERIFY(!login("viewer", rolePassword("viewer")).error().success());
+        disable.set_enabled(true);
+        QVERIFY(m_stub->SetAccountEnabled(context(token("admin")).get(), disable, &reply).ok());
+        m_tokens.erase("viewer");
+        QVERIFY(!token("viewer").empty());
+    }
+
+    void administrationNeedsTheAdministratorRight() {
+        v1::ListAccountsReply accounts;
+        QVERIFY(m_stub
+                    ->ListAccounts(context(token("stock_op")).get(), v1::ListAccountsRequest(),
+                                   &accounts)
+                    .ok());
+        QCOMPARE(QString::fromStdString(accounts.error().message()), QString("没有权限：管理账户"));
+        QCOMPARE(accounts.accounts_size(), 0);
+        QVERIFY(
+            m_stub
+                ->ListAccounts(context(token("admin")).get(), v1::ListAccountsRequest(), &accounts)
+                .ok());
+        QCOMPARE(accounts.accounts_size(), 4);
+        v1::ExportReply exported;
+        QVERIFY(
+            m_stub->ExportDocument(context(token("viewer")).get(), v1::ExportRequest(), &exported)
+                .ok());
+        QCOMPARE(QString::fromStdString(exported.error().message()), QString("没有权限：导出数据"));
+        QVERIFY(exported.document().empty());
+    }
+
+    void malformedRequestsChangeNothing() {
+        removeEverySource();
+        v1::OperateRequest unknownType;
+        unknownType.set_data_type(9999);
+        unknownType.set_operate_type(2);
+        unknownType.mutable_target()->set_centre(true);
+        v1::OperateReply reply;
+        QCOMPARE(m_stub->Operate(context(token("admin")).get(), unknownType, &reply).error_code(),
+                 grpc::StatusCode::INVALID_ARGUMENT);
+
+        v1::OperateRequest unknownOperation = unknownType;
+        unknownOperation.set_data_type(12300);
+        unknownOperation.set_operate_type(7);
+        QCOMPARE(
+            m_stub->Operate(context(token("admin")).get(), unknownOperation, &reply).error_code(),
+            grpc::StatusCode::INVALID_ARGUMENT);
+
+        v1::OperateRequest outOfRange = unknownOperation;
+        outOfRange.set_operate_type(2);
+        v1::Record* record = outOfRange.add_records();
+        record->mutable_quote_source()->set_platform_id(10000);
+        record->mutable_quote_source()->set_trade_type(2);
+        record->mutable_quote_source()->set_port(int64_t(1) << 40);
+        QCOMPARE(m_stub->Operate(context(token("admin")).get(), outOfRange, &reply).error_code(),
+                 grpc::StatusCode::INVALID_ARGUMENT);
+
+        v1::ImportRequest oversized;
+        oversized.set_document(std::string(17 * 1024 * 1024, ' '));
+        v1::ImportReply imported;
+        QCOMPARE(m_stub->ImportDocument(context(token("admin")).get(), oversized, &imported)
+                     .error_code(),
+                 grpc::StatusCode::RESOURCE_EXHAUSTED);
+        QCOMPARE(int(sources(token("admin")).size()), 0);
+    }
+
+    void onlyTlsClientsThatTrustTheServer() {
+        v1::PingReply ping;
+        auto plaintext = stubFor(m_server.address(), grpc::InsecureChannelCredentials());
+        QVERIFY(!plaintext->Ping(context().get(), v1::PingRequest(), &ping).ok());
+        const CTlsIdentity other = CTlsIdentity::create();
+        QVERIFY(!other.isNull());
+        auto foreign = stubFor(m_server.address(), trusting(other.certificatePem()));
+        QVERIFY(!foreign->Ping(context().get(), v1::PingRequest(), &ping).ok());
+        QVERIFY(m_stub->Ping(context().get(), v1::PingRequest(), &ping).ok());
+    }
+
+    void repeatedFailuresAreRefusedForAWhile() {
+        QuotesdProcess server;
+        QVERIFY(server.init(kAdminPassword));
+        QVERIFY(server.start({QStringLiteral("--lockout-base-ms"), QStringLiteral("300")}));
+        auto stub = stubFor(server.address(), trusting(server.certificatePem()));
+        for (int i = 0; i < 5; ++i)
+            QCOMPARE(QString::fromStdString(
+                         login("admin", QStringLiteral("wrong-password-1"), stub.get())
+                             .error()
+                             .message()),
+                     QString("用户名或密码错误"));
+        const v1::LoginReply refused = login("admin", kAdminPassword, stub.get());
+        QCOMPARE(QString::fromStdString(refused.error().message()),
+                 QString("登录失败次数过多，请 1 秒后再试"));
+        QVERIFY(refused.token().empty());
+        // Once the interval has passed the right password is taken again.
+        QTRY_VERIFY_WITH_TIMEOUT(login("admin", kAdminPassword, stub.get()).error().success(),
+                                 10000);
+        QCOMPARE(server.stop(), 0);
+    }
+
+    // Last: it stops the server. A call in flight when SIGTERM comes is answered in full.
+    void sigtermLetsACallInFlightFinish() {
+        removeEverySource();
+        rkservice::IDataList many;
+        for (int i = 0; i < 5000; ++i)
+            many.push_back(addressSource(10000, 2, "192.0.2.50", 1 + i));
+        QVERIFY(operate(token("admin"), 2, many).isSuccess());
+        v1::QueryRequest request;
+        request.set_data_type(12300);
+        request.mutable_target()->set_centre(true);
+        auto call = context(token("admin"));
+        auto reader = m_stub->Query(call.get(), request);
+        v1::QueryChunk chunk;
+        QVERIFY(reader->Read(&chunk));
+        int received = chunk.records_size();
+        const qint64 pid = m_server.processId();
+        QVERIFY(pid > 0);
+        ::kill(pid_t(pid), SIGTERM);
+        while (reader->Read(&chunk))
+            received += chunk.records_size();
+        QVERIFY(reader->Finish().ok());
+        QCOMPARE(received, 5000);
+        QCOMPARE(int(chunk.total_count()), 5000);
+        QCOMPARE(m_server.stop(), 0);
+        QVERIFY(m_server.log().contains("stopped"));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestQuotesd)
+#include "tst_quotesd.moc"

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <QProcess>
+#include <QString>
+#include <QStringList>
+#include <QTemporaryDir>
+
+// A real quotesd on a free loopback port, set up in a temporary directory and run as the
+// unprivileged user nobody when the tests run as root (quotesd refuses root).
+class QuotesdProcess {
+public:
+    QuotesdProcess();
+    ~QuotesdProcess();
+    QuotesdProcess(const QuotesdProcess&) = delete;
+    QuotesdProcess& operator=(const QuotesdProcess&) = delete;
+
+    // quotesd with the arguments and standard input; its exit code, -1 when it did not finish.
+    int run(const QStringList& arguments, const QByteArray& input = QByteArray(),
+            QString* output = nullptr) const;
+    // init with admin's password; false with the output in *output when it failed.
+    bool init(const QString& adminPassword, QString* output = nullptr) const;
+    bool setPassword(const QString& account, const QString& password) const;
+
+    // Serves on 127.0.0.1 on a port of its choosing; waits until it listens.
+    bool start(const QStringList& extraArguments = QStringList());
+    // SIGTERM, then waits for the exit; the exit code (-1 when it had to be killed).
+    int stop();
+    void kill();
+    void suspend();
+    void resume();
+    bool isRunning() const;
+    qint64 processId() const { return m_server.processId(); }
+
+    QString address() const { return QStringLiteral("127.0.0.1:%1").arg(m_port); }
+    int port() const { return m_port; }
+    QString dataDir() const;
+    QByteArray certificatePem() const;
+    // Everything the server wrote to its standard error so far.
+    QString log();
+
+private:
+    QStringList command(const QStringList& arguments) const;
+
+    QTemporaryDir m_base;
+    bool m_asNobody = false;
+    QProcess m_server;
+    QString m_log;
+    int m_port = 0;
+};
