@@ -465,8 +465,7 @@ RKError CRemoteAdmin::tryServers(size_t first, const std::string& token, const R
     std::string reasons;
     for (size_t i = 0; i < m_endpoints.size() && !m_closed; ++i) {
         const size_t server = (first + i) % m_endpoints.size();
-        const Deadline deadline = std::chrono::system_clock::now() + m_deadline;
-        const grpc::Status status = attempt(server, token, deadline, rpc);
+        const grpc::Status status = readFrom(server, token, rpc);
         if (status.ok()) {
             *answered = server;
             return RKError::ok();
@@ -480,11 +479,26 @@ RKError CRemoteAdmin::tryServers(size_t first, const std::string& token, const R
     return RKError::fail(m_closed ? std::string(kClosed) : kUnreachable + reasons);
 }
 
+// A read found its connection gone (the server restarted since the last call, or the channel
+// still remembers a failure): it is repeated once on a new channel within the same deadline,
+// so that a server that is back answers at once.
+grpc::Status CRemoteAdmin::readFrom(size_t server, const std::string& token, const Rpc& rpc) {
+    const Deadline deadline = std::chrono::system_clock::now() + m_deadline;
+    grpc::Status status = attempt(server, token, deadline, rpc);
+    if (status.error_code() == grpc::StatusCode::UNAVAILABLE && !m_closed) {
+        dropChannel(server);
+        status = attempt(server, token, deadline, rpc);
+    }
+    return status;
+}
+
 RKError CRemoteAdmin::change(const Rpc& rpc) {
     std::string token;
     RKError refusal;
     if (!admit(true, &token, &refusal))
         return refusal;
+    if (m_endpoints.empty())
+        return RKError::fail(std::string(kUnreachable) + "：未配置服务器地址");
     const size_t server = m_current;
     const Deadline deadline = std::chrono::system_clock::now() + m_deadline;
     // Connected first, so that a server that cannot be reached is told apart from a change

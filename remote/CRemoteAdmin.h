@@ -107,6 +107,7 @@ private:
     utils::RKError change(const Rpc& rpc);
     utils::RKError tryServers(size_t first, const std::string& token, const Rpc& rpc,
                               size_t* answered);
+    grpc::Status readFrom(size_t server, const std::string& token, const Rpc& rpc);
     grpc::Status attempt(size_t server, const std::string& token, Deadline deadline,
                          const Rpc& rpc);
     utils::RKError connect(size_t server, Deadline deadline);

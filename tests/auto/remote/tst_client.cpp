@@ -180,20 +180,26 @@ private slots:
         QCOMPARE(m_first->totalCalls(), before);
     }
 
-    void cacheAnswersWithTheServerStopped() {
+    void cacheAnswersWithoutTheServer() {
         auto admin = loggedIn({m_first->address()});
         QVERIFY(admin->isLoggedIn());
         const int before = m_first->totalCalls();
-        m_first->stop();
+        // A call that reached a stalled server would be counted and would hang.
+        m_first->setStalling(true);
         QElapsedTimer timer;
         timer.start();
         for (int i = 0; i < 100; ++i) {
             QCOMPARE(admin->subsystems().size(), size_t(2));
             QVERIFY(admin->hasClientLoginTypeAuth(0));
+            QVERIFY(admin->account());
         }
         QVERIFY2(timer.elapsed() < 200, qPrintable(QString::number(timer.elapsed())));
-        QVERIFY(m_first->start());
         QCOMPARE(m_first->totalCalls(), before);
+        m_first->stop();
+        QCOMPARE(admin->subsystems().size(), size_t(2));
+        QVERIFY(admin->hasClientLoginTypeAuth(0));
+        QVERIFY(!admin->hasClientLoginTypeAuth(3));
+        QCOMPARE(m_first->stalledCount(), 0);
     }
 
     void refreshSessionRereadsTheCache() {
@@ -336,6 +342,17 @@ private slots:
         QCOMPARE(m_first->calls("Operate"), 1);
     }
 
+    void restartedServerAnswersTheNextRequest() {
+        auto admin = loggedIn({m_first->address()});
+        for (int i = 0; i < 5; ++i) {
+            QVERIFY(queryOnce(admin.get()).isSuccess());
+            m_first->stop();
+            QVERIFY(m_first->start());
+            const RKError error = queryOnce(admin.get());
+            QVERIFY2(error.isSuccess(), text(error));
+        }
+    }
+
     void serverStoppedDuringACallAnswersOnce() {
         auto admin = loggedIn({m_first->address()});
         m_first->setStalling(true);
@@ -371,6 +388,9 @@ private slots:
         QCOMPARE(m_second->calls("Query"), 1);
         QCOMPARE(m_second->calls("Login"), 0);  // the same token serves on the second server
         QCOMPARE(admin->currentServer(), m_second->address());
+        // Changes follow to the server that answers now.
+        QVERIFY(operateOnce(admin.get()).isSuccess());
+        QCOMPARE(m_second->calls("Operate"), 1);
     }
 
     void stalledQueryMovesOnToTheSecondServer() {
@@ -556,6 +576,18 @@ private slots:
         const RKError error = admin->importDocument(huge);
         QVERIFY2(text(error).contains("16 MiB"), text(error));
         QCOMPARE(m_first->calls("ImportDocument"), 0);
+    }
+
+    void oversizedChangeIsRefusedWithoutBeingSent() {
+        auto admin = loggedIn({m_first->address()});
+        rkservice::COperateDataReq request = addRequest(1);
+        boost::static_pointer_cast<rkservice::COrinQuoterSourceInfo>(request.datas[0])
+            ->m_strMarkets = std::string(CRecordCodec::kMaxMessageBytes + 1024, 'S');
+        const RKError error = admin->operate(Hlx::CRequestTarget::centre(), request, nullptr);
+        QVERIFY2(text(error).contains("16 MiB"), text(error));
+        QCOMPARE(m_first->calls("Operate"), 0);
+        // The connection stays usable.
+        QVERIFY(operateOnce(admin.get()).isSuccess());
     }
 
     void accountsAreListedAndChanged() {
