@@ -256,6 +256,22 @@ private slots:
         }
     }
 
+    void brokenStreamIsAnError() {
+        m_first->setQueryAnswer(rkservice::kDataQuoteSources, sources(1200));
+        auto admin = loggedIn({m_first->address()});
+        for (auto fault : {FakeQuotesServer::StreamFault::NoLastChunk,
+                           FakeQuotesServer::StreamFault::ChunkAfterLast}) {
+            m_first->setStreamFault(fault);
+            rkservice::IDataList datas;
+            const RKError error = queryOnce(admin.get(), &datas);
+            QVERIFY(!error.isSuccess());
+            QVERIFY2(text(error).contains("查询结果"), text(error));
+            QVERIFY(datas.empty());
+        }
+        m_first->setStreamFault(FakeQuotesServer::StreamFault::None);
+        QVERIFY(queryOnce(admin.get()).isSuccess());
+    }
+
     void queryRefusalPassesTheServersText() {
         m_first->setQueryAnswer(rkservice::kDataQuoteSources, {}, RKError::fail("没有查询权限"));
         auto admin = loggedIn({m_first->address()});
@@ -364,6 +380,15 @@ private slots:
         QVERIFY2(startsWith(error, CRemoteAdmin::kUnreachable), text(error));
         QVERIFY(m_first->start());
         QVERIFY(queryOnce(admin.get()).isSuccess());
+    }
+
+    void loginMovesOnFromAStalledServer() {
+        m_first->setStalling(true);
+        auto admin = client({m_first->address(), m_second->address()}, kShortDeadline);
+        const RKError error = admin->login("admin", "secret");
+        QVERIFY2(error.isSuccess(), text(error));
+        QCOMPARE(admin->currentServer(), m_second->address());
+        QCOMPARE(m_first->calls("Login"), 1);
     }
 
     void loginMovesOnToTheSecondServer() {

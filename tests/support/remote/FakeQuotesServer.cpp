@@ -113,6 +113,11 @@ void FakeQuotesServer::setQueryAnswer(int dataType, const rkservice::IDataList& 
     m_queryAnswers[dataType] = answer;
 }
 
+void FakeQuotesServer::setStreamFault(StreamFault fault) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_streamFault = fault;
+}
+
 void FakeQuotesServer::setOperateAnswer(const utils::RKError& error, const std::vector<int>& ids) {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_operateError = error;
@@ -265,31 +270,46 @@ grpc::Status FakeQuotesServer::Query(grpc::ServerContext* context, const v1::Que
     if (!entered.ok())
         return entered;
     QueryAnswer answer;
+    StreamFault fault;
     {
         std::lock_guard<std::mutex> lock(m_mutex);
         answer = m_queryAnswers[static_cast<int>(request->data_type())];
+        fault = m_streamFault;
     }
     std::vector<int> sizes;
-    const int total = answer.records.size();
-    int sent = 0;
-    do {
-        v1::QueryChunk chunk;
-        const int count = std::min(CRecordCodec::kMaxChunkRecords, total - sent);
-        for (int i = 0; i < count; ++i)
-            *chunk.add_records() = answer.records.Get(sent + i);
-        sent += count;
-        if (sent == total) {
-            chunk.set_last(true);
-            fill(chunk.mutable_error(), answer.error);
-            chunk.set_total_count(total + answer.countOffset);
-        }
-        sizes.push_back(count);
+    for (const v1::QueryChunk& chunk : chunks(answer, fault)) {
+        sizes.push_back(chunk.records_size());
         if (!writer->Write(chunk))
             return grpc::Status(grpc::StatusCode::CANCELLED, "client gone");
-    } while (sent < total);
+    }
     std::lock_guard<std::mutex> lock(m_mutex);
     m_lastChunkSizes = sizes;
     return grpc::Status::OK;
+}
+
+// At most kMaxChunkRecords a chunk; the last one (also when there are no records) carries the
+// error and the total.
+std::vector<v1::QueryChunk> FakeQuotesServer::chunks(const QueryAnswer& answer,
+                                                     StreamFault fault) const {
+    std::vector<v1::QueryChunk> chunks;
+    const int total = answer.records.size();
+    int sent = 0;
+    do {
+        chunks.emplace_back();
+        const int count = std::min(CRecordCodec::kMaxChunkRecords, total - sent);
+        for (int i = 0; i < count; ++i)
+            *chunks.back().add_records() = answer.records.Get(sent + i);
+        sent += count;
+    } while (sent < total);
+    v1::QueryChunk& last = chunks.back();
+    if (fault != StreamFault::NoLastChunk) {
+        last.set_last(true);
+        fill(last.mutable_error(), answer.error);
+        last.set_total_count(total + answer.countOffset);
+    }
+    if (fault == StreamFault::ChunkAfterLast)
+        chunks.push_back(chunks.front());
+    return chunks;
 }
 
 grpc::Status FakeQuotesServer::Operate(grpc::ServerContext* context,

@@ -46,9 +46,13 @@ public:
     void setSubsystems(const std::vector<Hlx::SubsystemInfo>& subsystems);
     void setLoginTypeAuth(const std::map<int, bool>& auth);
 
+    // How a broken server may end a query's stream.
+    enum class StreamFault { None, NoLastChunk, ChunkAfterLast };
+
     // Data. countOffset is added to the total the last chunk announces.
     void setQueryAnswer(int dataType, const rkservice::IDataList& records,
                         const utils::RKError& error = utils::RKError(), int countOffset = 0);
+    void setStreamFault(StreamFault fault);
     void setOperateAnswer(const utils::RKError& error, const std::vector<int>& ids = {});
     void setExportDocument(const std::string& json);
     quotes::v1::OperateRequest lastOperate() const;
@@ -117,6 +121,7 @@ private:
     grpc::Status enter(grpc::ServerContext* context, const std::string& method,
                        bool needsToken = true);
     grpc::Status authorize(const grpc::ServerContext* context) const;
+    std::vector<quotes::v1::QueryChunk> chunks(const QueryAnswer& answer, StreamFault fault) const;
     grpc::Status setAccount(const std::string& name, const std::function<void(AccountEntry*)>& edit,
                             quotes::v1::AccountReply* reply);
 
@@ -137,6 +142,7 @@ private:
     std::vector<Hlx::SubsystemInfo> m_subsystems;
     std::map<int, bool> m_loginTypeAuth;
     std::map<int, QueryAnswer> m_queryAnswers;
+    StreamFault m_streamFault = StreamFault::None;
     utils::RKError m_operateError;
     std::vector<int> m_operateIds;
     std::string m_exportDocument = "{}";
