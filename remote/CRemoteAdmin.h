@@ -1,0 +1,146 @@
+#pragma once
+
+#include <grpcpp/grpcpp.h>
+
+#include <QJsonObject>
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "Hlx/IQuotesAdmin.h"
+#include "quotes.grpc.pb.h"
+#include "rkservice/CUserInfo.h"
+
+// The administration of quotesd over gRPC with TLS, for the console and quotesctl.
+//
+// Several servers may share one database: login and reads move on to the next server when one
+// cannot be reached; a change goes to the current server once and is never resent, because a
+// change whose answer was lost may have been applied. Every call has a deadline and answers
+// exactly once, on the calling thread. The session (token, account, sub-systems, login types)
+// is cached at login, so subsystems() and hasClientLoginTypeAuth() never touch the network.
+// Thread-safe: the client centre's workers call it concurrently.
+class CRemoteAdmin : public Hlx::IQuotesAdmin {
+public:
+    // The beginnings of the texts the operator sees (details follow), for callers that react
+    // to a kind of failure.
+    static const char* const kUnreachable;     // 无法连接服务器
+    static const char* const kOutcomeUnknown;  // 无法确认操作结果，请刷新后检查
+    static const char* const kLoginExpired;    // 登录已过期，请重新登录
+    static const char* const kUnsupported;     // 服务器不支持此操作
+    static const char* const kNotLoggedIn;     // 尚未登录服务器
+    static const char* const kClosed;          // 客户端已关闭
+
+    // An account as the server lists it.
+    struct Account {
+        rkservice::CUserInfoPtr user;
+        bool enabled = true;
+    };
+
+    // servers: "host:port", tried in this order. caPem: the certificate (or CA) to trust; empty
+    // trusts the system's roots. deadline: of each attempt on one server.
+    CRemoteAdmin(std::vector<std::string> servers, std::string caPem,
+                 std::chrono::milliseconds deadline = std::chrono::seconds(10));
+    ~CRemoteAdmin() override;
+    CRemoteAdmin(const CRemoteAdmin&) = delete;
+    CRemoteAdmin& operator=(const CRemoteAdmin&) = delete;
+
+    // Session. The password is used for the call only.
+    utils::RKError login(const std::string& name, const std::string& password);
+    utils::RKError logout();
+    bool isLoggedIn() const;
+    rkservice::CUserInfoPtr account() const;
+    // The server answering now ("host:port").
+    std::string currentServer() const;
+    // Called once when the server ends the session (expired or logged out elsewhere), on the
+    // thread of the call that found out; the next successful login arms it again.
+    void setLoginExpiredHandler(std::function<void()> handler);
+    // Reads the sub-systems and login types again into the cache.
+    utils::RKError refreshSession();
+    // Cancels every call in flight (each answers at once) and refuses new ones. For quitting.
+    void shutdown();
+    int callsInFlight() const;
+
+    // Accounts.
+    utils::RKError accounts(std::vector<Account>* accounts);
+    utils::RKError setPassword(const std::string& name, const std::string& password);
+    utils::RKError setAccountEnabled(const std::string& name, bool enabled);
+    utils::RKError setRights(const std::string& name, const std::set<int>& rights, int systemId);
+
+    // Hlx::IQuotesAdmin
+    utils::RKError query(const Hlx::CRequestTarget& target,
+                         const rkservice::COrinQueryDataReq& request,
+                         std::vector<rkservice::IDataPtr>* datas) override;
+    utils::RKError operate(const Hlx::CRequestTarget& target,
+                           const rkservice::COperateDataReq& request,
+                           bson::BSONObj* result) override;
+    std::vector<Hlx::SubsystemInfo> subsystems() const override;
+    bool hasClientLoginTypeAuth(int loginType) const override;
+    utils::RKError users(std::vector<rkservice::CUserInfoPtr>* users) override;
+    utils::RKError setSubsystems(const std::vector<Hlx::SubsystemInfo>& subsystems) override;
+    utils::RKError setLoginTypeAuth(int loginType, bool granted) override;
+    utils::RKError exportDocument(QJsonObject* document) override;
+    utils::RKError importDocument(const QJsonObject& document) override;
+    utils::RKError checkIntegrity() override;
+    utils::RKError status(Hlx::CServiceStatus* status) override;
+
+private:
+    using Stub = quotes::v1::QuotesAdmin::Stub;
+    using Deadline = std::chrono::system_clock::time_point;
+    // One remote call on a stub; outputs are reset by the call itself, as it may be repeated
+    // on another server.
+    using Rpc = std::function<grpc::Status(Stub*, grpc::ClientContext*)>;
+
+    struct Endpoint {
+        std::string address;
+        std::shared_ptr<grpc::Channel> channel;
+        std::shared_ptr<Stub> stub;
+    };
+
+    // Reads: the current server, then the others. Changes: the current server, once.
+    utils::RKError read(const Rpc& rpc, bool needsToken);
+    utils::RKError change(const Rpc& rpc);
+    utils::RKError tryServers(size_t first, const std::string& token, const Rpc& rpc,
+                              size_t* answered);
+    grpc::Status readFrom(size_t server, const std::string& token, const Rpc& rpc);
+    grpc::Status attempt(size_t server, const std::string& token, Deadline deadline,
+                         const Rpc& rpc);
+    utils::RKError connect(size_t server, Deadline deadline);
+
+    bool admit(bool needsToken, std::string* token, utils::RKError* refusal) const;
+    bool track(grpc::ClientContext* context);
+    void untrack(grpc::ClientContext* context);
+
+    std::shared_ptr<grpc::Channel> channel(size_t server, std::shared_ptr<Stub>* stub);
+    void dropChannel(size_t server);
+    std::shared_ptr<grpc::Channel> newChannel(const std::string& address) const;
+
+    utils::RKError failure(size_t server, const grpc::Status& status, const std::string& token);
+    std::string unreachableReason(const grpc::Status& status) const;
+    void sessionEnded(const std::string& token);
+    utils::RKError cacheSession(const quotes::v1::LoginReply& reply, size_t server);
+
+    const std::chrono::milliseconds m_deadline;
+    const std::string m_caPem;
+    std::atomic<size_t> m_current{0};
+    std::atomic<bool> m_closed{false};
+
+    mutable std::mutex m_channelMutex;
+    std::vector<Endpoint> m_endpoints;
+
+    mutable std::mutex m_callMutex;
+    std::set<grpc::ClientContext*> m_calls;
+
+    mutable std::mutex m_sessionMutex;
+    std::string m_token;
+    bool m_expired = false;
+    rkservice::CUserInfoPtr m_account;
+    std::vector<Hlx::SubsystemInfo> m_subsystems;
+    std::map<int, bool> m_loginTypeAuth;
+    std::function<void()> m_expiredHandler;
+};
