@@ -11,6 +11,7 @@
 #include "CDataTransfer.h"
 #include "CEmbeddedAdmin.h"
 #include "CQuotesService.h"
+#include "CRemoteAdmin.h"
 #include "rkservice/CLevel2Token.h"
 #include "rkservice/COrinBrokerInfo.h"
 #include "rkservice/COrinPlatformInfo.h"
@@ -39,6 +40,8 @@ int width(const QString& text) {
 QString CQuotesCtl::helpText() {
     return QStringLiteral(
                "Usage: quotesctl [--data DIR | --db URL] COMMAND [ARGS]\n"
+               "       quotesctl --server HOST:PORT [--server HOST:PORT]... [--ca FILE]\n"
+               "                 --login NAME --login-password-file FILE|- COMMAND [ARGS]\n"
                "\n"
                "Manages the quote sources (行情源) of the platform's data service.\n"
                "\n"
@@ -46,6 +49,13 @@ QString CQuotesCtl::helpText() {
                "  --data DIR   data directory holding quotes.db (default: the console's, %1)\n"
                "  --db URL     a database URL instead, e.g.\n"
                "               postgresql://user@/dbname?host=/run/postgresql&port=5432\n"
+               "  --server HOST:PORT  a quotesd server instead (several: logins and reads move on\n"
+               "               to the next when one is down; a change is never sent twice)\n"
+               "  --ca FILE    the server's certificate (PEM) to trust; default: the system's\n"
+               "  --login NAME the account to log in as\n"
+               "  --login-password-file FILE\n"
+               "               its password: the first line of FILE, or of standard input for -\n"
+               "               (never a command-line argument)\n"
                "  -h, --help   this text\n"
                "\n"
                "Commands:\n"
@@ -93,7 +103,7 @@ QString CQuotesCtl::helpText() {
                "  0  success\n"
                "  1  the service refused the request or the database failed (message on stderr)\n"
                "  2  bad command line\n"
-               "  3  the database cannot be opened\n")
+               "  3  the database cannot be opened, or the server reached or logged in to\n")
         .arg(CQuotesService::defaultDataDir());
 }
 
@@ -183,26 +193,49 @@ int CQuotesCtl::run(const QStringList& arguments) {
     CServiceOptions options;
     bool haveData = false;
     bool haveDb = false;
+    static const QStringList globals = {
+        QStringLiteral("--data"),   QStringLiteral("--db"),
+        QStringLiteral("--server"), QStringLiteral("--ca"),
+        QStringLiteral("--login"),  QStringLiteral("--login-password-file")};
     while (!rest.isEmpty() && rest.front().startsWith(QLatin1Char('-'))) {
         const QString option = rest.takeFirst();
         if (option == QLatin1String("--help") || option == QLatin1String("-h")) {
             print(helpText());
             return kOk;
         }
-        if (option != QLatin1String("--data") && option != QLatin1String("--db"))
+        if (!globals.contains(option))
             return usage(QStringLiteral("unknown option %1").arg(option));
         if (rest.isEmpty() || rest.front().isEmpty())
             return usage(QStringLiteral("option %1 needs a value").arg(option));
+        const QString value = rest.takeFirst();
         if (option == QLatin1String("--data")) {
-            options.dataDir = rest.takeFirst();
+            options.dataDir = value;
             haveData = true;
-        } else {
-            options.dbUrl = rest.takeFirst();
+        } else if (option == QLatin1String("--db")) {
+            options.dbUrl = value;
             haveDb = true;
+        } else if (option == QLatin1String("--server")) {
+            m_remote.servers << value;
+        } else if (option == QLatin1String("--ca")) {
+            m_remote.caFile = value;
+        } else if (option == QLatin1String("--login")) {
+            m_remote.login = value;
+        } else {
+            m_remote.passwordFile = value;
         }
     }
     if (haveData && haveDb)
         return usage(QStringLiteral("--data and --db exclude each other"));
+    if (!m_remote.servers.isEmpty() && (haveData || haveDb))
+        return usage(QStringLiteral("--server excludes --data and --db"));
+    if (m_remote.servers.isEmpty() && (!m_remote.caFile.isEmpty() || !m_remote.login.isEmpty() ||
+                                       !m_remote.passwordFile.isEmpty()))
+        return usage(QStringLiteral("--ca, --login and --login-password-file need --server"));
+    if (!m_remote.servers.isEmpty() &&
+        (m_remote.login.isEmpty() || m_remote.passwordFile.isEmpty()))
+        return usage(
+            QStringLiteral("--server needs --login NAME and --login-password-file FILE (or - for "
+                           "standard input)"));
     if (rest.isEmpty())
         return usage(QStringLiteral("no command given"));
     const QString command = rest.takeFirst();
@@ -315,20 +348,73 @@ int CQuotesCtl::run(const QStringList& arguments) {
     } catch (const QString& message) {
         return usage(message);
     }
+    if (handler == &CQuotesCtl::importAll && m_positional.value(0) == QLatin1String("-") &&
+        m_remote.passwordFile == QLatin1String("-"))
+        return usage(QStringLiteral("only one input may be read from standard input"));
     QString error;
-    // On its own database file quotesctl acts with every right: its user could change the file
-    // anyway.
-    const boost::shared_ptr<CQuotesService> service = CQuotesService::open(options, &error);
-    if (!service) {
+    m_admin = m_remote.servers.isEmpty() ? openEmbedded(options, &error) : openRemote(&error);
+    if (!m_admin) {
         writeOut(stderr, QStringLiteral("quotesctl: %1\n").arg(error));
         return kUnavailable;
     }
-    m_admin = CEmbeddedAdmin::asOwner(service);
     try {
         return (this->*handler)();
     } catch (const QString& message) {
         return usage(message);
     }
+}
+
+boost::shared_ptr<Hlx::IQuotesAdmin> CQuotesCtl::openEmbedded(const CServiceOptions& options,
+                                                              QString* error) {
+    // On its own database file quotesctl acts with every right: its user could change the file
+    // anyway.
+    const boost::shared_ptr<CQuotesService> service = CQuotesService::open(options, error);
+    if (!service)
+        return nullptr;
+    return CEmbeddedAdmin::asOwner(service);
+}
+
+boost::shared_ptr<Hlx::IQuotesAdmin> CQuotesCtl::openRemote(QString* error) {
+    QByteArray ca;
+    if (!m_remote.caFile.isEmpty()) {
+        QFile file(m_remote.caFile);
+        if (!file.open(QIODevice::ReadOnly)) {
+            *error = QStringLiteral("无法读取证书文件: %1").arg(m_remote.caFile);
+            return nullptr;
+        }
+        ca = file.readAll();
+    }
+    QByteArray password;
+    if (!readSecret(m_remote.passwordFile, &password)) {
+        *error = QStringLiteral("无法读取密码文件: %1").arg(m_remote.passwordFile);
+        return nullptr;
+    }
+    std::vector<std::string> servers;
+    for (const QString& server : m_remote.servers)
+        servers.push_back(server.toStdString());
+    auto remote = boost::make_shared<CRemoteAdmin>(servers, ca.toStdString());
+    const utils::RKError login =
+        remote->login(m_remote.login.toStdString(), password.toStdString());
+    password.fill('\0');
+    if (!login.isSuccess()) {
+        *error = QString::fromStdString(login.errorMsg());
+        return nullptr;
+    }
+    return remote;
+}
+
+bool CQuotesCtl::readSecret(const QString& name, QByteArray* secret) {
+    QFile file;
+    const bool opened = name == QLatin1String("-")
+                            ? file.open(stdin, QIODevice::ReadOnly)
+                            : (file.setFileName(name), file.open(QIODevice::ReadOnly));
+    if (!opened)
+        return false;
+    // The first line; a trailing line end is not part of the secret.
+    *secret = file.readLine();
+    while (secret->endsWith('\n') || secret->endsWith('\r'))
+        secret->chop(1);
+    return true;
 }
 
 int CQuotesCtl::sourcesList() {

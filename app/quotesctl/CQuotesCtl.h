@@ -5,6 +5,7 @@
 #include <boost/shared_ptr.hpp>
 #include <map>
 
+struct CServiceOptions;
 namespace Hlx {
 class IQuotesAdmin;
 }
@@ -43,6 +44,11 @@ private:
     int integrity();
     int ping();
 
+    boost::shared_ptr<Hlx::IQuotesAdmin> openEmbedded(const CServiceOptions& options,
+                                                      QString* error);
+    boost::shared_ptr<Hlx::IQuotesAdmin> openRemote(QString* error);
+    static bool readSecret(const QString& name, QByteArray* secret);
+
     int usage(const QString& message);
     int refused(const QString& message);
     void print(const QString& text);
@@ -51,6 +57,12 @@ private:
 
     // Every command goes through the administration interface, embedded or remote alike.
     boost::shared_ptr<Hlx::IQuotesAdmin> m_admin;
+    struct Remote {
+        QStringList servers;
+        QString caFile;
+        QString login;
+        QString passwordFile;
+    } m_remote;
     std::map<QString, QString> m_options;
     QStringList m_positional;
 };

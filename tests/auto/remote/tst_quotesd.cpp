@@ -5,6 +5,8 @@
 
 #include <QDir>
 #include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
 #include <QtTest>
 #include <memory>
 
@@ -413,6 +415,58 @@ private slots:
         QTRY_VERIFY_WITH_TIMEOUT(login("admin", kAdminPassword, stub.get()).error().success(),
                                  10000);
         QCOMPARE(server.stop(), 0);
+    }
+
+    // quotesctl runs every command through the server with the account's rights.
+    void quotesctlThroughTheServer() {
+        removeEverySource();
+        QTemporaryDir dir;
+        const QString ca = dir.filePath(QStringLiteral("ca.pem"));
+        const QString password = dir.filePath(QStringLiteral("password"));
+        QFile caFile(ca);
+        QVERIFY(caFile.open(QIODevice::WriteOnly));
+        caFile.write(m_server.certificatePem());
+        caFile.close();
+        const auto ctl = [&](const QString& login, const QString& secret,
+                             const QStringList& command, QByteArray* out = nullptr) {
+            QFile file(password);
+            file.open(QIODevice::WriteOnly | QIODevice::Truncate);
+            file.write(secret.toUtf8() + '\n');
+            file.close();
+            QProcess process;
+            process.start(
+                qEnvironmentVariable("QUOTES_BINARY_DIR") + QStringLiteral("/bin/quotesctl"),
+                QStringList{QStringLiteral("--server"), m_server.address(), QStringLiteral("--ca"),
+                            ca, QStringLiteral("--login"), login,
+                            QStringLiteral("--login-password-file"), password} +
+                    command);
+            process.waitForFinished(60000);
+            if (out)
+                *out = process.readAllStandardOutput() + process.readAllStandardError();
+            return process.exitCode();
+        };
+        QByteArray out;
+        QCOMPARE(ctl("stock_op", rolePassword("stock_op"),
+                     {"sources", "add", "--platform", "10000", "--trade-type", "2", "--address",
+                      "192.0.2.60", "--port", "9000"},
+                     &out),
+                 0);
+        const int id = out.trimmed().toInt();
+        QVERIFY2(id > 0, out.constData());
+        QCOMPARE(
+            ctl("viewer", rolePassword("viewer"), {"sources", "delete", QString::number(id)}, &out),
+            1);
+        QVERIFY2(QString::fromUtf8(out).contains("没有权限：删除证券行情源"), out.constData());
+        QCOMPARE(ctl("viewer", rolePassword("viewer"), {"sources", "list", "--json"}, &out), 0);
+        QCOMPARE(QJsonDocument::fromJson(out).array().size(), 1);
+        QCOMPARE(ctl("admin", kAdminPassword, {"ping"}, &out), 0);
+        QVERIFY(out.startsWith("version " QUOTES_VERSION));
+        QCOMPARE(ctl("admin", QStringLiteral("wrong-password-1"), {"ping"}, &out), 3);
+        QVERIFY2(QString::fromUtf8(out).contains("用户名或密码错误"), out.constData());
+        QCOMPARE(
+            ctl("stock_op", rolePassword("stock_op"), {"sources", "delete", QString::number(id)}),
+            0);
+        QCOMPARE(int(sources(token("admin")).size()), 0);
     }
 
     // Last: it stops the server. A call in flight when SIGTERM comes is answered in full.

@@ -257,6 +257,29 @@ private slots:
         QCOMPARE(run({"ping", "extra"}).code, 2);
     }
 
+    // The server options are checked before anything is read or reached.
+    void badServerCommandLines() {
+        const QList<QStringList> usageErrors = {
+            {"--server", "127.0.0.1:1", "ping"},
+            {"--server", "127.0.0.1:1", "--login", "admin", "ping"},
+            {"--server", "127.0.0.1:1", "--login-password-file", "-", "ping"},
+            {"--ca", "ca.pem", "ping"},
+            {"--login", "admin", "ping"},
+            {"--server", "127.0.0.1:1", "--data", "/tmp", "--login", "a", "--login-password-file",
+             "-", "ping"},
+            {"--server", "127.0.0.1:1", "--login", "a", "--login-password-file", "-", "import",
+             "-"},
+        };
+        for (const QStringList& arguments : usageErrors) {
+            QProcess process;
+            process.start(m_program, arguments);
+            process.closeWriteChannel();
+            QVERIFY(process.waitForFinished(60000));
+            QVERIFY2(process.exitCode() == 2, qPrintable(arguments.join(' ')));
+            QVERIFY2(oneLine(process.readAllStandardError()), qPrintable(arguments.join(' ')));
+        }
+    }
+
     void badCommandLines() {
         const QList<QStringList> usageErrors = {
             {},
