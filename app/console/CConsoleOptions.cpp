@@ -18,7 +18,14 @@ bool CConsoleOptions::parse(const QStringList& arguments, CConsoleOptions* optio
         QStringLiteral("DIR"));
     const QCommandLineOption user(QStringLiteral("user"), QStringLiteral("Log in as this user."),
                                   QStringLiteral("NAME"));
-    parser.addOptions({data, db, screenshot, user});
+    const QCommandLineOption server(
+        QStringLiteral("server"),
+        QStringLiteral("A quotesd server to log in to (repeat for further servers)."),
+        QStringLiteral("HOST:PORT"));
+    const QCommandLineOption ca(QStringLiteral("ca"),
+                                QStringLiteral("The servers' certificate (PEM) to trust."),
+                                QStringLiteral("FILE"));
+    parser.addOptions({data, db, screenshot, user, server, ca});
     if (!parser.parse(arguments)) {
         *error = parser.errorText();
         return false;
@@ -36,5 +43,17 @@ bool CConsoleOptions::parse(const QStringList& arguments, CConsoleOptions* optio
     options->dbUrl = parser.value(db);
     options->screenshotDir = parser.value(screenshot);
     options->user = parser.value(user);
+    options->servers = parser.values(server);
+    options->caFile = parser.value(ca);
+    if (!options->servers.isEmpty() && (!options->dbUrl.isEmpty() || !options->user.isEmpty())) {
+        *error = QStringLiteral(
+            "--server excludes --db and --user: the server keeps the data "
+            "and the login names the account");
+        return false;
+    }
+    if (options->servers.isEmpty() && !options->caFile.isEmpty()) {
+        *error = QStringLiteral("--ca needs --server");
+        return false;
+    }
     return true;
 }

@@ -9,6 +9,8 @@ struct CConsoleOptions {
     QString dbUrl;          // a PostgreSQL database instead of the SQLite file
     QString screenshotDir;  // render every panel and dialog to PNG there, then exit
     QString user;           // log in as this user instead of the last one
+    QStringList servers;    // quotesd servers instead of a database of our own
+    QString caFile;         // the servers' certificate to trust
 
     // Parses the arguments; false with a message for bad input.
     static bool parse(const QStringList& arguments, CConsoleOptions* options, QString* error);

@@ -33,9 +33,10 @@ Hlx::IorinDockableWidget* panelOf(QDockWidget* dock) {
 
 CConsoleWindow::CConsoleWindow(const boost::shared_ptr<Hlx::IQuotesAdmin>& admin,
                                const QString& settingsFile, const QString& userName,
-                               QWidget* parent)
+                               QWidget* parent, const CConsoleSession& session)
     : QMainWindow(parent),
       m_admin(admin),
+      m_session(session),
       m_settings(new QSettings(settingsFile, QSettings::IniFormat, this)) {
     setObjectName(QStringLiteral("quotesConsole"));
     setWindowTitle(QStringLiteral("行情源管理"));
@@ -46,10 +47,14 @@ CConsoleWindow::CConsoleWindow(const boost::shared_ptr<Hlx::IQuotesAdmin>& admin
     createToolBar();
     createStatusBar();
 
-    QString user = userName;
-    if (user.isEmpty())
-        user = m_settings->value(QStringLiteral("user")).toString();
-    switchUser(user);
+    if (m_session.isRemote()) {
+        takeLoggedInAccount();
+    } else {
+        QString user = userName;
+        if (user.isEmpty())
+            user = m_settings->value(QStringLiteral("user")).toString();
+        switchUser(user);
+    }
     const QString system = m_settings->value(QStringLiteral("system")).toString();
     if (m_systemBox) {
         const int index = systemIndex(system);
@@ -96,6 +101,14 @@ void CConsoleWindow::createToolBar() {
     QToolBar* bar = addToolBar(QStringLiteral("会话"));
     bar->setObjectName(QStringLiteral("sessionToolBar"));
     bar->setMovable(false);
+    if (m_session.isRemote())
+        createAccountTools(bar);
+    else
+        createUserChooser(bar);
+    createSystemChooser(bar);
+}
+
+void CConsoleWindow::createUserChooser(QToolBar* bar) {
     bar->addWidget(new QLabel(QStringLiteral(" 用户: "), bar));
     m_userBox = new QComboBox(bar);
     m_userBox->setObjectName(QStringLiteral("userChooser"));
@@ -104,7 +117,11 @@ void CConsoleWindow::createToolBar() {
     bar->addWidget(m_userBox);
     connect(m_userBox, QOverload<int>::of(&QComboBox::activated), this,
             [this](int index) { switchUser(m_userBox->itemText(index)); });
+}
 
+// The sub-systems come from the service's cache (on quotesd: from the login), never from a
+// request.
+void CConsoleWindow::createSystemChooser(QToolBar* bar) {
     const std::vector<Hlx::SubsystemInfo> systems = m_admin->subsystems();
     if (systems.size() > 1) {
         bar->addSeparator();
@@ -203,6 +220,47 @@ std::vector<rkservice::CUserInfoPtr> CConsoleWindow::users() const {
     if (!error.isSuccess())
         statusBar()->showMessage(QString::fromStdString(error.errorMsg()));
     return all;
+}
+
+void CConsoleWindow::createAccountTools(QToolBar* bar) {
+    bar->addWidget(new QLabel(QStringLiteral(" 服务器: %1 ").arg(m_session.servers), bar));
+    bar->addAction(QStringLiteral("切换账户"), this, &CConsoleWindow::switchAccount)
+        ->setObjectName(QStringLiteral("switchAccount"));
+    bar->addAction(QStringLiteral("退出登录"), this, &CConsoleWindow::logoutAccount)
+        ->setObjectName(QStringLiteral("logout"));
+}
+
+void CConsoleWindow::takeLoggedInAccount() {
+    const rkservice::CUserInfoPtr account = Hlx::CUserManager::instance()->getUserInfoPtr();
+    m_userName = account ? QString::fromStdString(account->m_strName) : QString();
+    rebuildPanels();
+    updateStatus();
+}
+
+void CConsoleWindow::switchAccount() {
+    if (m_session.login(this))
+        takeLoggedInAccount();
+}
+
+void CConsoleWindow::logoutAccount() {
+    m_session.logout();
+    Hlx::CUserManager::instance()->setCurrentUser(nullptr);
+    if (m_session.login(this))
+        takeLoggedInAccount();
+    else
+        close();
+}
+
+void CConsoleWindow::loginExpired() {
+    if (m_askingForLogin || !m_session.isRemote())
+        return;
+    m_askingForLogin = true;
+    statusBar()->showMessage(QStringLiteral("登录已过期，请重新登录"));
+    if (m_session.login(this))
+        takeLoggedInAccount();
+    else
+        close();
+    m_askingForLogin = false;
 }
 
 void CConsoleWindow::switchUser(const QString& name) {

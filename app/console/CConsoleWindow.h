@@ -6,10 +6,13 @@
 #include <boost/shared_ptr.hpp>
 #include <vector>
 
+#include "CConsoleSession.h"
+
 class QComboBox;
 class QDockWidget;
 class QLabel;
 class QSettings;
+class QToolBar;
 namespace Hlx {
 class IorinDockableWidget;
 class IQuotesAdmin;
@@ -24,7 +27,8 @@ class CConsoleWindow : public QMainWindow {
     Q_OBJECT
 public:
     CConsoleWindow(const boost::shared_ptr<Hlx::IQuotesAdmin>& admin, const QString& settingsFile,
-                   const QString& userName = QString(), QWidget* parent = nullptr);
+                   const QString& userName = QString(), QWidget* parent = nullptr,
+                   const CConsoleSession& session = CConsoleSession());
     ~CConsoleWindow() override;
 
     // Docks the panel (or shows and raises it when it is docked already).
@@ -33,6 +37,11 @@ public:
     QStringList openPanels() const;
 
     void switchUser(const QString& name);
+    // On quotesd: log in as another account / end the login and ask for one again.
+    void switchAccount();
+    void logoutAccount();
+    // The server ended the login: asks for it again, once however many answers said so.
+    Q_INVOKABLE void loginExpired();
     void switchSystem(const QString& name);
     QString currentUser() const { return m_userName; }
     QString currentSystem() const { return m_systemName; }
@@ -58,8 +67,15 @@ private:
     int systemIndex(const QString& name) const;
 
     std::vector<boost::shared_ptr<rkservice::CUserInfo>> users() const;
+    void createUserChooser(QToolBar* bar);
+    void createAccountTools(QToolBar* bar);
+    void createSystemChooser(QToolBar* bar);
+    // After a login: the account's rights and routing are read as panels are built.
+    void takeLoggedInAccount();
 
     boost::shared_ptr<Hlx::IQuotesAdmin> m_admin;
+    CConsoleSession m_session;
+    bool m_askingForLogin = false;
     QSettings* m_settings;
     QMap<QString, QDockWidget*> m_docks;
     QList<QDockWidget*> m_dockOrder;  // docks in the order they were opened

@@ -1,8 +1,11 @@
 #include <QApplication>
 #include <QDir>
+#include <QFile>
 #include <QFont>
 #include <QMessageBox>
+#include <QPointer>
 #include <QStandardPaths>
+#include <boost/make_shared.hpp>
 #include <cstdio>
 
 #include "CConsoleLogging.h"
@@ -10,6 +13,8 @@
 #include "CConsoleWindow.h"
 #include "CEmbeddedAdmin.h"
 #include "CQuotesService.h"
+#include "CRemoteAdmin.h"
+#include "CRemoteSession.h"
 #include "CScreenshotter.h"
 #include "Hlx/CAdminBackend.h"
 #include "Hlx/COrinClientCenter.h"
@@ -21,6 +26,97 @@ int fail(bool interactive, const QString& message) {
     if (interactive)
         QMessageBox::critical(nullptr, QStringLiteral("行情源管理"), message);
     return 1;
+}
+
+// Shows the window until it closes, or renders its screenshots.
+int runWindow(QApplication& app, CConsoleWindow& window, const CConsoleOptions& options) {
+    window.restoreSettings();
+    if (options.screenshotDir.isEmpty()) {
+        window.show();
+        return app.exec();
+    }
+    QString error;
+    CScreenshotter screenshotter(&window, options.screenshotDir);
+    const int status = screenshotter.run(&error) ? 0 : fail(false, error);
+    for (const QString& path : screenshotter.written())
+        std::printf("%s\n", path.toLocal8Bit().constData());
+    return status;
+}
+
+void install(const boost::shared_ptr<Hlx::IQuotesAdmin>& admin) {
+    Hlx::COrinClientCenter::instance()->setBackend(
+        boost::shared_ptr<Hlx::IDataServiceBackend>(new Hlx::CAdminBackend(admin)));
+}
+
+void uninstall() {
+    // Answers still on their way must not outlive the service they come from.
+    Hlx::COrinClientCenter::instance()->waitForIdle();
+    Hlx::COrinClientCenter::instance()->setBackend({});
+}
+
+int runEmbedded(QApplication& app, const CConsoleOptions& options, const QString& dataDir) {
+    const bool interactive = options.screenshotDir.isEmpty();
+    QString error;
+    CServiceOptions serviceOptions;
+    serviceOptions.dataDir = dataDir;
+    serviceOptions.dbUrl = options.dbUrl;
+    const boost::shared_ptr<CQuotesService> service = CQuotesService::open(serviceOptions, &error);
+    if (!service)
+        return fail(interactive, error);
+    // The embedded console acts for the user chosen in its tool bar.
+    const boost::shared_ptr<CEmbeddedAdmin> admin = CEmbeddedAdmin::forCurrentUser(service);
+    install(admin);
+    int status = 0;
+    {
+        CConsoleWindow window(admin, QDir(dataDir).filePath(QStringLiteral("console.ini")),
+                              options.user);
+        status = runWindow(app, window, options);
+    }
+    uninstall();
+    return status;
+}
+
+int runOnServers(QApplication& app, const CConsoleOptions& options, const QString& dataDir) {
+    const bool interactive = options.screenshotDir.isEmpty();
+    QByteArray ca;
+    if (!options.caFile.isEmpty()) {
+        QFile file(options.caFile);
+        if (!file.open(QIODevice::ReadOnly))
+            return fail(interactive, QStringLiteral("无法读取证书文件: %1").arg(options.caFile));
+        ca = file.readAll();
+    }
+    std::vector<std::string> servers;
+    for (const QString& server : options.servers)
+        servers.push_back(server.toStdString());
+    const auto remote = boost::make_shared<CRemoteAdmin>(servers, ca.toStdString());
+    const CConsoleSession session =
+        CRemoteSession::make(remote, options.servers.join(QStringLiteral(", ")));
+    if (!session.login(nullptr))
+        return 0;
+    install(remote);
+    int status = 0;
+    {
+        CConsoleWindow window(remote, QDir(dataDir).filePath(QStringLiteral("console.ini")),
+                              QString(), nullptr, session);
+        // Reported on a worker thread; the window asks for the login on its own thread.
+        QPointer<CConsoleWindow> target(&window);
+        remote->setLoginExpiredHandler([target] {
+            QMetaObject::invokeMethod(
+                qApp,
+                [target] {
+                    if (target)
+                        target->loginExpired();
+                },
+                Qt::QueuedConnection);
+        });
+        status = runWindow(app, window, options);
+        remote->setLoginExpiredHandler({});
+    }
+    // Calls still waiting for a slow or stopped server are answered at once, so quitting never
+    // waits for a deadline.
+    remote->shutdown();
+    uninstall();
+    return status;
 }
 
 }  // namespace
@@ -41,40 +137,12 @@ int main(int argc, char** argv) {
         return error.startsWith(QStringLiteral("Usage")) ? 0 : 2;
     }
     const bool interactive = options.screenshotDir.isEmpty();
+    // The data directory keeps the settings and the log; on quotesd the data stays there.
     const QString dataDir =
         options.dataDir.isEmpty() ? CQuotesService::defaultDataDir() : options.dataDir;
     if (!CConsoleLogging::start(dataDir, &error))
         return fail(interactive, error);
 
-    CServiceOptions serviceOptions;
-    serviceOptions.dataDir = dataDir;
-    serviceOptions.dbUrl = options.dbUrl;
-    boost::shared_ptr<CQuotesService> service = CQuotesService::open(serviceOptions, &error);
-    if (!service)
-        return fail(interactive, error);
-    // The embedded console acts for the user chosen in its tool bar.
-    const boost::shared_ptr<CEmbeddedAdmin> admin = CEmbeddedAdmin::forCurrentUser(service);
-    Hlx::COrinClientCenter::instance()->setBackend(
-        boost::shared_ptr<Hlx::IDataServiceBackend>(new Hlx::CAdminBackend(admin)));
-
-    int status = 0;
-    {
-        CConsoleWindow window(admin, QDir(dataDir).filePath(QStringLiteral("console.ini")),
-                              options.user);
-        window.restoreSettings();
-        if (interactive) {
-            window.show();
-            status = app.exec();
-        } else {
-            CScreenshotter screenshotter(&window, options.screenshotDir);
-            if (!screenshotter.run(&error))
-                status = fail(false, error);
-            for (const QString& path : screenshotter.written())
-                std::printf("%s\n", path.toLocal8Bit().constData());
-        }
-    }
-    // Answers still on their way must not outlive the service they come from.
-    Hlx::COrinClientCenter::instance()->waitForIdle();
-    Hlx::COrinClientCenter::instance()->setBackend({});
-    return status;
+    return options.servers.isEmpty() ? runEmbedded(app, options, dataDir)
+                                     : runOnServers(app, options, dataDir);
 }

@@ -1,0 +1,79 @@
+#include "CLoginDialog.h"
+
+#include <QApplication>
+#include <QFormLayout>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPointer>
+#include <QPushButton>
+#include <QVBoxLayout>
+#include <thread>
+
+CLoginDialog::CLoginDialog(const QString& servers, Attempt attempt, QWidget* parent)
+    : QDialog(parent), m_attempt(std::move(attempt)) {
+    setObjectName(QStringLiteral("loginDialog"));
+    setWindowTitle(QStringLiteral("登录行情源管理服务器"));
+    m_name = new QLineEdit(this);
+    m_name->setObjectName(QStringLiteral("loginName"));
+    m_password = new QLineEdit(this);
+    m_password->setObjectName(QStringLiteral("loginPassword"));
+    m_password->setEchoMode(QLineEdit::Password);
+    m_error = new QLabel(this);
+    m_error->setObjectName(QStringLiteral("loginError"));
+    m_error->setWordWrap(true);
+    m_error->setStyleSheet(QStringLiteral("color: #c0392b"));
+    m_login = new QPushButton(QStringLiteral("登录"), this);
+    m_login->setObjectName(QStringLiteral("loginButton"));
+    m_login->setDefault(true);
+    m_cancel = new QPushButton(QStringLiteral("取消"), this);
+
+    auto* form = new QFormLayout;
+    form->addRow(QStringLiteral("服务器:"), new QLabel(servers, this));
+    form->addRow(QStringLiteral("账户:"), m_name);
+    form->addRow(QStringLiteral("密码:"), m_password);
+    auto* buttons = new QHBoxLayout;
+    buttons->addStretch();
+    buttons->addWidget(m_login);
+    buttons->addWidget(m_cancel);
+    auto* layout = new QVBoxLayout(this);
+    layout->addLayout(form);
+    layout->addWidget(m_error);
+    layout->addLayout(buttons);
+    setMinimumWidth(380);
+
+    connect(m_login, &QPushButton::clicked, this, &CLoginDialog::tryLogin);
+    connect(m_cancel, &QPushButton::clicked, this, &QDialog::reject);
+}
+
+void CLoginDialog::tryLogin() {
+    m_login->setEnabled(false);
+    m_error->setText(QStringLiteral("正在登录…"));
+    const QString name = m_name->text();
+    const QString password = m_password->text();
+    QPointer<CLoginDialog> self(this);
+    Attempt attempt = m_attempt;
+    // The thread owns copies of what it needs; the dialog may be gone when it ends.
+    std::thread([self, attempt, name, password] {
+        const QString error = attempt(name, password);
+        QMetaObject::invokeMethod(
+            qApp,
+            [self, error] {
+                if (self)
+                    self->finishAttempt(error);
+            },
+            Qt::QueuedConnection);
+    }).detach();
+}
+
+void CLoginDialog::finishAttempt(const QString& error) {
+    m_login->setEnabled(true);
+    if (error.isEmpty()) {
+        m_password->clear();
+        accept();
+        return;
+    }
+    m_error->setText(error);
+    m_password->selectAll();
+    m_password->setFocus();
+}
