@@ -249,6 +249,12 @@ void CDatabase::forgetConnection(const QString& name) {
 }
 
 void CDatabase::transact(bool write, const std::function<void(QSqlDatabase&)>& work) {
+    // SQLite takes one writer at a time; a writer that finds the lock taken sleeps in growing
+    // steps, so writers of this process queue here instead and each starts the moment the one
+    // before has committed. Other processes still meet the busy timeout.
+    std::unique_lock<std::mutex> writer;
+    if (write && m_engine == SQLite)
+        writer = std::unique_lock<std::mutex>(m_writeMutex);
     bool broken = false;
     try {
         const QString begin = (write && m_engine == SQLite) ? QStringLiteral("BEGIN IMMEDIATE")

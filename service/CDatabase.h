@@ -70,4 +70,6 @@ private:
 
     std::mutex m_mutex;
     std::set<QString> m_names;
+    // Writers of this process, one at a time (SQLite).
+    std::mutex m_writeMutex;
 };

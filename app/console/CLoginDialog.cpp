@@ -22,6 +22,8 @@ CLoginDialog::CLoginDialog(const QString& servers, Attempt attempt, QWidget* par
     m_error = new QLabel(this);
     m_error->setObjectName(QStringLiteral("loginError"));
     m_error->setWordWrap(true);
+    // The operator may need to pass the text on: it can be selected and copied.
+    m_error->setTextInteractionFlags(Qt::TextSelectableByMouse);
     m_error->setStyleSheet(QStringLiteral("color: #c0392b"));
     m_login = new QPushButton(QStringLiteral("登录"), this);
     m_login->setObjectName(QStringLiteral("loginButton"));
@@ -40,7 +42,7 @@ CLoginDialog::CLoginDialog(const QString& servers, Attempt attempt, QWidget* par
     layout->addLayout(form);
     layout->addWidget(m_error);
     layout->addLayout(buttons);
-    setMinimumWidth(380);
+    setMinimumWidth(420);
 
     connect(m_login, &QPushButton::clicked, this, &CLoginDialog::tryLogin);
     connect(m_cancel, &QPushButton::clicked, this, &QDialog::reject);
@@ -74,6 +76,8 @@ void CLoginDialog::finishAttempt(const QString& error) {
         return;
     }
     m_error->setText(error);
+    // A long error (an unreachable server names each address) must show whole.
+    adjustSize();
     m_password->selectAll();
     m_password->setFocus();
 }
