@@ -1,18 +1,28 @@
 #!/usr/bin/env bash
 # Builds and runs the whole test suite: once in the normal build, once with
-# AddressSanitizer + UndefinedBehaviorSanitizer (LeakSanitizer on).
+# AddressSanitizer + UndefinedBehaviorSanitizer (LeakSanitizer on). Prints each stage's seconds.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-bash scripts/setup.sh
+
+# Runs one stage and prints how long it took, whether it passed or failed.
+stage() {
+    local name=$1
+    shift
+    local start=$SECONDS status=0
+    "$@" || status=$?
+    echo "stage ${name}: $((SECONDS - start)) s" >&2
+    return $status
+}
 
 jobs=${JOBS:-2}
 export QT_QPA_PLATFORM=offscreen
 
-cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQUOTES_WERROR=ON
-cmake --build build -j"$jobs"
-(cd build && ctest --output-on-failure -j"$jobs")
+stage setup bash scripts/setup.sh
+stage configure cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQUOTES_WERROR=ON
+stage build cmake --build build -j"$jobs"
+stage test bash -c "cd build && ctest --output-on-failure -j$jobs"
 
-cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=Debug -DQUOTES_SANITIZE=ON -DQUOTES_WERROR=ON \
-    -DQUOTES_BUILD_BENCH=OFF
-cmake --build build-asan -j"$jobs"
-(cd build-asan && ctest --output-on-failure -j"$jobs")
+stage asan-configure cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=Debug -DQUOTES_SANITIZE=ON \
+    -DQUOTES_WERROR=ON -DQUOTES_BUILD_BENCH=OFF
+stage asan-build cmake --build build-asan -j"$jobs"
+stage asan-test bash -c "cd build-asan && ctest --output-on-failure -j$jobs"
