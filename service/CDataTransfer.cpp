@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <tuple>
 
+#include "CAccount.h"
+#include "CAccountStore.h"
 #include "CDatabase.h"
 #include "CQuoteSourceStore.h"
 #include "CReferenceData.h"
@@ -15,7 +17,11 @@
 namespace {
 
 const char* const kFormat = "PanelQuotesManage";
-const int kFormatVersion = 1;
+// Version 2 adds each account's enabled flag and password hash (never a password), so that a
+// restored server lets the same people log in. Version 1 documents stay importable: their
+// accounts keep the passwords and flags they have.
+const int kFormatVersion = 2;
+const int kOldestFormatVersion = 1;
 
 [[noreturn]] void refuse(const QString& text) {
     throw CServiceError(("导入文件无效: " + text).toStdString());
@@ -37,6 +43,21 @@ QString stringField(const QJsonObject& object, const char* key, const QString& w
     if (!value.isString())
         refuse(QStringLiteral("%1 缺少文本字段 %2").arg(where, QLatin1String(key)));
     return value.toString();
+}
+
+// The enabled flag and the password hash of a version-2 account.
+void parseLogin(const QJsonObject& u, CDataTransfer::User* user) {
+    const QJsonValue enabled = u.value(QLatin1String("enabled"));
+    const QJsonValue hash = u.value(QLatin1String("passwordHash"));
+    if (!enabled.isBool())
+        refuse(QStringLiteral("用户 %1 缺少布尔字段 enabled").arg(user->name));
+    if (!hash.isNull() &&
+        !(hash.isString() && hash.toString().startsWith(QLatin1String("$argon2id$"))))
+        refuse(
+            QStringLiteral("用户 %1 的 passwordHash 必须是 Argon2id 散列或 null").arg(user->name));
+    user->hasLogin = true;
+    user->enabled = enabled.toBool();
+    user->passwordHash = hash.toString();
 }
 
 }  // namespace
@@ -182,13 +203,18 @@ QJsonObject CDataTransfer::exportAll(const CDatabase& database, QSqlDatabase& db
         rightsOf[rights.value(0).toString()].append(rights.value(1).toInt());
     QJsonArray users;
     QSqlQuery people(db);
-    people.prepare(QStringLiteral("SELECT name, system_id FROM users ORDER BY name"));
+    people.prepare(
+        QStringLiteral("SELECT name, system_id, enabled, password_hash FROM users ORDER BY name"));
     database.exec(people);
     while (people.next()) {
         QJsonObject user;
         user.insert(QStringLiteral("name"), people.value(0).toString());
         user.insert(QStringLiteral("systemId"), people.value(1).toInt());
         user.insert(QStringLiteral("rights"), rightsOf[people.value(0).toString()]);
+        user.insert(QStringLiteral("enabled"), people.value(2).toInt() != 0);
+        const QString hash = people.value(3).toString();
+        user.insert(QStringLiteral("passwordHash"),
+                    hash.isEmpty() ? QJsonValue(QJsonValue::Null) : QJsonValue(hash));
         users.append(user);
     }
     document.insert(QStringLiteral("users"), users);
@@ -198,9 +224,9 @@ QJsonObject CDataTransfer::exportAll(const CDatabase& database, QSqlDatabase& db
 CDataTransfer::Content CDataTransfer::parse(const QJsonObject& document) {
     if (document.value(QLatin1String("format")).toString() != QLatin1String(kFormat))
         refuse(QStringLiteral("不是行情源导出文件"));
-    if (document.value(QLatin1String("version")).toInt() != kFormatVersion)
-        refuse(QStringLiteral("不支持的导出文件版本 %1")
-                   .arg(document.value(QLatin1String("version")).toInt()));
+    const int version = document.value(QLatin1String("version")).toInt();
+    if (version < kOldestFormatVersion || version > kFormatVersion)
+        refuse(QStringLiteral("不支持的导出文件版本 %1").arg(version));
     Content content;
 
     for (const QJsonValue& value : document.value(QLatin1String("subsystems")).toArray()) {
@@ -340,6 +366,8 @@ CDataTransfer::Content CDataTransfer::parse(const QJsonObject& document) {
                 refuse(QStringLiteral("用户 %1 的权限格式错误").arg(user.name));
             user.rights.insert(right.toInt());
         }
+        if (version >= 2)
+            parseLogin(u, &user);
         content.users.push_back(user);
     }
     return content;
@@ -389,10 +417,26 @@ void CDataTransfer::importAll(const CDatabase& database, QSqlDatabase& db, const
     writeUsers(database, db, content.users);
 }
 
+void CDataTransfer::writeLogin(const CDatabase& database, QSqlDatabase& db, const User& user) {
+    CAccount current;
+    std::string currentHash;
+    CAccountStore::read(database, db, user.name, &current, &currentHash);
+    // Logins end when the document disables the account or gives it another password.
+    if (!user.enabled || currentHash != user.passwordHash.toStdString())
+        CAccountStore::endLogins(database, db, user.name);
+    QSqlQuery write(db);
+    write.prepare(QStringLiteral("UPDATE users SET enabled = ?, password_hash = ? WHERE name = ?"));
+    write.addBindValue(user.enabled ? 1 : 0);
+    write.addBindValue(user.passwordHash.isEmpty() ? QVariant(QVariant::String)
+                                                   : QVariant(user.passwordHash));
+    write.addBindValue(user.name);
+    database.exec(write);
+}
+
 void CDataTransfer::writeUsers(const CDatabase& database, QSqlDatabase& db,
                                const std::vector<User>& users) {
-    // The document carries no passwords: an account it names keeps its password, enabled flag
-    // and logins; an account it leaves out goes, and its logins with it.
+    // An account the document names keeps its logins (and, from a version-1 document, its
+    // password and enabled flag); an account it leaves out goes, and its logins with it.
     std::set<QString> named;
     for (const User& u : users)
         named.insert(u.name);
@@ -427,6 +471,8 @@ void CDataTransfer::writeUsers(const CDatabase& database, QSqlDatabase& db,
             insert.addBindValue(u.systemId);
             database.exec(insert);
         }
+        if (u.hasLogin)
+            writeLogin(database, db, u);
         for (int id : u.rights) {
             right.addBindValue(u.name);
             right.addBindValue(id);

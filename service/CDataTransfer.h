@@ -22,6 +22,10 @@ public:
         QString name;
         int systemId = 0;
         std::set<int> rights;
+        // Version 2: the enabled flag and the Argon2id hash (empty: no password).
+        bool hasLogin = false;
+        bool enabled = true;
+        QString passwordHash;
     };
     // A parsed and checked document.
     struct Content {
@@ -55,4 +59,5 @@ public:
 private:
     static void writeUsers(const CDatabase& database, QSqlDatabase& db,
                            const std::vector<User>& users);
+    static void writeLogin(const CDatabase& database, QSqlDatabase& db, const User& user);
 };

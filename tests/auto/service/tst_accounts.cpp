@@ -740,6 +740,60 @@ private slots:
         QCOMPARE(r.account.rights, (std::set<int>{5, 9}));
     }
 
+    // A restored server lets the same people log in; a version-1 document keeps passwords.
+    void exportCarriesLoginsToAnotherServer() {
+        m_store->setPassword(QStringLiteral("stock_op"), kPassword);
+        m_store->setPassword(QStringLiteral("viewer"), kPassword);
+        m_store->setEnabled(QStringLiteral("viewer"), false);
+        QJsonObject document;
+        QString error;
+        QVERIFY2(m_service->exportDocument(CCaller::owner(), &document, &error), qPrintable(error));
+
+        QTemporaryDir other;
+        CServiceOptions options;
+        options.dataDir = other.path();
+        const auto restored = CQuotesService::open(options, &error);
+        QVERIFY2(restored, qPrintable(error));
+        QVERIFY2(restored->importDocument(CCaller::owner(), document, &error), qPrintable(error));
+        CLoginManager manager(restored->database());
+        QVERIFY(manager.login(QStringLiteral("stock_op"), kPassword, kHere, m_now).ok());
+        QCOMPARE(manager.login(QStringLiteral("viewer"), kPassword, kHere, m_now).reason,
+                 Reason::AccountDisabled);
+
+        // Version 1: no flags, no hashes; the accounts keep theirs.
+        QJsonObject old = document;
+        old.insert(QStringLiteral("version"), 1);
+        QJsonArray users;
+        for (const QJsonValue& value : old.value(QLatin1String("users")).toArray()) {
+            QJsonObject user = value.toObject();
+            user.remove(QStringLiteral("enabled"));
+            user.remove(QStringLiteral("passwordHash"));
+            users.append(user);
+        }
+        old.insert(QStringLiteral("users"), users);
+        CAccountStore(restored->database())
+            .setPassword(QStringLiteral("stock_op"), "another password");
+        QVERIFY2(restored->importDocument(CCaller::owner(), old, &error), qPrintable(error));
+        QVERIFY(manager.login(QStringLiteral("stock_op"), "another password", kHere, m_now).ok());
+
+        // A hash that is not Argon2id, or a missing flag, is refused whole.
+        QJsonObject bad = document;
+        QJsonArray badUsers = bad.value(QLatin1String("users")).toArray();
+        QJsonObject first = badUsers.at(0).toObject();
+        first.insert(QStringLiteral("passwordHash"), QStringLiteral("plain text"));
+        badUsers.replace(0, first);
+        bad.insert(QStringLiteral("users"), badUsers);
+        QVERIFY(!restored->importDocument(CCaller::owner(), bad, &error));
+        QVERIFY2(error.contains(QStringLiteral("passwordHash")), qPrintable(error));
+        first.insert(QStringLiteral("passwordHash"), QJsonValue(QJsonValue::Null));
+        first.remove(QStringLiteral("enabled"));
+        badUsers.replace(0, first);
+        bad.insert(QStringLiteral("users"), badUsers);
+        QVERIFY(!restored->importDocument(CCaller::owner(), bad, &error));
+        QVERIFY2(error.contains(QStringLiteral("enabled")), qPrintable(error));
+        QVERIFY(manager.login(QStringLiteral("stock_op"), "another password", kHere, m_now).ok());
+    }
+
     void importKeepsAccountsItNames() {
         m_store->setPassword(QStringLiteral("stock_op"), kPassword);
         CLoginManager manager(*m_database);
@@ -749,9 +803,11 @@ private slots:
         QJsonObject document;
         QString error;
         QVERIFY2(m_service->exportDocument(CCaller::owner(), &document, &error), qPrintable(error));
+        // The document carries each account's hash, never a password.
         const QByteArray text = QJsonDocument(document).toJson();
-        QVERIFY(!text.contains("argon2"));
-        QVERIFY(!text.contains("password_hash"));
+        QVERIFY(text.contains("$argon2id$"));
+        QVERIFY(!text.contains(QByteArray::fromStdString(kPassword)));
+        QCOMPARE(document.value(QLatin1String("version")).toInt(), 2);
         // The document drops stock_op and gives admin other rights.
         QJsonArray users;
         for (const QJsonValue& value : document.value(QLatin1String("users")).toArray()) {
