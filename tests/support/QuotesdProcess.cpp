@@ -70,13 +70,25 @@ int QuotesdProcess::run(const QStringList& arguments, const QByteArray& input,
     return process.exitCode();
 }
 
+QStringList QuotesdProcess::where() const {
+    QStringList arguments{QStringLiteral("--data"), dataDir()};
+    if (!m_dbUrl.isEmpty())
+        arguments << QStringLiteral("--db") << m_dbUrl;
+    return arguments;
+}
+
 bool QuotesdProcess::init(const QString& adminPassword, QString* output) const {
-    return run({QStringLiteral("init"), QStringLiteral("--data"), dataDir()},
-               adminPassword.toUtf8() + '\n', output) == 0;
+    return run(QStringList{QStringLiteral("init")} + where(), adminPassword.toUtf8() + '\n',
+               output) == 0;
+}
+
+bool QuotesdProcess::join(QString* output) const {
+    return run(QStringList{QStringLiteral("init"), QStringLiteral("--join")} + where(),
+               QByteArray(), output) == 0;
 }
 
 bool QuotesdProcess::setPassword(const QString& account, const QString& password) const {
-    return run({QStringLiteral("reset-password"), account, QStringLiteral("--data"), dataDir()},
+    return run(QStringList{QStringLiteral("reset-password"), account} + where(),
                password.toUtf8() + '\n') == 0;
 }
 
@@ -84,8 +96,7 @@ bool QuotesdProcess::start(const QStringList& extraArguments) {
     m_port = 0;
     m_log.clear();
     QStringList all =
-        command(QStringList{QStringLiteral("--data"), dataDir(), QStringLiteral("--listen"),
-                            QStringLiteral("127.0.0.1:0")} +
+        command(where() + QStringList{QStringLiteral("--listen"), QStringLiteral("127.0.0.1:0")} +
                 extraArguments);
     m_server.setProcessChannelMode(QProcess::SeparateChannels);
     // The server says where it listens on its standard error.

@@ -14,11 +14,16 @@ public:
     QuotesdProcess(const QuotesdProcess&) = delete;
     QuotesdProcess& operator=(const QuotesdProcess&) = delete;
 
+    // A PostgreSQL database instead of the SQLite file in the data directory (before init).
+    void setDatabaseUrl(const QString& url) { m_dbUrl = url; }
+
     // quotesd with the arguments and standard input; its exit code, -1 when it did not finish.
     int run(const QStringList& arguments, const QByteArray& input = QByteArray(),
             QString* output = nullptr) const;
     // init with admin's password; false with the output in *output when it failed.
     bool init(const QString& adminPassword, QString* output = nullptr) const;
+    // Prepares a further server for a database that is set up already.
+    bool join(QString* output = nullptr) const;
     bool setPassword(const QString& account, const QString& password) const;
 
     // Serves on 127.0.0.1 on a port of its choosing; waits until it listens.
@@ -40,10 +45,13 @@ public:
 
 private:
     QStringList command(const QStringList& arguments) const;
+    // --data DIR, and --db URL when set.
+    QStringList where() const;
 
     QTemporaryDir m_base;
     bool m_asNobody = false;
     QProcess m_server;
     QString m_log;
+    QString m_dbUrl;
     int m_port = 0;
 };

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -11,6 +12,7 @@
 #include <memory>
 
 #include "CRecordCodec.h"
+#include "CRemoteAdmin.h"
 #include "CTlsIdentity.h"
 #include "QuotesdProcess.h"
 #include "RoleExpectations.h"
@@ -467,6 +469,41 @@ private slots:
             ctl("stock_op", rolePassword("stock_op"), {"sources", "delete", QString::number(id)}),
             0);
         QCOMPARE(int(sources(token("admin")).size()), 0);
+    }
+
+    // A stopped server is answered once, within the deadline and a second; a killed one too;
+    // once it is back the next request succeeds.
+    void stoppedKilledAndRestartedServer() {
+        CRemoteAdmin remote({m_server.address().toStdString()},
+                            m_server.certificatePem().toStdString(), std::chrono::seconds(1));
+        QVERIFY(remote.login("viewer", rolePassword("viewer").toStdString()).isSuccess());
+        rkservice::COrinQueryDataReq request;
+        request.dataType = 12300;
+        std::vector<rkservice::IDataPtr> datas;
+        QVERIFY(remote.query(Hlx::CRequestTarget::centre(), request, &datas).isSuccess());
+
+        m_server.suspend();
+        QElapsedTimer timer;
+        timer.start();
+        utils::RKError error = remote.query(Hlx::CRequestTarget::centre(), request, &datas);
+        const qint64 elapsed = timer.elapsed();
+        m_server.resume();
+        QVERIFY(!error.isSuccess());
+        QVERIFY2(QString::fromStdString(error.errorMsg()).startsWith("无法连接服务器"),
+                 error.errorMsg().c_str());
+        QVERIFY2(elapsed < 2000, qPrintable(QString::number(elapsed)));
+        QVERIFY(remote.query(Hlx::CRequestTarget::centre(), request, &datas).isSuccess());
+
+        const QString address = m_server.address();
+        m_server.kill();
+        error = remote.query(Hlx::CRequestTarget::centre(), request, &datas);
+        QVERIFY2(QString::fromStdString(error.errorMsg()).startsWith("无法连接服务器"),
+                 error.errorMsg().c_str());
+        QVERIFY2(m_server.start({QStringLiteral("--listen"), address}), qPrintable(m_server.log()));
+        QCOMPARE(m_server.address(), address);
+        // The login is kept in the database: the restarted server still knows it.
+        error = remote.query(Hlx::CRequestTarget::centre(), request, &datas);
+        QVERIFY2(error.isSuccess(), error.errorMsg().c_str());
     }
 
     // Last: it stops the server. A call in flight when SIGTERM comes is answered in full.

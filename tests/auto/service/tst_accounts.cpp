@@ -21,6 +21,7 @@
 #include "CPasswordHasher.h"
 #include "CSchema.h"
 #include "CServiceError.h"
+#include "PostgresCluster.h"
 #include "ServiceTestUtil.h"
 
 namespace {
@@ -48,109 +49,6 @@ struct MessageCapture {
     ~MessageCapture() { qInstallMessageHandler(previous); }
 };
 
-// A PostgreSQL cluster of the test's own in a temporary directory, on a Unix socket only, run
-// as an unprivileged account when the test runs as root (the server refuses root).
-class ThrowAwayPostgres {
-public:
-    ~ThrowAwayPostgres() {
-        if (m_running)
-            tool(QStringLiteral("pg_ctl"),
-                 {QStringLiteral("-D"), m_dataDir, QStringLiteral("-m"),
-                  QStringLiteral("immediate"), QStringLiteral("-w"), QStringLiteral("stop")});
-    }
-
-    // Empty when running, else why not.
-    QString start() {
-        static const QString bin = QStringLiteral("/usr/lib/postgresql/15/bin");
-        m_bin = bin;
-        if (!QFileInfo(bin + QStringLiteral("/initdb")).isExecutable())
-            return QStringLiteral("PostgreSQL 15 server binaries are not installed");
-        if (!QSqlDatabase::isDriverAvailable(QStringLiteral("QPSQL")))
-            return QStringLiteral("the Qt PostgreSQL driver (QPSQL) is not installed");
-        if (!m_base.isValid())
-            return QStringLiteral("no temporary directory");
-        if (::geteuid() == 0)
-            m_runAs = QStringLiteral("nobody");
-        QFile::setPermissions(m_base.path(), QFileDevice::ReadOwner | QFileDevice::WriteOwner |
-                                                 QFileDevice::ExeOwner | QFileDevice::ReadOther |
-                                                 QFileDevice::ExeOther | QFileDevice::ReadGroup |
-                                                 QFileDevice::ExeGroup);
-        m_dataDir = m_base.filePath(QStringLiteral("data"));
-        m_socketDir = m_base.filePath(QStringLiteral("sock"));
-        if (!QDir().mkpath(m_dataDir) || !QDir().mkpath(m_socketDir) || !ownBy(m_dataDir) ||
-            !ownBy(m_socketDir))
-            return QStringLiteral("cannot prepare the cluster's directories");
-        // Another port than the other PostgreSQL test's, which may run at the same time.
-        m_port = 40000 + int(QCoreApplication::applicationPid() % 20000);
-        if (!tool(QStringLiteral("initdb"),
-                  {QStringLiteral("-D"), m_dataDir, QStringLiteral("-U"),
-                   QStringLiteral("postgres"), QStringLiteral("-A"), QStringLiteral("trust"),
-                   QStringLiteral("-E"), QStringLiteral("UTF8"), QStringLiteral("--locale=C"),
-                   QStringLiteral("--no-sync")}))
-            return QStringLiteral("initdb failed");
-        if (!tool(QStringLiteral("pg_ctl"),
-                  {QStringLiteral("-D"), m_dataDir, QStringLiteral("-l"),
-                   m_base.filePath(QStringLiteral("sock/server.log")), QStringLiteral("-w"),
-                   QStringLiteral("-t"), QStringLiteral("60"), QStringLiteral("-o"),
-                   QStringLiteral("-c listen_addresses='' -k %1 -p %2 -c fsync=off")
-                       .arg(m_socketDir)
-                       .arg(m_port),
-                   QStringLiteral("start")}))
-            return QStringLiteral("the PostgreSQL server did not start");
-        m_running = true;
-        return QString();
-    }
-
-    bool createDatabase(const QString& name) {
-        return tool(
-            QStringLiteral("createdb"),
-            {QStringLiteral("-h"), m_socketDir, QStringLiteral("-p"), QString::number(m_port),
-             QStringLiteral("-U"), QStringLiteral("postgres"), name});
-    }
-
-    QString url(const QString& database) const {
-        return QStringLiteral("postgresql://postgres@/%1?host=%2&port=%3")
-            .arg(database, m_socketDir)
-            .arg(m_port);
-    }
-
-private:
-    bool tool(const QString& name, const QStringList& arguments) {
-        QProcess process;
-        process.setProcessChannelMode(QProcess::MergedChannels);
-        process.setWorkingDirectory(m_base.path());
-        const QString program = m_bin + QLatin1Char('/') + name;
-        if (m_runAs.isEmpty())
-            process.start(program, arguments);
-        else
-            process.start(QStringLiteral("runuser"), QStringList{QStringLiteral("-u"), m_runAs,
-                                                                 QStringLiteral("--"), program} +
-                                                         arguments);
-        const bool finished = process.waitForStarted() && process.waitForFinished(120000);
-        if (!finished || process.exitStatus() != QProcess::NormalExit || process.exitCode() != 0) {
-            qWarning("%s failed: %s", qPrintable(name), process.readAll().constData());
-            return false;
-        }
-        return true;
-    }
-
-    bool ownBy(const QString& path) {
-        if (m_runAs.isEmpty())
-            return true;
-        const passwd* account = ::getpwnam(m_runAs.toLocal8Bit().constData());
-        return account &&
-               ::chown(QFile::encodeName(path).constData(), account->pw_uid, account->pw_gid) == 0;
-    }
-
-    QTemporaryDir m_base;
-    QString m_bin;
-    QString m_runAs;
-    QString m_dataDir;
-    QString m_socketDir;
-    int m_port = 0;
-    bool m_running = false;
-};
-
 }  // namespace
 
 class TestAccounts : public QObject {
@@ -158,11 +56,11 @@ class TestAccounts : public QObject {
 
 public:
     // On SQLite files, or on databases of the cluster when one is given.
-    explicit TestAccounts(ThrowAwayPostgres* postgres = nullptr, QString postgresDown = QString())
+    explicit TestAccounts(PostgresCluster* postgres = nullptr, QString postgresDown = QString())
         : m_postgres(postgres), m_postgresDown(postgresDown) {}
 
 private:
-    ThrowAwayPostgres* m_postgres;
+    PostgresCluster* m_postgres;
     QString m_postgresDown;
     int m_databases = 0;
     std::unique_ptr<QTemporaryDir> m_dir;
@@ -920,7 +818,7 @@ class TestAccountsPostgres : public TestAccounts {
     Q_OBJECT
 
 public:
-    TestAccountsPostgres(ThrowAwayPostgres* postgres, const QString& down)
+    TestAccountsPostgres(PostgresCluster* postgres, const QString& down)
         : TestAccounts(postgres, down) {}
 };
 
@@ -931,7 +829,7 @@ int main(int argc, char** argv) {
         TestAccounts onSqlite;
         status |= QTest::qExec(&onSqlite, argc, argv);
     }
-    ThrowAwayPostgres postgres;
+    PostgresCluster postgres;
     const QString down = postgres.start();
     TestAccountsPostgres onPostgres(&postgres, down);
     status |= QTest::qExec(&onPostgres, argc, argv);

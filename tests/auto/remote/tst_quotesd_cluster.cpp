@@ -1,0 +1,109 @@
+#include <QtTest>
+#include <boost/make_shared.hpp>
+#include <future>
+
+#include "CRemoteAdmin.h"
+#include "Hlx/CAdminBackend.h"
+#include "Hlx/COrinClientCenter.h"
+#include "PostgresCluster.h"
+#include "QuotesdProcess.h"
+#include "RecordBuilders.h"
+#include "rkservice/DataTypeIds.h"
+
+namespace {
+
+const QString kAdminPassword = QStringLiteral("admin-password-1");
+
+}  // namespace
+
+// Two quotesd on one PostgreSQL database: either serves every login, and a console moves on to
+// the other when one dies.
+class TestQuotesdCluster : public QObject {
+    Q_OBJECT
+
+    PostgresCluster m_database;
+    QuotesdProcess m_first;
+    QuotesdProcess m_second;
+
+    std::vector<rkservice::IDataPtr> sourcesVia(Hlx::IQuotesAdmin& admin, utils::RKError* error) {
+        rkservice::COrinQueryDataReq request;
+        request.dataType = rkservice::kDataQuoteSources;
+        std::vector<rkservice::IDataPtr> datas;
+        *error = admin.query(Hlx::CRequestTarget::centre(), request, &datas);
+        return datas;
+    }
+
+private slots:
+    void initTestCase() {
+        const QString why = m_database.start();
+        if (!why.isEmpty()) {
+            if (qEnvironmentVariable("CI") == QLatin1String("true"))
+                QFAIL(qPrintable(why));
+            QSKIP(qPrintable(why));
+        }
+        QVERIFY(m_database.createDatabase(QStringLiteral("quotes")));
+        m_first.setDatabaseUrl(m_database.url(QStringLiteral("quotes")));
+        m_second.setDatabaseUrl(m_database.url(QStringLiteral("quotes")));
+        QString output;
+        QVERIFY2(!m_second.join(&output), "a server joined a database nobody set up");
+        QVERIFY2(output.contains(QStringLiteral("not set up yet")), qPrintable(output));
+        QVERIFY2(m_first.init(kAdminPassword, &output), qPrintable(output));
+        QVERIFY2(m_second.join(&output), qPrintable(output));
+        QVERIFY2(m_first.start(), qPrintable(m_first.log()));
+        QVERIFY2(m_second.start(), qPrintable(m_second.log()));
+    }
+
+    void cleanupTestCase() {
+        Hlx::COrinClientCenter::instance()->waitForIdle();
+        Hlx::COrinClientCenter::instance()->setBackend({});
+    }
+
+    void aLoginHoldsOnEveryServerAndTheOtherServesWhenOneDies() {
+        const std::string trusted =
+            (m_first.certificatePem() + m_second.certificatePem()).toStdString();
+        auto remote = boost::make_shared<CRemoteAdmin>(
+            std::vector<std::string>{m_first.address().toStdString(),
+                                     m_second.address().toStdString()},
+            trusted);
+        QVERIFY(remote->login("admin", kAdminPassword.toStdString()).isSuccess());
+        QCOMPARE(QString::fromStdString(remote->currentServer()), m_first.address());
+
+        rkservice::COperateDataReq add;
+        add.dataType = rkservice::kDataQuoteSources;
+        add.operateType = rkservice::kOperateAdd;
+        auto source = RecordBuilders::source(0, 10000, 2, "192.0.2.80", 9000);
+        source->setSystemTag(std::string());
+        add.datas.push_back(source);
+        bson::BSONObj result;
+        const utils::RKError added = remote->operate(Hlx::CRequestTarget::centre(), add, &result);
+        QVERIFY2(added.isSuccess(), added.errorMsg().c_str());
+
+        // The console's path: the client centre asks the remote client on a worker.
+        Hlx::COrinClientCenter::instance()->setBackend(
+            boost::shared_ptr<Hlx::IDataServiceBackend>(new Hlx::CAdminBackend(remote)));
+        m_first.kill();
+        auto request = boost::make_shared<rkservice::COrinQueryDataReq>();
+        request->dataType = rkservice::kDataQuoteSources;
+        std::promise<std::pair<bool, size_t>> answered;
+        Hlx::COrinClientCenter::instance()->queryData_async(
+            request,
+            [&answered](const utils::RKError& error, const std::vector<rkservice::IDataPtr>& datas,
+                        int, bson::BSONObj) {
+                answered.set_value({error.isSuccess(), datas.size()});
+            },
+            false);
+        const auto [ok, count] = answered.get_future().get();
+        QVERIFY(ok);
+        QCOMPARE(int(count), 1);
+        QCOMPARE(QString::fromStdString(remote->currentServer()), m_second.address());
+
+        // The same login, without logging in again, on the server that is left.
+        utils::RKError error;
+        QCOMPARE(int(sourcesVia(*remote, &error).size()), 1);
+        QVERIFY(error.isSuccess());
+        QCOMPARE(m_second.stop(), 0);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestQuotesdCluster)
+#include "tst_quotesd_cluster.moc"

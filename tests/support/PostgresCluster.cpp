@@ -1,0 +1,117 @@
+#include "PostgresCluster.h"
+
+#include <pwd.h>
+#include <unistd.h>
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QProcess>
+#include <QSqlDatabase>
+
+namespace {
+
+const QString kBin = QStringLiteral("/usr/lib/postgresql/15/bin");
+
+}  // namespace
+
+PostgresCluster::~PostgresCluster() {
+    if (m_running)
+        stop();
+}
+
+QString PostgresCluster::start() {
+    if (!QFileInfo(kBin + QStringLiteral("/initdb")).isExecutable())
+        return QStringLiteral("PostgreSQL 15 server binaries are not installed");
+    if (!QSqlDatabase::isDriverAvailable(QStringLiteral("QPSQL")))
+        return QStringLiteral("the Qt PostgreSQL driver (QPSQL) is not installed");
+    if (!m_base.isValid())
+        return QStringLiteral("no temporary directory");
+    if (::geteuid() == 0)
+        m_runAs = QStringLiteral("nobody");
+    // Servers run as nobody reach the socket through our directory.
+    QFile::setPermissions(m_base.path(), QFileDevice::ReadOwner | QFileDevice::WriteOwner |
+                                             QFileDevice::ExeOwner | QFileDevice::ReadOther |
+                                             QFileDevice::ExeOther | QFileDevice::ReadGroup |
+                                             QFileDevice::ExeGroup);
+    m_dataDir = m_base.filePath(QStringLiteral("data"));
+    m_socketDir = m_base.filePath(QStringLiteral("sock"));
+    if (!QDir().mkpath(m_dataDir) || !QDir().mkpath(m_socketDir) || !ownBy(m_dataDir) ||
+        !ownBy(m_socketDir))
+        return QStringLiteral("cannot prepare the cluster's directories");
+    // The socket lives in our own directory, so the port only names it.
+    m_port = 20000 + int(QCoreApplication::applicationPid() % 40000);
+    if (!tool(QStringLiteral("initdb"),
+              {QStringLiteral("-D"), m_dataDir, QStringLiteral("-U"), QStringLiteral("postgres"),
+               QStringLiteral("-A"), QStringLiteral("trust"), QStringLiteral("-E"),
+               QStringLiteral("UTF8"), QStringLiteral("--locale=C"), QStringLiteral("--no-sync")}))
+        return QStringLiteral("initdb failed");
+    if (!startServer())
+        return QStringLiteral("the PostgreSQL server did not start");
+    return QString();
+}
+
+bool PostgresCluster::startServer() {
+    m_running = tool(QStringLiteral("pg_ctl"),
+                     {QStringLiteral("-D"), m_dataDir, QStringLiteral("-l"),
+                      m_base.filePath(QStringLiteral("sock/server.log")), QStringLiteral("-w"),
+                      QStringLiteral("-t"), QStringLiteral("60"), QStringLiteral("-o"),
+                      QStringLiteral("-c listen_addresses='' -k %1 -p %2 -c fsync=off")
+                          .arg(m_socketDir)
+                          .arg(m_port),
+                      QStringLiteral("start")});
+    return m_running;
+}
+
+bool PostgresCluster::stop() {
+    const bool stopped =
+        tool(QStringLiteral("pg_ctl"),
+             {QStringLiteral("-D"), m_dataDir, QStringLiteral("-m"), QStringLiteral("immediate"),
+              QStringLiteral("-w"), QStringLiteral("stop")});
+    m_running = !stopped;
+    return stopped;
+}
+
+bool PostgresCluster::restart() {
+    return startServer();
+}
+
+bool PostgresCluster::createDatabase(const QString& name) {
+    return tool(QStringLiteral("createdb"),
+                {QStringLiteral("-h"), m_socketDir, QStringLiteral("-p"), QString::number(m_port),
+                 QStringLiteral("-U"), QStringLiteral("postgres"), name});
+}
+
+QString PostgresCluster::url(const QString& database) const {
+    return QStringLiteral("postgresql://postgres@/%1?host=%2&port=%3")
+        .arg(database, m_socketDir)
+        .arg(m_port);
+}
+
+bool PostgresCluster::tool(const QString& name, const QStringList& arguments) {
+    QProcess process;
+    process.setProcessChannelMode(QProcess::MergedChannels);
+    process.setWorkingDirectory(m_base.path());
+    const QString program = kBin + QLatin1Char('/') + name;
+    if (m_runAs.isEmpty())
+        process.start(program, arguments);
+    else
+        process.start(
+            QStringLiteral("runuser"),
+            QStringList{QStringLiteral("-u"), m_runAs, QStringLiteral("--"), program} + arguments);
+    const bool finished = process.waitForStarted() && process.waitForFinished(120000);
+    if (!finished || process.exitStatus() != QProcess::NormalExit || process.exitCode() != 0) {
+        qWarning("%s failed: %s", qPrintable(name), process.readAll().constData());
+        return false;
+    }
+    return true;
+}
+
+bool PostgresCluster::ownBy(const QString& path) {
+    if (m_runAs.isEmpty())
+        return true;
+    const passwd* account = ::getpwnam(m_runAs.toLocal8Bit().constData());
+    return account &&
+           ::chown(QFile::encodeName(path).constData(), account->pw_uid, account->pw_gid) == 0;
+}

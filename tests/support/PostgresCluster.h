@@ -1,0 +1,37 @@
+#pragma once
+
+#include <QString>
+#include <QStringList>
+#include <QTemporaryDir>
+
+// A PostgreSQL cluster of the test's own in a temporary directory, on a Unix socket only, run
+// as the unprivileged user nobody when the test runs as root (the server refuses root).
+class PostgresCluster {
+public:
+    PostgresCluster() = default;
+    ~PostgresCluster();
+    PostgresCluster(const PostgresCluster&) = delete;
+    PostgresCluster& operator=(const PostgresCluster&) = delete;
+
+    // Creates and starts the cluster; empty when it runs, else why not.
+    QString start();
+    // Stops it at once (as after a crash) / starts it again on the same data.
+    bool stop();
+    bool restart();
+    bool createDatabase(const QString& name);
+
+    QString url(const QString& database) const;
+    bool isRunning() const { return m_running; }
+
+private:
+    bool tool(const QString& name, const QStringList& arguments);
+    bool ownBy(const QString& path);
+    bool startServer();
+
+    QTemporaryDir m_base;
+    QString m_runAs;
+    QString m_dataDir;
+    QString m_socketDir;
+    int m_port = 0;
+    bool m_running = false;
+};
