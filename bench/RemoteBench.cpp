@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "BenchRegistry.h"
+#include "BenchSources.h"
 #include "CEmbeddedAdmin.h"
 #include "CQuotesService.h"
 #include "CRemoteAdmin.h"
@@ -25,16 +26,7 @@ const char* const kPassword = "bench-password-1";
 const int kSources = 100000;
 
 rkservice::COrinQuoterSourceInfoPtr source(int n) {
-    auto s = boost::make_shared<rkservice::COrinQuoterSourceInfo>();
-    s->m_nPlatformId = 10000;
-    s->m_nTradeType = 2;
-    s->m_strAddress = "10." + std::to_string(n / 62500) + "." + std::to_string(n / 250 % 250) +
-                      "." + std::to_string(n % 250);
-    s->m_nPort = 9000;
-    s->m_strUserName = "user" + std::to_string(n);
-    s->m_strPassword = "password" + std::to_string(n);
-    s->m_strMarkets = "SH,SZ";
-    return s;
+    return benchSource(n);
 }
 
 double seconds(const QElapsedTimer& timer) {

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "BenchRegistry.h"
+#include "BenchSources.h"
 #include "CEmbeddedAdmin.h"
 #include "CQuotesService.h"
 #include "Hlx/COrinClientCenter.h"
@@ -19,16 +20,7 @@
 namespace {
 
 rkservice::IDataPtr source(int n) {
-    auto s = boost::make_shared<rkservice::COrinQuoterSourceInfo>();
-    s->m_nPlatformId = 10000;
-    s->m_nTradeType = 2;
-    s->m_strAddress = "10." + std::to_string(n / 62500) + "." + std::to_string(n / 250 % 250) +
-                      "." + std::to_string(n % 250);
-    s->m_nPort = 9000;
-    s->m_strUserName = "user" + std::to_string(n);
-    s->m_strPassword = "password" + std::to_string(n);
-    s->m_strMarkets = "SH,SZ";
-    return s;
+    return benchSource(n);
 }
 
 bool addThroughCentre(std::vector<rkservice::IDataPtr> datas) {

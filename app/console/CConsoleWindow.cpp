@@ -1,5 +1,6 @@
 #include "CConsoleWindow.h"
 
+#include <QApplication>
 #include <QCloseEvent>
 #include <QComboBox>
 #include <QDockWidget>
@@ -249,6 +250,19 @@ void CConsoleWindow::logoutAccount() {
         takeLoggedInAccount();
     else
         close();
+}
+
+std::function<void()> CConsoleWindow::loginExpiredNotifier() {
+    QPointer<CConsoleWindow> target(this);
+    return [target] {
+        QMetaObject::invokeMethod(
+            qApp,
+            [target] {
+                if (target)
+                    target->loginExpired();
+            },
+            Qt::QueuedConnection);
+    };
 }
 
 void CConsoleWindow::loginExpired() {

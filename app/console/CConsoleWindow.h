@@ -4,6 +4,7 @@
 #include <QMap>
 #include <QPointer>
 #include <boost/shared_ptr.hpp>
+#include <functional>
 #include <vector>
 
 #include "CConsoleSession.h"
@@ -42,6 +43,9 @@ public:
     void logoutAccount();
     // The server ended the login: asks for it again, once however many answers said so.
     Q_INVOKABLE void loginExpired();
+    // What the remote client calls, on any thread, when the server ends the login: the window
+    // then asks for it on its own thread (nothing when the window is gone).
+    std::function<void()> loginExpiredNotifier();
     void switchSystem(const QString& name);
     QString currentUser() const { return m_userName; }
     QString currentSystem() const { return m_systemName; }

@@ -3,7 +3,6 @@
 #include <QFile>
 #include <QFont>
 #include <QMessageBox>
-#include <QPointer>
 #include <QStandardPaths>
 #include <boost/make_shared.hpp>
 #include <cstdio>
@@ -98,17 +97,7 @@ int runOnServers(QApplication& app, const CConsoleOptions& options, const QStrin
     {
         CConsoleWindow window(remote, QDir(dataDir).filePath(QStringLiteral("console.ini")),
                               QString(), nullptr, session);
-        // Reported on a worker thread; the window asks for the login on its own thread.
-        QPointer<CConsoleWindow> target(&window);
-        remote->setLoginExpiredHandler([target] {
-            QMetaObject::invokeMethod(
-                qApp,
-                [target] {
-                    if (target)
-                        target->loginExpired();
-                },
-                Qt::QueuedConnection);
-        });
+        remote->setLoginExpiredHandler(window.loginExpiredNotifier());
         status = runWindow(app, window, options);
         remote->setLoginExpiredHandler({});
     }

@@ -83,6 +83,13 @@ bool PostgresCluster::createDatabase(const QString& name) {
                  QStringLiteral("-U"), QStringLiteral("postgres"), name});
 }
 
+bool PostgresCluster::sql(const QString& database, const QString& statement) {
+    return tool(QStringLiteral("psql"),
+                {QStringLiteral("-h"), m_socketDir, QStringLiteral("-p"), QString::number(m_port),
+                 QStringLiteral("-U"), QStringLiteral("postgres"), QStringLiteral("-d"), database,
+                 QStringLiteral("-c"), statement});
+}
+
 QString PostgresCluster::url(const QString& database) const {
     return QStringLiteral("postgresql://postgres@/%1?host=%2&port=%3")
         .arg(database, m_socketDir)

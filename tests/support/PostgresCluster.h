@@ -19,6 +19,8 @@ public:
     bool stop();
     bool restart();
     bool createDatabase(const QString& name);
+    // Runs one SQL statement in the database as the superuser.
+    bool sql(const QString& database, const QString& statement);
 
     QString url(const QString& database) const;
     bool isRunning() const { return m_running; }

@@ -6,6 +6,7 @@
 #include <QPushButton>
 #include <QStatusBar>
 #include <QtTest>
+#include <atomic>
 #include <boost/make_shared.hpp>
 
 #include "CConsoleWindow.h"
@@ -113,17 +114,11 @@ private slots:
             boost::shared_ptr<Hlx::IDataServiceBackend>(new Hlx::CAdminBackend(m_remote)));
         CConsoleWindow window(m_remote, m_settings.filePath(QStringLiteral("console.ini")),
                               QString(), nullptr, session);
-        QPointer<CConsoleWindow> target(&window);
-        int expiries = 0;
-        m_remote->setLoginExpiredHandler([target, &expiries] {
+        std::atomic<int> expiries{0};
+        const std::function<void()> notify = window.loginExpiredNotifier();
+        m_remote->setLoginExpiredHandler([notify, &expiries] {
             ++expiries;
-            QMetaObject::invokeMethod(
-                qApp,
-                [target] {
-                    if (target)
-                        target->loginExpired();
-                },
-                Qt::QueuedConnection);
+            notify();
         });
         // The account comes from the server: no user chooser, an account's tools instead.
         QVERIFY(!window.findChild<QComboBox*>(QStringLiteral("userChooser")));
@@ -151,7 +146,7 @@ private slots:
         QTRY_VERIFY(m_remote->isLoggedIn());
         Hlx::COrinClientCenter::instance()->waitForIdle();
         QCoreApplication::processEvents();
-        QCOMPARE(expiries, 1);
+        QCOMPARE(expiries.load(), 1);
         QCOMPARE(dialogs, 1);
         auto* rebuilt = qobject_cast<Hlx::CQuotesManagePanel*>(window.panel(QStringLiteral("stq")));
         QVERIFY(rebuilt);

@@ -69,6 +69,15 @@ void closeNextDialog(SeenDialog* seen) {
 class TestQuotesPanelActions : public QObject {
     Q_OBJECT
 
+    // A delete the service takes: the panel reloads once, its one refresh used up.
+    static void deleteFirstRowAndSeeItReload(CQuotesManagePanel* panel, QSignalSpy* finished) {
+        panel->table()->selectRow(0);
+        ModalDriver::answerNextBox(QMessageBox::Ok);
+        panel->deliverEvent(228, 0, 6, "0", nullptr);
+        QTRY_COMPARE(finished->count(), 1);
+        QTRY_COMPARE(panel->table()->rowCount(), 2);
+    }
+
     // Quote-source queries sent since the requests were last cleared.
     int queryCount() const {
         int count = 0;
@@ -457,11 +466,7 @@ private slots:
         panel.refresh();
         QTRY_COMPARE(panel.table()->rowCount(), 2);
         QSignalSpy finished(&panel, &Panel::sigOnDataFinished);
-        panel.table()->selectRow(0);
-        ModalDriver::answerNextBox(QMessageBox::Ok);
-        panel.deliverEvent(228, 0, 6, "0", nullptr);
-        QTRY_COMPARE(finished.count(), 1);
-        QTRY_COMPARE(panel.table()->rowCount(), 2);
+        deleteFirstRowAndSeeItReload(&panel, &finished);
         m_backend->settle();
         m_backend->setOperateAnswer(12300, utils::RKError::fail("没有权限：删除证券行情源"));
         m_backend->clearRequests();
@@ -540,11 +545,7 @@ private slots:
         panel.refresh();
         QTRY_COMPARE(panel.table()->rowCount(), 2);
         QSignalSpy finished(&panel, &Panel::sigOnDataFinished);
-        panel.table()->selectRow(0);
-        ModalDriver::answerNextBox(QMessageBox::Ok);
-        panel.deliverEvent(228, 0, 6, "0", nullptr);
-        QTRY_COMPARE(finished.count(), 1);
-        QTRY_COMPARE(panel.table()->rowCount(), 2);
+        deleteFirstRowAndSeeItReload(&panel, &finished);
         // Delete-all does not reset the flag, so its success refreshes nothing more.
         ModalDriver::answerNextBox(QMessageBox::Yes);
         panel.deliverEvent(5, 3, 0, QString(), nullptr);

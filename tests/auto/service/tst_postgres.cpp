@@ -1,7 +1,6 @@
 // The same service on PostgreSQL: a throw-away cluster in a temporary directory, bound to a
 // Unix socket only, started as an unprivileged account (the server refuses to run as root).
 
-#include <pwd.h>
 #include <unistd.h>
 
 #include <QJsonArray>
@@ -9,82 +8,21 @@
 #include <QThread>
 #include <atomic>
 
+#include "PostgresCluster.h"
 #include "ServiceTestUtil.h"
 
 using namespace svctest;
-
-namespace {
-
-const QString kBin = QStringLiteral("/usr/lib/postgresql/15/bin");
-
-}  // namespace
 
 class TestPostgres : public QObject {
     Q_OBJECT
 
 private:
-    QTemporaryDir m_base;
-    QString m_runAs;  // empty: run the server tools as ourselves
-    QString m_dataDir;
-    QString m_socketDir;
-    int m_port = 0;
-    bool m_running = false;
+    PostgresCluster m_cluster;
     boost::shared_ptr<CQuotesService> m_service;
-
-    // Runs a server tool, as the unprivileged account when we are root.
-    bool tool(const QString& name, const QStringList& arguments, QString* output = nullptr) {
-        QProcess process;
-        process.setProcessChannelMode(QProcess::MergedChannels);
-        process.setWorkingDirectory(m_base.path());
-        if (m_runAs.isEmpty()) {
-            process.start(kBin + QLatin1Char('/') + name, arguments);
-        } else {
-            process.start(QStringLiteral("runuser"),
-                          QStringList{QStringLiteral("-u"), m_runAs, QStringLiteral("--"),
-                                      kBin + QLatin1Char('/') + name} +
-                              arguments);
-        }
-        const bool finished = process.waitForStarted() && process.waitForFinished(120000);
-        const QString text = QString::fromLocal8Bit(process.readAll());
-        if (output)
-            *output = text;
-        if (!finished || process.exitStatus() != QProcess::NormalExit || process.exitCode() != 0) {
-            qWarning("%s failed: %s", qPrintable(name), qPrintable(text));
-            return false;
-        }
-        return true;
-    }
-
-    bool ownBy(const QString& path) {
-        if (m_runAs.isEmpty())
-            return true;
-        const passwd* account = ::getpwnam(m_runAs.toLocal8Bit().constData());
-        return account &&
-               ::chown(QFile::encodeName(path).constData(), account->pw_uid, account->pw_gid) == 0;
-    }
-
-    bool startServer() {
-        return tool(QStringLiteral("pg_ctl"),
-                    {QStringLiteral("-D"), m_dataDir, QStringLiteral("-l"),
-                     m_base.filePath(QStringLiteral("sock/server.log")), QStringLiteral("-w"),
-                     QStringLiteral("-t"), QStringLiteral("60"), QStringLiteral("-o"),
-                     QStringLiteral("-c listen_addresses='' -k %1 -p %2 -c fsync=off")
-                         .arg(m_socketDir)
-                         .arg(m_port),
-                     QStringLiteral("start")});
-    }
-
-    bool stopServer() {
-        return tool(QStringLiteral("pg_ctl"),
-                    {QStringLiteral("-D"), m_dataDir, QStringLiteral("-m"),
-                     QStringLiteral("immediate"), QStringLiteral("-w"), QStringLiteral("stop")});
-    }
 
     CServiceOptions options(const QString& database = QStringLiteral("quotes")) {
         CServiceOptions o;
-        o.dbUrl = QStringLiteral("postgresql://postgres@/%1?host=%2&port=%3")
-                      .arg(database, m_socketDir)
-                      .arg(m_port);
+        o.dbUrl = m_cluster.url(database);
         o.busyTimeoutMs = 5000;
         return o;
     }
@@ -102,35 +40,10 @@ private slots:
                 QFAIL(why);
             QSKIP(why);
         };
-        if (!QFileInfo(kBin + QStringLiteral("/initdb")).isExecutable())
-            return unavailable("PostgreSQL 15 server binaries are not installed");
-        if (!QSqlDatabase::isDriverAvailable(QStringLiteral("QPSQL")))
-            return unavailable("the Qt PostgreSQL driver (QPSQL) is not installed");
-        QVERIFY(m_base.isValid());
-        if (::geteuid() == 0)
-            m_runAs = QStringLiteral("nobody");
-        QFile::setPermissions(m_base.path(), QFileDevice::ReadOwner | QFileDevice::WriteOwner |
-                                                 QFileDevice::ExeOwner | QFileDevice::ReadOther |
-                                                 QFileDevice::ExeOther | QFileDevice::ReadGroup |
-                                                 QFileDevice::ExeGroup);
-        m_dataDir = m_base.filePath(QStringLiteral("data"));
-        m_socketDir = m_base.filePath(QStringLiteral("sock"));
-        QVERIFY(QDir().mkpath(m_dataDir) && QDir().mkpath(m_socketDir));
-        QVERIFY(ownBy(m_dataDir) && ownBy(m_socketDir));
-        m_port = 20000 + int(QCoreApplication::applicationPid() % 20000);
-        if (!tool(QStringLiteral("initdb"),
-                  {QStringLiteral("-D"), m_dataDir, QStringLiteral("-U"),
-                   QStringLiteral("postgres"), QStringLiteral("-A"), QStringLiteral("trust"),
-                   QStringLiteral("-E"), QStringLiteral("UTF8"), QStringLiteral("--locale=C"),
-                   QStringLiteral("--no-sync")}))
-            return unavailable("initdb failed");
-        if (!startServer())
-            return unavailable("the PostgreSQL server did not start");
-        m_running = true;
-        QVERIFY(
-            tool(QStringLiteral("createdb"),
-                 {QStringLiteral("-h"), m_socketDir, QStringLiteral("-p"), QString::number(m_port),
-                  QStringLiteral("-U"), QStringLiteral("postgres"), QStringLiteral("quotes")}));
+        const QString why = m_cluster.start();
+        if (!why.isEmpty())
+            return unavailable(qPrintable(why));
+        QVERIFY(m_cluster.createDatabase(QStringLiteral("quotes")));
         QString error;
         m_service = CQuotesService::open(options(), &error);
         QVERIFY2(m_service, qPrintable(error));
@@ -141,8 +54,6 @@ private slots:
         Hlx::COrinClientCenter::instance()->waitForIdle();
         Hlx::COrinClientCenter::instance()->setBackend(nullptr);
         m_service.reset();
-        if (m_running)
-            stopServer();
     }
 
     void seededAndDescribed() {
@@ -249,10 +160,7 @@ private slots:
         QCOMPARE(copy, document);
 
         // And into a second PostgreSQL database, which continues the ids after the imported ones.
-        QVERIFY(
-            tool(QStringLiteral("createdb"),
-                 {QStringLiteral("-h"), m_socketDir, QStringLiteral("-p"), QString::number(m_port),
-                  QStringLiteral("-U"), QStringLiteral("postgres"), QStringLiteral("quotes2")}));
+        QVERIFY(m_cluster.createDatabase(QStringLiteral("quotes2")));
         auto second = CQuotesService::open(options(QStringLiteral("quotes2")), &error);
         QVERIFY2(second, qPrintable(error));
         QVERIFY2(second->importDocument(CCaller::owner(), copy, &error), qPrintable(error));
@@ -286,18 +194,15 @@ private slots:
                     .isSuccess());
             QCOMPARE(datas.size(), count);
         }
-        QVERIFY(tool(QStringLiteral("psql"),
-                     {QStringLiteral("-h"), m_socketDir, QStringLiteral("-p"),
-                      QString::number(m_port), QStringLiteral("-U"), QStringLiteral("postgres"),
-                      QStringLiteral("-d"), QStringLiteral("quotes2"), QStringLiteral("-c"),
-                      QStringLiteral("UPDATE meta SET val = '7' WHERE name = 'schema_version'")}));
+        QVERIFY(m_cluster.sql(
+            QStringLiteral("quotes2"),
+            QStringLiteral("UPDATE meta SET val = '7' WHERE name = 'schema_version'")));
         QVERIFY(!CQuotesService::open(options(QStringLiteral("quotes2")), &error));
         QVERIFY2(error.contains(QStringLiteral("拒绝打开")), qPrintable(error));
     }
 
     void serverGoneAndBack() {
-        QVERIFY(stopServer());
-        m_running = false;
+        QVERIFY(m_cluster.stop());
         QElapsedTimer timer;
         timer.start();
         const QueryResult r = query(rkservice::kDataQuoteSources, "");
@@ -308,8 +213,7 @@ private slots:
             operate(rkservice::kDataQuoteSources, 2, list({stockSource(10000, 2, "10.30.0.1", 1)}));
         QVERIFY(!o.error.isSuccess());
         QVERIFY(timer.elapsed() < 20000);
-        QVERIFY(startServer());
-        m_running = true;
+        QVERIFY(m_cluster.restart());
         // Every worker thread reconnects on its next request.
         for (int i = 0; i < 16; ++i) {
             const QueryResult again = query(rkservice::kDataLevel2Tokens, "");
