@@ -8,6 +8,7 @@
 #include <QDir>
 #include <QFile>
 #include <QRegularExpression>
+#include <QThread>
 
 namespace {
 
@@ -135,8 +136,27 @@ void QuotesdProcess::kill() {
     m_server.waitForFinished(60000);
 }
 
-void QuotesdProcess::suspend() {
-    ::kill(pid_t(m_server.processId()), SIGSTOP);
+// The process's state letter from /proc ("T" when stopped).
+static QByteArray processState(qint64 pid) {
+    QFile stat(QStringLiteral("/proc/%1/stat").arg(pid));
+    if (!stat.open(QIODevice::ReadOnly))
+        return QByteArray();
+    const QByteArray line = stat.readAll();
+    const int close = line.lastIndexOf(')');
+    return close < 0 ? QByteArray() : line.mid(close + 2, 1);
+}
+
+bool QuotesdProcess::suspend() {
+    const qint64 pid = m_server.processId();
+    ::kill(pid_t(pid), SIGSTOP);
+    // kill() returns before the process has stopped: wait until the kernel says it has.
+    QDeadlineTimer deadline(10000);
+    while (!deadline.hasExpired()) {
+        if (processState(pid) == "T")
+            return true;
+        QThread::yieldCurrentThread();
+    }
+    return false;
 }
 
 void QuotesdProcess::resume() {

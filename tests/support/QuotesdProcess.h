@@ -31,7 +31,8 @@ public:
     // SIGTERM, then waits for the exit; the exit code (-1 when it had to be killed).
     int stop();
     void kill();
-    void suspend();
+    // SIGSTOP; true once the process has stopped.
+    bool suspend();
     void resume();
     bool isRunning() const;
     qint64 processId() const { return m_server.processId(); }

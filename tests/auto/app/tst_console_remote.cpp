@@ -159,7 +159,7 @@ private slots:
     // still waiting.
     void quitsPromptlyWithCallsInFlight() {
         QVERIFY(m_remote && m_remote->isLoggedIn());
-        m_server.suspend();
+        QVERIFY(m_server.suspend());
         auto* panel = new Hlx::CStockQuotesManagePanel(nullptr);
         panel->refresh();
         panel->refresh();

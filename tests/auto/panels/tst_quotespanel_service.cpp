@@ -120,7 +120,10 @@ private slots:
         ModalDriver::onNext([&](QWidget* modal) {
             auto* dialog = qobject_cast<CSetFutureQuotesDialog*>(modal);
             QVERIFY(dialog);
-            QTRY_VERIFY(dialog->platformCombo()->count() > 1);
+            // Platforms and brokers come back as two answers in either order: a platform chosen
+            // before the brokers are in would list none.
+            QTRY_VERIFY(!dialog->platformsPending() && !dialog->brokersPending());
+            QVERIFY(dialog->platformCombo()->count() > 1);
             dialog->platformCombo()->setCurrentIndex(1);
             QTRY_VERIFY(dialog->brokerCombo()->count() > 1);
             dialog->brokerCombo()->setCurrentIndex(1);

@@ -482,7 +482,7 @@ private slots:
         std::vector<rkservice::IDataPtr> datas;
         QVERIFY(remote.query(Hlx::CRequestTarget::centre(), request, &datas).isSuccess());
 
-        m_server.suspend();
+        QVERIFY(m_server.suspend());
         QElapsedTimer timer;
         timer.start();
         utils::RKError error = remote.query(Hlx::CRequestTarget::centre(), request, &datas);
