@@ -67,6 +67,23 @@ std::string CAdminServer::peerAddress(const std::string& peer) {
                                                                          : rest.substr(0, port);
 }
 
+CAdminServer::CallScope::CallScope(CAdminServer* server) : m_server(server) {
+    std::lock_guard<std::mutex> lock(m_server->m_callMutex);
+    ++m_server->m_inFlight;
+}
+
+CAdminServer::CallScope::~CallScope() {
+    std::lock_guard<std::mutex> lock(m_server->m_callMutex);
+    if (--m_server->m_inFlight == 0)
+        m_server->m_callsDone.notify_all();
+}
+
+bool CAdminServer::drain(std::chrono::milliseconds timeout) {
+    m_refusing = true;
+    std::unique_lock<std::mutex> lock(m_callMutex);
+    return m_callsDone.wait_for(lock, timeout, [this] { return m_inFlight == 0; });
+}
+
 grpc::Status CAdminServer::refusing() const {
     return grpc::Status(grpc::StatusCode::UNAVAILABLE, "服务器正在停止");
 }
@@ -90,6 +107,7 @@ grpc::Status CAdminServer::authenticate(grpc::ServerContext* context, CCaller* c
 grpc::Status CAdminServer::Login(grpc::ServerContext* context,
                                  const quotes::v1::LoginRequest* request,
                                  quotes::v1::LoginReply* reply) {
+    const CallScope scope(this);
     if (m_refusing)
         return refusing();
     const CLoginManager::LoginResult result =
@@ -110,6 +128,7 @@ grpc::Status CAdminServer::Login(grpc::ServerContext* context,
 
 grpc::Status CAdminServer::Logout(grpc::ServerContext* context, const quotes::v1::LogoutRequest*,
                                   quotes::v1::LogoutReply* reply) {
+    const CallScope scope(this);
     CCaller caller = CCaller::user(std::string(), {});
     const grpc::Status status = authenticate(context, &caller, nullptr);
     if (!status.ok())
@@ -121,6 +140,7 @@ grpc::Status CAdminServer::Logout(grpc::ServerContext* context, const quotes::v1
 
 grpc::Status CAdminServer::Ping(grpc::ServerContext*, const quotes::v1::PingRequest*,
                                 quotes::v1::PingReply* reply) {
+    const CallScope scope(this);
     if (m_refusing)
         return refusing();
     reply->set_server_version(QUOTES_VERSION);
@@ -132,6 +152,7 @@ grpc::Status CAdminServer::Ping(grpc::ServerContext*, const quotes::v1::PingRequ
 grpc::Status CAdminServer::Query(grpc::ServerContext* context,
                                  const quotes::v1::QueryRequest* request,
                                  grpc::ServerWriter<quotes::v1::QueryChunk>* writer) {
+    const CallScope scope(this);
     CCaller caller = CCaller::user(std::string(), {});
     grpc::Status status = authenticate(context, &caller, nullptr);
     if (!status.ok())
@@ -174,6 +195,7 @@ grpc::Status CAdminServer::Query(grpc::ServerContext* context,
 grpc::Status CAdminServer::Operate(grpc::ServerContext* context,
                                    const quotes::v1::OperateRequest* request,
                                    quotes::v1::OperateReply* reply) {
+    const CallScope scope(this);
     CCaller caller = CCaller::user(std::string(), {});
     grpc::Status status = authenticate(context, &caller, nullptr);
     if (!status.ok())
@@ -194,6 +216,7 @@ grpc::Status CAdminServer::Operate(grpc::ServerContext* context,
 grpc::Status CAdminServer::Subsystems(grpc::ServerContext* context,
                                       const quotes::v1::SubsystemsRequest*,
                                       quotes::v1::SubsystemsReply* reply) {
+    const CallScope scope(this);
     CCaller caller = CCaller::user(std::string(), {});
     grpc::Status status = authenticate(context, &caller, nullptr);
     if (status.ok())
@@ -204,6 +227,7 @@ grpc::Status CAdminServer::Subsystems(grpc::ServerContext* context,
 grpc::Status CAdminServer::LoginTypeAuth(grpc::ServerContext* context,
                                          const quotes::v1::LoginTypeAuthRequest*,
                                          quotes::v1::LoginTypeAuthReply* reply) {
+    const CallScope scope(this);
     CCaller caller = CCaller::user(std::string(), {});
     grpc::Status status = authenticate(context, &caller, nullptr);
     if (status.ok())
@@ -215,6 +239,7 @@ grpc::Status CAdminServer::LoginTypeAuth(grpc::ServerContext* context,
 grpc::Status CAdminServer::ExportDocument(grpc::ServerContext* context,
                                           const quotes::v1::ExportRequest*,
                                           quotes::v1::ExportReply* reply) {
+    const CallScope scope(this);
     CCaller caller = CCaller::user(std::string(), {});
     grpc::Status status = authenticate(context, &caller, nullptr);
     if (!status.ok())
@@ -231,6 +256,7 @@ grpc::Status CAdminServer::ExportDocument(grpc::ServerContext* context,
 grpc::Status CAdminServer::ImportDocument(grpc::ServerContext* context,
                                           const quotes::v1::ImportRequest* request,
                                           quotes::v1::ImportReply* reply) {
+    const CallScope scope(this);
     CCaller caller = CCaller::user(std::string(), {});
     grpc::Status status = authenticate(context, &caller, nullptr);
     if (!status.ok())
@@ -253,6 +279,7 @@ grpc::Status CAdminServer::ImportDocument(grpc::ServerContext* context,
 grpc::Status CAdminServer::ListAccounts(grpc::ServerContext* context,
                                         const quotes::v1::ListAccountsRequest*,
                                         quotes::v1::ListAccountsReply* reply) {
+    const CallScope scope(this);
     CCaller caller = CCaller::user(std::string(), {});
     grpc::Status status = authenticate(context, &caller, nullptr);
     if (!status.ok())
@@ -275,6 +302,7 @@ grpc::Status CAdminServer::ListAccounts(grpc::ServerContext* context,
 grpc::Status CAdminServer::changeAccount(grpc::ServerContext* context, const std::string& what,
                                          quotes::v1::AccountReply* reply,
                                          const std::function<void()>& change) {
+    const CallScope scope(this);
     CCaller caller = CCaller::user(std::string(), {});
     grpc::Status status = authenticate(context, &caller, nullptr);
     if (!status.ok())

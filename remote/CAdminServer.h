@@ -3,6 +3,10 @@
 #include <QElapsedTimer>
 #include <atomic>
 #include <boost/shared_ptr.hpp>
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
 #include <string>
 
 #include "CAccount.h"
@@ -21,8 +25,9 @@ public:
     CAdminServer(boost::shared_ptr<CQuotesService> service, CLoginManager& logins,
                  CAccountStore& accounts);
 
-    // From now on every new call is refused; calls already running finish.
-    void refuseNewCalls() { m_refusing = true; }
+    // From now on every new call is refused; waits until the calls already running have
+    // finished, or the timeout has passed. True when none is left.
+    bool drain(std::chrono::milliseconds timeout);
 
     grpc::Status Login(grpc::ServerContext* context, const quotes::v1::LoginRequest* request,
                        quotes::v1::LoginReply* reply) override;
@@ -72,9 +77,22 @@ private:
                                quotes::v1::AccountReply* reply,
                                const std::function<void()>& change);
 
+    // Counts a call from its start to its end, so that a stop can wait for the calls in flight.
+    class CallScope {
+    public:
+        explicit CallScope(CAdminServer* server);
+        ~CallScope();
+
+    private:
+        CAdminServer* m_server;
+    };
+
     boost::shared_ptr<CQuotesService> m_service;
     CLoginManager& m_logins;
     CAccountStore& m_accounts;
     QElapsedTimer m_started;
     std::atomic<bool> m_refusing{false};
+    std::mutex m_callMutex;
+    std::condition_variable m_callsDone;
+    int m_inFlight = 0;
 };

@@ -215,8 +215,10 @@ int CQuotesDaemon::serve() {
     int received = 0;
     sigwait(&stops, &received);
     say(QStringLiteral("stopping: calls in flight finish, new ones are refused"));
-    admin.refuseNewCalls();
-    server->Shutdown(std::chrono::system_clock::now() + std::chrono::seconds(30));
+    // Our own drain: gRPC's shutdown with a deadline also waits for idle connections.
+    if (!admin.drain(std::chrono::seconds(30)))
+        say(QStringLiteral("calls still running after 30 s are cancelled"));
+    server->Shutdown(std::chrono::system_clock::now());
     server->Wait();
     say(QStringLiteral("stopped"));
     return kOk;

@@ -8,19 +8,21 @@
 #include "CQuotesService.h"
 #include "Hlx/CAdminBackend.h"
 #include "Hlx/COrinClientCenter.h"
+#include "Hlx/CUserManager.h"
+#include "ServiceUnderTest.h"
 
 // The embedded data service on a fresh temporary directory, installed in the client centre for
 // the life of the object (for tests that link the service). It acts for the user manager's
 // current user, as in the console.
-class EmbeddedService {
+class EmbeddedService : public ServiceUnderTest {
 public:
     EmbeddedService() { open(); }
-    ~EmbeddedService() { close(); }
+    ~EmbeddedService() override { close(); }
     EmbeddedService(const EmbeddedService&) = delete;
     EmbeddedService& operator=(const EmbeddedService&) = delete;
 
-    bool isOpen() const { return bool(m_service); }
-    QString error() const { return m_error; }
+    bool isOpen() const override { return bool(m_service); }
+    QString error() const override { return m_error; }
     const boost::shared_ptr<CQuotesService>& service() const { return m_service; }
     // The administration interface installed in the client centre, as the console uses it.
     const boost::shared_ptr<CEmbeddedAdmin>& admin() const { return m_admin; }
@@ -30,6 +32,23 @@ public:
     void reopen() {
         close();
         open();
+    }
+    void restart() override { reopen(); }
+
+    bool loginAs(const std::string& name) override {
+        for (const rkservice::CUserInfoPtr& user : m_service->users()) {
+            if (user->m_strName == name) {
+                Hlx::CUserManager::instance()->setCurrentUser(user);
+                return true;
+            }
+        }
+        return false;
+    }
+
+    Hlx::IQuotesAdmin& administrator() override {
+        if (!m_owner)
+            m_owner = CEmbeddedAdmin::asOwner(m_service);
+        return *m_owner;
     }
 
 private:
@@ -50,6 +69,7 @@ private:
         QCoreApplication::processEvents();
         Hlx::COrinClientCenter::instance()->setBackend({});
         m_admin.reset();
+        m_owner.reset();
         m_service.reset();
     }
 
@@ -57,4 +77,5 @@ private:
     QString m_error;
     boost::shared_ptr<CQuotesService> m_service;
     boost::shared_ptr<CEmbeddedAdmin> m_admin;
+    boost::shared_ptr<CEmbeddedAdmin> m_owner;
 };

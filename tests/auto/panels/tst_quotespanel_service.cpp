@@ -1,3 +1,4 @@
+#include <QApplication>
 #include <QCheckBox>
 #include <QSignalSpy>
 #include <QtTest>
@@ -10,6 +11,7 @@
 #include "Hlx/CUserManager.h"
 #include "Hlx/CWholeQuoteSettingDialog.h"
 #include "ModalDriver.h"
+#include "QuotesdService.h"
 #include "Zu/CComboBox.h"
 #include "Zu/COddEvenRowTable.h"
 #include "dialogs/CSetFutureQuotesDialog.h"
@@ -20,18 +22,24 @@
 using namespace Hlx;
 using Panel = CQuotesManagePanel;
 
-// The panels against the embedded data service: what the operator does is stored and read back.
+// The panels against the data service, embedded and then through quotesd: what the operator does
+// is stored and read back.
 class TestQuotesPanelService : public QObject {
     Q_OBJECT
+public:
+    using Factory = std::function<std::unique_ptr<ServiceUnderTest>()>;
+    explicit TestQuotesPanelService(Factory factory) : m_factory(std::move(factory)) {}
+
 private slots:
     void init() {
-        m_embedded.reset(new EmbeddedService);
+        m_service = m_factory();
+        QVERIFY2(m_service->isOpen(), qPrintable(m_service->error()));
         loginAsAdmin();
         m_messages.reset(
             new QSignalSpy(COrinClientCenter::instance(), &COrinClientCenter::serverMessageShown));
     }
 
-    void cleanup() { m_embedded.reset(); }
+    void cleanup() { m_service.reset(); }
 
     void addStockSourceAndSeeItListed() {
         CStockQuotesManagePanel panel(nullptr);
@@ -83,8 +91,8 @@ private slots:
             source->m_strAddress = address;
             source->m_nPort = 7000;
             request->datas.push_back(source);
-            QVERIFY(m_embedded->service()
-                        ->operateSync(CCaller::owner(), CRequestTarget::centre(), *request)
+            QVERIFY(m_service->administrator()
+                        .operate(CRequestTarget::centre(), *request, nullptr)
                         .isSuccess());
         }
         loginAs("viewer");
@@ -209,8 +217,8 @@ private slots:
             panel.deliverEvent(5, 4, 0, QString(), nullptr);
             QTRY_COMPARE(lastMessage(), QString("保存成功"));
         }
-        // A new service on the same database, as after a restart of the console.
-        m_embedded->reopen();
+        // A new service on the same database, as after a restart of the console or server.
+        m_service->restart();
         loginAsAdmin();
         CAllTypeQuotesManagePanel sys2(nullptr);
         sys2.switchSystem(1, "sys2");
@@ -227,11 +235,7 @@ private slots:
 
 private:
     void loginAs(const std::string& name) {
-        QVERIFY2(m_embedded->isOpen(), qPrintable(m_embedded->error()));
-        for (const rkservice::CUserInfoPtr& user : m_embedded->service()->users()) {
-            if (user->m_strName == name)
-                CUserManager::instance()->setCurrentUser(user);
-        }
+        QVERIFY(m_service->loginAs(name));
         QCOMPARE(CUserManager::instance()->getUserInfoPtr()->m_strName, name);
     }
 
@@ -261,9 +265,26 @@ private:
         panel->deliverEvent(5, 0, 0, QString(), nullptr);
     }
 
-    std::unique_ptr<EmbeddedService> m_embedded;
+    Factory m_factory;
+    std::unique_ptr<ServiceUnderTest> m_service;
     std::unique_ptr<QSignalSpy> m_messages;
 };
 
-QTEST_MAIN(TestQuotesPanelService)
+// The same tests through a quotesd of their own.
+class TestQuotesPanelServiceOnQuotesd : public TestQuotesPanelService {
+    Q_OBJECT
+public:
+    TestQuotesPanelServiceOnQuotesd()
+        : TestQuotesPanelService([] { return std::make_unique<QuotesdService>(); }) {}
+};
+
+int main(int argc, char** argv) {
+    QApplication app(argc, argv);
+    TestQuotesPanelService embedded([] { return std::make_unique<EmbeddedService>(); });
+    int status = QTest::qExec(&embedded, argc, argv);
+    TestQuotesPanelServiceOnQuotesd onQuotesd;
+    status |= QTest::qExec(&onQuotesd, argc, argv);
+    return status;
+}
+
 #include "tst_quotespanel_service.moc"
