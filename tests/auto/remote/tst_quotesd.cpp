@@ -1,3 +1,4 @@
+#include <grpcpp/generic/generic_stub.h>
 #include <grpcpp/grpcpp.h>
 #include <signal.h>
 #include <sys/stat.h>
@@ -9,6 +10,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QtTest>
+#include <future>
 #include <memory>
 
 #include "CRecordCodec.h"
@@ -385,6 +387,46 @@ private slots:
                      .error_code(),
                  grpc::StatusCode::RESOURCE_EXHAUSTED);
         QCOMPARE(int(sources(token("admin")).size()), 0);
+    }
+
+    // Bytes that are no message at all, to every changing call: refused, nothing changes.
+    void garbageBytesAreRefused() {
+        removeEverySource();
+        grpc::SslCredentialsOptions tls;
+        tls.pem_root_certs = m_server.certificatePem().toStdString();
+        grpc::GenericStub raw(
+            grpc::CreateChannel(m_server.address().toStdString(), grpc::SslCredentials(tls)));
+        const std::string garbage(
+            "\xff\xff\xff\xff\x0f\x08\x80\x80\x80\x80\x80\x80\x80\x80\x80"
+            "\x80\x01\x12\xff\xff\xff\x7f",
+            22);
+        for (const char* method :
+             {"/quotes.v1.QuotesAdmin/Operate", "/quotes.v1.QuotesAdmin/ImportDocument",
+              "/quotes.v1.QuotesAdmin/SetRights", "/quotes.v1.QuotesAdmin/Login"}) {
+            grpc::Slice slice(garbage.data(), garbage.size());
+            grpc::ByteBuffer request(&slice, 1);
+            grpc::ByteBuffer response;
+            auto call = context(token("admin"));
+            std::promise<grpc::Status> done;
+            raw.UnaryCall(call.get(), method, grpc::StubOptions(), &request, &response,
+                          [&done](grpc::Status status) { done.set_value(status); });
+            const grpc::Status status = done.get_future().get();
+            // Refused for what it carries, not lost on the way.
+            QVERIFY2(status.error_code() == grpc::StatusCode::INTERNAL ||
+                         status.error_code() == grpc::StatusCode::INVALID_ARGUMENT,
+                     qPrintable(QStringLiteral("%1: %2 %3")
+                                    .arg(method)
+                                    .arg(int(status.error_code()))
+                                    .arg(QString::fromStdString(status.error_message()))));
+        }
+        QCOMPARE(int(sources(token("admin")).size()), 0);
+        v1::ListAccountsReply accounts;
+        QVERIFY(
+            m_stub
+                ->ListAccounts(context(token("admin")).get(), v1::ListAccountsRequest(), &accounts)
+                .ok());
+        for (const auto& account : accounts.accounts())
+            QVERIFY(account.enabled());
     }
 
     void onlyTlsClientsThatTrustTheServer() {
