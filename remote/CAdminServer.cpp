@@ -5,12 +5,9 @@
 #include <QJsonObject>
 #include <algorithm>
 
-#include "CAccessPolicy.h"
-#include "CAccountStore.h"
 #include "CLoginManager.h"
 #include "CQuotesService.h"
 #include "CRecordCodec.h"
-#include "CServiceError.h"
 
 namespace {
 
@@ -48,9 +45,8 @@ utils::RKError outcome(bool done, const QString& error) {
 
 }  // namespace
 
-CAdminServer::CAdminServer(boost::shared_ptr<CQuotesService> service, CLoginManager& logins,
-                           CAccountStore& accounts)
-    : m_service(std::move(service)), m_logins(logins), m_accounts(accounts) {
+CAdminServer::CAdminServer(boost::shared_ptr<CQuotesService> service, CLoginManager& logins)
+    : m_service(std::move(service)), m_logins(logins) {
     m_started.start();
 }
 
@@ -284,65 +280,62 @@ grpc::Status CAdminServer::ListAccounts(grpc::ServerContext* context,
     grpc::Status status = authenticate(context, &caller, nullptr);
     if (!status.ok())
         return status;
-    try {
-        CAccessPolicy::checkAdminister(caller, "管理账户");
-        for (const CAccount& account : m_accounts.accounts()) {
-            quotes::v1::Account* out = reply->add_accounts();
-            encodeAccount(account, out->mutable_user());
-            out->set_enabled(account.enabled);
-        }
-        CRecordCodec::encodeError(utils::RKError::ok(), reply->mutable_error());
-    } catch (const CServiceError& e) {
-        reply->clear_accounts();
-        CRecordCodec::encodeError(utils::RKError::fail(e.what()), reply->mutable_error());
+    std::vector<CAccount> accounts;
+    QString error;
+    const bool done = m_service->accounts(caller, &accounts, &error);
+    for (const CAccount& account : accounts) {
+        quotes::v1::Account* out = reply->add_accounts();
+        encodeAccount(account, out->mutable_user());
+        out->set_enabled(account.enabled);
     }
+    CRecordCodec::encodeError(outcome(done, error), reply->mutable_error());
     return grpc::Status::OK;
 }
 
-grpc::Status CAdminServer::changeAccount(grpc::ServerContext* context, const std::string& what,
-                                         quotes::v1::AccountReply* reply,
-                                         const std::function<void()>& change) {
+grpc::Status CAdminServer::changeAccount(
+    grpc::ServerContext* context, quotes::v1::AccountReply* reply,
+    const std::function<bool(const CCaller&, QString*)>& change) {
     const CallScope scope(this);
     CCaller caller = CCaller::user(std::string(), {});
     grpc::Status status = authenticate(context, &caller, nullptr);
     if (!status.ok())
         return status;
-    try {
-        CAccessPolicy::checkAdminister(caller, what);
-        change();
-        CRecordCodec::encodeError(utils::RKError::ok(), reply->mutable_error());
-    } catch (const CServiceError& e) {
-        CRecordCodec::encodeError(utils::RKError::fail(e.what()), reply->mutable_error());
-    }
+    QString error;
+    const bool done = change(caller, &error);
+    CRecordCodec::encodeError(outcome(done, error), reply->mutable_error());
     return grpc::Status::OK;
 }
 
 grpc::Status CAdminServer::SetPassword(grpc::ServerContext* context,
                                        const quotes::v1::SetPasswordRequest* request,
                                        quotes::v1::AccountReply* reply) {
-    return changeAccount(context, "修改账户密码", reply, [&] {
-        m_accounts.setPassword(QString::fromStdString(request->name()), request->password());
+    return changeAccount(context, reply, [&](const CCaller& caller, QString* error) {
+        return m_service->setPassword(caller, QString::fromStdString(request->name()),
+                                      request->password(), error);
     });
 }
 
 grpc::Status CAdminServer::SetAccountEnabled(grpc::ServerContext* context,
                                              const quotes::v1::SetAccountEnabledRequest* request,
                                              quotes::v1::AccountReply* reply) {
-    return changeAccount(context, "启用或停用账户", reply, [&] {
-        m_accounts.setEnabled(QString::fromStdString(request->name()), request->enabled());
+    return changeAccount(context, reply, [&](const CCaller& caller, QString* error) {
+        return m_service->setAccountEnabled(caller, QString::fromStdString(request->name()),
+                                            request->enabled(), error);
     });
 }
 
 grpc::Status CAdminServer::SetRights(grpc::ServerContext* context,
                                      const quotes::v1::SetRightsRequest* request,
                                      quotes::v1::AccountReply* reply) {
-    return changeAccount(context, "修改账户权限", reply, [&] {
+    return changeAccount(context, reply, [&](const CCaller& caller, QString* error) {
         std::set<int> rights;
         for (google::protobuf::int64 right : request->rights()) {
-            if (right < 0 || right > 0x7fffffff)
-                throw CServiceError("权限编号超出范围: " + std::to_string(right));
+            if (right < 0 || right > 0x7fffffff) {
+                *error = QStringLiteral("权限编号超出范围: %1").arg(right);
+                return false;
+            }
             rights.insert(int(right));
         }
-        m_accounts.setRights(QString::fromStdString(request->name()), rights);
+        return m_service->setRights(caller, QString::fromStdString(request->name()), rights, error);
     });
 }

@@ -13,7 +13,6 @@
 #include "CCaller.h"
 #include "quotes.grpc.pb.h"
 
-class CAccountStore;
 class CLoginManager;
 class CQuotesService;
 
@@ -22,8 +21,7 @@ class CQuotesService;
 // stored data (CAccessPolicy), so nothing here decides what an account may do.
 class CAdminServer final : public quotes::v1::QuotesAdmin::Service {
 public:
-    CAdminServer(boost::shared_ptr<CQuotesService> service, CLoginManager& logins,
-                 CAccountStore& accounts);
+    CAdminServer(boost::shared_ptr<CQuotesService> service, CLoginManager& logins);
 
     // From now on every new call is refused; waits until the calls already running have
     // finished, or the timeout has passed. True when none is left.
@@ -72,10 +70,9 @@ private:
     // is stopping).
     grpc::Status authenticate(grpc::ServerContext* context, CCaller* caller, CAccount* account);
     grpc::Status refusing() const;
-    // Runs an account change after checking the administrator right; its outcome in reply.
-    grpc::Status changeAccount(grpc::ServerContext* context, const std::string& what,
-                               quotes::v1::AccountReply* reply,
-                               const std::function<void()>& change);
+    // Runs an account change of the service for the call's account; its outcome in reply.
+    grpc::Status changeAccount(grpc::ServerContext* context, quotes::v1::AccountReply* reply,
+                               const std::function<bool(const CCaller&, QString*)>& change);
 
     // Counts a call from its start to its end, so that a stop can wait for the calls in flight.
     class CallScope {
@@ -89,7 +86,6 @@ private:
 
     boost::shared_ptr<CQuotesService> m_service;
     CLoginManager& m_logins;
-    CAccountStore& m_accounts;
     QElapsedTimer m_started;
     std::atomic<bool> m_refusing{false};
     std::mutex m_callMutex;

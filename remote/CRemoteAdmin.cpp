@@ -299,6 +299,10 @@ RKError CRemoteAdmin::setAccountEnabled(const std::string& name, bool enabled) {
     return error.isSuccess() ? CRecordCodec::decodeError(reply.error()) : error;
 }
 
+RKError CRemoteAdmin::setRights(const std::string& name, const std::set<int>& rights) {
+    return setRights(name, rights, 0);
+}
+
 RKError CRemoteAdmin::setRights(const std::string& name, const std::set<int>& rights,
                                 int systemId) {
     v1::AccountReply reply;

@@ -36,11 +36,7 @@ public:
     static const char* const kNotLoggedIn;     // 尚未登录服务器
     static const char* const kClosed;          // 客户端已关闭
 
-    // An account as the server lists it.
-    struct Account {
-        rkservice::CUserInfoPtr user;
-        bool enabled = true;
-    };
+    using Account = Hlx::CAdminAccount;
 
     // servers: "host:port", tried in this order. caPem: the certificate (or CA) to trust; empty
     // trusts the system's roots. deadline: of each attempt on one server.
@@ -67,9 +63,10 @@ public:
     int callsInFlight() const;
 
     // Accounts.
-    utils::RKError accounts(std::vector<Account>* accounts);
-    utils::RKError setPassword(const std::string& name, const std::string& password);
-    utils::RKError setAccountEnabled(const std::string& name, bool enabled);
+    utils::RKError accounts(std::vector<Account>* accounts) override;
+    utils::RKError setPassword(const std::string& name, const std::string& password) override;
+    utils::RKError setAccountEnabled(const std::string& name, bool enabled) override;
+    utils::RKError setRights(const std::string& name, const std::set<int>& rights) override;
     utils::RKError setRights(const std::string& name, const std::set<int>& rights, int systemId);
 
     // Hlx::IQuotesAdmin

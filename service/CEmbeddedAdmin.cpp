@@ -1,5 +1,7 @@
 #include "CEmbeddedAdmin.h"
 
+#include <boost/make_shared.hpp>
+
 #include "CQuotesService.h"
 #include "Hlx/CAdminBackend.h"
 #include "Hlx/CUserManager.h"
@@ -99,4 +101,38 @@ utils::RKError CEmbeddedAdmin::status(Hlx::CServiceStatus* status) {
     status->database = m_service->databaseDescription().toStdString();
     status->uptimeMs = m_started.elapsed();
     return utils::RKError::ok();
+}
+
+utils::RKError CEmbeddedAdmin::accounts(std::vector<Hlx::CAdminAccount>* accounts) {
+    QString error;
+    std::vector<CAccount> stored;
+    const bool done = m_service->accounts(m_caller(), &stored, &error);
+    accounts->clear();
+    for (const CAccount& account : stored) {
+        auto user = boost::make_shared<rkservice::CUserInfo>();
+        user->m_strName = account.name.toStdString();
+        user->m_nSystemId = account.systemId;
+        user->m_rights = account.rights;
+        accounts->push_back({user, account.enabled});
+    }
+    return outcome(done, error);
+}
+
+utils::RKError CEmbeddedAdmin::setPassword(const std::string& name, const std::string& password) {
+    QString error;
+    return outcome(
+        m_service->setPassword(m_caller(), QString::fromStdString(name), password, &error), error);
+}
+
+utils::RKError CEmbeddedAdmin::setAccountEnabled(const std::string& name, bool enabled) {
+    QString error;
+    return outcome(
+        m_service->setAccountEnabled(m_caller(), QString::fromStdString(name), enabled, &error),
+        error);
+}
+
+utils::RKError CEmbeddedAdmin::setRights(const std::string& name, const std::set<int>& rights) {
+    QString error;
+    return outcome(m_service->setRights(m_caller(), QString::fromStdString(name), rights, &error),
+                   error);
 }

@@ -45,6 +45,10 @@ public:
     utils::RKError importDocument(const QJsonObject& document) override;
     utils::RKError checkIntegrity() override;
     utils::RKError status(Hlx::CServiceStatus* status) override;
+    utils::RKError accounts(std::vector<Hlx::CAdminAccount>* accounts) override;
+    utils::RKError setPassword(const std::string& name, const std::string& password) override;
+    utils::RKError setAccountEnabled(const std::string& name, bool enabled) override;
+    utils::RKError setRights(const std::string& name, const std::set<int>& rights) override;
 
     const boost::shared_ptr<CQuotesService>& service() const { return m_service; }
 

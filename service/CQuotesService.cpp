@@ -9,6 +9,7 @@
 #include <set>
 
 #include "CAccessPolicy.h"
+#include "CAccountStore.h"
 #include "CDataTransfer.h"
 #include "CDatabase.h"
 #include "CQuoteSourceStore.h"
@@ -575,6 +576,30 @@ bool CQuotesService::importDocument(const CCaller& caller, const QJsonObject& do
             reloadCaches(db);
         });
     });
+}
+
+bool CQuotesService::accounts(const CCaller& caller, std::vector<CAccount>* accounts,
+                              QString* error) {
+    return administer(caller, "管理账户", error,
+                      [&] { *accounts = CAccountStore(*m_database).accounts(); });
+}
+
+bool CQuotesService::setPassword(const CCaller& caller, const QString& name,
+                                 const std::string& password, QString* error) {
+    return administer(caller, "修改账户密码", error,
+                      [&] { CAccountStore(*m_database).setPassword(name, password); });
+}
+
+bool CQuotesService::setAccountEnabled(const CCaller& caller, const QString& name, bool enabled,
+                                       QString* error) {
+    return administer(caller, "启用或停用账户", error,
+                      [&] { CAccountStore(*m_database).setEnabled(name, enabled); });
+}
+
+bool CQuotesService::setRights(const CCaller& caller, const QString& name,
+                               const std::set<int>& rights, QString* error) {
+    return administer(caller, "修改账户权限", error,
+                      [&] { CAccountStore(*m_database).setRights(name, rights); });
 }
 
 bool CQuotesService::checkIntegrity(QString* error) {

@@ -10,6 +10,7 @@
 #include <mutex>
 #include <vector>
 
+#include "CAccount.h"
 #include "CCaller.h"
 #include "CServiceOptions.h"
 #include "Hlx/IDataServiceBackend.h"
@@ -69,6 +70,15 @@ public:
     bool exportDocument(const CCaller& caller, QJsonObject* document, QString* error = nullptr);
     bool importDocument(const CCaller& caller, const QJsonObject& document,
                         QString* error = nullptr);
+
+    // Accounts, with the administrator right; never a password or hash in what they return.
+    bool accounts(const CCaller& caller, std::vector<CAccount>* accounts, QString* error = nullptr);
+    bool setPassword(const CCaller& caller, const QString& name, const std::string& password,
+                     QString* error = nullptr);
+    bool setAccountEnabled(const CCaller& caller, const QString& name, bool enabled,
+                           QString* error = nullptr);
+    bool setRights(const CCaller& caller, const QString& name, const std::set<int>& rights,
+                   QString* error = nullptr);
 
     // The database's own consistency check (SQLite integrity_check); true when it passes.
     bool checkIntegrity(QString* error = nullptr);

@@ -94,6 +94,16 @@ QString CQuotesCtl::helpText() {
                "bad.\n"
                "  integrity\n"
                "      Run the database's consistency check.\n"
+               "  accounts list [--json]\n"
+               "      Accounts with their rights and whether they may log in.\n"
+               "  accounts password NAME --password-file FILE|-\n"
+               "      Set an account's password (at least 12 characters), read from the first\n"
+               "      line of FILE or of standard input; its logins end.\n"
+               "  accounts enable NAME | accounts disable NAME\n"
+               "      Let an account log in, or end its logins and refuse new ones.\n"
+               "  accounts rights NAME --rights LIST\n"
+               "      Replace an account's rights (comma-separated numbers; empty for none).\n"
+               "      The account commands need the administrator right (90002).\n"
                "  ping [--json]\n"
                "      The data service's version, database and uptime.\n"
                "\n"
@@ -241,7 +251,8 @@ int CQuotesCtl::run(const QStringList& arguments) {
     const QString command = rest.takeFirst();
     static const QStringList withAction = {QStringLiteral("sources"),    QStringLiteral("brokers"),
                                            QStringLiteral("platforms"),  QStringLiteral("token"),
-                                           QStringLiteral("subsystems"), QStringLiteral("users")};
+                                           QStringLiteral("subsystems"), QStringLiteral("users"),
+                                           QStringLiteral("accounts")};
     static const QStringList single = {QStringLiteral("export"), QStringLiteral("import"),
                                        QStringLiteral("integrity"), QStringLiteral("ping")};
     if (!withAction.contains(command) && !single.contains(command))
@@ -295,6 +306,16 @@ int CQuotesCtl::run(const QStringList& arguments) {
             handler =
                 command == QLatin1String("users") ? &CQuotesCtl::users : &CQuotesCtl::subsystems;
         }
+    } else if (command == QLatin1String("accounts")) {
+        static const QStringList actions = {QStringLiteral("list"), QStringLiteral("password"),
+                                            QStringLiteral("enable"), QStringLiteral("disable"),
+                                            QStringLiteral("rights")};
+        if (actions.contains(action)) {
+            parsed = parseOptions(rest, {QStringLiteral("password-file"), QStringLiteral("rights")},
+                                  action == QLatin1String("list") ? json : QStringList());
+            m_positional.prepend(action);
+            handler = &CQuotesCtl::accounts;
+        }
     } else if (command == QLatin1String("ping")) {
         parsed = parseOptions(rest, {}, json);
         handler = &CQuotesCtl::ping;
@@ -309,9 +330,10 @@ int CQuotesCtl::run(const QStringList& arguments) {
     if (!handler)
         return usage(QStringLiteral("unknown action \"%1 %2\"").arg(command, action));
     // Positional arguments: ids for modify/delete, the token, the import file.
-    const bool takesPositional = handler == &CQuotesCtl::sourcesModify ||
-                                 handler == &CQuotesCtl::sourcesDelete ||
-                                 handler == &CQuotesCtl::token || handler == &CQuotesCtl::importAll;
+    const bool takesPositional =
+        handler == &CQuotesCtl::sourcesModify || handler == &CQuotesCtl::sourcesDelete ||
+        handler == &CQuotesCtl::token || handler == &CQuotesCtl::importAll ||
+        handler == &CQuotesCtl::accounts;
     if (!takesPositional && !m_positional.isEmpty())
         return usage(QStringLiteral("unexpected argument \"%1\"").arg(m_positional.front()));
     if (handler == &CQuotesCtl::importAll && m_positional.size() != 1)
@@ -320,6 +342,11 @@ int CQuotesCtl::run(const QStringList& arguments) {
         return usage(QStringLiteral("sources modify needs one ID"));
     if (handler == &CQuotesCtl::sourcesDelete && m_positional.isEmpty())
         return usage(QStringLiteral("sources delete needs at least one ID"));
+    if (handler == &CQuotesCtl::accounts) {
+        const QString problem = checkAccountsCommand(action);
+        if (!problem.isEmpty())
+            return usage(problem);
+    }
     if (handler == &CQuotesCtl::token) {
         const int expected = action == QLatin1String("set") ? 2 : 1;
         if (m_positional.size() != expected)
@@ -348,8 +375,12 @@ int CQuotesCtl::run(const QStringList& arguments) {
     } catch (const QString& message) {
         return usage(message);
     }
-    if (handler == &CQuotesCtl::importAll && m_positional.value(0) == QLatin1String("-") &&
-        m_remote.passwordFile == QLatin1String("-"))
+    const auto secretFile = m_options.find(QStringLiteral("password-file"));
+    const bool secretFromInput =
+        secretFile != m_options.end() && secretFile->second == QLatin1String("-");
+    if (m_remote.passwordFile == QLatin1String("-") &&
+        (secretFromInput ||
+         (handler == &CQuotesCtl::importAll && m_positional.value(0) == QLatin1String("-"))))
         return usage(QStringLiteral("only one input may be read from standard input"));
     QString error;
     m_admin = m_remote.servers.isEmpty() ? openEmbedded(options, &error) : openRemote(&error);
@@ -795,5 +826,96 @@ int CQuotesCtl::ping() {
         print(QStringLiteral("version %1\ndatabase %2\nuptime %3 s\n")
                   .arg(version, database, QString::number(status.uptimeMs / 1000.0, 'f', 1)));
     }
+    return kOk;
+}
+
+QString CQuotesCtl::checkAccountsCommand(const QString& action) const {
+    const int names = m_positional.size() - 1;
+    if (action == QLatin1String("list"))
+        return names == 0 ? QString() : QStringLiteral("accounts list takes no NAME");
+    if (names != 1)
+        return QStringLiteral("accounts %1 needs one NAME").arg(action);
+    if (action == QLatin1String("password") && !m_options.count(QStringLiteral("password-file")))
+        return QStringLiteral(
+            "accounts password needs --password-file FILE (or - for standard "
+            "input)");
+    if (action == QLatin1String("rights")) {
+        if (!m_options.count(QStringLiteral("rights")))
+            return QStringLiteral(
+                "accounts rights needs --rights LIST (comma-separated; empty "
+                "for none)");
+        std::set<int> ignored;
+        if (!rightsOption(&ignored))
+            return QStringLiteral("--rights takes right numbers separated by commas");
+    }
+    return QString();
+}
+
+bool CQuotesCtl::rightsOption(std::set<int>* rights) const {
+    const QString text = m_options.at(QStringLiteral("rights"));
+    for (const QString& part : text.split(QLatin1Char(','), Qt::SkipEmptyParts)) {
+        bool ok = false;
+        const int right = part.trimmed().toInt(&ok, 10);
+        if (!ok || right < 0)
+            return false;
+        rights->insert(right);
+    }
+    return true;
+}
+
+int CQuotesCtl::accounts() {
+    const QString action = m_positional.front();
+    if (action == QLatin1String("list"))
+        return accountsList();
+    const std::string name = m_positional.value(1).toStdString();
+    utils::RKError error = utils::RKError::ok();
+    if (action == QLatin1String("password")) {
+        QByteArray password;
+        const QString file = m_options.at(QStringLiteral("password-file"));
+        if (!readSecret(file, &password))
+            return refused(QStringLiteral("无法读取密码文件: %1").arg(file));
+        error = m_admin->setPassword(name, password.toStdString());
+        password.fill('\0');
+    } else if (action == QLatin1String("rights")) {
+        std::set<int> rights;
+        rightsOption(&rights);
+        error = m_admin->setRights(name, rights);
+    } else {
+        error = m_admin->setAccountEnabled(name, action == QLatin1String("enable"));
+    }
+    return error.isSuccess() ? kOk : refused(QString::fromStdString(error.errorMsg()));
+}
+
+int CQuotesCtl::accountsList() {
+    std::vector<Hlx::CAdminAccount> accounts;
+    const utils::RKError error = m_admin->accounts(&accounts);
+    if (!error.isSuccess())
+        return refused(QString::fromStdString(error.errorMsg()));
+    QJsonArray array;
+    QList<QStringList> rows;
+    for (const Hlx::CAdminAccount& account : accounts) {
+        QJsonArray rights;
+        QStringList list;
+        for (int right : account.user->m_rights) {
+            rights.append(right);
+            list << QString::number(right);
+        }
+        const QString name = QString::fromStdString(account.user->m_strName);
+        QJsonObject o;
+        o.insert(QStringLiteral("name"), name);
+        o.insert(QStringLiteral("systemId"), account.user->m_nSystemId);
+        o.insert(QStringLiteral("enabled"), account.enabled);
+        o.insert(QStringLiteral("rights"), rights);
+        array.append(o);
+        rows << QStringList{name, QString::number(account.user->m_nSystemId),
+                            account.enabled ? QStringLiteral("yes") : QStringLiteral("no"),
+                            list.isEmpty() ? QStringLiteral("-") : list.join(QLatin1Char(','))};
+    }
+    if (m_options.count(QStringLiteral("json")))
+        printJson(array);
+    else
+        printTable({QStringLiteral("NAME"), QStringLiteral("SYSTEM_ID"), QStringLiteral("ENABLED"),
+                    QStringLiteral("RIGHTS")},
+                   rows);
     return kOk;
 }

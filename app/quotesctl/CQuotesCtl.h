@@ -4,6 +4,7 @@
 #include <QStringList>
 #include <boost/shared_ptr.hpp>
 #include <map>
+#include <set>
 
 struct CServiceOptions;
 namespace Hlx {
@@ -43,6 +44,10 @@ private:
     int importAll();
     int integrity();
     int ping();
+    int accounts();
+    int accountsList();
+    QString checkAccountsCommand(const QString& action) const;
+    bool rightsOption(std::set<int>* rights) const;
 
     boost::shared_ptr<Hlx::IQuotesAdmin> openEmbedded(const CServiceOptions& options,
                                                       QString* error);

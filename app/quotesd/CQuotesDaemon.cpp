@@ -190,8 +190,7 @@ int CQuotesDaemon::serve() {
     CLoginManager::Options loginOptions;
     loginOptions.lockoutBaseMs = m_options.lockoutBaseMs;
     CLoginManager logins(service->database(), loginOptions);
-    CAccountStore accounts(service->database());
-    CAdminServer admin(service, logins, accounts);
+    CAdminServer admin(service, logins);
 
     grpc::SslServerCredentialsOptions tls;
     tls.pem_key_cert_pairs.push_back(

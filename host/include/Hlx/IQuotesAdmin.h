@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QJsonObject>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -16,6 +17,12 @@ struct CServiceStatus {
     std::string version;
     std::string database;
     long long uptimeMs = 0;
+};
+
+// An account as the administration lists it: never its password or hash.
+struct CAdminAccount {
+    rkservice::CUserInfoPtr user;
+    bool enabled = true;
 };
 
 // The administration of the platform's data: every call the console and quotesctl make, with the
@@ -43,6 +50,11 @@ public:
     virtual utils::RKError exportDocument(QJsonObject* document) = 0;
     virtual utils::RKError importDocument(const QJsonObject& document) = 0;
     virtual utils::RKError checkIntegrity() = 0;
+    // Accounts (the administrator right).
+    virtual utils::RKError accounts(std::vector<CAdminAccount>* accounts) = 0;
+    virtual utils::RKError setPassword(const std::string& name, const std::string& password) = 0;
+    virtual utils::RKError setAccountEnabled(const std::string& name, bool enabled) = 0;
+    virtual utils::RKError setRights(const std::string& name, const std::set<int>& rights) = 0;
     virtual utils::RKError status(CServiceStatus* status) = 0;
 };
 

@@ -507,9 +507,16 @@ private slots:
         QVERIFY(out.startsWith("version " QUOTES_VERSION));
         QCOMPARE(ctl("admin", QStringLiteral("wrong-password-1"), {"ping"}, &out), 3);
         QVERIFY2(QString::fromUtf8(out).contains("用户名或密码错误"), out.constData());
+        // Accounts are the administrator's: the server refuses them to others.
+        QCOMPARE(ctl("stock_op", rolePassword("stock_op"), {"accounts", "list"}, &out), 1);
+        QVERIFY2(QString::fromUtf8(out).contains("没有权限：管理账户"), out.constData());
         QCOMPARE(
-            ctl("stock_op", rolePassword("stock_op"), {"sources", "delete", QString::number(id)}),
-            0);
+            ctl("admin", kAdminPassword, {"accounts", "rights", "viewer", "--rights", "10563"}), 0);
+        QCOMPARE(ctl("viewer", rolePassword("viewer"), {"sources", "delete", QString::number(id)}),
+                 0);
+        QCOMPARE(ctl("admin", kAdminPassword, {"accounts", "rights", "viewer", "--rights", ""}), 0);
+        QCOMPARE(ctl("admin", kAdminPassword, {"accounts", "list", "--json"}, &out), 0);
+        QCOMPARE(QJsonDocument::fromJson(out).array().size(), 4);
         QCOMPARE(int(sources(token("admin")).size()), 0);
     }
 

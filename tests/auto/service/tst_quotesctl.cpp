@@ -257,6 +257,45 @@ private slots:
         QCOMPARE(run({"ping", "extra"}).code, 2);
     }
 
+    void accountCommands() {
+        Run r =
+            run({"accounts", "password", "viewer", "--password-file", "-"}, "viewer-password-1\n");
+        QCOMPARE(r.code, 0);
+        r = run({"accounts", "rights", "viewer", "--rights", "10937,10389"});
+        QCOMPARE(r.code, 0);
+        r = run({"accounts", "disable", "viewer"});
+        QCOMPARE(r.code, 0);
+        r = run({"accounts", "list", "--json"});
+        QCOMPARE(r.code, 0);
+        QJsonObject viewer;
+        for (const QJsonValue& value : QJsonDocument::fromJson(r.out).array()) {
+            if (value.toObject().value("name").toString() == QLatin1String("viewer"))
+                viewer = value.toObject();
+        }
+        QCOMPARE(viewer.value("enabled").toBool(), false);
+        QCOMPARE(viewer.value("rights").toArray(), (QJsonArray{10389, 10937}));
+        QVERIFY(!r.out.contains("argon2"));
+        QVERIFY(!r.out.contains("viewer-password-1"));
+        r = run({"accounts", "enable", "viewer"});
+        QCOMPARE(r.code, 0);
+
+        r = run({"accounts", "password", "viewer", "--password-file", "-"}, "short\n");
+        QCOMPARE(r.code, 1);
+        QVERIFY2(QString::fromUtf8(r.err).contains("密码至少需要 12 个字符"), r.err.constData());
+        QCOMPARE(run({"accounts", "enable", "nobody-here"}).code, 1);
+        for (const QStringList& bad :
+             QList<QStringList>{{"accounts", "password", "viewer"},
+                                {"accounts", "rights", "viewer", "--rights", "x"},
+                                {"accounts", "rights", "viewer"},
+                                {"accounts", "enable"},
+                                {"accounts", "list", "viewer"},
+                                {"accounts", "frobnicate", "viewer"}}) {
+            const Run usage = run(bad);
+            QVERIFY2(usage.code == 2, qPrintable(bad.join(' ')));
+            QVERIFY2(oneLine(usage.err), usage.err.constData());
+        }
+    }
+
     // The server options are checked before anything is read or reached.
     void badServerCommandLines() {
         const QList<QStringList> usageErrors = {
@@ -269,6 +308,8 @@ private slots:
              "-", "ping"},
             {"--server", "127.0.0.1:1", "--login", "a", "--login-password-file", "-", "import",
              "-"},
+            {"--server", "127.0.0.1:1", "--login", "a", "--login-password-file", "-", "accounts",
+             "password", "viewer", "--password-file", "-"},
         };
         for (const QStringList& arguments : usageErrors) {
             QProcess process;
