@@ -214,10 +214,12 @@ int CQuotesDaemon::serve() {
     int received = 0;
     sigwait(&stops, &received);
     say(QStringLiteral("stopping: calls in flight finish, new ones are refused"));
-    // Our own drain: gRPC's shutdown with a deadline also waits for idle connections.
+    // Our own drain: gRPC's shutdown with a long deadline also waits for idle connections. A
+    // call whose handler has returned may still be sending its last answer: a second lets that
+    // reach the client.
     if (!admin.drain(std::chrono::seconds(30)))
         say(QStringLiteral("calls still running after 30 s are cancelled"));
-    server->Shutdown(std::chrono::system_clock::now());
+    server->Shutdown(std::chrono::system_clock::now() + std::chrono::seconds(1));
     server->Wait();
     say(QStringLiteral("stopped"));
     return kOk;
