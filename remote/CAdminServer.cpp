@@ -124,14 +124,11 @@ grpc::Status CAdminServer::Login(grpc::ServerContext* context,
 
 grpc::Status CAdminServer::Logout(grpc::ServerContext* context, const quotes::v1::LogoutRequest*,
                                   quotes::v1::LogoutReply* reply) {
-    const CallScope scope(this);
-    CCaller caller = CCaller::user(std::string(), {});
-    const grpc::Status status = authenticate(context, &caller, nullptr);
-    if (!status.ok())
-        return status;
-    m_logins.logout(bearerToken(context));
-    CRecordCodec::encodeError(utils::RKError::ok(), reply->mutable_error());
-    return grpc::Status::OK;
+    return asAccount(context, [&](const CCaller&) {
+        m_logins.logout(bearerToken(context));
+        CRecordCodec::encodeError(utils::RKError::ok(), reply->mutable_error());
+        return grpc::Status::OK;
+    });
 }
 
 grpc::Status CAdminServer::Ping(grpc::ServerContext*, const quotes::v1::PingRequest*,
@@ -148,162 +145,142 @@ grpc::Status CAdminServer::Ping(grpc::ServerContext*, const quotes::v1::PingRequ
 grpc::Status CAdminServer::Query(grpc::ServerContext* context,
                                  const quotes::v1::QueryRequest* request,
                                  grpc::ServerWriter<quotes::v1::QueryChunk>* writer) {
-    const CallScope scope(this);
-    CCaller caller = CCaller::user(std::string(), {});
-    grpc::Status status = authenticate(context, &caller, nullptr);
-    if (!status.ok())
-        return status;
-    Hlx::CRequestTarget target = Hlx::CRequestTarget::centre();
-    rkservice::COrinQueryDataReq query;
-    const utils::RKError decoded = CRecordCodec::decodeQuery(*request, &target, &query);
-    if (!decoded.isSuccess())
-        return invalid(decoded);
-    std::vector<rkservice::IDataPtr> datas;
-    utils::RKError error = m_service->querySync(caller, target, query, &datas);
-    if (!error.isSuccess())
-        datas.clear();
-    // Chunks of a bounded size, so a large table never makes one oversized message.
-    size_t sent = 0;
-    quotes::v1::QueryChunk chunk;
-    while (error.isSuccess() && sent < datas.size()) {
-        chunk.Clear();
-        const size_t end = std::min(datas.size(), sent + size_t(CRecordCodec::kMaxChunkRecords));
-        for (; sent < end && error.isSuccess(); ++sent)
-            error = CRecordCodec::encodeRecord(*datas[sent], chunk.add_records());
+    return asAccount(context, [&](const CCaller& caller) {
+        Hlx::CRequestTarget target = Hlx::CRequestTarget::centre();
+        rkservice::COrinQueryDataReq query;
+        const utils::RKError decoded = CRecordCodec::decodeQuery(*request, &target, &query);
+        if (!decoded.isSuccess())
+            return invalid(decoded);
+        std::vector<rkservice::IDataPtr> datas;
+        utils::RKError error = m_service->querySync(caller, target, query, &datas);
         if (!error.isSuccess())
-            break;
-        if (sent == datas.size())
-            break;  // the last records go with the closing chunk
-        if (!writer->Write(chunk))
-            return grpc::Status(grpc::StatusCode::CANCELLED, "客户端已断开");
-    }
-    if (!error.isSuccess()) {
-        chunk.Clear();
-        sent = 0;
-    }
-    chunk.set_last(true);
-    CRecordCodec::encodeError(error, chunk.mutable_error());
-    chunk.set_total_count(int64_t(sent));
-    writer->Write(chunk);
-    return grpc::Status::OK;
+            datas.clear();
+        // Chunks of a bounded size, so a large table never makes one oversized message.
+        size_t sent = 0;
+        quotes::v1::QueryChunk chunk;
+        while (error.isSuccess() && sent < datas.size()) {
+            chunk.Clear();
+            const size_t end =
+                std::min(datas.size(), sent + size_t(CRecordCodec::kMaxChunkRecords));
+            for (; sent < end && error.isSuccess(); ++sent)
+                error = CRecordCodec::encodeRecord(*datas[sent], chunk.add_records());
+            if (!error.isSuccess())
+                break;
+            if (sent == datas.size())
+                break;  // the last records go with the closing chunk
+            if (!writer->Write(chunk))
+                return grpc::Status(grpc::StatusCode::CANCELLED, "客户端已断开");
+        }
+        if (!error.isSuccess()) {
+            chunk.Clear();
+            sent = 0;
+        }
+        chunk.set_last(true);
+        CRecordCodec::encodeError(error, chunk.mutable_error());
+        chunk.set_total_count(int64_t(sent));
+        writer->Write(chunk);
+        return grpc::Status::OK;
+    });
 }
 
 grpc::Status CAdminServer::Operate(grpc::ServerContext* context,
                                    const quotes::v1::OperateRequest* request,
                                    quotes::v1::OperateReply* reply) {
-    const CallScope scope(this);
-    CCaller caller = CCaller::user(std::string(), {});
-    grpc::Status status = authenticate(context, &caller, nullptr);
-    if (!status.ok())
-        return status;
-    Hlx::CRequestTarget target = Hlx::CRequestTarget::centre();
-    rkservice::COperateDataReq operate;
-    const utils::RKError decoded = CRecordCodec::decodeOperate(*request, &target, &operate);
-    if (!decoded.isSuccess())
-        return invalid(decoded);
-    bson::BSONObj result;
-    const utils::RKError error = m_service->operateSync(caller, target, operate, &result);
-    CRecordCodec::encodeError(error, reply->mutable_error());
-    if (error.isSuccess())
-        CRecordCodec::encodeResult(result, reply->mutable_result());
-    return grpc::Status::OK;
+    return asAccount(context, [&](const CCaller& caller) {
+        Hlx::CRequestTarget target = Hlx::CRequestTarget::centre();
+        rkservice::COperateDataReq operate;
+        const utils::RKError decoded = CRecordCodec::decodeOperate(*request, &target, &operate);
+        if (!decoded.isSuccess())
+            return invalid(decoded);
+        bson::BSONObj result;
+        const utils::RKError error = m_service->operateSync(caller, target, operate, &result);
+        CRecordCodec::encodeError(error, reply->mutable_error());
+        if (error.isSuccess())
+            CRecordCodec::encodeResult(result, reply->mutable_result());
+        return grpc::Status::OK;
+    });
 }
 
 grpc::Status CAdminServer::Subsystems(grpc::ServerContext* context,
                                       const quotes::v1::SubsystemsRequest*,
                                       quotes::v1::SubsystemsReply* reply) {
-    const CallScope scope(this);
-    CCaller caller = CCaller::user(std::string(), {});
-    grpc::Status status = authenticate(context, &caller, nullptr);
-    if (status.ok())
+    return asAccount(context, [&](const CCaller&) {
         CRecordCodec::encodeSubsystems(m_service->subsystems(), reply->mutable_subsystems());
-    return status;
+        return grpc::Status::OK;
+    });
 }
 
 grpc::Status CAdminServer::LoginTypeAuth(grpc::ServerContext* context,
                                          const quotes::v1::LoginTypeAuthRequest*,
                                          quotes::v1::LoginTypeAuthReply* reply) {
-    const CallScope scope(this);
-    CCaller caller = CCaller::user(std::string(), {});
-    grpc::Status status = authenticate(context, &caller, nullptr);
-    if (status.ok())
+    return asAccount(context, [&](const CCaller&) {
         CRecordCodec::encodeLoginTypeAuth(m_service->loginTypeAuth(),
                                           reply->mutable_login_type_auth());
-    return status;
+        return grpc::Status::OK;
+    });
 }
 
 grpc::Status CAdminServer::ExportDocument(grpc::ServerContext* context,
                                           const quotes::v1::ExportRequest*,
                                           quotes::v1::ExportReply* reply) {
-    const CallScope scope(this);
-    CCaller caller = CCaller::user(std::string(), {});
-    grpc::Status status = authenticate(context, &caller, nullptr);
-    if (!status.ok())
-        return status;
-    QJsonObject document;
-    QString error;
-    const bool done = m_service->exportDocument(caller, &document, &error);
-    CRecordCodec::encodeError(outcome(done, error), reply->mutable_error());
-    if (done)
-        reply->set_document(QJsonDocument(document).toJson(QJsonDocument::Compact).toStdString());
-    return grpc::Status::OK;
+    return asAccount(context, [&](const CCaller& caller) {
+        QJsonObject document;
+        QString error;
+        const bool done = m_service->exportDocument(caller, &document, &error);
+        CRecordCodec::encodeError(outcome(done, error), reply->mutable_error());
+        if (done)
+            reply->set_document(
+                QJsonDocument(document).toJson(QJsonDocument::Compact).toStdString());
+        return grpc::Status::OK;
+    });
 }
 
 grpc::Status CAdminServer::ImportDocument(grpc::ServerContext* context,
                                           const quotes::v1::ImportRequest* request,
                                           quotes::v1::ImportReply* reply) {
-    const CallScope scope(this);
-    CCaller caller = CCaller::user(std::string(), {});
-    grpc::Status status = authenticate(context, &caller, nullptr);
-    if (!status.ok())
-        return status;
-    QJsonParseError parseError;
-    const QJsonDocument document =
-        QJsonDocument::fromJson(QByteArray::fromStdString(request->document()), &parseError);
-    if (parseError.error != QJsonParseError::NoError || !document.isObject()) {
-        CRecordCodec::encodeError(utils::RKError::fail("导入文件不是有效的 JSON: " +
-                                                       parseError.errorString().toStdString()),
-                                  reply->mutable_error());
+    return asAccount(context, [&](const CCaller& caller) {
+        QJsonParseError parseError;
+        const QJsonDocument document =
+            QJsonDocument::fromJson(QByteArray::fromStdString(request->document()), &parseError);
+        if (parseError.error != QJsonParseError::NoError || !document.isObject()) {
+            CRecordCodec::encodeError(utils::RKError::fail("导入文件不是有效的 JSON: " +
+                                                           parseError.errorString().toStdString()),
+                                      reply->mutable_error());
+            return grpc::Status::OK;
+        }
+        QString error;
+        const bool done = m_service->importDocument(caller, document.object(), &error);
+        CRecordCodec::encodeError(outcome(done, error), reply->mutable_error());
         return grpc::Status::OK;
-    }
-    QString error;
-    const bool done = m_service->importDocument(caller, document.object(), &error);
-    CRecordCodec::encodeError(outcome(done, error), reply->mutable_error());
-    return grpc::Status::OK;
+    });
 }
 
 grpc::Status CAdminServer::ListAccounts(grpc::ServerContext* context,
                                         const quotes::v1::ListAccountsRequest*,
                                         quotes::v1::ListAccountsReply* reply) {
-    const CallScope scope(this);
-    CCaller caller = CCaller::user(std::string(), {});
-    grpc::Status status = authenticate(context, &caller, nullptr);
-    if (!status.ok())
-        return status;
-    std::vector<CAccount> accounts;
-    QString error;
-    const bool done = m_service->accounts(caller, &accounts, &error);
-    for (const CAccount& account : accounts) {
-        quotes::v1::Account* out = reply->add_accounts();
-        encodeAccount(account, out->mutable_user());
-        out->set_enabled(account.enabled);
-    }
-    CRecordCodec::encodeError(outcome(done, error), reply->mutable_error());
-    return grpc::Status::OK;
+    return asAccount(context, [&](const CCaller& caller) {
+        std::vector<CAccount> accounts;
+        QString error;
+        const bool done = m_service->accounts(caller, &accounts, &error);
+        for (const CAccount& account : accounts) {
+            quotes::v1::Account* out = reply->add_accounts();
+            encodeAccount(account, out->mutable_user());
+            out->set_enabled(account.enabled);
+        }
+        CRecordCodec::encodeError(outcome(done, error), reply->mutable_error());
+        return grpc::Status::OK;
+    });
 }
 
 grpc::Status CAdminServer::changeAccount(
     grpc::ServerContext* context, quotes::v1::AccountReply* reply,
     const std::function<bool(const CCaller&, QString*)>& change) {
-    const CallScope scope(this);
-    CCaller caller = CCaller::user(std::string(), {});
-    grpc::Status status = authenticate(context, &caller, nullptr);
-    if (!status.ok())
-        return status;
-    QString error;
-    const bool done = change(caller, &error);
-    CRecordCodec::encodeError(outcome(done, error), reply->mutable_error());
-    return grpc::Status::OK;
+    return asAccount(context, [&](const CCaller& caller) {
+        QString error;
+        const bool done = change(caller, &error);
+        CRecordCodec::encodeError(outcome(done, error), reply->mutable_error());
+        return grpc::Status::OK;
+    });
 }
 
 grpc::Status CAdminServer::SetPassword(grpc::ServerContext* context,
