@@ -204,7 +204,7 @@ private slots:
         QVERIFY(dialog.loadingMask()->isHidden());
 
         // It loads nothing until it is given a sub-system.
-        QTest::qWait(20);
+        m_backend->settle();
         QCOMPARE(m_backend->requestCount(), 0);
     }
 
@@ -297,7 +297,7 @@ private slots:
         // The mask still goes up, and stays.
         QCOMPARE(dialog.loadingMask()->text(), QString("正在提交数据"));
         QVERIFY(!dialog.loadingMask()->isHidden());
-        QTest::qWait(30);
+        m_backend->settle();
         QVERIFY(m_messages.isEmpty());
     }
 
@@ -403,8 +403,8 @@ private slots:
         m_backend->setQueryAnswer(12261, {}, utils::RKError::fail("no brokers"));
         CSetFutureQuotesDialog dialog(1, nullptr);
         dialog.setBasicInfo(QString());
-        COrinClientCenter::instance()->waitForIdle();
-        QTest::qWait(20);
+        // Both failed answers have come back and their slots have run.
+        m_backend->settle();
         QVERIFY(dialog.platformsPending());
         QVERIFY(dialog.brokersPending());
         dialog.slotInitPlatform({boost::make_shared<COrinQuoterSourceInfo>()});

@@ -824,7 +824,7 @@ private slots:
         QCOMPARE(dialog->loadingMask()->text(), QString("正在提交数据"));
         QVERIFY(!dialog->isVisible());
         QCOMPARE(dialog->result(), 0);
-        QTest::qWait(50);
+        m_backend->settle();
         QVERIFY(m_messages.isEmpty());
         QCOMPARE(sink.count(3026), 0);
     }

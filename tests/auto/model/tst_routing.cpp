@@ -127,10 +127,20 @@ private slots:
                 std::lock_guard<std::mutex> wait(gate);
                 finished = true;
             });
+        // Dropped once the destructor has begun: it marks the guard dead under the guard's lock
+        // and then waits, so a dropped probe means the destructor is waiting.
+        std::atomic<bool> probed{false};
+        QueryCallback probe =
+            guard->guardQuery([&](const utils::RKError&, const std::vector<rkservice::IDataPtr>&,
+                                  int, bson::BSONObj) { probed = true; });
         std::thread worker([&] { guarded(utils::RKError(), {}, 0, bson::BSONObj()); });
         QTRY_VERIFY(inside.load());
         std::thread opener([&] {
-            QThread::msleep(50);  // let the destructor start waiting first
+            do {
+                probed = false;
+                probe(utils::RKError(), {}, 0, bson::BSONObj());
+                std::this_thread::yield();
+            } while (probed);
             closed.unlock();
         });
         guard.reset();
@@ -168,7 +178,7 @@ private slots:
             CPanelMutex::Locker locker(mutex);
             got = locker.owns();
         });
-        QThread::msleep(20);
+        QTRY_COMPARE(mutex.waitingCount(), 1);
         QVERIFY(!got.load());
         held.unlock();
         worker.join();
@@ -183,7 +193,7 @@ private slots:
             CPanelMutex::Locker locker(mutex);
             result = locker.owns() ? 1 : 0;
         });
-        QThread::msleep(20);
+        QTRY_COMPARE(mutex.waitingCount(), 1);
         QCOMPARE(result.load(), -1);
         mutex.abandon();
         worker.join();

@@ -390,8 +390,7 @@ private slots:
             QVERIFY(!m_messages[0].success);
             QCOMPARE(m_messages[0].text, text);
             QVERIFY(panel.loadingMask()->isHidden());
-            QTest::qWait(20);
-            COrinClientCenter::instance()->waitForIdle();
+            m_backend->settle();
             QCOMPARE(queryCount(), 0);
         } else {
             QCOMPARE(m_messages[0].type, 0);

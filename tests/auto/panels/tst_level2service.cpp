@@ -128,8 +128,12 @@ private slots:
         QCOMPARE(m_messages[1].title, QString("Level-2 token 修改"));
         QVERIFY(!m_messages[1].text.isEmpty());
         QVERIFY(second.loadingMask()->isHidden());
-        // Not reloaded: the second panel still shows its empty list.
-        QTest::qWait(50);
+        // Not reloaded: once every answer and the slots it queued have run, the second panel
+        // still shows its empty list.
+        for (int round = 0; round < 3; ++round) {
+            COrinClientCenter::instance()->waitForIdle();
+            QCoreApplication::processEvents();
+        }
         QCOMPARE(second.table()->rowCount(), 0);
         QCOMPARE(storedTokens(), QStringList{"OnlyOne"});
     }
