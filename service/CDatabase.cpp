@@ -249,16 +249,45 @@ void CDatabase::forgetConnection(const QString& name) {
 }
 
 void CDatabase::transact(bool write, const std::function<void(QSqlDatabase&)>& work) {
-    // SQLite takes one writer at a time; a writer that finds the lock taken sleeps in growing
-    // steps, so writers of this process queue here instead and each starts the moment the one
-    // before has committed. Other processes still meet the busy timeout.
-    std::unique_lock<std::mutex> writer;
-    if (write && m_engine == SQLite)
-        writer = std::unique_lock<std::mutex>(m_writeMutex);
+    // SQLite takes one writer at a time and syncs once per commit: writers of this process queue
+    // and commit in groups instead of each waiting for its own sync. Other processes still meet
+    // the busy timeout.
+    if (write && m_engine == SQLite) {
+        m_groupCommit.run(work, [this](const std::vector<CGroupCommit::Job*>& batch) {
+            runTransaction(QStringLiteral("BEGIN IMMEDIATE"),
+                           [&](QSqlDatabase& db) { runBatch(db, batch); });
+        });
+        return;
+    }
+    runTransaction(QStringLiteral("BEGIN"), work);
+}
+
+void CDatabase::runBatch(QSqlDatabase& db, const std::vector<CGroupCommit::Job*>& batch) {
+    if (batch.size() == 1) {
+        (*batch.front()->work)(db);
+        return;
+    }
+    // Each writer in its own savepoint: one that fails leaves the others' changes in place.
+    for (CGroupCommit::Job* job : batch) {
+        exec(db, QStringLiteral("SAVEPOINT writer"));
+        try {
+            (*job->work)(db);
+        } catch (...) {
+            job->error = std::current_exception();
+            // Some errors (a full disk, an I/O error) end the whole transaction in SQLite: then
+            // the batch fails with this error.
+            QSqlQuery undo(db);
+            if (!undo.exec(QStringLiteral("ROLLBACK TO writer")))
+                std::rethrow_exception(job->error);
+        }
+        exec(db, QStringLiteral("RELEASE writer"));
+    }
+}
+
+void CDatabase::runTransaction(const QString& begin,
+                               const std::function<void(QSqlDatabase&)>& work) {
     bool broken = false;
     try {
-        const QString begin = (write && m_engine == SQLite) ? QStringLiteral("BEGIN IMMEDIATE")
-                                                            : QStringLiteral("BEGIN");
         const bool reused = m_engine == PostgreSQL && t_connections.names.count(m_serial) > 0;
         QSqlDatabase db = connection();
         try {

@@ -9,7 +9,9 @@
 #include <mutex>
 #include <set>
 #include <string>
+#include <vector>
 
+#include "CGroupCommit.h"
 #include "CServiceOptions.h"
 
 // The service's database: SQLite in one file or PostgreSQL, with one Qt SQL connection per
@@ -37,9 +39,9 @@ public:
     // Closes this thread's connection, so the next request opens a fresh one.
     void dropConnection();
 
-    // Runs work in one transaction on this thread's connection: commits when it returns, rolls
-    // back when it throws (and rethrows). A write transaction takes the write lock first, so two
-    // writers queue instead of failing halfway.
+    // Runs work in one transaction: commits when it returns, rolls back when it throws (and
+    // rethrows). SQLite writers of this process queue and may commit together: their work then
+    // runs on the thread of the first in line, on that thread's connection, each in a savepoint.
     void transact(bool write, const std::function<void(QSqlDatabase&)>& work);
 
     // Executes a prepared query or throws CServiceError with the operator's text for its error.
@@ -48,12 +50,17 @@ public:
     // The operator's text (Chinese, UTF-8) for a database error.
     std::string describe(const QSqlError& error) const;
 
+    // SQLite writers of this process queued or running now.
+    std::size_t queuedWriters() const { return m_groupCommit.queued(); }
+
     // Called when a thread that holds a connection ends.
     void forgetConnection(const QString& name);
 
 private:
     CDatabase() = default;
     void configure(QSqlDatabase& db) const;
+    void runTransaction(const QString& begin, const std::function<void(QSqlDatabase&)>& work);
+    void runBatch(QSqlDatabase& db, const std::vector<CGroupCommit::Job*>& batch);
 
     Engine m_engine = SQLite;
     quint64 m_serial = 0;
@@ -70,6 +77,6 @@ private:
 
     std::mutex m_mutex;
     std::set<QString> m_names;
-    // Writers of this process, one at a time (SQLite).
-    std::mutex m_writeMutex;
+    // Writers of this process (SQLite).
+    CGroupCommit m_groupCommit;
 };

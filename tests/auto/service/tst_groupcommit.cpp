@@ -1,0 +1,228 @@
+// Writers of one process commit in groups: they are served in the order they arrive, a writer
+// whose work fails leaves the others of its group committed, and a group whose commit fails
+// fails every writer in it.
+
+#include <QSqlQuery>
+#include <QTemporaryDir>
+#include <QtTest>
+#include <atomic>
+#include <future>
+#include <mutex>
+#include <stdexcept>
+#include <thread>
+#include <vector>
+
+#include "CDatabase.h"
+#include "CGroupCommit.h"
+
+namespace {
+
+// A writer on its own thread whose work may be held until the test lets it go.
+class HeldWriter {
+public:
+    explicit HeldWriter(std::function<void(const CGroupCommit::Work&)> submit,
+                        CGroupCommit::Work work, bool held = false)
+        : m_work(std::move(work)) {
+        std::shared_future<void> gate = m_gate.get_future().share();
+        if (!held)
+            m_gate.set_value();
+        m_thread = std::thread([this, submit, gate] {
+            const CGroupCommit::Work guarded = [&](QSqlDatabase& db) {
+                m_ranOn = std::this_thread::get_id();
+                gate.wait();
+                m_work(db);
+            };
+            try {
+                submit(guarded);
+            } catch (const std::exception& e) {
+                m_error = e.what();
+            }
+        });
+    }
+    ~HeldWriter() { join(); }
+
+    void release() { m_gate.set_value(); }
+    void join() {
+        if (m_thread.joinable())
+            m_thread.join();
+    }
+    std::string error() const { return m_error; }
+    std::thread::id ranOn() const { return m_ranOn; }
+
+private:
+    CGroupCommit::Work m_work;
+    std::promise<void> m_gate;
+    std::thread m_thread;
+    std::thread::id m_ranOn;
+    std::string m_error;
+};
+
+}  // namespace
+
+class GroupCommitTest : public QObject {
+    Q_OBJECT
+
+private slots:
+    void writersBehindABusyOneFormOneGroupInArrivalOrder() {
+        CGroupCommit commit;
+        std::mutex mutex;
+        std::vector<std::vector<int>> groups;
+        std::vector<int> order;
+        auto submit = [&](const CGroupCommit::Work& work) {
+            commit.run(work, [&](const std::vector<CGroupCommit::Job*>& batch) {
+                {
+                    std::lock_guard<std::mutex> lock(mutex);
+                    groups.emplace_back();
+                }
+                QSqlDatabase none;
+                for (CGroupCommit::Job* job : batch)
+                    (*job->work)(none);
+            });
+        };
+        auto note = [&](int id) {
+            return [&, id](QSqlDatabase&) {
+                std::lock_guard<std::mutex> lock(mutex);
+                order.push_back(id);
+                groups.back().push_back(id);
+            };
+        };
+        HeldWriter first(submit, note(1), true);
+        QTRY_COMPARE(commit.queued(), std::size_t(1));
+        HeldWriter second(submit, note(2));
+        QTRY_COMPARE(commit.queued(), std::size_t(2));
+        HeldWriter third(submit, note(3));
+        QTRY_COMPARE(commit.queued(), std::size_t(3));
+        HeldWriter fourth(submit, note(4));
+        QTRY_COMPARE(commit.queued(), std::size_t(4));
+        first.release();
+        first.join();
+        second.join();
+        third.join();
+        fourth.join();
+        QCOMPARE(order, (std::vector<int>{1, 2, 3, 4}));
+        QCOMPARE(groups, (std::vector<std::vector<int>>{{1}, {2, 3, 4}}));
+        QCOMPARE(commit.queued(), std::size_t(0));
+    }
+
+    void aFailedCommitFailsEveryWriterOfItsGroup() {
+        CGroupCommit commit;
+        auto submit = [&](const CGroupCommit::Work& work) {
+            commit.run(work, [&](const std::vector<CGroupCommit::Job*>& batch) {
+                QSqlDatabase none;
+                for (CGroupCommit::Job* job : batch) {
+                    try {
+                        (*job->work)(none);
+                    } catch (...) {
+                        job->error = std::current_exception();
+                    }
+                }
+                if (batch.size() > 1)
+                    throw std::runtime_error("commit failed");
+            });
+        };
+        HeldWriter first(
+            submit, [](QSqlDatabase&) {}, true);
+        QTRY_COMPARE(commit.queued(), std::size_t(1));
+        HeldWriter own(submit, [](QSqlDatabase&) { throw std::runtime_error("own error"); });
+        QTRY_COMPARE(commit.queued(), std::size_t(2));
+        HeldWriter plain(submit, [](QSqlDatabase&) {});
+        QTRY_COMPARE(commit.queued(), std::size_t(3));
+        first.release();
+        first.join();
+        own.join();
+        plain.join();
+        QCOMPARE(first.error(), std::string());
+        QCOMPARE(own.error(), std::string("own error"));
+        QCOMPARE(plain.error(), std::string("commit failed"));
+    }
+
+    void aFailedWriterLeavesTheOthersOfItsGroupCommitted() {
+        QTemporaryDir dir;
+        CServiceOptions options;
+        options.dbUrl = QStringLiteral("sqlite://") + dir.filePath(QStringLiteral("t.db"));
+        QString error;
+        auto database = CDatabase::create(options, &error);
+        QVERIFY2(database, qPrintable(error));
+        database->transact(true, [&](QSqlDatabase& db) {
+            database->exec(db, QStringLiteral("CREATE TABLE t (v INTEGER)"));
+        });
+        auto submit = [&](const CGroupCommit::Work& work) { database->transact(true, work); };
+        auto insert = [&](int value) {
+            return [&, value](QSqlDatabase& db) {
+                database->exec(db, QStringLiteral("INSERT INTO t (v) VALUES (%1)").arg(value));
+            };
+        };
+        HeldWriter first(submit, insert(1), true);
+        QTRY_COMPARE(database->queuedWriters(), std::size_t(1));
+        HeldWriter failing(submit, [&](QSqlDatabase& db) {
+            insert(2)(db);
+            throw std::runtime_error("refused");
+        });
+        QTRY_COMPARE(database->queuedWriters(), std::size_t(2));
+        HeldWriter third(submit, insert(3));
+        QTRY_COMPARE(database->queuedWriters(), std::size_t(3));
+        first.release();
+        first.join();
+        failing.join();
+        third.join();
+        QCOMPARE(failing.error(), std::string("refused"));
+        QCOMPARE(third.error(), std::string());
+        // The group of the failing writer ran on one thread: the third writer's work too.
+        QCOMPARE(third.ranOn(), failing.ranOn());
+
+        std::vector<int> values;
+        database->transact(false, [&](QSqlDatabase& db) {
+            QSqlQuery query(db);
+            query.prepare(QStringLiteral("SELECT v FROM t ORDER BY v"));
+            database->exec(query);
+            while (query.next())
+                values.push_back(query.value(0).toInt());
+        });
+        QCOMPARE(values, (std::vector<int>{1, 3}));
+    }
+
+    void manyWritersAllCommit() {
+        QTemporaryDir dir;
+        CServiceOptions options;
+        options.dbUrl = QStringLiteral("sqlite://") + dir.filePath(QStringLiteral("t.db"));
+        QString error;
+        auto database = CDatabase::create(options, &error);
+        QVERIFY2(database, qPrintable(error));
+        database->transact(true, [&](QSqlDatabase& db) {
+            database->exec(db, QStringLiteral("CREATE TABLE t (v INTEGER UNIQUE)"));
+        });
+        std::vector<std::thread> writers;
+        std::atomic<int> failures{0};
+        for (int w = 0; w < 16; ++w) {
+            writers.emplace_back([&, w] {
+                for (int i = 0; i < 40; ++i) {
+                    try {
+                        database->transact(true, [&](QSqlDatabase& db) {
+                            database->exec(
+                                db,
+                                QStringLiteral("INSERT INTO t (v) VALUES (%1)").arg(w * 100 + i));
+                        });
+                    } catch (...) {
+                        ++failures;
+                    }
+                }
+                database->dropConnection();
+            });
+        }
+        for (std::thread& writer : writers)
+            writer.join();
+        QCOMPARE(failures.load(), 0);
+        int count = 0;
+        database->transact(false, [&](QSqlDatabase& db) {
+            QSqlQuery query(db);
+            query.prepare(QStringLiteral("SELECT COUNT(*) FROM t"));
+            database->exec(query);
+            query.next();
+            count = query.value(0).toInt();
+        });
+        QCOMPARE(count, 16 * 40);
+    }
+};
+
+QTEST_MAIN(GroupCommitTest)
+#include "tst_groupcommit.moc"
