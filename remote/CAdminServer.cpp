@@ -255,6 +255,35 @@ grpc::Status CAdminServer::ImportDocument(grpc::ServerContext* context,
     });
 }
 
+grpc::Status CAdminServer::SetSubsystems(grpc::ServerContext* context,
+                                         const quotes::v1::SetSubsystemsRequest* request,
+                                         quotes::v1::AdminReply* reply) {
+    return administer(context, reply, [&](const CCaller& caller, QString* error) {
+        return m_service->setSubsystems(
+            caller, CRecordCodec::decodeSubsystems(request->subsystems()), error);
+    });
+}
+
+grpc::Status CAdminServer::SetLoginTypeAuth(grpc::ServerContext* context,
+                                            const quotes::v1::SetLoginTypeAuthRequest* request,
+                                            quotes::v1::AdminReply* reply) {
+    int loginType = 0;
+    const utils::RKError decoded = CRecordCodec::decodeLoginType(request->login_type(), &loginType);
+    if (!decoded.isSuccess())
+        return invalid(decoded);
+    return administer(context, reply, [&](const CCaller& caller, QString* error) {
+        return m_service->setLoginTypeAuth(caller, loginType, request->granted(), error);
+    });
+}
+
+grpc::Status CAdminServer::CheckIntegrity(grpc::ServerContext* context,
+                                          const quotes::v1::CheckIntegrityRequest*,
+                                          quotes::v1::AdminReply* reply) {
+    return administer(context, reply, [&](const CCaller& caller, QString* error) {
+        return m_service->checkIntegrity(caller, error);
+    });
+}
+
 grpc::Status CAdminServer::ListAccounts(grpc::ServerContext* context,
                                         const quotes::v1::ListAccountsRequest*,
                                         quotes::v1::ListAccountsReply* reply) {
@@ -272,9 +301,8 @@ grpc::Status CAdminServer::ListAccounts(grpc::ServerContext* context,
     });
 }
 
-grpc::Status CAdminServer::changeAccount(
-    grpc::ServerContext* context, quotes::v1::AccountReply* reply,
-    const std::function<bool(const CCaller&, QString*)>& change) {
+grpc::Status CAdminServer::administer(grpc::ServerContext* context, quotes::v1::AdminReply* reply,
+                                      const std::function<bool(const CCaller&, QString*)>& change) {
     return asAccount(context, [&](const CCaller& caller) {
         QString error;
         const bool done = change(caller, &error);
@@ -285,8 +313,8 @@ grpc::Status CAdminServer::changeAccount(
 
 grpc::Status CAdminServer::SetPassword(grpc::ServerContext* context,
                                        const quotes::v1::SetPasswordRequest* request,
-                                       quotes::v1::AccountReply* reply) {
-    return changeAccount(context, reply, [&](const CCaller& caller, QString* error) {
+                                       quotes::v1::AdminReply* reply) {
+    return administer(context, reply, [&](const CCaller& caller, QString* error) {
         return m_service->setPassword(caller, QString::fromStdString(request->name()),
                                       request->password(), error);
     });
@@ -294,8 +322,8 @@ grpc::Status CAdminServer::SetPassword(grpc::ServerContext* context,
 
 grpc::Status CAdminServer::SetAccountEnabled(grpc::ServerContext* context,
                                              const quotes::v1::SetAccountEnabledRequest* request,
-                                             quotes::v1::AccountReply* reply) {
-    return changeAccount(context, reply, [&](const CCaller& caller, QString* error) {
+                                             quotes::v1::AdminReply* reply) {
+    return administer(context, reply, [&](const CCaller& caller, QString* error) {
         return m_service->setAccountEnabled(caller, QString::fromStdString(request->name()),
                                             request->enabled(), error);
     });
@@ -303,8 +331,8 @@ grpc::Status CAdminServer::SetAccountEnabled(grpc::ServerContext* context,
 
 grpc::Status CAdminServer::SetRights(grpc::ServerContext* context,
                                      const quotes::v1::SetRightsRequest* request,
-                                     quotes::v1::AccountReply* reply) {
-    return changeAccount(context, reply, [&](const CCaller& caller, QString* error) {
+                                     quotes::v1::AdminReply* reply) {
+    return administer(context, reply, [&](const CCaller& caller, QString* error) {
         std::set<int> rights;
         for (google::protobuf::int64 right : request->rights()) {
             if (right < 0 || right > 0x7fffffff) {

@@ -49,18 +49,27 @@ public:
     grpc::Status ImportDocument(grpc::ServerContext* context,
                                 const quotes::v1::ImportRequest* request,
                                 quotes::v1::ImportReply* reply) override;
+    grpc::Status SetSubsystems(grpc::ServerContext* context,
+                               const quotes::v1::SetSubsystemsRequest* request,
+                               quotes::v1::AdminReply* reply) override;
+    grpc::Status SetLoginTypeAuth(grpc::ServerContext* context,
+                                  const quotes::v1::SetLoginTypeAuthRequest* request,
+                                  quotes::v1::AdminReply* reply) override;
+    grpc::Status CheckIntegrity(grpc::ServerContext* context,
+                                const quotes::v1::CheckIntegrityRequest* request,
+                                quotes::v1::AdminReply* reply) override;
     grpc::Status ListAccounts(grpc::ServerContext* context,
                               const quotes::v1::ListAccountsRequest* request,
                               quotes::v1::ListAccountsReply* reply) override;
     grpc::Status SetPassword(grpc::ServerContext* context,
                              const quotes::v1::SetPasswordRequest* request,
-                             quotes::v1::AccountReply* reply) override;
+                             quotes::v1::AdminReply* reply) override;
     grpc::Status SetAccountEnabled(grpc::ServerContext* context,
                                    const quotes::v1::SetAccountEnabledRequest* request,
-                                   quotes::v1::AccountReply* reply) override;
+                                   quotes::v1::AdminReply* reply) override;
     grpc::Status SetRights(grpc::ServerContext* context,
                            const quotes::v1::SetRightsRequest* request,
-                           quotes::v1::AccountReply* reply) override;
+                           quotes::v1::AdminReply* reply) override;
 
     // The peer's address without its port ("ipv4:127.0.0.1:5000" -> "127.0.0.1").
     static std::string peerAddress(const std::string& peer);
@@ -79,9 +88,9 @@ private:
         const grpc::Status status = authenticate(context, &caller, nullptr);
         return status.ok() ? work(caller) : status;
     }
-    // Runs an account change of the service for the call's account; its outcome in reply.
-    grpc::Status changeAccount(grpc::ServerContext* context, quotes::v1::AccountReply* reply,
-                               const std::function<bool(const CCaller&, QString*)>& change);
+    // Runs an administrative call of the service for the call's account; its outcome in reply.
+    grpc::Status administer(grpc::ServerContext* context, quotes::v1::AdminReply* reply,
+                            const std::function<bool(const CCaller&, QString*)>& change);
 
     // Counts a call from its start to its end, so that a stop can wait for the calls in flight.
     class CallScope {

@@ -465,6 +465,14 @@ RKError CRecordCodec::decodeLoginTypeAuth(const LoginTypeAuth& in, std::map<int,
     return c.error();
 }
 
+RKError CRecordCodec::decodeLoginType(int64 in, int* out) {
+    Checks c;
+    const int loginType = c.narrow(in, "login_type");
+    if (c.ok())
+        *out = loginType;
+    return c.error();
+}
+
 bool CRecordCodec::isKnownDataType(int64 dataType) {
     switch (dataType) {
         case rkservice::kDataGlobalPermission:

@@ -72,6 +72,7 @@ public:
 
     static void encodeLoginTypeAuth(const std::map<int, bool>& auth, LoginTypeAuth* out);
     static utils::RKError decodeLoginTypeAuth(const LoginTypeAuth& in, std::map<int, bool>* out);
+    static utils::RKError decodeLoginType(google::protobuf::int64 in, int* out);
 
     // Whether the data service knows the data type / the operation.
     static bool isKnownDataType(google::protobuf::int64 dataType);

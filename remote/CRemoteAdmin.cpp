@@ -275,28 +275,33 @@ RKError CRemoteAdmin::accounts(std::vector<Account>* accounts) {
     return error;
 }
 
-RKError CRemoteAdmin::setPassword(const std::string& name, const std::string& password) {
-    v1::AccountReply reply;
-    RKError error = change([&](Stub* stub, grpc::ClientContext* context) {
-        v1::SetPasswordRequest request;
-        request.set_name(name);
-        request.set_password(password);
-        const grpc::Status status = stub->SetPassword(context, request, &reply);
-        wipe(request.mutable_password());
-        return status;
+RKError CRemoteAdmin::administer(const AdminRpc& rpc) {
+    v1::AdminReply reply;
+    const RKError error = change([&](Stub* stub, grpc::ClientContext* context) {
+        reply.Clear();
+        return rpc(stub, context, &reply);
     });
     return error.isSuccess() ? CRecordCodec::decodeError(reply.error()) : error;
 }
 
+RKError CRemoteAdmin::setPassword(const std::string& name, const std::string& password) {
+    return administer([&](Stub* stub, grpc::ClientContext* context, v1::AdminReply* reply) {
+        v1::SetPasswordRequest request;
+        request.set_name(name);
+        request.set_password(password);
+        const grpc::Status status = stub->SetPassword(context, request, reply);
+        wipe(request.mutable_password());
+        return status;
+    });
+}
+
 RKError CRemoteAdmin::setAccountEnabled(const std::string& name, bool enabled) {
-    v1::AccountReply reply;
-    RKError error = change([&](Stub* stub, grpc::ClientContext* context) {
+    return administer([&](Stub* stub, grpc::ClientContext* context, v1::AdminReply* reply) {
         v1::SetAccountEnabledRequest request;
         request.set_name(name);
         request.set_enabled(enabled);
-        return stub->SetAccountEnabled(context, request, &reply);
+        return stub->SetAccountEnabled(context, request, reply);
     });
-    return error.isSuccess() ? CRecordCodec::decodeError(reply.error()) : error;
 }
 
 RKError CRemoteAdmin::setRights(const std::string& name, const std::set<int>& rights) {
@@ -305,16 +310,14 @@ RKError CRemoteAdmin::setRights(const std::string& name, const std::set<int>& ri
 
 RKError CRemoteAdmin::setRights(const std::string& name, const std::set<int>& rights,
                                 int systemId) {
-    v1::AccountReply reply;
-    RKError error = change([&](Stub* stub, grpc::ClientContext* context) {
+    return administer([&](Stub* stub, grpc::ClientContext* context, v1::AdminReply* reply) {
         const v1::User user = encodeUser(name, rights, systemId);
         v1::SetRightsRequest request;
         request.set_name(user.name());
         *request.mutable_rights() = user.rights();
         request.set_system_id(user.system_id());
-        return stub->SetRights(context, request, &reply);
+        return stub->SetRights(context, request, reply);
     });
-    return error.isSuccess() ? CRecordCodec::decodeError(reply.error()) : error;
 }
 
 // ---- Hlx::IQuotesAdmin
@@ -384,16 +387,44 @@ RKError CRemoteAdmin::users(std::vector<rkservice::CUserInfoPtr>* users) {
     return error;
 }
 
-RKError CRemoteAdmin::setSubsystems(const std::vector<Hlx::SubsystemInfo>&) {
-    return RKError::fail(kUnsupported);
+RKError CRemoteAdmin::setSubsystems(const std::vector<Hlx::SubsystemInfo>& subsystems) {
+    v1::SetSubsystemsRequest request;
+    const RKError encoded =
+        CRecordCodec::encodeSubsystems(subsystems, request.mutable_subsystems());
+    if (!encoded.isSuccess())
+        return encoded;
+    const RKError error =
+        administer([&](Stub* stub, grpc::ClientContext* context, v1::AdminReply* reply) {
+            return stub->SetSubsystems(context, request, reply);
+        });
+    // The cache follows the server; a failed refresh leaves the old one until the next login.
+    if (error.isSuccess())
+        refreshSession();
+    return error;
 }
 
-RKError CRemoteAdmin::setLoginTypeAuth(int, bool) {
-    return RKError::fail(kUnsupported);
+RKError CRemoteAdmin::setLoginTypeAuth(int loginType, bool granted) {
+    const RKError error =
+        administer([&](Stub* stub, grpc::ClientContext* context, v1::AdminReply* reply) {
+            v1::SetLoginTypeAuthRequest request;
+            request.set_login_type(loginType);
+            request.set_granted(granted);
+            return stub->SetLoginTypeAuth(context, request, reply);
+        });
+    if (error.isSuccess())
+        refreshSession();
+    return error;
 }
 
 RKError CRemoteAdmin::checkIntegrity() {
-    return RKError::fail(kUnsupported);
+    v1::AdminReply reply;
+    const RKError error = read(
+        [&](Stub* stub, grpc::ClientContext* context) {
+            reply.Clear();
+            return stub->CheckIntegrity(context, v1::CheckIntegrityRequest(), &reply);
+        },
+        true);
+    return error.isSuccess() ? CRecordCodec::decodeError(reply.error()) : error;
 }
 
 RKError CRemoteAdmin::exportDocument(QJsonObject* document) {

@@ -102,6 +102,10 @@ private:
     // Reads: the current server, then the others. Changes: the current server, once.
     utils::RKError read(const Rpc& rpc, bool needsToken);
     utils::RKError change(const Rpc& rpc);
+    // An administrative change: its outcome is the error the server answers.
+    using AdminRpc =
+        std::function<grpc::Status(Stub*, grpc::ClientContext*, quotes::v1::AdminReply*)>;
+    utils::RKError administer(const AdminRpc& rpc);
     utils::RKError tryServers(size_t first, const std::string& token, const Rpc& rpc,
                               size_t* answered);
     grpc::Status readFrom(size_t server, const std::string& token, const Rpc& rpc);

@@ -93,7 +93,7 @@ utils::RKError CEmbeddedAdmin::importDocument(const QJsonObject& document) {
 
 utils::RKError CEmbeddedAdmin::checkIntegrity() {
     QString error;
-    return outcome(m_service->checkIntegrity(&error), error);
+    return outcome(m_service->checkIntegrity(m_caller(), &error), error);
 }
 
 utils::RKError CEmbeddedAdmin::status(Hlx::CServiceStatus* status) {

@@ -602,9 +602,8 @@ bool CQuotesService::setRights(const CCaller& caller, const QString& name,
                       [&] { CAccountStore(*m_database).setRights(name, rights); });
 }
 
-bool CQuotesService::checkIntegrity(QString* error) {
-    try {
-        bool ok = true;
+bool CQuotesService::checkIntegrity(const CCaller& caller, QString* error) {
+    return administer(caller, "检查数据库", error, [&] {
         QString detail;
         m_database->transact(false, [&](QSqlDatabase& db) {
             QSqlQuery query(db);
@@ -614,18 +613,11 @@ bool CQuotesService::checkIntegrity(QString* error) {
             m_database->exec(query);
             while (query.next()) {
                 const QString line = query.value(0).toString();
-                if (line != QLatin1String("ok")) {
-                    ok = false;
+                if (line != QLatin1String("ok"))
                     detail += line + QLatin1Char('\n');
-                }
             }
         });
-        if (!ok && error)
-            *error = detail.trimmed();
-        return ok;
-    } catch (const CServiceError& e) {
-        if (error)
-            *error = QString::fromStdString(e.what());
-        return false;
-    }
+        if (!detail.isEmpty())
+            throw CServiceError(detail.trimmed().toStdString());
+    });
 }

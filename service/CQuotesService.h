@@ -81,7 +81,8 @@ public:
                    QString* error = nullptr);
 
     // The database's own consistency check (SQLite integrity_check); true when it passes.
-    bool checkIntegrity(QString* error = nullptr);
+    // Needs the administrator right.
+    bool checkIntegrity(const CCaller& caller, QString* error = nullptr);
 
 private:
     CQuotesService();

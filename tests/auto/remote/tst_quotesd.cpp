@@ -311,7 +311,7 @@ private slots:
         v1::SetRightsRequest rights;
         rights.set_name("viewer");
         rights.add_rights(10937);
-        v1::AccountReply reply;
+        v1::AdminReply reply;
         QVERIFY(m_stub->SetRights(context(token("admin")).get(), rights, &reply).ok());
         QVERIFY2(reply.error().success(), reply.error().message().c_str());
         QVERIFY(operate(viewer, 2, {addressSource(10000, 2, "192.0.2.41", 1)}).isSuccess());
@@ -352,6 +352,57 @@ private slots:
                 .ok());
         QCOMPARE(QString::fromStdString(exported.error().message()), QString("没有权限：导出数据"));
         QVERIFY(exported.document().empty());
+    }
+
+    // Sub-systems, login types and the integrity check: administrators only; the client's cache
+    // follows a change at once, other clients see it at their next refresh.
+    void settingsAndIntegrityThroughTheServer() {
+        const std::vector<std::string> servers{m_server.address().toStdString()};
+        const std::string pem = m_server.certificatePem().toStdString();
+        CRemoteAdmin admin(servers, pem);
+        CRemoteAdmin viewer(servers, pem);
+        QVERIFY(admin.login("admin", rolePassword("admin").toStdString()).isSuccess());
+        QVERIFY(viewer.login("viewer", rolePassword("viewer").toStdString()).isSuccess());
+        const std::vector<Hlx::SubsystemInfo> before = admin.subsystems();
+        QVERIFY(!before.empty());
+        std::vector<Hlx::SubsystemInfo> changed = before;
+        changed.push_back({"sys_extra", "备用"});
+        const bool typeBefore = admin.hasClientLoginTypeAuth(7);
+
+        QCOMPARE(QString::fromStdString(viewer.setSubsystems(changed).errorMsg()),
+                 QString("没有权限：修改分系统"));
+        QCOMPARE(QString::fromStdString(viewer.setLoginTypeAuth(7, !typeBefore).errorMsg()),
+                 QString("没有权限：修改登录类型设置"));
+        QCOMPARE(QString::fromStdString(viewer.checkIntegrity().errorMsg()),
+                 QString("没有权限：检查数据库"));
+        QVERIFY(viewer.refreshSession().isSuccess());
+        QCOMPARE(viewer.subsystems().size(), before.size());
+        QCOMPARE(viewer.hasClientLoginTypeAuth(7), typeBefore);
+
+        QVERIFY(admin.setSubsystems(changed).isSuccess());
+        QCOMPARE(admin.subsystems().size(), changed.size());
+        QCOMPARE(admin.subsystems().back().name, std::string("sys_extra"));
+        QVERIFY(admin.setLoginTypeAuth(7, !typeBefore).isSuccess());
+        QCOMPARE(admin.hasClientLoginTypeAuth(7), !typeBefore);
+        QVERIFY(admin.checkIntegrity().isSuccess());
+        QCOMPARE(viewer.subsystems().size(), before.size());
+        QVERIFY(viewer.refreshSession().isSuccess());
+        QCOMPARE(viewer.subsystems().size(), changed.size());
+        QCOMPARE(viewer.hasClientLoginTypeAuth(7), !typeBefore);
+
+        v1::SetLoginTypeAuthRequest outOfRange;
+        outOfRange.set_login_type(int64_t(1) << 40);
+        outOfRange.set_granted(true);
+        v1::AdminReply reply;
+        QCOMPARE(m_stub->SetLoginTypeAuth(context(token("admin")).get(), outOfRange, &reply)
+                     .error_code(),
+                 grpc::StatusCode::INVALID_ARGUMENT);
+
+        QVERIFY(admin.setSubsystems(before).isSuccess());
+        QVERIFY(admin.setLoginTypeAuth(7, typeBefore).isSuccess());
+        QCOMPARE(admin.subsystems().size(), before.size());
+        admin.shutdown();
+        viewer.shutdown();
     }
 
     void malformedRequestsChangeNothing() {

@@ -136,7 +136,7 @@ private slots:
             QCOMPARE(source->getSystemTag(), std::string(thread % 2 ? "sys2" : "sys1"));
         }
         QCOMPARE(int(query(rkservice::kDataQuoteSources, "6").datas.size()), 1);
-        QVERIFY(service->checkIntegrity());
+        QVERIFY(service->checkIntegrity(CCaller::owner()));
 
         QVERIFY(Hlx::COrinClientCenter::instance()->waitForIdle());
         Hlx::COrinClientCenter::instance()->setBackend(nullptr);

@@ -97,7 +97,7 @@ private:
             return -1;
         }
         QString integrity;
-        if (!service->checkIntegrity(&integrity)) {
+        if (!service->checkIntegrity(CCaller::owner(), &integrity)) {
             qWarning("integrity: %s", qPrintable(integrity));
             return -1;
         }

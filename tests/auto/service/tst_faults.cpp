@@ -134,7 +134,7 @@ private slots:
         QCOMPARE(int(query(rkservice::kDataQuoteSources, "").datas.size()), 0);
         // Small changes still fit, and reads go on.
         QVERIFY(operate(rkservice::kDataQuoteSources, 2, manySources(1)).error.isSuccess());
-        QVERIFY(service->checkIntegrity());
+        QVERIFY(service->checkIntegrity(CCaller::owner()));
         uninstall();
     }
 
@@ -182,7 +182,7 @@ private slots:
                 operate(rkservice::kDataQuoteSources, 2, manySources(5, 5000));
             QVERIFY(!add.error.isSuccess());
             QString integrity;
-            QVERIFY(!service->checkIntegrity(&integrity));
+            QVERIFY(!service->checkIntegrity(CCaller::owner(), &integrity));
             uninstall();
         }
 

@@ -206,7 +206,7 @@ grpc::Status FakeQuotesServer::authorize(const grpc::ServerContext* context) con
 
 grpc::Status FakeQuotesServer::setAccount(const std::string& name,
                                           const std::function<void(AccountEntry*)>& edit,
-                                          v1::AccountReply* reply) {
+                                          v1::AdminReply* reply) {
     std::lock_guard<std::mutex> lock(m_mutex);
     const auto found = m_accounts.find(name);
     if (found == m_accounts.end()) {
@@ -390,7 +390,7 @@ grpc::Status FakeQuotesServer::ListAccounts(grpc::ServerContext* context,
 
 grpc::Status FakeQuotesServer::SetPassword(grpc::ServerContext* context,
                                            const v1::SetPasswordRequest* request,
-                                           v1::AccountReply* reply) {
+                                           v1::AdminReply* reply) {
     const grpc::Status entered = enter(context, "SetPassword");
     if (!entered.ok())
         return entered;
@@ -401,7 +401,7 @@ grpc::Status FakeQuotesServer::SetPassword(grpc::ServerContext* context,
 
 grpc::Status FakeQuotesServer::SetAccountEnabled(grpc::ServerContext* context,
                                                  const v1::SetAccountEnabledRequest* request,
-                                                 v1::AccountReply* reply) {
+                                                 v1::AdminReply* reply) {
     const grpc::Status entered = enter(context, "SetAccountEnabled");
     if (!entered.ok())
         return entered;
@@ -412,7 +412,7 @@ grpc::Status FakeQuotesServer::SetAccountEnabled(grpc::ServerContext* context,
 
 grpc::Status FakeQuotesServer::SetRights(grpc::ServerContext* context,
                                          const v1::SetRightsRequest* request,
-                                         v1::AccountReply* reply) {
+                                         v1::AdminReply* reply) {
     const grpc::Status entered = enter(context, "SetRights");
     if (!entered.ok())
         return entered;

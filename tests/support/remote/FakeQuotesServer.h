@@ -97,13 +97,13 @@ public:
                               quotes::v1::ListAccountsReply* reply) override;
     grpc::Status SetPassword(grpc::ServerContext* context,
                              const quotes::v1::SetPasswordRequest* request,
-                             quotes::v1::AccountReply* reply) override;
+                             quotes::v1::AdminReply* reply) override;
     grpc::Status SetAccountEnabled(grpc::ServerContext* context,
                                    const quotes::v1::SetAccountEnabledRequest* request,
-                                   quotes::v1::AccountReply* reply) override;
+                                   quotes::v1::AdminReply* reply) override;
     grpc::Status SetRights(grpc::ServerContext* context,
                            const quotes::v1::SetRightsRequest* request,
-                           quotes::v1::AccountReply* reply) override;
+                           quotes::v1::AdminReply* reply) override;
 
 private:
     struct AccountEntry {
@@ -123,7 +123,7 @@ private:
     grpc::Status authorize(const grpc::ServerContext* context) const;
     std::vector<quotes::v1::QueryChunk> chunks(const QueryAnswer& answer, StreamFault fault) const;
     grpc::Status setAccount(const std::string& name, const std::function<void(AccountEntry*)>& edit,
-                            quotes::v1::AccountReply* reply);
+                            quotes::v1::AdminReply* reply);
 
     const CTlsIdentity m_identity;
     std::unique_ptr<grpc::Server> m_server;
