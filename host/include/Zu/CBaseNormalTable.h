@@ -5,6 +5,7 @@
 #include <QSet>
 #include <QStringList>
 #include <QVector>
+#include <functional>
 
 #include "Zu/CBaseWidget.h"
 
@@ -66,6 +67,11 @@ public:
     bool isColumnVisible(int columnId) const;
 
     int appendRow();
+    // Large tables: a row whose texts are computed when a cell is shown or read, instead of a
+    // string stored per cell. A text set with setItemText still takes precedence.
+    using RowTexts = std::function<QString(int row, int columnId)>;
+    void setRowTexts(RowTexts texts);
+    int appendComputedRow();
     void setItemText(int row, int columnId, const QString& text);
     QString itemText(int row, int columnId) const;
     int rowCount() const;
@@ -114,6 +120,8 @@ protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
+    static const int kMeasuredRows = 1000;
+    int textColumnWidth(int columnId) const;
     void applyColumnVisibility(int columnId);
     void reapplyColumnState();
     void showContextMenu(const QPoint& pos);

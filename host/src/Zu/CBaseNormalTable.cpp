@@ -9,11 +9,13 @@
 #include <QKeyEvent>
 #include <QLabel>
 #include <QMenu>
+#include <QStyle>
 #include <QTableView>
 #include <QTimer>
 #include <QVBoxLayout>
 
 #include "CTableModel.h"
+#include "CTextWidths.h"
 #include "Zu/CBaseTableColumnMultiButtonsDelegate.h"
 #include "Zu/CUiResources.h"
 
@@ -229,6 +231,14 @@ int CBaseNormalTable::appendRow() {
     return m_model->appendRow();
 }
 
+void CBaseNormalTable::setRowTexts(RowTexts texts) {
+    m_model->setRowTexts(std::move(texts));
+}
+
+int CBaseNormalTable::appendComputedRow() {
+    return m_model->appendComputedRow();
+}
+
 void CBaseNormalTable::setItemText(int row, int columnId, const QString& text) {
     m_model->setText(row, columnId, text);
 }
@@ -305,10 +315,28 @@ void CBaseNormalTable::adjustColumnWidth() {
         const int column = m_model->modelColumnOf(id);
         const int headerWidth = headerMetrics.horizontalAdvance(m_model->header(id)) + 24;
         const int contentWidth =
-            static_cast<QAbstractItemView*>(m_view)->sizeHintForColumn(column) + 12;
+            (columnDelegate(id) ? static_cast<QAbstractItemView*>(m_view)->sizeHintForColumn(column)
+                                : textColumnWidth(id)) +
+            12;
         header->resizeSection(column, qBound(40, qMax(headerWidth, contentWidth), 600));
     }
     m_programResize = false;
+}
+
+int CBaseNormalTable::textColumnWidth(int columnId) const {
+    // Like the view's own measure, the rows around the first one shown, at most kMeasuredRows of
+    // them, but without laying out each text as a paragraph.
+    const int rows = m_model->storedRows();
+    const int count = qMin(rows, kMeasuredRows);
+    const int start = qBound(0, m_view->rowAt(0), rows - count);
+    CTextWidths widths(m_view->font());
+    int widest = 0;
+    for (int row = start; row < start + count; ++row) {
+        widest = qMax(widest, widths.width(m_model->text(row, columnId)));
+    }
+    const int margin =
+        m_view->style()->pixelMetric(QStyle::PM_FocusFrameHMargin, nullptr, m_view) + 1;
+    return widest + 2 * margin;
 }
 
 void CBaseNormalTable::onSectionResized(int logicalIndex, int, int newSize) {

@@ -17,9 +17,14 @@ void CTableModel::setColumns(const QStringList& headers) {
         m_columnOfId.append(id);
     }
     m_blocks.clear();
+    m_computed.clear();
     m_rows = 0;
     m_committed = 0;
     endResetModel();
+}
+
+void CTableModel::setRowTexts(RowTexts texts) {
+    m_rowTexts = std::move(texts);
 }
 
 QString& CTableModel::cell(int row, int id) const {
@@ -66,7 +71,14 @@ int CTableModel::appendRow() {
     if (m_rows % kBlockRows == 0) {
         m_blocks.emplace_back(new QString[size_t(kBlockRows) * size_t(qMax(1, m_stride))]);
     }
+    m_computed.push_back(false);
     return m_rows++;
+}
+
+int CTableModel::appendComputedRow() {
+    const int row = appendRow();
+    m_computed[size_t(row)] = true;
+    return row;
 }
 
 void CTableModel::setText(int row, int id, const QString& text) {
@@ -89,7 +101,11 @@ QString CTableModel::text(int row, int id) const {
     if (row < 0 || row >= m_rows || !hasColumn(id)) {
         return QString();
     }
-    return cell(row, id);
+    const QString& stored = cell(row, id);
+    if (stored.isNull() && m_computed[size_t(row)] && m_rowTexts) {
+        return m_rowTexts(row, id);
+    }
+    return stored;
 }
 
 void CTableModel::flush() {
@@ -105,6 +121,7 @@ void CTableModel::clearRows() {
     beginResetModel();
     m_blocks.clear();
     m_blocks.shrink_to_fit();
+    m_computed.clear();
     m_rows = 0;
     m_committed = 0;
     endResetModel();
@@ -123,7 +140,7 @@ QVariant CTableModel::data(const QModelIndex& index, int role) const {
         return QVariant();
     }
     if (role == Qt::DisplayRole || role == Qt::ToolTipRole) {
-        const QString& text = cell(index.row(), m_liveIds[index.column()]);
+        const QString text = this->text(index.row(), m_liveIds[index.column()]);
         if (role == Qt::ToolTipRole && text.isEmpty()) {
             return QVariant();
         }

@@ -3,6 +3,7 @@
 #include <QAbstractTableModel>
 #include <QStringList>
 #include <QVector>
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -26,7 +27,13 @@ public:
     int idOfModelColumn(int column) const;
     QVector<int> liveIds() const { return m_liveIds; }
 
+    // The texts of computed rows: asked for a cell that was not set when it is shown or read.
+    using RowTexts = std::function<QString(int row, int id)>;
+    void setRowTexts(RowTexts texts);
+
     int appendRow();
+    // A row whose cells, unless set, read their text from the row texts.
+    int appendComputedRow();
     void setText(int row, int id, const QString& text);
     QString text(int row, int id) const;
     // Every row, announced or not.
@@ -55,6 +62,8 @@ private:
     static const int kBlockRows = 512;
     QString& cell(int row, int id) const;
     std::vector<std::unique_ptr<QString[]>> m_blocks;
+    std::vector<bool> m_computed;
+    RowTexts m_rowTexts;
     int m_stride = 0;
     int m_rows = 0;
     int m_committed = 0;

@@ -68,6 +68,8 @@ private slots:
     void csvExportLeavesHiddenColumnsOut();
     void menuFlagsSelectEntries();
     void adjustColumnWidthFitsContents();
+    void computedRowsReadTheirTexts();
+    void adjustColumnWidthFitsComputedAndChineseTexts();
     void viewNeverSorts();
 };
 
@@ -373,6 +375,65 @@ void TableTest::adjustColumnWidthFitsContents() {
     table->adjustColumnWidth();
     const int width = table->view()->horizontalHeader()->sectionSize(2);
     QVERIFY(width >= table->view()->fontMetrics().horizontalAdvance(longAddress));
+}
+
+void TableTest::computedRowsReadTheirTexts() {
+    auto table = stockTable();
+    int asked = 0;
+    table->setRowTexts([&](int row, int columnId) {
+        ++asked;
+        return QStringLiteral("r%1c%2").arg(row).arg(columnId);
+    });
+    const int plain = fillRow(table.get(), 1);
+    const int computed = table->appendComputedRow();
+    QCOMPARE(asked, 0);
+    QCOMPARE(table->itemText(computed, 5), QStringLiteral("r%1c5").arg(computed));
+    QCOMPARE(table->itemText(plain, 5), QStringLiteral("10.0.0.1"));
+    QCOMPARE(table->itemText(plain, 10), QString());
+    // A text set on a computed row takes precedence over the computed one.
+    table->setItemText(computed, 7, QStringLiteral("set"));
+    QCOMPARE(table->itemText(computed, 7), QStringLiteral("set"));
+    table->flushRows();
+    const QModelIndex shown = table->view()->model()->index(computed, 2);
+    QCOMPARE(shown.data().toString(), QStringLiteral("r%1c5").arg(computed));
+    QVERIFY(table->csvText().contains(QStringLiteral("r%1c5").arg(computed)));
+    table->clear();
+    QCOMPARE(table->rowCount(), 0);
+    const int again = table->appendRow();
+    QCOMPARE(table->itemText(again, 5), QString());
+}
+
+void TableTest::adjustColumnWidthFitsComputedAndChineseTexts() {
+    auto table = stockTable();
+    table->resize(1200, 300);
+    table->show();
+    QVERIFY(QTest::qWaitForWindowExposed(table.get()));
+    const QString longAddress = QStringLiteral("fe80::1234:5678:9abc:def0:1234:5678:1");
+    const QString chinese = QStringLiteral("上海期货交易所测试用户名称很长的一个");
+    table->setRowTexts([&](int row, int columnId) {
+        if (row == 900 && columnId == 5)
+            return longAddress;
+        if (row == 900 && columnId == 7)
+            return chinese;
+        return QStringLiteral("x");
+    });
+    for (int i = 0; i < 2000; ++i)
+        table->appendComputedRow();
+    table->adjustColumnWidth();
+    const QFontMetrics metrics = table->view()->fontMetrics();
+    const QHeaderView* header = table->view()->horizontalHeader();
+    auto columnTitled = [&](const QString& title) {
+        for (int column = 0; column < header->count(); ++column) {
+            if (table->view()->model()->headerData(column, Qt::Horizontal).toString() == title)
+                return column;
+        }
+        return -1;
+    };
+    const int address = columnTitled(QStringLiteral("地址"));
+    const int user = columnTitled(QStringLiteral("用户名"));
+    QVERIFY(address >= 0 && user >= 0);
+    QVERIFY(header->sectionSize(address) >= metrics.horizontalAdvance(longAddress));
+    QVERIFY(header->sectionSize(user) >= metrics.horizontalAdvance(chinese));
 }
 
 void TableTest::viewNeverSorts() {
