@@ -2,6 +2,7 @@
 
 #include <log4cxx/logger.h>
 #include <QStringList>
+#include <array>
 #include <boost/bind/bind.hpp>
 #include <boost/make_shared.hpp>
 
@@ -85,6 +86,9 @@ CQuotesManagePanel::~CQuotesManagePanel() {
     m_permissionMutex.abandon();
     m_answerGuard.invalidate();
     disconnect(this, nullptr, nullptr, nullptr);
+    // The table outlives our members: its computed rows must not reach them.
+    if (m_table)
+        m_table->setRowTexts({});
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -177,6 +181,9 @@ void CQuotesManagePanel::createTable(Zu::CWidgetList* outer) {
         m_table->removeColumn(kColServerGroup);
         m_table->removeColumn(kColTradeType);
     }
+    // Source rows are computed from their records when shown, so that a large load stores no
+    // text per cell.
+    m_table->setRowTexts([this](int row, int columnId) { return sourceRowText(row, columnId); });
     m_buttonsDelegate = new Zu::CBaseTableColumnMultiButtonsDelegate(m_table);
     m_table->setColumnDelegate(kColOperation, m_buttonsDelegate);
     outer->addStretchWidget(m_table);
@@ -372,19 +379,38 @@ void CQuotesManagePanel::showLoadFailure(const QString& message) {
 }
 
 void CQuotesManagePanel::appendSourceRow(const rkservice::COrinQuoterSourceInfoPtr& source) {
-    const int row = m_table->appendRow();
-    m_table->setItemText(row, kColId, text(source->m_nId));
-    m_table->setItemText(row, kColTradeType,
-                         m_names.tradeTypeName(source->m_nTradeType, source->m_nPlatformId));
-    m_table->setItemText(row, kColPlatform, m_names.platformName(source->m_nPlatformId));
-    m_table->setItemText(row, kColAddress, Zu::sToQs(source->m_strAddress));
-    m_table->setItemText(row, kColPort, text(source->m_nPort));
-    m_table->setItemText(row, kColUser, Zu::sToQs(source->m_strUserName));
-    m_table->setItemText(row, kColPassword, Zu::sToQs(source->m_strPassword));
-    // The server name deliberately goes to the server-group column in these rows.
-    m_table->setItemText(row, kColServerGroup, m_names.serverName(source->getSystemTag()));
+    // The row's texts come from its record in m_rowRecords (sourceRowText).
+    const int row = m_table->appendComputedRow();
     setRowButtons(row, m_rowRights.edit, m_rowRights.remove);
     m_rowRecords[row] = source;
+}
+
+QString CQuotesManagePanel::sourceRowText(int row, int columnId) {
+    const auto found = m_rowRecords.constFind(row);
+    if (found == m_rowRecords.constEnd() || !found.value())
+        return QString();
+    const rkservice::COrinQuoterSourceInfo& source = *found.value();
+    switch (columnId) {
+        case kColId:
+            return text(source.m_nId);
+        case kColTradeType:
+            return m_names.tradeTypeName(source.m_nTradeType, source.m_nPlatformId);
+        case kColPlatform:
+            return m_names.platformName(source.m_nPlatformId);
+        case kColAddress:
+            return Zu::sToQs(source.m_strAddress);
+        case kColPort:
+            return text(source.m_nPort);
+        case kColUser:
+            return Zu::sToQs(source.m_strUserName);
+        case kColPassword:
+            return Zu::sToQs(source.m_strPassword);
+        case kColServerGroup:
+            // The server name deliberately goes to the server-group column in these rows.
+            return m_names.serverName(source.getSystemTag());
+        default:
+            return QString();
+    }
 }
 
 CQuotesManagePanel::RowRights CQuotesManagePanel::readRowRights() const {
@@ -404,13 +430,20 @@ CQuotesManagePanel::RowRights CQuotesManagePanel::readRowRights() const {
 }
 
 void CQuotesManagePanel::setRowButtons(int row, bool edit, bool remove) {
-    QVector<Zu::ButtonData> buttons;
-    if (edit)
-        buttons << Zu::ButtonData(kBtnEditRow, QStringLiteral("编辑"), 1, false, {});
-    if (remove)
-        buttons << Zu::ButtonData(kBtnDeleteRow, QStringLiteral("删除"), 1, false, {});
+    // The four possible lists, built once and shared by every row (the UI thread's only).
+    static const std::array<QVector<Zu::ButtonData>, 4> lists = [] {
+        std::array<QVector<Zu::ButtonData>, 4> built;
+        for (int kind = 0; kind < 4; ++kind) {
+            if (kind & 2)
+                built[kind] << Zu::ButtonData(kBtnEditRow, QStringLiteral("编辑"), 1, false, {});
+            if (kind & 1)
+                built[kind] << Zu::ButtonData(kBtnDeleteRow, QStringLiteral("删除"), 1, false, {});
+        }
+        return built;
+    }();
     if (m_buttonsDelegate)
-        m_buttonsDelegate->setItemButtons(text(row).toStdString(), buttons, false);
+        m_buttonsDelegate->setItemButtons(std::to_string(row),
+                                          lists[(edit ? 2 : 0) + (remove ? 1 : 0)], false);
 }
 
 void CQuotesManagePanel::appendBrokerRows(const rkservice::COrinQuoterSourceInfoPtr& source) {

@@ -147,6 +147,8 @@ private:
     bool takeTicket(QQueue<int>& tickets);
     bool isCurrentAnswer() const;
     void appendSourceRow(const rkservice::COrinQuoterSourceInfoPtr& source);
+    // The text of a source row's cell, from the row's record.
+    QString sourceRowText(int row, int columnId);
     void appendBrokerRows(const rkservice::COrinQuoterSourceInfoPtr& source);
     void appendBrokerRow(const rkservice::COrinQuoterSourceInfoPtr& source,
                          const rkservice::COrinBrokerInfo& broker, int groupIndex);
