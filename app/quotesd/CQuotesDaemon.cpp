@@ -25,6 +25,7 @@
 namespace {
 
 const char* const kAdmin = "admin";
+const int kMaxIdleThreads = 32;
 
 void say(const QString& text) {
     std::fprintf(stderr, "quotesd: %s\n", text.toLocal8Bit().constData());
@@ -201,6 +202,9 @@ int CQuotesDaemon::serve() {
                              &port);
     builder.SetMaxReceiveMessageSize(CRecordCodec::kMaxMessageBytes);
     builder.SetMaxSendMessageSize(CRecordCodec::kMaxMessageBytes);
+    // Threads that served a burst of calls stay to poll for the next one instead of ending: each
+    // thread holds its own database connection, which is costly to open again.
+    builder.SetSyncServerOption(grpc::ServerBuilder::MAX_POLLERS, kMaxIdleThreads);
     builder.RegisterService(&admin);
     const std::unique_ptr<grpc::Server> server = builder.BuildAndStart();
     if (!server || port == 0)
