@@ -258,9 +258,18 @@ void CQuoteSourceStore::insertRaw(QSqlDatabase& db, const QString& subsystem,
 }
 
 void CQuoteSourceStore::resetIdSequence(QSqlDatabase& db) const {
-    if (m_database.engine() == CDatabase::PostgreSQL)
+    if (m_database.engine() == CDatabase::PostgreSQL) {
         m_database.exec(
             db, QStringLiteral("SELECT setval(pg_get_serial_sequence('kx_orin_quoter_source', "
                                "'id'), COALESCE((SELECT max(id) FROM kx_orin_quoter_source), 0) + "
                                "1, false)"));
+        return;
+    }
+    // AUTOINCREMENT never goes back on its own: a counter left high by an earlier content would
+    // run out of ids sooner than the imported content warrants.
+    m_database.exec(
+        db, QStringLiteral("DELETE FROM sqlite_sequence WHERE name = 'kx_orin_quoter_source'"));
+    m_database.exec(db, QStringLiteral("INSERT INTO sqlite_sequence (name, seq) SELECT "
+                                       "'kx_orin_quoter_source', COALESCE(max(id), 0) FROM "
+                                       "kx_orin_quoter_source"));
 }

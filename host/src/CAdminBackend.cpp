@@ -6,6 +6,13 @@ namespace Hlx {
 
 IQuotesAdmin::~IQuotesAdmin() = default;
 
+utils::RKError IQuotesAdmin::importDocument(const QJsonObject& document,
+                                            const CImportOptions& options, CImportReport*) {
+    if (options.dryRun || !options.backupFile.empty())
+        return utils::RKError::fail("导入预演和指定备份文件只能直接打开数据库时使用");
+    return importDocument(document);
+}
+
 CAdminBackend::CAdminBackend(boost::shared_ptr<IQuotesAdmin> admin) : m_admin(std::move(admin)) {}
 
 void CAdminBackend::query(const CRequestTarget& target, const rkservice::COrinQueryDataReq& request,

@@ -25,6 +25,29 @@ struct CAdminAccount {
     bool enabled = true;
 };
 
+// How an import runs. A dry run checks and counts, changing nothing; a real import first writes
+// the content it replaces to backupFile, or, when empty, to the data directory of the process
+// that holds the database.
+struct CImportOptions {
+    bool dryRun = false;
+    std::string backupFile;
+};
+
+// What an import changes in one section of the document: entries before and after, and how many
+// of them are new or gone (a changed entry counts as both).
+struct CSectionChange {
+    std::string section;
+    int before = 0;
+    int after = 0;
+    int added = 0;
+    int removed = 0;
+};
+
+struct CImportReport {
+    std::vector<CSectionChange> sections;
+    std::string backupFile;  // where the replaced content was written
+};
+
 // The administration of the platform's data: every call the console and quotesctl make, with the
 // embedded service or a remote server behind it, so each command has one code path. Calls answer
 // on the calling thread; a refusal or a fault is an RKError with the text the operator sees.
@@ -49,6 +72,10 @@ public:
     virtual utils::RKError setLoginTypeAuth(int loginType, bool granted) = 0;
     virtual utils::RKError exportDocument(QJsonObject* document) = 0;
     virtual utils::RKError importDocument(const QJsonObject& document) = 0;
+    // With a dry run or a backup of the caller's choosing; where the database is not in this
+    // process, only a plain import (the holder writes its own backup) is offered.
+    virtual utils::RKError importDocument(const QJsonObject& document,
+                                          const CImportOptions& options, CImportReport* report);
     virtual utils::RKError checkIntegrity() = 0;
     // Accounts (the administrator right).
     virtual utils::RKError accounts(std::vector<CAdminAccount>* accounts) = 0;
