@@ -170,6 +170,24 @@ std::vector<int> CQuoteSourceStore::add(
     return ids;
 }
 
+rkservice::COrinQuoterSourceInfoPtr CQuoteSourceStore::find(QSqlDatabase& db, int id) const {
+    if (m_database.engine() == CDatabase::PostgreSQL) {
+        // SQLite's write transaction excludes other writers already; PostgreSQL locks the row
+        // before it is read.
+        QSqlQuery lock(db);
+        lock.prepare(
+            QStringLiteral("SELECT id FROM kx_orin_quoter_source WHERE id = ? FOR UPDATE"));
+        lock.addBindValue(id);
+        m_database.exec(lock);
+    }
+    for (const auto& data : query(db, QString(), false, 0)) {
+        const auto& stored = static_cast<const rkservice::COrinQuoterSourceInfo&>(*data);
+        if (stored.m_nId == id)
+            return boost::make_shared<rkservice::COrinQuoterSourceInfo>(stored);
+    }
+    throw CServiceError("行情源不存在: " + std::to_string(id));
+}
+
 void CQuoteSourceStore::modify(
     QSqlDatabase& db, const QString& subsystem,
     const std::vector<rkservice::COrinQuoterSourceInfoPtr>& sources) const {

@@ -419,6 +419,26 @@ void CQuotesService::operateSources(const CCaller& caller, const Hlx::CRequestTa
     }
 }
 
+bool CQuotesService::modifySource(const CCaller& caller, int id,
+                                  const Hlx::IQuotesAdmin::SourcePatch& patch, QString* error) {
+    try {
+        const CQuoteSourceStore store(*m_database);
+        m_database->transact(true, [&](QSqlDatabase& db) {
+            const rkservice::COrinQuoterSourceInfoPtr source = store.find(db, id);
+            patch(source.get());
+            source->m_nId = id;
+            const std::vector<rkservice::COrinQuoterSourceInfoPtr> sources = {source};
+            CAccessPolicy::checkModify(caller, sources, store.kinds(db, QString(), {id}));
+            store.modify(db, QString(), sources);
+        });
+        return true;
+    } catch (const CServiceError& e) {
+        if (error)
+            *error = QString::fromStdString(e.what());
+        return false;
+    }
+}
+
 void CQuotesService::operateToken(const CCaller& caller,
                                   const rkservice::COperateDataReq& request) {
     const int op = request.operateType;

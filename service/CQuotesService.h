@@ -45,6 +45,11 @@ public:
                                const rkservice::COperateDataReq& request,
                                bson::BSONObj* result = nullptr);
 
+    // Changes some fields of one source: reads it, lets patch change it and writes it back in
+    // one transaction, with the rights and checks of a modify.
+    bool modifySource(const CCaller& caller, int id, const Hlx::IQuotesAdmin::SourcePatch& patch,
+                      QString* error = nullptr);
+
     // "SQLite /path/quotes.db" or "PostgreSQL db@host:port".
     QString databaseDescription() const;
     // The SQLite file, empty for PostgreSQL.

@@ -575,38 +575,30 @@ int CQuotesCtl::sourcesAdd() {
 
 int CQuotesCtl::sourcesModify() {
     const int id = m_positional.front().toInt(nullptr, 10);
-    rkservice::COrinQueryDataReq query;
-    query.dataType = rkservice::kDataQuoteSources;
-    std::vector<rkservice::IDataPtr> datas;
-    utils::RKError error = m_admin->query(Hlx::CRequestTarget::centre(), query, &datas);
-    if (!error.isSuccess())
-        return refused(QString::fromStdString(error.errorMsg()));
-    rkservice::COrinQuoterSourceInfoPtr source;
-    for (const auto& data : datas) {
-        if (static_cast<const rkservice::COrinQuoterSourceInfo&>(*data).m_nId == id)
-            source = boost::make_shared<rkservice::COrinQuoterSourceInfo>(
-                static_cast<const rkservice::COrinQuoterSourceInfo&>(*data));
-    }
-    if (!source)
-        return refused(QStringLiteral("行情源不存在: %1").arg(id));
-    intOption(QStringLiteral("platform"), &source->m_nPlatformId);
-    intOption(QStringLiteral("trade-type"), &source->m_nTradeType);
-    intOption(QStringLiteral("port"), &source->m_nPort);
-    intOption(QStringLiteral("broker"), &source->m_nBrokerId);
-    intOption(QStringLiteral("server-group"), &source->m_nServerGroupId);
-    if (m_options.count(QStringLiteral("address")))
-        source->m_strAddress = m_options[QStringLiteral("address")].toStdString();
-    if (m_options.count(QStringLiteral("user")))
-        source->m_strUserName = m_options[QStringLiteral("user")].toStdString();
-    if (m_options.count(QStringLiteral("password")))
-        source->m_strPassword = m_options[QStringLiteral("password")].toStdString();
-    if (m_options.count(QStringLiteral("markets")))
-        source->m_strMarkets = m_options[QStringLiteral("markets")].toStdString();
-    rkservice::COperateDataReq request;
-    request.dataType = rkservice::kDataQuoteSources;
-    request.operateType = rkservice::kOperateModify;
-    request.datas.push_back(source);
-    error = m_admin->operate(Hlx::CRequestTarget::centre(), request, nullptr);
+    const std::map<QString, QString> options = m_options;
+    // Applied to the stored source inside the service's transaction.
+    auto patch = [&options](rkservice::COrinQuoterSourceInfo* source) {
+        auto number = [&options](const char* name, int* field) {
+            const auto it = options.find(QLatin1String(name));
+            if (it != options.end())
+                *field = it->second.toInt(nullptr, 10);
+        };
+        auto text = [&options](const char* name, std::string* field) {
+            const auto it = options.find(QLatin1String(name));
+            if (it != options.end())
+                *field = it->second.toStdString();
+        };
+        number("platform", &source->m_nPlatformId);
+        number("trade-type", &source->m_nTradeType);
+        number("port", &source->m_nPort);
+        number("broker", &source->m_nBrokerId);
+        number("server-group", &source->m_nServerGroupId);
+        text("address", &source->m_strAddress);
+        text("user", &source->m_strUserName);
+        text("password", &source->m_strPassword);
+        text("markets", &source->m_strMarkets);
+    };
+    const utils::RKError error = m_admin->modifySource(id, patch);
     if (!error.isSuccess())
         return refused(QString::fromStdString(error.errorMsg()));
     return kOk;

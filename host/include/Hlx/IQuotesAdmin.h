@@ -1,12 +1,14 @@
 #pragma once
 
 #include <QJsonObject>
+#include <functional>
 #include <set>
 #include <string>
 #include <vector>
 
 #include "Hlx/IDataServiceBackend.h"
 #include "bson/BSONObj.h"
+#include "rkservice/COrinQuoterSourceInfo.h"
 #include "rkservice/CUserInfo.h"
 #include "utils/RKError.h"
 
@@ -77,6 +79,11 @@ public:
     virtual utils::RKError importDocument(const QJsonObject& document,
                                           const CImportOptions& options, CImportReport* report);
     virtual utils::RKError checkIntegrity() = 0;
+    // Changes some fields of one source: patch receives the stored record and changes it. Where
+    // the database is in this process, the read and the write are one transaction, so a change
+    // made meanwhile by someone else is never overwritten.
+    using SourcePatch = std::function<void(rkservice::COrinQuoterSourceInfo*)>;
+    virtual utils::RKError modifySource(int id, const SourcePatch& patch);
     // Accounts (the administrator right).
     virtual utils::RKError accounts(std::vector<CAdminAccount>* accounts) = 0;
     virtual utils::RKError setPassword(const std::string& name, const std::string& password) = 0;
