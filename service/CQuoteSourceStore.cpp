@@ -221,6 +221,9 @@ void CQuoteSourceStore::modify(
         bindColumns(update, source);
         update.addBindValue(source.m_nId);
         m_database.exec(update);
+        // Gone since it was read (a writer outside this service): a change of nothing is no change.
+        if (update.numRowsAffected() != 1)
+            throw CServiceError("行情源不存在: " + std::to_string(source.m_nId));
     }
 }
 
