@@ -296,8 +296,11 @@ private slots:
 
     void fieldLimits() {
         QVERIFY(
-            add(stockSource(10000, 2, "10.0.0.4", 1, std::string(64, 'u'), std::string(256, 'p')))
+            add(stockSource(10000, 2, "10.0.0.4", 1, std::string(75, 'u'), std::string(256, 'p')))
                 .isSuccess());
+        // The longest user name the stock dialog accepts: 25 characters of three bytes.
+        const std::string widest = QString(25, QChar(0xFFFD)).toStdString();
+        QVERIFY(add(stockSource(10000, 2, "10.0.0.6", 1, widest)).isSuccess());
         struct Case {
             rkservice::COrinQuoterSourceInfoPtr source;
             QString field;
@@ -306,7 +309,7 @@ private slots:
         auto markets = stockSource(10000, 2, "10.0.0.5", 1);
         markets->m_strMarkets = std::string(257, 'M');
         const Case cases[] = {
-            {stockSource(10000, 2, "10.0.0.5", 1, std::string(65, 'u')), "用户名", "64"},
+            {stockSource(10000, 2, "10.0.0.5", 1, widest + "u"), "用户名", "75"},
             {stockSource(10000, 2, "10.0.0.5", 1, "u", std::string(257, 'p')), "密码", "256"},
             {markets, "市场", "256"},
             {stockSource(10000, 2, "10.0.0.5", 1, "u\tv"), "用户名", "控制字符"},
