@@ -18,6 +18,7 @@
 #include "Zu/CWidgetList.h"
 #include "Zu/StringConvert.h"
 #include "model/CFanOutTable.h"
+#include "model/CFieldLimits.h"
 #include "model/CPlatformTable.h"
 #include "model/CRequestFactory.h"
 #include "model/CRequestRouter.h"
@@ -128,6 +129,9 @@ void CSetStockQuotesDialog::createUi() {
     m_pPasswordEdit = new CSafeLineEdit(outer, PasswordField);
     m_pPasswordEdit->setEchoMode(QLineEdit::Password);
     addRow(25, 4, QStringLiteral("密码:"), m_pPasswordEdit);
+    // No longer than the data service stores (a stored value always fits: bytes >= characters).
+    m_pAddressEdit->setMaxLength(CFieldLimits::of(CFieldLimit::Address).maxBytes);
+    m_pPasswordEdit->setMaxLength(CFieldLimits::of(CFieldLimit::Password).maxBytes);
 
     auto* buttons = new Zu::CWidgetList(outer, Qt::Horizontal);
     buttons->setMargins(0, 0, 20, 0);

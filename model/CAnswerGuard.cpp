@@ -1,10 +1,15 @@
 #include "model/CAnswerGuard.h"
 
+#include <atomic>
 #include <boost/make_shared.hpp>
 #include <condition_variable>
 #include <mutex>
 
 namespace Hlx {
+
+namespace {
+std::atomic<int> g_dropped{0};
+}  // namespace
 
 struct CAnswerGuard::State {
     std::mutex mutex;
@@ -16,8 +21,10 @@ struct CAnswerGuard::State {
     // Admits an answer of the given load (-1: of no load); false when it must be dropped.
     bool enter(int answerLoad) {
         std::lock_guard<std::mutex> lock(mutex);
-        if (!alive || (answerLoad >= 0 && answerLoad != load))
+        if (!alive || (answerLoad >= 0 && answerLoad != load)) {
+            ++g_dropped;
             return false;
+        }
         ++running;
         return true;
     }
@@ -101,6 +108,10 @@ QueryCallback CAnswerGuard::guardLoad(const QueryCallback& callback) const {
 
 int CAnswerGuard::runningLoad() {
     return t_runningLoad;
+}
+
+int CAnswerGuard::droppedCount() {
+    return g_dropped;
 }
 
 void CAnswerGuard::invalidate() {

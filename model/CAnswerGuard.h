@@ -31,6 +31,9 @@ public:
 
     void invalidate();
 
+    // How many answers every guard of the process has dropped so far (late or stale ones).
+    static int droppedCount();
+
     struct State;
 
 private:

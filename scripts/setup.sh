@@ -10,6 +10,7 @@ packages=(
   liblog4cxx-dev libbson-dev
   postgresql
   libgrpc++-dev protobuf-compiler-grpc protobuf-compiler libprotobuf-dev libssl-dev libsodium-dev
+  libsqlite3-dev libpq-dev
   fonts-wqy-microhei
 )
 

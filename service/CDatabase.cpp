@@ -5,16 +5,22 @@
 
 #include <QDir>
 #include <QFileInfo>
+#include <QSqlDriver>
 #include <QUrl>
 #include <QUrlQuery>
+#include <QVariant>
 #include <atomic>
 #include <map>
 
 #include "CServiceError.h"
+#include "CStatementWatchdog.h"
 
 namespace {
 
 std::atomic<quint64> g_nextSerial{1};
+const char* const kNoResponse = "数据库无响应";
+// The advisory lock of the service's PostgreSQL writers ("QUOTES" in ASCII).
+const qint64 kWriterLock = 0x51554f544553;
 std::atomic<quint64> g_nextConnection{1};
 
 // Databases still alive, by serial: a thread that ends closes its connections only of these.
@@ -40,6 +46,16 @@ thread_local ThreadConnections t_connections;
 // the service goes away while worker threads still hold connections.
 void closeAndRemove(const QString& name) {
     QSqlDatabase::removeDatabase(name);
+}
+
+// The libpq connection under a Qt PostgreSQL driver; null for any other driver.
+pg_conn* pgConnection(const QSqlDriver* driver) {
+    if (!driver)
+        return nullptr;
+    const QVariant handle = driver->handle();
+    if (!handle.isValid() || qstrcmp(handle.typeName(), "PGconn*") != 0)
+        return nullptr;
+    return *static_cast<pg_conn* const*>(handle.constData());
 }
 
 bool containsAny(const QString& text, std::initializer_list<const char*> needles) {
@@ -97,8 +113,27 @@ std::unique_ptr<CDatabase> CDatabase::create(const CServiceOptions& options, QSt
             *error = QStringLiteral("数据库地址缺少数据库名");
             return nullptr;
         }
-        if (!extra.join(QLatin1Char(';')).contains(QLatin1String("connect_timeout")))
-            extra << QStringLiteral("connect_timeout=5");
+        // A server that goes away without a word is noticed: keepalives on an idle connection,
+        // and a bound on unacknowledged data while a statement is sent.
+        const QStringList defaults = {QStringLiteral("connect_timeout=5"),
+                                      QStringLiteral("keepalives=1"),
+                                      QStringLiteral("keepalives_idle=30"),
+                                      QStringLiteral("keepalives_interval=10"),
+                                      QStringLiteral("keepalives_count=3"),
+                                      QStringLiteral("tcp_user_timeout=30000"),
+                                      QStringLiteral("application_name=quotes-service")};
+        for (const QString& option : defaults) {
+            const QString key = option.section(QLatin1Char('='), 0, 0) + QLatin1Char('=');
+            bool given = false;
+            for (const QString& item : extra)
+                given = given || item.startsWith(key);
+            if (!given)
+                extra << option;
+        }
+        if (options.statementTimeoutMs > 0)
+            db->m_watchdog.reset(
+                new CStatementWatchdog(std::chrono::milliseconds(options.statementTimeoutMs),
+                                       std::chrono::milliseconds(qMax(options.cancelGraceMs, 0))));
         db->m_pgOptions = extra.join(QLatin1Char(';'));
     } else {
         if (!QSqlDatabase::isDriverAvailable(QStringLiteral("QSQLITE"))) {
@@ -292,8 +327,9 @@ void CDatabase::runTransaction(const QString& begin,
         QSqlDatabase db = connection();
         try {
             exec(db, begin);
-        } catch (...) {
-            if (!reused) {
+        } catch (const CServiceError& e) {
+            // A server that does not answer is not retried: the operator would wait twice.
+            if (!reused || e.what() == std::string(kNoResponse)) {
                 broken = true;
                 throw;
             }
@@ -310,6 +346,10 @@ void CDatabase::runTransaction(const QString& begin,
             }
         }
         try {
+            // PostgreSQL writers queue like SQLite's, so no two interleave a check and the write
+            // it allows (the lock ends with the transaction). lock_timeout bounds the wait.
+            if (write && m_engine == PostgreSQL)
+                exec(db, QStringLiteral("SELECT pg_advisory_xact_lock(%1)").arg(kWriterLock));
             work(db);
             exec(db, QStringLiteral("COMMIT"));
         } catch (...) {
@@ -325,15 +365,20 @@ void CDatabase::runTransaction(const QString& begin,
     }
 }
 
+void CDatabase::run(QSqlQuery& query, const std::function<bool()>& exec) const {
+    CStatementWatchdog::Watch watch(m_watchdog.get(), pgConnection(query.driver()));
+    if (exec())
+        return;
+    throw CServiceError(watch.expired() ? std::string(kNoResponse) : describe(query.lastError()));
+}
+
 void CDatabase::exec(QSqlQuery& query) const {
-    if (!query.exec())
-        throw CServiceError(describe(query.lastError()));
+    run(query, [&query] { return query.exec(); });
 }
 
 void CDatabase::exec(QSqlDatabase& db, const QString& sql) const {
     QSqlQuery query(db);
-    if (!query.exec(sql))
-        throw CServiceError(describe(query.lastError()));
+    run(query, [&query, &sql] { return query.exec(sql); });
 }
 
 std::string CDatabase::describe(const QSqlError& error) const {

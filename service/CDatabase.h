@@ -14,6 +14,8 @@
 #include "CGroupCommit.h"
 #include "CServiceOptions.h"
 
+class CStatementWatchdog;
+
 // The service's database: SQLite in one file or PostgreSQL, with one Qt SQL connection per
 // thread (a Qt SQL connection may only be used by the thread that opened it).
 class CDatabase {
@@ -47,6 +49,8 @@ public:
     // Executes a prepared query or throws CServiceError with the operator's text for its error.
     void exec(QSqlQuery& query) const;
     void exec(QSqlDatabase& db, const QString& sql) const;
+    // The connection options a PostgreSQL connection is opened with (libpq keywords).
+    QString connectOptions() const { return m_pgOptions; }
     // The operator's text (Chinese, UTF-8) for a database error.
     std::string describe(const QSqlError& error) const;
 
@@ -74,6 +78,11 @@ private:
     int m_busyTimeoutMs = 5000;
     qint64 m_maxPageCount = 0;
     bool m_synchronousFull = true;
+
+    // PostgreSQL only: bounds each statement.
+    std::unique_ptr<CStatementWatchdog> m_watchdog;
+    // Runs one statement under the watchdog; exec is the query's own call.
+    void run(QSqlQuery& query, const std::function<bool()>& exec) const;
 
     std::mutex m_mutex;
     std::set<QString> m_names;

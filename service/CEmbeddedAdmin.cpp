@@ -91,6 +91,18 @@ utils::RKError CEmbeddedAdmin::importDocument(const QJsonObject& document) {
     return outcome(m_service->importDocument(m_caller(), document, &error), error);
 }
 
+utils::RKError CEmbeddedAdmin::importDocument(const QJsonObject& document,
+                                              const Hlx::CImportOptions& options,
+                                              Hlx::CImportReport* report) {
+    QString error;
+    return outcome(m_service->importDocument(m_caller(), document, options, report, &error), error);
+}
+
+utils::RKError CEmbeddedAdmin::modifySource(int id, const SourcePatch& patch) {
+    QString error;
+    return outcome(m_service->modifySource(m_caller(), id, patch, &error), error);
+}
+
 utils::RKError CEmbeddedAdmin::checkIntegrity() {
     QString error;
     return outcome(m_service->checkIntegrity(m_caller(), &error), error);

@@ -43,6 +43,9 @@ public:
     utils::RKError setLoginTypeAuth(int loginType, bool granted) override;
     utils::RKError exportDocument(QJsonObject* document) override;
     utils::RKError importDocument(const QJsonObject& document) override;
+    utils::RKError modifySource(int id, const SourcePatch& patch) override;
+    utils::RKError importDocument(const QJsonObject& document, const Hlx::CImportOptions& options,
+                                  Hlx::CImportReport* report) override;
     utils::RKError checkIntegrity() override;
     utils::RKError status(Hlx::CServiceStatus* status) override;
     utils::RKError accounts(std::vector<Hlx::CAdminAccount>* accounts) override;

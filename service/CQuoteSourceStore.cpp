@@ -170,6 +170,24 @@ std::vector<int> CQuoteSourceStore::add(
     return ids;
 }
 
+rkservice::COrinQuoterSourceInfoPtr CQuoteSourceStore::find(QSqlDatabase& db, int id) const {
+    if (m_database.engine() == CDatabase::PostgreSQL) {
+        // SQLite's write transaction excludes other writers already; PostgreSQL locks the row
+        // before it is read.
+        QSqlQuery lock(db);
+        lock.prepare(
+            QStringLiteral("SELECT id FROM kx_orin_quoter_source WHERE id = ? FOR UPDATE"));
+        lock.addBindValue(id);
+        m_database.exec(lock);
+    }
+    for (const auto& data : query(db, QString(), false, 0)) {
+        const auto& stored = static_cast<const rkservice::COrinQuoterSourceInfo&>(*data);
+        if (stored.m_nId == id)
+            return boost::make_shared<rkservice::COrinQuoterSourceInfo>(stored);
+    }
+    throw CServiceError("行情源不存在: " + std::to_string(id));
+}
+
 void CQuoteSourceStore::modify(
     QSqlDatabase& db, const QString& subsystem,
     const std::vector<rkservice::COrinQuoterSourceInfoPtr>& sources) const {
@@ -203,6 +221,9 @@ void CQuoteSourceStore::modify(
         bindColumns(update, source);
         update.addBindValue(source.m_nId);
         m_database.exec(update);
+        // Gone since it was read (a writer outside this service): a change of nothing is no change.
+        if (update.numRowsAffected() != 1)
+            throw CServiceError("行情源不存在: " + std::to_string(source.m_nId));
     }
 }
 
@@ -258,9 +279,18 @@ void CQuoteSourceStore::insertRaw(QSqlDatabase& db, const QString& subsystem,
 }
 
 void CQuoteSourceStore::resetIdSequence(QSqlDatabase& db) const {
-    if (m_database.engine() == CDatabase::PostgreSQL)
+    if (m_database.engine() == CDatabase::PostgreSQL) {
         m_database.exec(
             db, QStringLiteral("SELECT setval(pg_get_serial_sequence('kx_orin_quoter_source', "
                                "'id'), COALESCE((SELECT max(id) FROM kx_orin_quoter_source), 0) + "
                                "1, false)"));
+        return;
+    }
+    // AUTOINCREMENT never goes back on its own: a counter left high by an earlier content would
+    // run out of ids sooner than the imported content warrants.
+    m_database.exec(
+        db, QStringLiteral("DELETE FROM sqlite_sequence WHERE name = 'kx_orin_quoter_source'"));
+    m_database.exec(db, QStringLiteral("INSERT INTO sqlite_sequence (name, seq) SELECT "
+                                       "'kx_orin_quoter_source', COALESCE(max(id), 0) FROM "
+                                       "kx_orin_quoter_source"));
 }

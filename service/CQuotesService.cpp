@@ -1,6 +1,9 @@
 #include "CQuotesService.h"
 
+#include <QDateTime>
 #include <QDir>
+#include <QFileInfo>
+#include <QJsonDocument>
 #include <QSqlQuery>
 #include <QStandardPaths>
 #include <QVariant>
@@ -12,6 +15,7 @@
 #include "CAccountStore.h"
 #include "CDataTransfer.h"
 #include "CDatabase.h"
+#include "CPrivateFile.h"
 #include "CQuoteSourceStore.h"
 #include "CReferenceData.h"
 #include "CSchema.h"
@@ -55,6 +59,20 @@ void hidePasswords(const CCaller& caller, const std::vector<rkservice::IDataPtr>
     }
 }
 
+// The ids a modify or delete names, each once: a second record for the same row would make the
+// outcome depend on the order of the records.
+std::vector<int> distinctIds(const std::vector<rkservice::COrinQuoterSourceInfoPtr>& sources,
+                             const std::string& what) {
+    std::vector<int> ids;
+    std::set<int> seen;
+    for (const auto& source : sources) {
+        if (!seen.insert(source->m_nId).second)
+            throw CServiceError(what + "请求中行情源重复: " + std::to_string(source->m_nId));
+        ids.push_back(source->m_nId);
+    }
+    return ids;
+}
+
 rkservice::IDataPtr tagged(const rkservice::IDataPtr& record, const std::string& tag) {
     rkservice::IDataPtr copy = record->clone();
     copy->setSystemTag(tag);
@@ -86,6 +104,10 @@ boost::shared_ptr<CQuotesService> CQuotesService::open(const CServiceOptions& op
     service->m_database = CDatabase::create(resolved, failure);
     if (!service->m_database)
         return nullptr;
+    const QString file = service->m_database->filePath();
+    service->m_backupDir = !resolved.dataDir.isEmpty() ? resolved.dataDir
+                           : file.isEmpty()            ? QString()
+                                                       : QFileInfo(file).absolutePath();
     try {
         service->initialise(resolved.seed);
     } catch (const CServiceError& e) {
@@ -96,6 +118,7 @@ boost::shared_ptr<CQuotesService> CQuotesService::open(const CServiceOptions& op
 }
 
 void CQuotesService::initialise(bool seed) {
+    Caches caches;
     m_database->transact(true, [&](QSqlDatabase& db) {
         const int version = CSchema::version(*m_database, db);
         if (version > CSchema::currentVersion())
@@ -109,12 +132,14 @@ void CQuotesService::initialise(bool seed) {
             else
                 CSeedData::seedMinimal(*m_database, db);
         }
-        reloadCaches(db);
+        caches = readCaches(db);
     });
+    applyCaches(caches);
 }
 
-void CQuotesService::reloadCaches(QSqlDatabase& db) {
-    std::vector<Hlx::SubsystemInfo> subsystems;
+CQuotesService::Caches CQuotesService::readCaches(QSqlDatabase& db) const {
+    Caches caches;
+    std::vector<Hlx::SubsystemInfo>& subsystems = caches.subsystems;
     QSqlQuery query(db);
     query.setForwardOnly(true);
     query.prepare(QStringLiteral("SELECT name, display_name FROM subsystems ORDER BY ord, name"));
@@ -123,7 +148,7 @@ void CQuotesService::reloadCaches(QSqlDatabase& db) {
         subsystems.push_back({utf8(query.value(0).toString()), utf8(query.value(1).toString())});
     if (subsystems.empty())
         throw CServiceError("数据库中没有分系统");
-    std::map<int, bool> auth;
+    std::map<int, bool>& auth = caches.loginTypeAuth;
     QSqlQuery settings(db);
     settings.setForwardOnly(true);
     settings.prepare(
@@ -132,9 +157,13 @@ void CQuotesService::reloadCaches(QSqlDatabase& db) {
     while (settings.next())
         auth[settings.value(0).toString().section(QLatin1Char('.'), 1).toInt()] =
             settings.value(1).toString() == QLatin1String("1");
+    return caches;
+}
+
+void CQuotesService::applyCaches(const Caches& caches) {
     std::lock_guard<std::mutex> lock(m_cacheMutex);
-    m_subsystems = subsystems;
-    m_loginTypeAuth = auth;
+    m_subsystems = caches.subsystems;
+    m_loginTypeAuth = caches.loginTypeAuth;
 }
 
 std::vector<Hlx::SubsystemInfo> CQuotesService::subsystems() const {
@@ -373,9 +402,7 @@ void CQuotesService::operateSources(const CCaller& caller, const Hlx::CRequestTa
         result->appendInt("count", int(ids.size()));
         result->appendString("ids", list);
     } else if (op == rkservice::kOperateModify) {
-        std::vector<int> ids;
-        for (const auto& source : sources)
-            ids.push_back(source->m_nId);
+        const std::vector<int> ids = distinctIds(sources, "修改");
         // The rights of the stored rows are read in the transaction that changes them.
         m_database->transact(true, [&](QSqlDatabase& db) {
             CAccessPolicy::checkModify(caller, sources, store.kinds(db, subsystem, ids));
@@ -383,18 +410,32 @@ void CQuotesService::operateSources(const CCaller& caller, const Hlx::CRequestTa
         });
         result->appendInt("count", int(sources.size()));
     } else {
-        std::vector<int> ids;
-        std::set<int> seen;
-        for (const auto& source : sources) {
-            if (!seen.insert(source->m_nId).second)
-                throw CServiceError("删除请求中行情源重复: " + std::to_string(source->m_nId));
-            ids.push_back(source->m_nId);
-        }
+        const std::vector<int> ids = distinctIds(sources, "删除");
         m_database->transact(true, [&](QSqlDatabase& db) {
             CAccessPolicy::checkDelete(caller, ids, store.kinds(db, subsystem, ids));
             store.remove(db, subsystem, ids);
         });
         result->appendInt("count", int(ids.size()));
+    }
+}
+
+bool CQuotesService::modifySource(const CCaller& caller, int id,
+                                  const Hlx::IQuotesAdmin::SourcePatch& patch, QString* error) {
+    try {
+        const CQuoteSourceStore store(*m_database);
+        m_database->transact(true, [&](QSqlDatabase& db) {
+            const rkservice::COrinQuoterSourceInfoPtr source = store.find(db, id);
+            patch(source.get());
+            source->m_nId = id;
+            const std::vector<rkservice::COrinQuoterSourceInfoPtr> sources = {source};
+            CAccessPolicy::checkModify(caller, sources, store.kinds(db, QString(), {id}));
+            store.modify(db, QString(), sources);
+        });
+        return true;
+    } catch (const CServiceError& e) {
+        if (error)
+            *error = QString::fromStdString(e.what());
+        return false;
     }
 }
 
@@ -531,6 +572,7 @@ bool CQuotesService::administer(const CCaller& caller, const std::string& what, 
 bool CQuotesService::setLoginTypeAuth(const CCaller& caller, int loginType, bool granted,
                                       QString* error) {
     return administer(caller, "修改登录类型设置", error, [&] {
+        Caches caches;
         m_database->transact(true, [&](QSqlDatabase& db) {
             const QString name = QStringLiteral("login_type_auth.%1").arg(loginType);
             QSqlQuery erase(db);
@@ -542,8 +584,9 @@ bool CQuotesService::setLoginTypeAuth(const CCaller& caller, int loginType, bool
             insert.addBindValue(name);
             insert.addBindValue(granted ? QStringLiteral("1") : QStringLiteral("0"));
             m_database->exec(insert);
-            reloadCaches(db);
+            caches = readCaches(db);
         });
+        applyCaches(caches);
     });
 }
 
@@ -552,16 +595,23 @@ bool CQuotesService::setSubsystems(const CCaller& caller,
                                    QString* error) {
     return administer(caller, "修改分系统", error, [&] {
         CDataTransfer::checkSubsystems(subsystems);
+        Caches caches;
         m_database->transact(true, [&](QSqlDatabase& db) {
             CDataTransfer::writeSubsystems(*m_database, db, subsystems, true);
-            reloadCaches(db);
+            caches = readCaches(db);
         });
+        applyCaches(caches);
     });
 }
 
 bool CQuotesService::exportDocument(const CCaller& caller, QJsonObject* document, QString* error) {
     return administer(caller, "导出数据", error, [&] {
         m_database->transact(false, [&](QSqlDatabase& db) {
+            // One snapshot for every table, so concurrent changes cannot tear the document.
+            if (m_database->engine() == CDatabase::PostgreSQL)
+                m_database->exec(
+                    db,
+                    QStringLiteral("SET TRANSACTION ISOLATION LEVEL REPEATABLE READ READ ONLY"));
             *document = CDataTransfer::exportAll(*m_database, db);
         });
     });
@@ -569,13 +619,74 @@ bool CQuotesService::exportDocument(const CCaller& caller, QJsonObject* document
 
 bool CQuotesService::importDocument(const CCaller& caller, const QJsonObject& document,
                                     QString* error) {
+    Hlx::CImportReport report;
+    return importDocument(caller, document, Hlx::CImportOptions(), &report, error);
+}
+
+namespace {
+// Thrown out of a dry run's transaction so that it rolls back.
+struct DryRunDone {};
+}  // namespace
+
+bool CQuotesService::importDocument(const CCaller& caller, const QJsonObject& document,
+                                    const Hlx::CImportOptions& options, Hlx::CImportReport* report,
+                                    QString* error) {
     return administer(caller, "导入数据", error, [&] {
         const CDataTransfer::Content content = CDataTransfer::parse(document);
-        m_database->transact(true, [&](QSqlDatabase& db) {
-            CDataTransfer::importAll(*m_database, db, content);
-            reloadCaches(db);
-        });
+        const QString backup = options.dryRun ? QString() : backupTarget(options);
+        Caches caches;
+        try {
+            m_database->transact(true, [&](QSqlDatabase& db) {
+                const QJsonObject before = CDataTransfer::exportAll(*m_database, db);
+                if (!options.dryRun)
+                    writeBackup(before, backup);
+                CDataTransfer::importAll(*m_database, db, content);
+                report->sections =
+                    CDataTransfer::changes(before, CDataTransfer::exportAll(*m_database, db));
+                if (options.dryRun)
+                    throw DryRunDone();
+                caches = readCaches(db);
+            });
+        } catch (const DryRunDone&) {
+            return;
+        }
+        report->backupFile = backup.toStdString();
+        applyCaches(caches);
     });
+}
+
+QString CQuotesService::backupTarget(const Hlx::CImportOptions& options) const {
+    if (!options.backupFile.empty())
+        return QString::fromStdString(options.backupFile);
+    if (m_backupDir.isEmpty())
+        throw CServiceError("没有数据目录可存放导入前的备份，请指定备份文件");
+    // Sortable by time, so the oldest come first by name; a suffix keeps two in one
+    // millisecond apart.
+    const QString stamp =
+        QDateTime::currentDateTimeUtc().toString(QStringLiteral("yyyyMMdd-HHmmss-zzz"));
+    const QDir dir(m_backupDir);
+    QString path = dir.filePath(QStringLiteral("import-backup-%1.json").arg(stamp));
+    for (int n = 1; QFileInfo::exists(path); ++n)
+        path = dir.filePath(QStringLiteral("import-backup-%1-%2.json").arg(stamp).arg(n));
+    return path;
+}
+
+void CQuotesService::writeBackup(const QJsonObject& content, const QString& path) const {
+    QString failure;
+    if (!CPrivateFile::write(path, QJsonDocument(content).toJson(QJsonDocument::Indented),
+                             &failure))
+        throw CServiceError("导入前备份失败，未导入: " + failure.toStdString());
+    if (!m_backupDir.isEmpty() &&
+        QFileInfo(path).absolutePath() == QDir(m_backupDir).absolutePath())
+        pruneBackups();
+}
+
+void CQuotesService::pruneBackups() const {
+    QStringList names =
+        QDir(m_backupDir)
+            .entryList({QStringLiteral("import-backup-*.json")}, QDir::Files, QDir::Name);
+    while (names.size() > kKeptBackups)
+        QFile::remove(QDir(m_backupDir).filePath(names.takeFirst()));
 }
 
 bool CQuotesService::accounts(const CCaller& caller, std::vector<CAccount>* accounts,

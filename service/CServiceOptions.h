@@ -16,6 +16,10 @@ struct CServiceOptions {
     // Upper bound of the SQLite file in pages (0 = no bound), so a runaway import cannot fill
     // the disk the console also needs.
     qint64 maxPageCount = 0;
+    // PostgreSQL: how long one statement may run before it is cancelled, and how long the cancel
+    // may take before the connection is cut (0: no bound).
+    int statementTimeoutMs = 30000;
+    int cancelGraceMs = 5000;
     // WAL with synchronous=FULL: an answered change survives a power cut, not only a crash.
     bool synchronousFull = true;
 };

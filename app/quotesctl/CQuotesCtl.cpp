@@ -1,6 +1,10 @@
 #include "CQuotesCtl.h"
 
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 
 #include <QFile>
 #include <QJsonArray>
@@ -10,8 +14,10 @@
 
 #include "CDataTransfer.h"
 #include "CEmbeddedAdmin.h"
+#include "CPrivateFile.h"
 #include "CQuotesService.h"
 #include "CRemoteAdmin.h"
+#include "CSourceValidator.h"
 #include "rkservice/CLevel2Token.h"
 #include "rkservice/COrinBrokerInfo.h"
 #include "rkservice/COrinPlatformInfo.h"
@@ -86,12 +92,19 @@ QString CQuotesCtl::helpText() {
                "      Sub-systems, the default first.\n"
                "  users list [--json]\n"
                "      Users with their rights.\n"
-               "  export\n"
-               "      Write everything as one JSON document to standard output.\n"
-               "  import FILE\n"
+               "  export [--output FILE]\n"
+               "      Write everything as one JSON document to standard output, or to FILE (mode\n"
+               "      0600, written whole or not at all).\n"
+               "  import [--dry-run] [--backup FILE] FILE\n"
                "      Replace everything with a document written by export (FILE - reads standard\n"
-               "      input). The whole document is checked first; nothing changes if any of it is "
-               "bad.\n"
+               "      input). The document must hold every section with the type export writes;\n"
+               "      source ids go up to 999999999. The whole document is checked first; nothing\n"
+               "      changes if any of it is bad, or if no enabled account would keep the\n"
+               "      administrator right (90002). --dry-run prints what would change per section\n"
+               "      and changes nothing. A real import first writes the current content to\n"
+               "      import-backup-<time>.json in the data directory (mode 0600, the last 10 "
+               "kept)\n"
+               "      and prints its name; with --db postgresql://... name it with --backup FILE.\n"
                "  integrity\n"
                "      Run the database's consistency check.\n"
                "  accounts list [--json]\n"
@@ -319,11 +332,15 @@ int CQuotesCtl::run(const QStringList& arguments) {
     } else if (command == QLatin1String("ping")) {
         parsed = parseOptions(rest, {}, json);
         handler = &CQuotesCtl::ping;
+    } else if (command == QLatin1String("export")) {
+        parsed = parseOptions(rest, {QStringLiteral("output")}, {});
+        handler = &CQuotesCtl::exportAll;
+    } else if (command == QLatin1String("import")) {
+        parsed = parseOptions(rest, {QStringLiteral("backup")}, {QStringLiteral("dry-run")});
+        handler = &CQuotesCtl::importAll;
     } else {
         parsed = parseOptions(rest, {}, {});
-        handler = command == QLatin1String("export")   ? &CQuotesCtl::exportAll
-                  : command == QLatin1String("import") ? &CQuotesCtl::importAll
-                                                       : &CQuotesCtl::integrity;
+        handler = &CQuotesCtl::integrity;
     }
     if (!parsed)
         return kUsage;
@@ -338,6 +355,9 @@ int CQuotesCtl::run(const QStringList& arguments) {
         return usage(QStringLiteral("unexpected argument \"%1\"").arg(m_positional.front()));
     if (handler == &CQuotesCtl::importAll && m_positional.size() != 1)
         return usage(QStringLiteral("import needs one FILE (or -)"));
+    if (handler == &CQuotesCtl::importAll && options.dbUrl.startsWith(QLatin1String("postgres")) &&
+        !m_options.count(QStringLiteral("dry-run")) && !m_options.count(QStringLiteral("backup")))
+        return usage(QStringLiteral("import into PostgreSQL needs --backup FILE"));
     if (handler == &CQuotesCtl::sourcesModify && m_positional.size() != 1)
         return usage(QStringLiteral("sources modify needs one ID"));
     if (handler == &CQuotesCtl::sourcesDelete && m_positional.isEmpty())
@@ -362,6 +382,11 @@ int CQuotesCtl::run(const QStringList& arguments) {
         }
         if (handler == &CQuotesCtl::sourcesAdd && !checkAdd())
             return kUsage;
+        int listed = 0;
+        if (handler == &CQuotesCtl::sourcesList &&
+            intOption(QStringLiteral("trade-type"), &listed) && listed != -1 &&
+            !CSourceValidator::tradeTypes().count(listed))
+            return usage(QStringLiteral("unknown trade type %1").arg(listed));
         for (const QString& id : m_positional) {
             bool ok = false;
             id.toInt(&ok, 10);
@@ -550,38 +575,30 @@ int CQuotesCtl::sourcesAdd() {
 
 int CQuotesCtl::sourcesModify() {
     const int id = m_positional.front().toInt(nullptr, 10);
-    rkservice::COrinQueryDataReq query;
-    query.dataType = rkservice::kDataQuoteSources;
-    std::vector<rkservice::IDataPtr> datas;
-    utils::RKError error = m_admin->query(Hlx::CRequestTarget::centre(), query, &datas);
-    if (!error.isSuccess())
-        return refused(QString::fromStdString(error.errorMsg()));
-    rkservice::COrinQuoterSourceInfoPtr source;
-    for (const auto& data : datas) {
-        if (static_cast<const rkservice::COrinQuoterSourceInfo&>(*data).m_nId == id)
-            source = boost::make_shared<rkservice::COrinQuoterSourceInfo>(
-                static_cast<const rkservice::COrinQuoterSourceInfo&>(*data));
-    }
-    if (!source)
-        return refused(QStringLiteral("行情源不存在: %1").arg(id));
-    intOption(QStringLiteral("platform"), &source->m_nPlatformId);
-    intOption(QStringLiteral("trade-type"), &source->m_nTradeType);
-    intOption(QStringLiteral("port"), &source->m_nPort);
-    intOption(QStringLiteral("broker"), &source->m_nBrokerId);
-    intOption(QStringLiteral("server-group"), &source->m_nServerGroupId);
-    if (m_options.count(QStringLiteral("address")))
-        source->m_strAddress = m_options[QStringLiteral("address")].toStdString();
-    if (m_options.count(QStringLiteral("user")))
-        source->m_strUserName = m_options[QStringLiteral("user")].toStdString();
-    if (m_options.count(QStringLiteral("password")))
-        source->m_strPassword = m_options[QStringLiteral("password")].toStdString();
-    if (m_options.count(QStringLiteral("markets")))
-        source->m_strMarkets = m_options[QStringLiteral("markets")].toStdString();
-    rkservice::COperateDataReq request;
-    request.dataType = rkservice::kDataQuoteSources;
-    request.operateType = rkservice::kOperateModify;
-    request.datas.push_back(source);
-    error = m_admin->operate(Hlx::CRequestTarget::centre(), request, nullptr);
+    const std::map<QString, QString> options = m_options;
+    // Applied to the stored source inside the service's transaction.
+    auto patch = [&options](rkservice::COrinQuoterSourceInfo* source) {
+        auto number = [&options](const char* name, int* field) {
+            const auto it = options.find(QLatin1String(name));
+            if (it != options.end())
+                *field = it->second.toInt(nullptr, 10);
+        };
+        auto text = [&options](const char* name, std::string* field) {
+            const auto it = options.find(QLatin1String(name));
+            if (it != options.end())
+                *field = it->second.toStdString();
+        };
+        number("platform", &source->m_nPlatformId);
+        number("trade-type", &source->m_nTradeType);
+        number("port", &source->m_nPort);
+        number("broker", &source->m_nBrokerId);
+        number("server-group", &source->m_nServerGroupId);
+        text("address", &source->m_strAddress);
+        text("user", &source->m_strUserName);
+        text("password", &source->m_strPassword);
+        text("markets", &source->m_strMarkets);
+    };
+    const utils::RKError error = m_admin->modifySource(id, patch);
     if (!error.isSuccess())
         return refused(QString::fromStdString(error.errorMsg()));
     return kOk;
@@ -774,7 +791,18 @@ int CQuotesCtl::exportAll() {
     const utils::RKError error = m_admin->exportDocument(&document);
     if (!error.isSuccess())
         return refused(QString::fromStdString(error.errorMsg()));
-    printJson(document);
+    const QByteArray text = QJsonDocument(document).toJson(QJsonDocument::Indented);
+    const auto output = m_options.find(QStringLiteral("output"));
+    QString failure;
+    if (output != m_options.end()) {
+        if (!CPrivateFile::write(output->second, text, &failure))
+            return refused(failure);
+        return kOk;
+    }
+    // A full disk or a closed pipe must not pass for a complete backup.
+    if (!CPrivateFile::writeAll(fileno(stdout), text))
+        return refused(
+            QStringLiteral("无法写出导出数据: %1").arg(QString::fromLocal8Bit(strerror(errno))));
     return kOk;
 }
 
@@ -794,9 +822,23 @@ int CQuotesCtl::importAll() {
     const QJsonDocument document = QJsonDocument::fromJson(file.readAll(), &parseError);
     if (parseError.error != QJsonParseError::NoError || !document.isObject())
         return refused(QStringLiteral("导入文件不是有效的 JSON: %1").arg(parseError.errorString()));
-    const utils::RKError error = m_admin->importDocument(document.object());
+    Hlx::CImportOptions options;
+    options.dryRun = m_options.count(QStringLiteral("dry-run")) > 0;
+    if (m_options.count(QStringLiteral("backup")))
+        options.backupFile = m_options.at(QStringLiteral("backup")).toStdString();
+    Hlx::CImportReport report;
+    const utils::RKError error = m_admin->importDocument(document.object(), options, &report);
     if (!error.isSuccess())
         return refused(QString::fromStdString(error.errorMsg()));
+    if (!report.backupFile.empty())
+        print(QStringLiteral("backup %1\n").arg(QString::fromStdString(report.backupFile)));
+    for (const Hlx::CSectionChange& change : report.sections)
+        print(QStringLiteral("%1 %2 -> %3 (+%4 -%5)\n")
+                  .arg(QString::fromStdString(change.section))
+                  .arg(change.before)
+                  .arg(change.after)
+                  .arg(change.added)
+                  .arg(change.removed));
     return kOk;
 }
 

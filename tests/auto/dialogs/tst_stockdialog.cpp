@@ -17,6 +17,7 @@
 #include "Zu/CSimpleTextWidget.h"
 #include "Zu/CSmallNormalButton.h"
 #include "dialogs/CSetStockQuotesDialog.h"
+#include "model/CFieldLimits.h"
 #include "rkservice/COrinQuoterSourceInfo.h"
 
 using namespace Hlx;
@@ -458,6 +459,23 @@ private slots:
         QTest::newRow("punctuation") << "a!b" << true << false;
         QTest::newRow("e acute") << QString(QChar(0x00E9)) << true << false;
         QTest::newRow("empty") << "" << false << false;
+    }
+
+    // The dialog takes no more than the data service stores.
+    void inputsFitTheServiceLimits() {
+        CSetStockQuotesDialog dialog(2, nullptr, false);
+        QCOMPARE(dialog.passwordEdit()->maxLength(),
+                 CFieldLimits::of(CFieldLimit::Password).maxBytes);
+        QCOMPARE(dialog.addressEdit()->maxLength(),
+                 CFieldLimits::of(CFieldLimit::Address).maxBytes);
+        dialog.passwordEdit()->setText(QString(300, 'p'));
+        QCOMPARE(dialog.passwordEdit()->getOriginalText().size(),
+                 CFieldLimits::of(CFieldLimit::Password).maxBytes);
+        // The longest user name the dialog accepts fits the service's byte limit.
+        const QString widest(25, QChar(0xFFFD));
+        fill(&dialog, "1.2.3.4", "1", widest, "p");
+        QVERIFY(dialog.checkInput());
+        QVERIFY(widest.toUtf8().size() <= CFieldLimits::of(CFieldLimit::UserName).maxBytes);
     }
 
     void passwordCheck() {

@@ -570,6 +570,8 @@ private slots:
         info->m_wholeQuote->setEnabled("SH", true);
         m_backend->setQueryAnswer(676, {info});
         CAllTypeQuotesManagePanel panel(nullptr);
+        // Shown, so that the mask's visibility means something.
+        panel.show();
         panel.switchSystem(0, "sys1");
         panel.onActive();
         QTRY_VERIFY(panel.permissionInfo());
