@@ -289,12 +289,12 @@ void CDatabase::transact(bool write, const std::function<void(QSqlDatabase&)>& w
     // the busy timeout.
     if (write && m_engine == SQLite) {
         m_groupCommit.run(work, [this](const std::vector<CGroupCommit::Job*>& batch) {
-            runTransaction(QStringLiteral("BEGIN IMMEDIATE"),
+            runTransaction(QStringLiteral("BEGIN IMMEDIATE"), true,
                            [&](QSqlDatabase& db) { runBatch(db, batch); });
         });
         return;
     }
-    runTransaction(QStringLiteral("BEGIN"), work);
+    runTransaction(QStringLiteral("BEGIN"), write, work);
 }
 
 void CDatabase::runBatch(QSqlDatabase& db, const std::vector<CGroupCommit::Job*>& batch) {
@@ -319,7 +319,7 @@ void CDatabase::runBatch(QSqlDatabase& db, const std::vector<CGroupCommit::Job*>
     }
 }
 
-void CDatabase::runTransaction(const QString& begin,
+void CDatabase::runTransaction(const QString& begin, bool write,
                                const std::function<void(QSqlDatabase&)>& work) {
     bool broken = false;
     try {

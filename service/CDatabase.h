@@ -63,7 +63,8 @@ public:
 private:
     CDatabase() = default;
     void configure(QSqlDatabase& db) const;
-    void runTransaction(const QString& begin, const std::function<void(QSqlDatabase&)>& work);
+    void runTransaction(const QString& begin, bool write,
+                        const std::function<void(QSqlDatabase&)>& work);
     void runBatch(QSqlDatabase& db, const std::vector<CGroupCommit::Job*>& batch);
 
     Engine m_engine = SQLite;

@@ -75,7 +75,7 @@ private:
         if (!cutPower(live.path(), after.path()))
             return -1;
         auto restored = open(after.path());
-        if (!restored || !restored->checkIntegrity())
+        if (!restored || !restored->checkIntegrity(CCaller::owner()))
             return -1;
         std::vector<rkservice::IDataPtr> datas;
         rkservice::COrinQueryDataReq request;
@@ -121,7 +121,7 @@ private slots:
         QCOMPARE(service->subsystems().size(), renamed.size());
         QVERIFY(service->setLoginTypeAuth(CCaller::owner(), 0, !granted));
         QCOMPARE(service->hasClientLoginTypeAuth(0), !granted);
-        QVERIFY(service->checkIntegrity());
+        QVERIFY(service->checkIntegrity(CCaller::owner()));
     }
 
     void answeredChangesSurvivePowerCut() {
