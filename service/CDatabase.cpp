@@ -10,6 +10,8 @@
 #include <atomic>
 #include <map>
 
+#include "CDataDirectory.h"
+#include "CSecretBox.h"
 #include "CServiceError.h"
 
 namespace {
@@ -115,38 +117,58 @@ std::unique_ptr<CDatabase> CDatabase::create(const CServiceOptions& options, QSt
         } else {
             path = QDir(options.dataDir).filePath(QStringLiteral("quotes.db"));
         }
-        const QFileInfo info(path);
-        const QString dir = info.absolutePath();
-        if (!QFileInfo(dir).isDir()) {
-            if (QFileInfo::exists(dir) || !QDir().mkpath(dir)) {
-                *error = QStringLiteral("无法创建数据目录: %1").arg(dir);
-                return nullptr;
-            }
-            // The data directory holds passwords of the quote sources.
-            QFile::setPermissions(
-                dir, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
-        }
-        if (info.exists() && !info.isFile()) {
-            *error = QStringLiteral("数据库路径不是文件: %1").arg(info.absoluteFilePath());
+        if (!db->prepareSqliteFile(path, url.isEmpty(), error))
             return nullptr;
-        }
-        if (!info.exists()) {
-            // Created here with 0600 so that SQLite's journal files inherit the mode.
-            const QByteArray native = QFile::encodeName(info.absoluteFilePath());
-            const int fd =
-                ::open(native.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-            if (fd < 0 && errno != EEXIST) {
-                *error = QStringLiteral("无法创建数据库文件: %1").arg(info.absoluteFilePath());
-                return nullptr;
-            }
-            if (fd >= 0)
-                ::close(fd);
-        }
-        db->m_filePath = info.absoluteFilePath();
     }
     std::lock_guard<std::mutex> lock(g_registryMutex);
     g_live[db->m_serial] = db.get();
     return db;
+}
+
+bool CDatabase::prepareSqliteFile(const QString& path, bool dataDirectory, QString* error) {
+    const QFileInfo info(path);
+    // The data directory holds the sources' passwords (sealed) and the key that opens them. A
+    // file named by its own URL may share its directory: only the database's files are ours.
+    if (dataDirectory ? !CDataDirectory::prepare(info.absolutePath(), error)
+                      : !CDataDirectory::create(info.absolutePath(), error))
+        return false;
+    for (const char* suffix : {"", "-wal", "-shm", "-journal"})
+        CDataDirectory::tightenFile(info.absoluteFilePath() + QLatin1String(suffix));
+    if (info.exists() && !info.isFile()) {
+        *error = QStringLiteral("数据库路径不是文件: %1").arg(info.absoluteFilePath());
+        return false;
+    }
+    if (!info.exists()) {
+        // Created here with 0600 so that SQLite's journal files inherit the mode.
+        const QByteArray native = QFile::encodeName(info.absoluteFilePath());
+        const int fd = ::open(native.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+        if (fd < 0 && errno != EEXIST) {
+            *error = QStringLiteral("无法创建数据库文件: %1").arg(info.absoluteFilePath());
+            return false;
+        }
+        if (fd >= 0)
+            ::close(fd);
+    }
+    m_filePath = info.absoluteFilePath();
+    return true;
+}
+
+std::shared_ptr<const CSecretBox> CDatabase::secrets() const {
+    std::lock_guard<std::mutex> lock(m_secretsMutex);
+    if (!m_secrets)
+        throw CServiceError("密钥尚未载入");
+    return m_secrets;
+}
+
+void CDatabase::setSecrets(std::shared_ptr<const CSecretBox> box) {
+    std::lock_guard<std::mutex> lock(m_secretsMutex);
+    m_secrets = std::move(box);
+}
+
+bool CDatabase::urlHasPassword(const QString& url) {
+    const QUrl parsed(url.trimmed());
+    return !parsed.password().isEmpty() ||
+           QUrlQuery(parsed).hasQueryItem(QStringLiteral("password"));
 }
 
 CDatabase::~CDatabase() {
@@ -209,6 +231,8 @@ QSqlDatabase CDatabase::connection() {
                 if (m_engine == SQLite) {
                     exec(db, QStringLiteral("PRAGMA busy_timeout=%1").arg(m_busyTimeoutMs));
                     exec(db, QStringLiteral("PRAGMA foreign_keys=ON"));
+                    // Deleted and overwritten content is zeroed, not left in free pages.
+                    exec(db, QStringLiteral("PRAGMA secure_delete=ON"));
                     exec(db, QStringLiteral("PRAGMA journal_mode=WAL"));
                     exec(db, m_synchronousFull ? QStringLiteral("PRAGMA synchronous=FULL")
                                                : QStringLiteral("PRAGMA synchronous=NORMAL"));

@@ -12,6 +12,8 @@
 
 #include "CServiceOptions.h"
 
+class CSecretBox;
+
 // The service's database: SQLite in one file or PostgreSQL, with one Qt SQL connection per
 // thread (a Qt SQL connection may only be used by the thread that opened it).
 class CDatabase {
@@ -51,9 +53,17 @@ public:
     // Called when a thread that holds a connection ends.
     void forgetConnection(const QString& name);
 
+    // The box that seals the stored secrets; throws CServiceError before one is set.
+    std::shared_ptr<const CSecretBox> secrets() const;
+    void setSecrets(std::shared_ptr<const CSecretBox> box);
+
+    // Whether a database URL carries a password (which other local users can read).
+    static bool urlHasPassword(const QString& url);
+
 private:
     CDatabase() = default;
     void configure(QSqlDatabase& db) const;
+    bool prepareSqliteFile(const QString& path, bool dataDirectory, QString* error);
 
     Engine m_engine = SQLite;
     quint64 m_serial = 0;
@@ -72,4 +82,6 @@ private:
     std::set<QString> m_names;
     // Writers of this process, one at a time (SQLite).
     std::mutex m_writeMutex;
+    mutable std::mutex m_secretsMutex;
+    std::shared_ptr<const CSecretBox> m_secrets;
 };

@@ -80,6 +80,12 @@ public:
     bool setRights(const CCaller& caller, const QString& name, const std::set<int>& rights,
                    QString* error = nullptr);
 
+    // Seals every stored secret under a new key in one transaction and replaces the key file;
+    // needs the administrator right. Other processes on the database need the new file.
+    bool rekey(const CCaller& caller, QString* error = nullptr);
+    // The key file of the stored secrets.
+    QString keyFile() const;
+
     // The database's own consistency check (SQLite integrity_check); true when it passes.
     bool checkIntegrity(QString* error = nullptr);
 
@@ -87,6 +93,12 @@ private:
     CQuotesService();
 
     void initialise(bool seed);
+    static QString keyFilePath(const CServiceOptions& options, const CDatabase& database);
+    // Loads the key (creating it for a database that has none yet, version 0 being an empty one)
+    // and proves it against the database's check value; throws CServiceError with the operator's
+    // text when it fails.
+    void unlockSecrets(QSqlDatabase& db, int version);
+    QString pendingKeyFile() const;
     void reloadCaches(QSqlDatabase& db);
     QString resolveTarget(const Hlx::CRequestTarget& target) const;
     QString defaultSubsystem() const;
@@ -107,6 +119,7 @@ private:
                     const std::function<void()>& change);
 
     std::unique_ptr<CDatabase> m_database;
+    QString m_keyFile;
     mutable std::mutex m_cacheMutex;
     std::vector<Hlx::SubsystemInfo> m_subsystems;
     std::map<int, bool> m_loginTypeAuth;

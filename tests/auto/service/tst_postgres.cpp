@@ -18,11 +18,14 @@ class TestPostgres : public QObject {
 
 private:
     PostgresCluster m_cluster;
+    QTemporaryDir m_keys;
     boost::shared_ptr<CQuotesService> m_service;
 
     CServiceOptions options(const QString& database = QStringLiteral("quotes")) {
         CServiceOptions o;
         o.dbUrl = m_cluster.url(database);
+        // Each database its own key, kept with the test rather than in the home directory.
+        o.secretsKeyFile = m_keys.filePath(database + QStringLiteral(".key"));
         o.busyTimeoutMs = 5000;
         return o;
     }
