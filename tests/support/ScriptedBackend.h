@@ -47,6 +47,8 @@ public:
     int heldCount() const;
     void releaseAll();
     bool releaseNext();
+    // Releases the answer held last (answers overtaking each other).
+    bool releaseNewest();
 
     // Processes events until every request that is not held has been answered and its slots
     // have run (answers can start further requests, which are followed too).
@@ -79,6 +81,7 @@ private:
     };
 
     void deliver(const Held& held);
+    bool releaseOne(bool newest);
 
     mutable std::mutex m_mutex;
     std::map<std::pair<int, std::string>, QueryScript> m_queryByCondition;
