@@ -5,12 +5,11 @@
 
 #include <QDir>
 #include <QFileInfo>
-#include <QUrl>
-#include <QUrlQuery>
 #include <atomic>
 #include <map>
 
 #include "CDataDirectory.h"
+#include "CDatabaseUrl.h"
 #include "CSecretBox.h"
 #include "CServiceError.h"
 
@@ -61,64 +60,25 @@ std::unique_ptr<CDatabase> CDatabase::create(const CServiceOptions& options, QSt
     db->m_maxPageCount = options.maxPageCount;
     db->m_synchronousFull = options.synchronousFull;
 
-    const QString url = options.dbUrl.trimmed();
-    if (url.startsWith(QLatin1String("postgresql://")) ||
-        url.startsWith(QLatin1String("postgres://"))) {
-        if (!QSqlDatabase::isDriverAvailable(QStringLiteral("QPSQL"))) {
-            *error = QStringLiteral("缺少 PostgreSQL 数据库驱动 (QPSQL)");
-            return nullptr;
-        }
-        const QUrl parsed(url, QUrl::StrictMode);
-        if (!parsed.isValid()) {
-            *error = QStringLiteral("数据库地址格式错误");
-            return nullptr;
-        }
+    CDatabaseUrl location;
+    if (!CDatabaseUrl::parse(options.dbUrl, options.dataDir, &location, error))
+        return nullptr;
+    const QString driver = location.postgres ? QStringLiteral("QPSQL") : QStringLiteral("QSQLITE");
+    if (!QSqlDatabase::isDriverAvailable(driver)) {
+        *error = location.postgres ? QStringLiteral("缺少 PostgreSQL 数据库驱动 (QPSQL)")
+                                   : QStringLiteral("缺少 SQLite 数据库驱动 (QSQLITE)");
+        return nullptr;
+    }
+    if (location.postgres) {
         db->m_engine = PostgreSQL;
-        db->m_pgUser = parsed.userName();
-        db->m_pgPassword = parsed.password();
-        db->m_pgHost = parsed.host();
-        db->m_pgPort = parsed.port(-1);
-        db->m_pgDatabase = parsed.path().mid(1);
-        QStringList extra;
-        const QUrlQuery query(parsed);
-        for (const auto& item : query.queryItems(QUrl::FullyDecoded)) {
-            if (item.first == QLatin1String("host"))
-                db->m_pgHost = item.second;
-            else if (item.first == QLatin1String("port"))
-                db->m_pgPort = item.second.toInt();
-            else if (item.first == QLatin1String("user"))
-                db->m_pgUser = item.second;
-            else if (item.first == QLatin1String("password"))
-                db->m_pgPassword = item.second;
-            else if (item.first == QLatin1String("dbname"))
-                db->m_pgDatabase = item.second;
-            else
-                extra << item.first + QLatin1Char('=') + item.second;
-        }
-        if (db->m_pgDatabase.isEmpty()) {
-            *error = QStringLiteral("数据库地址缺少数据库名");
-            return nullptr;
-        }
-        if (!extra.join(QLatin1Char(';')).contains(QLatin1String("connect_timeout")))
-            extra << QStringLiteral("connect_timeout=5");
-        db->m_pgOptions = extra.join(QLatin1Char(';'));
-    } else {
-        if (!QSqlDatabase::isDriverAvailable(QStringLiteral("QSQLITE"))) {
-            *error = QStringLiteral("缺少 SQLite 数据库驱动 (QSQLITE)");
-            return nullptr;
-        }
-        QString path;
-        if (url.startsWith(QLatin1String("sqlite://"))) {
-            path = QUrl(url).path();
-        } else if (!url.isEmpty()) {
-            *error =
-                QStringLiteral("不支持的数据库地址: %1").arg(url.section(QLatin1Char(':'), 0, 0));
-            return nullptr;
-        } else {
-            path = QDir(options.dataDir).filePath(QStringLiteral("quotes.db"));
-        }
-        if (!db->prepareSqliteFile(path, url.isEmpty(), error))
-            return nullptr;
+        db->m_pgHost = location.host;
+        db->m_pgPort = location.port;
+        db->m_pgUser = location.user;
+        db->m_pgPassword = location.password;
+        db->m_pgDatabase = location.database;
+        db->m_pgOptions = location.options;
+    } else if (!db->prepareSqliteFile(location.filePath, location.inDataDirectory, error)) {
+        return nullptr;
     }
     std::lock_guard<std::mutex> lock(g_registryMutex);
     g_live[db->m_serial] = db.get();
@@ -163,12 +123,6 @@ std::shared_ptr<const CSecretBox> CDatabase::secrets() const {
 void CDatabase::setSecrets(std::shared_ptr<const CSecretBox> box) {
     std::lock_guard<std::mutex> lock(m_secretsMutex);
     m_secrets = std::move(box);
-}
-
-bool CDatabase::urlHasPassword(const QString& url) {
-    const QUrl parsed(url.trimmed());
-    return !parsed.password().isEmpty() ||
-           QUrlQuery(parsed).hasQueryItem(QStringLiteral("password"));
 }
 
 CDatabase::~CDatabase() {

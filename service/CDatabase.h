@@ -57,9 +57,6 @@ public:
     std::shared_ptr<const CSecretBox> secrets() const;
     void setSecrets(std::shared_ptr<const CSecretBox> box);
 
-    // Whether a database URL carries a password (which other local users can read).
-    static bool urlHasPassword(const QString& url);
-
 private:
     CDatabase() = default;
     void configure(QSqlDatabase& db) const;

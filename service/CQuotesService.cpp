@@ -95,7 +95,7 @@ boost::shared_ptr<CQuotesService> CQuotesService::open(const CServiceOptions& op
         return nullptr;
     service->m_keyFile = keyFilePath(resolved, *service->m_database);
     try {
-        service->initialise(resolved.seed);
+        service->initialise(resolved.seed, resolved.createMissing);
     } catch (const CServiceError& e) {
         *failure = QString::fromStdString(e.what());
         return nullptr;
@@ -103,13 +103,15 @@ boost::shared_ptr<CQuotesService> CQuotesService::open(const CServiceOptions& op
     return service;
 }
 
-void CQuotesService::initialise(bool seed) {
+void CQuotesService::initialise(bool seed, bool createMissing) {
     m_database->transact(true, [&](QSqlDatabase& db) {
         const int version = CSchema::version(*m_database, db);
         if (version > CSchema::currentVersion())
             throw CServiceError("数据库结构版本 " + std::to_string(version) +
                                 " 比本程序支持的版本 " + std::to_string(CSchema::currentVersion()) +
                                 " 新，拒绝打开；请使用更新的程序");
+        if (version == 0 && !createMissing)
+            throw CServiceError("数据库尚未初始化：请先在第一台服务器上运行 quotesd init");
         unlockSecrets(db, version);
         CSchema::migrate(*m_database, db, version, CSchema::currentVersion());
         if (version == 0) {

@@ -92,7 +92,7 @@ public:
 private:
     CQuotesService();
 
-    void initialise(bool seed);
+    void initialise(bool seed, bool createMissing);
     static QString keyFilePath(const CServiceOptions& options, const CDatabase& database);
     // Loads the key (creating it for a database that has none yet, version 0 being an empty one)
     // and proves it against the database's check value; throws CServiceError with the operator's

@@ -50,15 +50,13 @@ void CSecretColumns::reseal(const CDatabase& database, QSqlDatabase& db, const R
                  QStringLiteral("password"), read, to);
     resealColumn(database, db, QStringLiteral("level2_token"), QStringLiteral("slot"),
                  QStringLiteral("token"), read, to);
-    QSqlQuery erase(db);
-    erase.prepare(QStringLiteral("DELETE FROM meta WHERE name = ?"));
-    erase.addBindValue(kCheckName);
-    database.exec(erase);
-    QSqlQuery insert(db);
-    insert.prepare(QStringLiteral("INSERT INTO meta (name, val) VALUES (?, ?)"));
-    insert.addBindValue(kCheckName);
-    insert.addBindValue(to.checkValue());
-    database.exec(insert);
+    QSqlQuery check(db);
+    check.prepare(
+        QStringLiteral("INSERT INTO meta (name, val) VALUES (?, ?) ON CONFLICT (name) "
+                       "DO UPDATE SET val = excluded.val"));
+    check.addBindValue(kCheckName);
+    check.addBindValue(to.checkValue());
+    database.exec(check);
 }
 
 bool CSecretColumns::hasCheck(const CDatabase& database, QSqlDatabase& db) {

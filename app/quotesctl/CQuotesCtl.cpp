@@ -10,7 +10,7 @@
 
 #include "CCaller.h"
 #include "CDataTransfer.h"
-#include "CDatabase.h"
+#include "CDatabaseUrl.h"
 #include "CEmbeddedAdmin.h"
 #include "CQuotesService.h"
 #include "CRemoteAdmin.h"
@@ -450,7 +450,7 @@ void CQuotesCtl::warnAboutExposedSecrets() const {
         m_positional.value(1) != QLatin1String("-"))
         writeOut(stderr, why.arg(QStringLiteral("the token"),
                                  QStringLiteral("use token set - (standard input) instead")));
-    if (CDatabase::urlHasPassword(m_serviceOptions.dbUrl))
+    if (CDatabaseUrl::hasPassword(m_serviceOptions.dbUrl))
         writeOut(stderr, why.arg(QStringLiteral("the password in the --db URL"),
                                  QStringLiteral("keep it in ~/.pgpass (or PGPASSFILE) instead")));
 }

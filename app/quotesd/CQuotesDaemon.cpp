@@ -15,7 +15,7 @@
 
 #include "CAccountStore.h"
 #include "CAdminServer.h"
-#include "CDatabase.h"
+#include "CDatabaseUrl.h"
 #include "CLoginManager.h"
 #include "CPasswordHasher.h"
 #include "CQuotesService.h"
@@ -71,6 +71,7 @@ CServiceOptions CQuotesDaemon::serviceOptions() const {
     CServiceOptions options;
     options.dataDir = m_options.dataDir;
     options.dbUrl = m_options.dbUrl;
+    options.createMissing = m_options.command != CDaemonOptions::Join;
     // init has copied a given key into the data directory, where the service looks by default.
     if (m_options.command != CDaemonOptions::Init && m_options.command != CDaemonOptions::Join)
         options.secretsKeyFile = m_options.secretsKeyFile;
@@ -90,7 +91,7 @@ int CQuotesDaemon::run() {
                            "sudo -u quotesd quotesd …"));
         return kUsage;
     }
-    if (CDatabase::urlHasPassword(m_options.dbUrl))
+    if (CDatabaseUrl::hasPassword(m_options.dbUrl))
         say(
             QStringLiteral("warning: the --db URL holds a password, which other local users can "
                            "read; use ~/.pgpass or PGPASSFILE instead"));
