@@ -58,6 +58,12 @@ void ScriptedBackend::releaseAll() {
     }
 }
 
+void ScriptedBackend::drain() {
+    setHolding(false);
+    releaseAll();
+    settle();
+}
+
 bool ScriptedBackend::releaseNext() {
     return releaseOne(false);
 }

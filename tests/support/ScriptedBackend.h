@@ -53,6 +53,8 @@ public:
     // Processes events until every request that is not held has been answered and its slots
     // have run (answers can start further requests, which are followed too).
     void settle() const;
+    // Stops holding, releases every held answer and settles: a test's clean end.
+    void drain();
 
     std::vector<Request> requests() const;
     std::vector<Request> requestsOf(int dataType) const;

@@ -75,11 +75,7 @@ private slots:
         m_backend = ScriptedBackend::install();
         TestUsers::setCurrent(TestUsers::allRights());
     }
-    void cleanup() {
-        m_backend->setHolding(false);
-        m_backend->releaseAll();
-        m_backend->settle();
-    }
+    void cleanup() { m_backend->drain(); }
 
     void directSlotCallKeepsTheQueuedTicket() {
         m_backend->setQueryAnswer(12300, {source(1, 10000, 2), source(2, 10000, 2)});

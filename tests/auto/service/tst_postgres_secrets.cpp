@@ -15,6 +15,7 @@
 #include "CQuotesService.h"
 #include "CServiceOptions.h"
 #include "Hlx/CRequestTarget.h"
+#include "OwnerCalls.h"
 #include "PostgresCluster.h"
 #include "rkservice/CLevel2Token.h"
 #include "rkservice/COrinQuoterSourceInfo.h"
@@ -88,11 +89,7 @@ private:
     boost::shared_ptr<CQuotesService> m_service;
 
     utils::RKError operate(int dataType, int operateType, const rkservice::IDataPtr& record) {
-        rkservice::COperateDataReq request;
-        request.dataType = dataType;
-        request.operateType = operateType;
-        request.datas.push_back(record);
-        return m_service->operateSync(CCaller::owner(), Hlx::CRequestTarget::centre(), request);
+        return OwnerCalls::operate(*m_service, dataType, operateType, record);
     }
 
     static rkservice::IDataPtr source(int port) {
@@ -138,11 +135,8 @@ private slots:
         sampler.stop();
 
         // The service still hands the plain password back to its callers.
-        rkservice::COrinQueryDataReq query;
-        query.dataType = rkservice::kDataQuoteSources;
         std::vector<rkservice::IDataPtr> datas;
-        QVERIFY(m_service->querySync(CCaller::owner(), Hlx::CRequestTarget::centre(), query, &datas)
-                    .isSuccess());
+        QVERIFY(OwnerCalls::query(*m_service, rkservice::kDataQuoteSources, &datas).isSuccess());
         QCOMPARE(int(datas.size()), 40);
         QCOMPARE(static_cast<rkservice::COrinQuoterSourceInfo&>(*datas.front()).m_strPassword,
                  kMarker);

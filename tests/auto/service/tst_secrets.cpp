@@ -18,6 +18,7 @@
 #include "CSecretKeyFile.h"
 #include "CServiceOptions.h"
 #include "Hlx/CRequestTarget.h"
+#include "OwnerCalls.h"
 #include "rkservice/CLevel2Token.h"
 #include "rkservice/COrinQuoterSourceInfo.h"
 #include "rkservice/DataTypeIds.h"
@@ -58,6 +59,10 @@ private:
         return bool(m_service);
     }
 
+    utils::RKError operate(int dataType, int operateType, const rkservice::IDataPtr& record) {
+        return OwnerCalls::operate(*m_service, dataType, operateType, record);
+    }
+
     utils::RKError addSource(const std::string& password) {
         auto source = boost::make_shared<rkservice::COrinQuoterSourceInfo>();
         source->m_nPlatformId = 10000;
@@ -66,29 +71,19 @@ private:
         source->m_nPort = 9100;
         source->m_strUserName = "u";
         source->m_strPassword = password;
-        rkservice::COperateDataReq request;
-        request.dataType = rkservice::kDataQuoteSources;
-        request.operateType = rkservice::kOperateAdd;
-        request.datas.push_back(source);
-        return m_service->operateSync(CCaller::owner(), Hlx::CRequestTarget::centre(), request);
+        return operate(rkservice::kDataQuoteSources, rkservice::kOperateAdd, source);
     }
 
     utils::RKError setToken(const std::string& token) {
         auto record = boost::make_shared<rkservice::CLevel2Token>();
         record->token = token;
-        rkservice::COperateDataReq request;
-        request.dataType = rkservice::kDataLevel2Tokens;
-        request.operateType = rkservice::kOperateAdd;
-        request.datas.push_back(record);
-        return m_service->operateSync(CCaller::owner(), Hlx::CRequestTarget::centre(), request);
+        return operate(rkservice::kDataLevel2Tokens, rkservice::kOperateAdd, record);
     }
 
     std::vector<std::string> passwords() {
-        rkservice::COrinQueryDataReq request;
-        request.dataType = rkservice::kDataQuoteSources;
         std::vector<rkservice::IDataPtr> datas;
         const utils::RKError error =
-            m_service->querySync(CCaller::owner(), Hlx::CRequestTarget::centre(), request, &datas);
+            OwnerCalls::query(*m_service, rkservice::kDataQuoteSources, &datas);
         std::vector<std::string> result;
         if (!error.isSuccess())
             result.push_back("error: " + error.errorMsg());
@@ -98,10 +93,8 @@ private:
     }
 
     std::string token() {
-        rkservice::COrinQueryDataReq request;
-        request.dataType = rkservice::kDataLevel2Tokens;
         std::vector<rkservice::IDataPtr> datas;
-        m_service->querySync(CCaller::owner(), Hlx::CRequestTarget::centre(), request, &datas);
+        OwnerCalls::query(*m_service, rkservice::kDataLevel2Tokens, &datas);
         return datas.empty() ? std::string()
                              : static_cast<rkservice::CLevel2Token&>(*datas.front()).token;
     }
