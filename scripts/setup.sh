@@ -11,6 +11,7 @@ packages=(
   postgresql
   libgrpc++-dev protobuf-compiler-grpc protobuf-compiler libprotobuf-dev libssl-dev libsodium-dev
   fonts-wqy-microhei
+  clang libclang-rt-14-dev
 )
 
 missing=()
