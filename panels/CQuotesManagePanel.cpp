@@ -510,9 +510,8 @@ void CQuotesManagePanel::onQueryKxFutureData(const utils::RKError& error,
                                      int(m_kxFutureSources.size()));
 }
 
-void CQuotesManagePanel::slotOnDataKxFutureQuotesInfo(bool bError, QString qsError, int count) {
+void CQuotesManagePanel::slotOnDataKxFutureQuotesInfo(bool bError, QString qsError, int /*count*/) {
     kxQuotesDelivered(bError, qsError, isOwnDelivery());
-    Q_UNUSED(count)
 }
 
 void CQuotesManagePanel::kxQuotesDelivered(bool bError, const QString& qsError, bool delivered) {
@@ -522,8 +521,11 @@ void CQuotesManagePanel::kxQuotesDelivered(bool bError, const QString& qsError, 
         return;
     if (!qsError.isEmpty()) {
         const QString title = QStringLiteral("%1行情源").arg(ownTradeTypeName());
-        if (!survives(this, [&] { Zu::CMessageBox::warning(this, title, qsError, kOk, 0, false); }))
-            return lock.release();
+        if (!survives(this,
+                      [&] { Zu::CMessageBox::warning(this, title, qsError, kOk, 0, false); })) {
+            lock.release();
+            return;
+        }
         COrinClientCenter::instance()->showServerMsgCallBack(1, false, this, title, qsError, true,
                                                              false);
     }
@@ -794,8 +796,10 @@ void CQuotesManagePanel::editWholeQuote() {
     m_wholeQuoteDialog->setWholeQuote(m_permissionInfo->m_wholeQuote);
     CWholeQuoteSettingDialog* dialog = m_wholeQuoteDialog;
     int result = 0;
-    if (!survives(this, [&] { result = dialog->exec(); }))
-        return lock.release();
+    if (!survives(this, [&] { result = dialog->exec(); })) {
+        lock.release();
+        return;
+    }
     if (result != 1)
         return;
     m_wholeQuoteDialog->getWholeQuote(m_permissionInfo->m_wholeQuote);
