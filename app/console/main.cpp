@@ -13,6 +13,7 @@
 #include "CConsoleOptions.h"
 #include "CConsoleWindow.h"
 #include "CDataDirectory.h"
+#include "CDatabaseUrl.h"
 #include "CEmbeddedAdmin.h"
 #include "CQuotesService.h"
 #include "CRemoteAdmin.h"
@@ -129,6 +130,11 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "%s\n", error.toLocal8Bit().constData());
         return error.startsWith(QStringLiteral("Usage")) ? 0 : 2;
     }
+    if (CDatabaseUrl::hasPassword(options.dbUrl))
+        std::fputs(
+            "quotes-console: warning: the --db URL holds a password, which other local "
+            "users can read; keep it in ~/.pgpass (or PGPASSFILE) instead\n",
+            stderr);
     const bool interactive = options.screenshotDir.isEmpty();
     // The data directory keeps the settings and the log; on quotesd the data stays there.
     const QString dataDir =
