@@ -18,11 +18,11 @@ build=${FUZZ_BUILD_DIR:-build-fuzz}
 jobs=${JOBS:-2}
 # Runs of each target in CI, measured at about 20 s each on a busy two-core machine.
 declare -A runs=(
-    [fuzz_import_document]=${FUZZ_RUNS_IMPORT:-10000}
+    [fuzz_import_document]=${FUZZ_RUNS_IMPORT:-25000}
     [fuzz_source_validator]=${FUZZ_RUNS_VALIDATOR:-200000}
-    [fuzz_database_url]=${FUZZ_RUNS_URL:-400000}
-    [fuzz_quotesctl_args]=${FUZZ_RUNS_ARGS:-80000}
-    [fuzz_record_codec]=${FUZZ_RUNS_CODEC:-130000}
+    [fuzz_database_url]=${FUZZ_RUNS_URL:-150000}
+    [fuzz_quotesctl_args]=${FUZZ_RUNS_ARGS:-100000}
+    [fuzz_record_codec]=${FUZZ_RUNS_CODEC:-200000}
 )
 all=(fuzz_import_document fuzz_source_validator fuzz_database_url fuzz_quotesctl_args
      fuzz_record_codec)
