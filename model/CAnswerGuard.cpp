@@ -56,12 +56,14 @@ private:
     bool m_admitted;
 };
 
+// Admits the answer while the receiver lives and, when dropStale is set, while its load is the
+// newest; the answer runs with runningLoad() telling its load.
 QueryCallback admitQuery(const boost::shared_ptr<CAnswerGuard::State>& state, int load,
-                         const QueryCallback& callback) {
-    return [state, load, callback](const utils::RKError& error,
-                                   const std::vector<rkservice::IDataPtr>& datas, int count,
-                                   bson::BSONObj result) {
-        Admission admission(state, load);
+                         bool dropStale, const QueryCallback& callback) {
+    return [state, load, dropStale, callback](const utils::RKError& error,
+                                              const std::vector<rkservice::IDataPtr>& datas,
+                                              int count, bson::BSONObj result) {
+        Admission admission(state, dropStale ? load : -1);
         if (!admission.admitted())
             return;
         const int outer = t_runningLoad;
@@ -80,7 +82,7 @@ CAnswerGuard::~CAnswerGuard() {
 }
 
 QueryCallback CAnswerGuard::guardQuery(const QueryCallback& callback) const {
-    return admitQuery(m_state, -1, callback);
+    return admitQuery(m_state, -1, true, callback);
 }
 
 OperateCallback CAnswerGuard::guardOperate(const OperateCallback& callback) const {
@@ -103,7 +105,11 @@ int CAnswerGuard::currentLoad() const {
 }
 
 QueryCallback CAnswerGuard::guardLoad(const QueryCallback& callback) const {
-    return admitQuery(m_state, currentLoad(), callback);
+    return admitQuery(m_state, currentLoad(), true, callback);
+}
+
+QueryCallback CAnswerGuard::guardLoadTagged(const QueryCallback& callback) const {
+    return admitQuery(m_state, currentLoad(), false, callback);
 }
 
 int CAnswerGuard::runningLoad() {

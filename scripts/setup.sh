@@ -12,6 +12,7 @@ packages=(
   libgrpc++-dev protobuf-compiler-grpc protobuf-compiler libprotobuf-dev libssl-dev libsodium-dev
   libsqlite3-dev libpq-dev
   fonts-wqy-microhei
+  clang libclang-rt-14-dev
 )
 
 missing=()

@@ -26,3 +26,6 @@ stage asan-configure cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=Debug -DQUOTES_
     -DQUOTES_WERROR=ON -DQUOTES_BUILD_BENCH=OFF
 stage asan-build cmake --build build-asan -j"$jobs"
 stage asan-test bash -c "cd build-asan && ctest --output-on-failure -j$jobs"
+
+# The libFuzzer targets replay their corpora and run from a fixed seed (clang, build-fuzz).
+stage fuzz bash scripts/fuzz.sh

@@ -14,6 +14,7 @@
 #include "CReferenceData.h"
 #include "CServiceError.h"
 #include "CSourceValidator.h"
+#include "CTokenStore.h"
 #include "model/CRightsTable.h"
 #include "rkservice/CWholeQuotedivision.h"
 
@@ -213,11 +214,10 @@ QJsonObject CDataTransfer::exportAll(const CDatabase& database, QSqlDatabase& db
     }
     document.insert(QStringLiteral("wholeQuote"), wholeQuote);
 
-    QSqlQuery token(db);
-    token.prepare(QStringLiteral("SELECT token FROM level2_token WHERE slot = 1"));
-    database.exec(token);
-    document.insert(QStringLiteral("level2Token"),
-                    token.next() ? QJsonValue(token.value(0).toString()) : QJsonValue());
+    std::string token;
+    document.insert(QStringLiteral("level2Token"), CTokenStore(database).read(db, &token)
+                                                       ? QJsonValue(QString::fromStdString(token))
+                                                       : QJsonValue());
 
     std::map<QString, QJsonArray> rightsOf;
     QSqlQuery rights(db);
@@ -555,12 +555,8 @@ void CDataTransfer::importAll(const CDatabase& database, QSqlDatabase& db, const
         }
     }
 
-    if (content.hasToken) {
-        QSqlQuery token(db);
-        token.prepare(QStringLiteral("INSERT INTO level2_token (slot, token) VALUES (1, ?)"));
-        token.addBindValue(content.level2Token);
-        database.exec(token);
-    }
+    if (content.hasToken)
+        CTokenStore(database).insert(db, content.level2Token.toStdString());
 
     writeUsers(database, db, content.users);
     if (hadAdministrator && !hasAdministrator(database, db))

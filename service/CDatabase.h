@@ -15,6 +15,7 @@
 #include "CServiceOptions.h"
 
 class CStatementWatchdog;
+class CSecretBox;
 
 // The service's database: SQLite in one file or PostgreSQL, with one Qt SQL connection per
 // thread (a Qt SQL connection may only be used by the thread that opened it).
@@ -60,12 +61,17 @@ public:
     // Called when a thread that holds a connection ends.
     void forgetConnection(const QString& name);
 
+    // The box that seals the stored secrets; throws CServiceError before one is set.
+    std::shared_ptr<const CSecretBox> secrets() const;
+    void setSecrets(std::shared_ptr<const CSecretBox> box);
+
 private:
     CDatabase() = default;
     void configure(QSqlDatabase& db) const;
     void runTransaction(const QString& begin, bool write,
                         const std::function<void(QSqlDatabase&)>& work);
     void runBatch(QSqlDatabase& db, const std::vector<CGroupCommit::Job*>& batch);
+    bool prepareSqliteFile(const QString& path, bool dataDirectory, QString* error);
 
     Engine m_engine = SQLite;
     quint64 m_serial = 0;
@@ -89,4 +95,6 @@ private:
     std::set<QString> m_names;
     // Writers of this process (SQLite).
     CGroupCommit m_groupCommit;
+    mutable std::mutex m_secretsMutex;
+    std::shared_ptr<const CSecretBox> m_secrets;
 };

@@ -2,6 +2,7 @@
 
 #include <QDateTime>
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QJsonDocument>
 #include <QSqlQuery>
@@ -9,6 +10,7 @@
 #include <QVariant>
 #include <algorithm>
 #include <boost/make_shared.hpp>
+#include <cstdio>
 #include <set>
 
 #include "CAccessPolicy.h"
@@ -19,9 +21,13 @@
 #include "CQuoteSourceStore.h"
 #include "CReferenceData.h"
 #include "CSchema.h"
+#include "CSecretBox.h"
+#include "CSecretColumns.h"
+#include "CSecretKeyFile.h"
 #include "CSeedData.h"
 #include "CServiceError.h"
 #include "CSourceValidator.h"
+#include "CTokenStore.h"
 #include "Hlx/CAnswer.h"
 #include "rkservice/CGlobalFeaturePermissionInfo.h"
 #include "rkservice/CLevel2Token.h"
@@ -108,8 +114,9 @@ boost::shared_ptr<CQuotesService> CQuotesService::open(const CServiceOptions& op
     service->m_backupDir = !resolved.dataDir.isEmpty() ? resolved.dataDir
                            : file.isEmpty()            ? QString()
                                                        : QFileInfo(file).absolutePath();
+    service->m_keyFile = keyFilePath(resolved, *service->m_database);
     try {
-        service->initialise(resolved.seed);
+        service->initialise(resolved.seed, resolved.createMissing);
     } catch (const CServiceError& e) {
         *failure = QString::fromStdString(e.what());
         return nullptr;
@@ -117,7 +124,7 @@ boost::shared_ptr<CQuotesService> CQuotesService::open(const CServiceOptions& op
     return service;
 }
 
-void CQuotesService::initialise(bool seed) {
+void CQuotesService::initialise(bool seed, bool createMissing) {
     Caches caches;
     m_database->transact(true, [&](QSqlDatabase& db) {
         const int version = CSchema::version(*m_database, db);
@@ -125,6 +132,9 @@ void CQuotesService::initialise(bool seed) {
             throw CServiceError("数据库结构版本 " + std::to_string(version) +
                                 " 比本程序支持的版本 " + std::to_string(CSchema::currentVersion()) +
                                 " 新，拒绝打开；请使用更新的程序");
+        if (version == 0 && !createMissing)
+            throw CServiceError("数据库尚未初始化：请先在第一台服务器上运行 quotesd init");
+        unlockSecrets(db, version);
         CSchema::migrate(*m_database, db, version, CSchema::currentVersion());
         if (version == 0) {
             if (seed)
@@ -135,6 +145,82 @@ void CQuotesService::initialise(bool seed) {
         caches = readCaches(db);
     });
     applyCaches(caches);
+}
+
+QString CQuotesService::keyFilePath(const CServiceOptions& options, const CDatabase& database) {
+    if (!options.secretsKeyFile.isEmpty())
+        return options.secretsKeyFile;
+    if (database.engine() == CDatabase::SQLite)
+        return CSecretKeyFile::defaultPath(QFileInfo(database.filePath()).absolutePath());
+    return CSecretKeyFile::defaultPath(options.dataDir.isEmpty() ? defaultDataDir()
+                                                                 : options.dataDir);
+}
+
+void CQuotesService::unlockSecrets(QSqlDatabase& db, int version) {
+    const std::string file = m_keyFile.toStdString();
+    if (version == 0 || !CSecretColumns::hasCheck(*m_database, db)) {
+        // Nothing sealed yet (a new database, or one from before secrets were sealed): the key
+        // the file holds, or a new one.
+        if (!CSecretKeyFile::exists(m_keyFile))
+            CSecretKeyFile::create(m_keyFile, CSecretBox::generate());
+        m_database->setSecrets(std::make_shared<CSecretBox>(CSecretKeyFile::read(m_keyFile)));
+        return;
+    }
+    if (!CSecretKeyFile::exists(m_keyFile) && !CSecretKeyFile::exists(pendingKeyFile()))
+        throw CServiceError(
+            "缺少密钥文件 " + file +
+            "：数据库中的密码已加密，需要创建数据库时（或上次更换密钥后）的密钥文件");
+    if (CSecretKeyFile::exists(m_keyFile)) {
+        auto box = std::make_shared<CSecretBox>(CSecretKeyFile::read(m_keyFile));
+        if (CSecretColumns::matches(*m_database, db, *box)) {
+            m_database->setSecrets(box);
+            return;
+        }
+    }
+    // A key change that committed but whose new key file was not yet moved into place.
+    if (CSecretKeyFile::exists(pendingKeyFile())) {
+        auto box = std::make_shared<CSecretBox>(CSecretKeyFile::read(pendingKeyFile()));
+        if (CSecretColumns::matches(*m_database, db, *box)) {
+            CSecretKeyFile::write(m_keyFile, *box);
+            QFile::remove(pendingKeyFile());
+            m_database->setSecrets(box);
+            return;
+        }
+    }
+    throw CServiceError("密钥文件 " + file + " 与数据库不符，拒绝打开（密码无法解密）");
+}
+
+QString CQuotesService::pendingKeyFile() const {
+    return m_keyFile + QStringLiteral(".new");
+}
+
+bool CQuotesService::rekey(const CCaller& caller, QString* error) {
+    return administer(caller, "更换密钥", error, [&] {
+        const auto old = m_database->secrets();
+        const CSecretBox fresh = CSecretBox::generate();
+        // The new key is on disk before the change commits, so no crash can leave the database
+        // sealed under a key that exists nowhere.
+        CSecretKeyFile::write(pendingKeyFile(), fresh);
+        try {
+            m_database->transact(true, [&](QSqlDatabase& db) {
+                CSecretColumns::reseal(
+                    *m_database, db, [&](const QString& stored) { return old->open(stored); },
+                    fresh);
+            });
+        } catch (...) {
+            QFile::remove(pendingKeyFile());
+            throw;
+        }
+        m_database->setSecrets(std::make_shared<CSecretBox>(fresh));
+        if (::rename(QFile::encodeName(pendingKeyFile()).constData(),
+                     QFile::encodeName(m_keyFile).constData()) != 0)
+            throw CServiceError("密钥已更换，但无法改名为 " + m_keyFile.toStdString() +
+                                "，新密钥在 " + pendingKeyFile().toStdString());
+    });
+}
+
+QString CQuotesService::keyFile() const {
+    return m_keyFile;
 }
 
 CQuotesService::Caches CQuotesService::readCaches(QSqlDatabase& db) const {
@@ -316,12 +402,8 @@ std::vector<rkservice::IDataPtr> CQuotesService::doQuery(
             const std::string tag =
                 subsystem.isEmpty() ? utf8(defaultSubsystem()) : utf8(subsystem);
             m_database->transact(false, [&](QSqlDatabase& db) {
-                QSqlQuery query(db);
-                query.prepare(QStringLiteral("SELECT token FROM level2_token"));
-                m_database->exec(query);
-                while (query.next()) {
-                    auto record = boost::make_shared<rkservice::CLevel2Token>();
-                    record->token = utf8(query.value(0).toString());
+                auto record = boost::make_shared<rkservice::CLevel2Token>();
+                if (CTokenStore(*m_database).read(db, &record->token)) {
                     record->setSystemTag(tag);
                     result.push_back(record);
                 }
@@ -453,31 +535,23 @@ void CQuotesService::operateToken(const CCaller& caller,
         throw CServiceError("记录类型不符: 需要 Level-2 token 记录");
     if (op != rkservice::kOperateDelete)
         CSourceValidator::checkToken(token->token);
-    const QString text = QString::fromStdString(token->token);
     m_database->transact(true, [&](QSqlDatabase& db) {
-        QSqlQuery current(db);
-        current.prepare(QStringLiteral("SELECT token FROM level2_token WHERE slot = 1"));
-        m_database->exec(current);
-        const bool exists = current.next();
-        const QString stored = exists ? current.value(0).toString() : QString();
-        current.finish();
-        QSqlQuery change(db);
+        const CTokenStore store(*m_database);
+        std::string stored;
+        const bool exists = store.read(db, &stored);
         if (op == rkservice::kOperateAdd) {
             if (exists)
                 throw CServiceError("已有 Level-2 行情源 token，请修改或删除后再添加");
-            change.prepare(QStringLiteral("INSERT INTO level2_token (slot, token) VALUES (1, ?)"));
-            change.addBindValue(text);
+            store.insert(db, token->token);
         } else if (op == rkservice::kOperateModify) {
             if (!exists)
                 throw CServiceError("没有可修改的 Level-2 行情源 token");
-            change.prepare(QStringLiteral("UPDATE level2_token SET token = ? WHERE slot = 1"));
-            change.addBindValue(text);
+            store.update(db, token->token);
         } else {
-            if (!exists || stored != text)
+            if (!exists || stored != token->token)
                 throw CServiceError("Level-2 行情源 token 不存在");
-            change.prepare(QStringLiteral("DELETE FROM level2_token WHERE slot = 1"));
+            store.remove(db);
         }
-        m_database->exec(change);
     });
 }
 

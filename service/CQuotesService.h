@@ -94,6 +94,12 @@ public:
     bool setRights(const CCaller& caller, const QString& name, const std::set<int>& rights,
                    QString* error = nullptr);
 
+    // Seals every stored secret under a new key in one transaction and replaces the key file;
+    // needs the administrator right. Other processes on the database need the new file.
+    bool rekey(const CCaller& caller, QString* error = nullptr);
+    // The key file of the stored secrets.
+    QString keyFile() const;
+
     // The database's own consistency check (SQLite integrity_check); true when it passes.
     // Needs the administrator right.
     bool checkIntegrity(const CCaller& caller, QString* error = nullptr);
@@ -108,7 +114,7 @@ private:
         std::map<int, bool> loginTypeAuth;
     };
 
-    void initialise(bool seed);
+    void initialise(bool seed, bool createMissing);
     Caches readCaches(QSqlDatabase& db) const;
     void applyCaches(const Caches& caches);
     // The backup file of a real import: the caller's, or the next one in the backup directory.
@@ -117,6 +123,12 @@ private:
     // Keeps the newest kKeptBackups of the backup directory.
     void pruneBackups() const;
     static const int kKeptBackups = 10;
+    static QString keyFilePath(const CServiceOptions& options, const CDatabase& database);
+    // Loads the key (creating it for a database that has none yet, version 0 being an empty one)
+    // and proves it against the database's check value; throws CServiceError with the operator's
+    // text when it fails.
+    void unlockSecrets(QSqlDatabase& db, int version);
+    QString pendingKeyFile() const;
     QString resolveTarget(const Hlx::CRequestTarget& target) const;
     QString defaultSubsystem() const;
     bool knowsSubsystem(const QString& name) const;
@@ -136,6 +148,7 @@ private:
                     const std::function<void()>& change);
 
     std::unique_ptr<CDatabase> m_database;
+    QString m_keyFile;
     mutable std::mutex m_cacheMutex;
     std::vector<Hlx::SubsystemInfo> m_subsystems;
     std::map<int, bool> m_loginTypeAuth;

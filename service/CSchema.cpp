@@ -5,6 +5,8 @@
 #include <QVariant>
 
 #include "CDatabase.h"
+#include "CSecretBox.h"
+#include "CSecretColumns.h"
 #include "CServiceError.h"
 
 namespace {
@@ -86,10 +88,18 @@ QStringList version3(CDatabase::Engine) {
     };
 }
 
+// Version 4: the sources' passwords and the Level-2 token are sealed under the key of the
+// database (CSecretBox), and a check value proves that key whenever the database opens.
+void version4(const CDatabase& database, QSqlDatabase& db) {
+    CSecretColumns::reseal(
+        database, db, [](const QString& plain) { return plain.toStdString(); },
+        *database.secrets());
+}
+
 }  // namespace
 
 int CSchema::currentVersion() {
-    return 3;
+    return 4;
 }
 
 int CSchema::version(const CDatabase& database, QSqlDatabase& db) {
@@ -128,6 +138,9 @@ void CSchema::migrate(const CDatabase& database, QSqlDatabase& db, int from, int
                 break;
             case 3:
                 statements = version3(database.engine());
+                break;
+            case 4:
+                version4(database, db);
                 break;
             default:
                 throw CServiceError("没有到数据库结构版本 " + std::to_string(step) + " 的迁移");

@@ -9,6 +9,12 @@ struct CServiceOptions {
     // Empty = SQLite file quotes.db in dataDir; "sqlite:///path/file.db" = that SQLite file;
     // "postgresql://user[:password]@[host][:port]/db?host=/socket/dir&port=N" = PostgreSQL.
     QString dbUrl;
+    // The key of the stored secrets; empty = secrets.key beside the SQLite file, or in dataDir
+    // (default: CQuotesService::defaultDataDir()) for PostgreSQL.
+    QString secretsKeyFile;
+    // Set up a database (and its key) that holds nothing yet; a server joining a shared
+    // database leaves that to the first server.
+    bool createMissing = true;
     // Seed reference data, sub-systems, permissions and users when the database is created.
     bool seed = true;
     // How long a request waits for a lock held by another writer before it gives up.

@@ -25,7 +25,12 @@ bool CConsoleOptions::parse(const QStringList& arguments, CConsoleOptions* optio
     const QCommandLineOption ca(QStringLiteral("ca"),
                                 QStringLiteral("The servers' certificate (PEM) to trust."),
                                 QStringLiteral("FILE"));
-    parser.addOptions({data, db, screenshot, user, server, ca});
+    const QCommandLineOption secretsKey(
+        QStringLiteral("secrets-key"),
+        QStringLiteral("The key of the stored passwords (default: secrets.key in the data "
+                       "directory)."),
+        QStringLiteral("FILE"));
+    parser.addOptions({data, db, screenshot, user, server, ca, secretsKey});
     if (!parser.parse(arguments)) {
         *error = parser.errorText();
         return false;
@@ -45,6 +50,7 @@ bool CConsoleOptions::parse(const QStringList& arguments, CConsoleOptions* optio
     options->user = parser.value(user);
     options->servers = parser.values(server);
     options->caFile = parser.value(ca);
+    options->secretsKeyFile = parser.value(secretsKey);
     if (!options->servers.isEmpty() && (!options->dbUrl.isEmpty() || !options->user.isEmpty())) {
         *error = QStringLiteral(
             "--server excludes --db and --user: the server keeps the data "

@@ -1,3 +1,5 @@
+#include <sys/stat.h>
+
 #include <QApplication>
 #include <QDir>
 #include <QFile>
@@ -10,6 +12,8 @@
 #include "CConsoleLogging.h"
 #include "CConsoleOptions.h"
 #include "CConsoleWindow.h"
+#include "CDataDirectory.h"
+#include "CDatabaseUrl.h"
 #include "CEmbeddedAdmin.h"
 #include "CQuotesService.h"
 #include "CRemoteAdmin.h"
@@ -59,6 +63,7 @@ int runEmbedded(QApplication& app, const CConsoleOptions& options, const QString
     CServiceOptions serviceOptions;
     serviceOptions.dataDir = dataDir;
     serviceOptions.dbUrl = options.dbUrl;
+    serviceOptions.secretsKeyFile = options.secretsKeyFile;
     const boost::shared_ptr<CQuotesService> service = CQuotesService::open(serviceOptions, &error);
     if (!service)
         return fail(interactive, error);
@@ -125,11 +130,18 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "%s\n", error.toLocal8Bit().constData());
         return error.startsWith(QStringLiteral("Usage")) ? 0 : 2;
     }
+    if (CDatabaseUrl::hasPassword(options.dbUrl))
+        std::fputs(
+            "quotes-console: warning: the --db URL holds a password, which other local "
+            "users can read; keep it in ~/.pgpass (or PGPASSFILE) instead\n",
+            stderr);
     const bool interactive = options.screenshotDir.isEmpty();
     // The data directory keeps the settings and the log; on quotesd the data stays there.
     const QString dataDir =
         options.dataDir.isEmpty() ? CQuotesService::defaultDataDir() : options.dataDir;
-    if (!CConsoleLogging::start(dataDir, &error))
+    // The directory holds the database and its key: the owner's alone, as every file made in it.
+    ::umask(077);
+    if (!CDataDirectory::prepare(dataDir, &error) || !CConsoleLogging::start(dataDir, &error))
         return fail(interactive, error);
 
     return options.servers.isEmpty() ? runEmbedded(app, options, dataDir)

@@ -2,6 +2,8 @@
 
 #include <QAbstractButton>
 #include <QMessageBox>
+#include <QPointer>
+#include <memory>
 
 namespace Zu {
 
@@ -12,7 +14,11 @@ int runBox(QMessageBox::Icon icon, QWidget* parent, const QString& title, const 
     if (buttons == 0) {
         buttons = QMessageBox::Ok;
     }
-    QMessageBox box(icon, title, text, QMessageBox::StandardButtons(buttons), parent);
+    // On the heap: a parent destroyed while the box runs deletes the box with it, which must
+    // not be a stack object.
+    QPointer<QMessageBox> owned =
+        new QMessageBox(icon, title, text, QMessageBox::StandardButtons(buttons), parent);
+    QMessageBox& box = *owned;
     box.setTextFormat(format);
     const QList<QPair<QMessageBox::StandardButton, QString>> texts = {
         {QMessageBox::Ok, QStringLiteral("确定")},    {QMessageBox::Cancel, QStringLiteral("取消")},
@@ -30,6 +36,10 @@ int runBox(QMessageBox::Icon icon, QWidget* parent, const QString& title, const 
         box.setDefaultButton(QMessageBox::StandardButton(defaultButton));
     }
     const int result = box.exec();
+    if (!owned) {
+        return QMessageBox::NoButton;  // gone with its parent: nothing was chosen
+    }
+    const std::unique_ptr<QMessageBox> done(owned.data());
     // Closing the box without an escape button: report the clicked button, if any.
     if (QAbstractButton* clicked = box.clickedButton()) {
         const int standard = box.standardButton(clicked);

@@ -55,7 +55,9 @@ private:
                 return false;
             any = true;
         }
-        return any;
+        // The key was written and synced when the database was created, long before the cut.
+        const QString key = QStringLiteral("secrets.key");
+        return any && QFile::copy(QDir(from).filePath(key), QDir(to).filePath(key));
     }
 
     // How many of the answered adds are in the database a power cut leaves.

@@ -253,6 +253,9 @@ private slots:
             // The directory is nobody's, the file root's: only the file's mode decides.
             QVERIFY(::chmod(QFile::encodeName(dir.path()).constData(), 0755) == 0);
             QVERIFY(::chown(QFile::encodeName(options.dataDir).constData(), kNobody, kNobody) == 0);
+            // Nobody holds the key, so that only the database file's mode stands in the way.
+            const QString key = QDir(options.dataDir).filePath(QStringLiteral("secrets.key"));
+            QVERIFY(::chown(QFile::encodeName(key).constData(), kNobody, kNobody) == 0);
             QVERIFY(QFile::setPermissions(file, all));
             QCOMPARE(openAsNobody(options), 0);
         }

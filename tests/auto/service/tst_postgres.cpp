@@ -25,6 +25,7 @@ class TestPostgres : public QObject {
 
 private:
     PostgresCluster m_cluster;
+    QTemporaryDir m_keys;
     boost::shared_ptr<CQuotesService> m_service;
     // The process's data directory, where imports keep their backups.
     QTemporaryDir m_data;
@@ -33,6 +34,8 @@ private:
         CServiceOptions o;
         o.dbUrl = m_cluster.url(database);
         o.dataDir = m_data.path();
+        // Each database its own key, kept with the test rather than in the home directory.
+        o.secretsKeyFile = m_keys.filePath(database + QStringLiteral(".key"));
         o.busyTimeoutMs = 5000;
         return o;
     }

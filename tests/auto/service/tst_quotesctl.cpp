@@ -155,7 +155,7 @@ private slots:
         r = run({"token", "show", "--json"});
         QCOMPARE(QJsonDocument::fromJson(r.out).object().value("token").toString(),
                  QStringLiteral("xyz789"));
-        r = run({"token", "set", "bad-token"});
+        r = run({"token", "set", "-"}, "bad-token\n");
         QCOMPARE(r.code, 1);
         QVERIFY(oneLine(r.err));
         QCOMPARE(run({"token", "delete"}).code, 0);
