@@ -45,6 +45,8 @@ public:
 
     // Checks address, port, user name and password in that order; tips at the first failure.
     bool checkInput();
+    // The tip a port text earns, empty when it passes: digits only, within 1-65535.
+    static QString portTip(const QString& text);
     // Appends the records to submit; nothing when no record can be built.
     void getOperateDatas(std::vector<rkservice::IDataPtr>& datas);
 
@@ -80,8 +82,9 @@ protected:
     void onOperationQuotes(const utils::RKError& error, bson::BSONObj result);
 
 private:
-    // Builds and sends the records; false when there was nothing to send.
-    bool submit();
+    enum class Submission { NothingBuilt, Sent, Dropped };
+    // Builds and sends the records.
+    Submission submit();
 
     QString m_strServerName;
     bool m_routeBySystem;
