@@ -48,6 +48,17 @@ struct BoxDriver {
     }
 };
 
+// A shown window with one line edit, the target of a tip.
+struct EditWindow {
+    QWidget window;
+    QLineEdit* edit = new QLineEdit(&window);
+
+    bool show() {
+        window.show();
+        return QTest::qWaitForWindowExposed(&window);
+    }
+};
+
 }  // namespace
 
 class MessagesTest : public QObject {
@@ -191,10 +202,9 @@ void MessagesTest::tipTargetGoneIsNull() {
 }
 
 void MessagesTest::tipUntilEditedOutlivesItsTime() {
-    QWidget window;
-    auto* edit = new QLineEdit(&window);
-    window.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&window));
+    EditWindow shown;
+    QVERIFY(shown.show());
+    QLineEdit* edit = shown.edit;
     Zu::CMessageTip::showTipUntilEdited(edit, 65, QStringLiteral("只能输入数字 "), 2, 2, 200);
     QPointer<QWidget> tip = Zu::CMessageTip::currentTip();
     QVERIFY(tip);
@@ -209,10 +219,9 @@ void MessagesTest::tipUntilEditedOutlivesItsTime() {
 }
 
 void MessagesTest::tipUntilEditedGoesWhenEditedAfterItsTime() {
-    QWidget window;
-    auto* edit = new QLineEdit(&window);
-    window.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&window));
+    EditWindow shown;
+    QVERIFY(shown.show());
+    QLineEdit* edit = shown.edit;
     Zu::CMessageTip::showTipUntilEdited(edit, 65, QStringLiteral("x"), 2, 2, 400);
     QPointer<QWidget> tip = Zu::CMessageTip::currentTip();
     QElapsedTimer clock;
@@ -224,10 +233,9 @@ void MessagesTest::tipUntilEditedGoesWhenEditedAfterItsTime() {
 }
 
 void MessagesTest::tipIsShapedNotRectangular() {
-    QWidget window;
-    auto* edit = new QLineEdit(&window);
-    window.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&window));
+    EditWindow shown;
+    QVERIFY(shown.show());
+    QLineEdit* edit = shown.edit;
     Zu::CMessageTip::showTip(edit, 65, QStringLiteral("请输入有效的服务器地址"), 2, 2, 5000);
     QWidget* tip = Zu::CMessageTip::currentTip();
     QVERIFY(tip);
@@ -244,14 +252,13 @@ void MessagesTest::tipIsShapedNotRectangular() {
 }
 
 void MessagesTest::tipGoesWithItsWindow() {
-    QWidget window;
-    auto* edit = new QLineEdit(&window);
-    window.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&window));
+    EditWindow shown;
+    QVERIFY(shown.show());
+    QLineEdit* edit = shown.edit;
     Zu::CMessageTip::showTipUntilEdited(edit, 65, QStringLiteral("x"), 2, 2, 3000);
     QPointer<QWidget> tip = Zu::CMessageTip::currentTip();
     QVERIFY(tip);
-    window.hide();
+    shown.window.hide();
     QTRY_VERIFY(tip.isNull() || !tip->isVisible());
 }
 
