@@ -117,6 +117,9 @@ void CSetStockQuotesDialog::createUi() {
         input->setParent(row);
         input->setFixedSize(kInputWidth, kInputHeight);
         row->addWidget(input);
+        // The slack goes after the input: labels keep their own width, so the colons line up
+        // and the inputs keep a margin to the dialog's edge.
+        row->addStretch(1);
         outer->addWidget(row, 0, Zu::CWidgetList::AnchorFill);
     };
 
