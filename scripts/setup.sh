@@ -11,6 +11,8 @@ packages=(
   postgresql
   libgrpc++-dev protobuf-compiler-grpc protobuf-compiler libprotobuf-dev libssl-dev libsodium-dev
   fonts-wqy-microhei
+  qttranslations5-l10n
+  xvfb openbox x11-utils
 )
 
 missing=()
