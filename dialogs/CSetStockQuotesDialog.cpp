@@ -330,6 +330,7 @@ CSetStockQuotesDialog::Submission CSetStockQuotesDialog::submit() {
         m_pLoadingMask->setText(QStringLiteral("正在提交数据"));
         m_pLoadingMask->attach(this);
     }
+    m_bSubmitting = sent;
     return sent ? Submission::Sent : Submission::Dropped;
 }
 
@@ -343,6 +344,9 @@ bool CSetStockQuotesDialog::handleEvent(int type, int id, int arg, QString text,
         return Zu::CCommonDialog::handleEvent(type, id, arg, text, extra);
 
     if (id == SubmitButton) {
+        // One submission at a time: the dialog stays open while it runs.
+        if (m_bSubmitting)
+            return true;
         // Refused input or nothing to build: the dialog stays open. A request on its way keeps
         // it open under its mask, so that a refusal leaves everything typed for another try;
         // the answer closes it on success.
@@ -361,6 +365,7 @@ void CSetStockQuotesDialog::onOperationQuotes(const utils::RKError& error, bson:
 }
 
 void CSetStockQuotesDialog::slotOnOperationFinished(bool bError, QString qsError) {
+    m_bSubmitting = false;
     if (m_pLoadingMask)
         m_pLoadingMask->hide();
 

@@ -101,6 +101,8 @@ private:
     boost::recursive_mutex m_mutex;
     Zu::CLoadingMaskWidget* m_pLoadingMask;
     bool m_bFutureOnly;
+    // A request is on its way and its answer has yet to arrive.
+    bool m_bSubmitting = false;
     CAnswerGuard m_answerGuard;
 };
 

@@ -933,6 +933,28 @@ private slots:
         QCOMPARE(dialog->passwordEdit()->getOriginalText(), QString("pw123"));
     }
 
+    void oneSubmissionAtATime() {
+        m_backend->setHolding(true);
+        EventSink sink;
+        auto* dialog = new CSetStockQuotesDialog(2, &sink, false);
+        fillValid(dialog);
+        dialog->show();
+        QVERIFY(dialog->handleEvent(5, 0, 0, QString(), nullptr));
+        QTRY_COMPARE(m_backend->heldCount(), 1);
+        // Pressed again while the first is out (the button keeps the keyboard focus).
+        QVERIFY(dialog->handleEvent(5, 0, 0, QString(), nullptr));
+        // A request counts as pending from the moment it is posted.
+        QCOMPARE(COrinClientCenter::instance()->pendingCount(), 1);
+        QCOMPARE(int(operations().size()), 1);
+        m_backend->releaseAll();
+        QTRY_COMPARE(m_messages.size(), 1);
+        // After the answer a new submission goes out again.
+        m_backend->setHolding(false);
+        dialog->show();
+        QVERIFY(dialog->handleEvent(5, 0, 0, QString(), nullptr));
+        QTRY_COMPARE(int(operations().size()), 2);
+    }
+
     void submitInsideExecReturnsZeroAfterTheAnswer() {
         m_backend->setHolding(true);
         CSetStockQuotesDialog dialog(2, nullptr, false);
