@@ -110,6 +110,8 @@ int main(int argc, char** argv) {
     }
     qputenv("DISPLAY", QByteArray::fromStdString(display.name()));
     qputenv("QT_QPA_PLATFORM", "xcb");
+    // Widgets only: no OpenGL driver to load (and to keep until the process ends).
+    qputenv("QT_XCB_GL_INTEGRATION", "none");
     QApplication app(argc, argv);
     QFont font = QApplication::font();
     font.setPixelSize(12);
