@@ -1,5 +1,6 @@
 #include "dialogs/CSetStockQuotesDialog.h"
 
+#include <QHideEvent>
 #include <QPointer>
 #include <QRegExp>
 #include <QVariant>
@@ -357,6 +358,13 @@ bool CSetStockQuotesDialog::handleEvent(int type, int id, int arg, QString text,
     }
     done(id);
     return true;
+}
+
+void CSetStockQuotesDialog::hideEvent(QHideEvent* event) {
+    // Closed while its answer is out: the operator gave up waiting, and the dialog opened
+    // again takes a new submission.
+    m_bSubmitting = false;
+    Zu::CCommonDialog::hideEvent(event);
 }
 
 void CSetStockQuotesDialog::onOperationQuotes(const utils::RKError& error, bson::BSONObj result) {

@@ -78,6 +78,7 @@ protected:
     // Checks one field; shows its tip and returns false when it fails. strict applies the
     // password pattern (when leaving the field) instead of the emptiness test of a submission.
     bool checkField(int fieldId, bool strict);
+    void hideEvent(QHideEvent* event) override;
     // Completion of the submission; runs on the data service's worker thread.
     void onOperationQuotes(const utils::RKError& error, bson::BSONObj result);
 
@@ -101,7 +102,7 @@ private:
     boost::recursive_mutex m_mutex;
     Zu::CLoadingMaskWidget* m_pLoadingMask;
     bool m_bFutureOnly;
-    // A request is on its way and its answer has yet to arrive.
+    // A request is on its way from the open dialog and its answer has yet to arrive.
     bool m_bSubmitting = false;
     CAnswerGuard m_answerGuard;
 };

@@ -955,6 +955,22 @@ private slots:
         QTRY_COMPARE(int(operations().size()), 2);
     }
 
+    void closedAndOpenedAgainWhileItsAnswerIsOut() {
+        m_backend->setHolding(true);
+        EventSink sink;
+        auto* dialog = new CSetStockQuotesDialog(2, &sink, false);
+        fillValid(dialog);
+        dialog->show();
+        QVERIFY(dialog->handleEvent(5, 0, 0, QString(), nullptr));
+        QTRY_COMPARE(m_backend->heldCount(), 1);
+        // The operator leaves it with Esc, opens it again and submits anew.
+        QTest::keyClick(dialog, Qt::Key_Escape);
+        QVERIFY(!dialog->isVisible());
+        dialog->show();
+        QVERIFY(dialog->handleEvent(5, 0, 0, QString(), nullptr));
+        QTRY_COMPARE(m_backend->heldCount(), 2);
+    }
+
     void submitInsideExecReturnsZeroAfterTheAnswer() {
         m_backend->setHolding(true);
         CSetStockQuotesDialog dialog(2, nullptr, false);
