@@ -13,6 +13,8 @@ packages=(
   libsqlite3-dev libpq-dev
   fonts-wqy-microhei
   clang libclang-rt-14-dev
+  qttranslations5-l10n
+  xvfb openbox x11-utils
 )
 
 missing=()

@@ -12,6 +12,8 @@ struct CConsoleOptions {
     QStringList servers;     // quotesd servers instead of a database of our own
     QString caFile;          // the servers' certificate to trust
     QString secretsKeyFile;  // the key of the stored secrets; empty: the data directory's
+    bool demo = false;       // sample data in a directory of its own
+    bool reset = false;      // with demo: start the sample data afresh
 
     // Parses the arguments; false with a message for bad input.
     static bool parse(const QStringList& arguments, CConsoleOptions* options, QString* error);

@@ -4,16 +4,17 @@
 #include <QDir>
 #include <QFile>
 #include <QFont>
-#include <QMessageBox>
 #include <QStandardPaths>
 #include <boost/make_shared.hpp>
 #include <cstdio>
 
+#include "CConsoleLocale.h"
 #include "CConsoleLogging.h"
 #include "CConsoleOptions.h"
 #include "CConsoleWindow.h"
 #include "CDataDirectory.h"
 #include "CDatabaseUrl.h"
+#include "CDemoData.h"
 #include "CEmbeddedAdmin.h"
 #include "CQuotesService.h"
 #include "CRemoteAdmin.h"
@@ -21,13 +22,14 @@
 #include "CScreenshotter.h"
 #include "Hlx/CAdminBackend.h"
 #include "Hlx/COrinClientCenter.h"
+#include "Zu/CMessageBox.h"
 
 namespace {
 
 int fail(bool interactive, const QString& message) {
     std::fprintf(stderr, "quotes-console: %s\n", message.toLocal8Bit().constData());
     if (interactive)
-        QMessageBox::critical(nullptr, QStringLiteral("行情源管理"), message);
+        Zu::CMessageBox::critical(nullptr, QStringLiteral("行情源管理"), message, 0, 0, false);
     return 1;
 }
 
@@ -57,7 +59,8 @@ void uninstall() {
     Hlx::COrinClientCenter::instance()->setBackend({});
 }
 
-int runEmbedded(QApplication& app, const CConsoleOptions& options, const QString& dataDir) {
+int runEmbedded(QApplication& app, const CConsoleOptions& options, const QString& dataDir,
+                bool fillDemo) {
     const bool interactive = options.screenshotDir.isEmpty();
     QString error;
     CServiceOptions serviceOptions;
@@ -67,6 +70,8 @@ int runEmbedded(QApplication& app, const CConsoleOptions& options, const QString
     const boost::shared_ptr<CQuotesService> service = CQuotesService::open(serviceOptions, &error);
     if (!service)
         return fail(interactive, error);
+    if (fillDemo && !CDemoData::fill(*service, &error))
+        return fail(interactive, QStringLiteral("示例数据: %1").arg(error));
     // The embedded console acts for the user chosen in its tool bar.
     const boost::shared_ptr<CEmbeddedAdmin> admin = CEmbeddedAdmin::forCurrentUser(service);
     install(admin);
@@ -137,13 +142,24 @@ int main(int argc, char** argv) {
             stderr);
     const bool interactive = options.screenshotDir.isEmpty();
     // The data directory keeps the settings and the log; on quotesd the data stays there.
-    const QString dataDir =
+    QString dataDir =
         options.dataDir.isEmpty() ? CQuotesService::defaultDataDir() : options.dataDir;
     // The directory holds the database and its key: the owner's alone, as every file made in it.
     ::umask(077);
+    bool fillDemo = false;
+    if (options.demo) {
+        dataDir = CDemoData::defaultDirectory();
+        if (!CDemoData::prepare(dataDir, options.reset, &fillDemo, &error))
+            return fail(interactive, error);
+    }
     if (!CDataDirectory::prepare(dataDir, &error) || !CConsoleLogging::start(dataDir, &error))
         return fail(interactive, error);
+    QString warning;
+    if (!CConsoleLocale::install(&app, &warning)) {
+        std::fprintf(stderr, "quotes-console: warning: %s\n", warning.toLocal8Bit().constData());
+        qWarning("%s", qPrintable(warning));
+    }
 
-    return options.servers.isEmpty() ? runEmbedded(app, options, dataDir)
+    return options.servers.isEmpty() ? runEmbedded(app, options, dataDir, fillDemo)
                                      : runOnServers(app, options, dataDir);
 }

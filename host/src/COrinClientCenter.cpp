@@ -10,6 +10,7 @@
 
 #include "CAnswerState.h"
 #include "Hlx/CAnswer.h"
+#include "Zu/CMessageBox.h"
 
 namespace Hlx {
 
@@ -247,6 +248,7 @@ void COrinClientCenter::showServerMsgCallBack(int msgType, bool success, QWidget
         box->setWindowModality(Qt::NonModal);
         box->setAttribute(Qt::WA_DeleteOnClose);
         box->setObjectName(QStringLiteral("serverMessageBox"));
+        Zu::CMessageBox::localise(box);
         box->show();
     }
     emit serverMessageShown(msgType, success, parent, title, text);

@@ -20,18 +20,7 @@ int runBox(QMessageBox::Icon icon, QWidget* parent, const QString& title, const 
         new QMessageBox(icon, title, text, QMessageBox::StandardButtons(buttons), parent);
     QMessageBox& box = *owned;
     box.setTextFormat(format);
-    const QList<QPair<QMessageBox::StandardButton, QString>> texts = {
-        {QMessageBox::Ok, QStringLiteral("确定")},    {QMessageBox::Cancel, QStringLiteral("取消")},
-        {QMessageBox::Yes, QStringLiteral("是")},     {QMessageBox::No, QStringLiteral("否")},
-        {QMessageBox::Close, QStringLiteral("关闭")}, {QMessageBox::Save, QStringLiteral("保存")},
-        {QMessageBox::Retry, QStringLiteral("重试")}, {QMessageBox::Ignore, QStringLiteral("忽略")},
-        {QMessageBox::Abort, QStringLiteral("中止")}, {QMessageBox::Apply, QStringLiteral("应用")},
-    };
-    for (const auto& entry : texts) {
-        if (QAbstractButton* button = box.button(entry.first)) {
-            button->setText(entry.second);
-        }
-    }
+    CMessageBox::localise(&box);
     if (defaultButton != 0 && box.button(QMessageBox::StandardButton(defaultButton))) {
         box.setDefaultButton(QMessageBox::StandardButton(defaultButton));
     }
@@ -52,6 +41,21 @@ int runBox(QMessageBox::Icon icon, QWidget* parent, const QString& title, const 
 
 }  // namespace
 
+void CMessageBox::localise(QMessageBox* box) {
+    static const QList<QPair<QMessageBox::StandardButton, QString>> texts = {
+        {QMessageBox::Ok, QStringLiteral("确定")},    {QMessageBox::Cancel, QStringLiteral("取消")},
+        {QMessageBox::Yes, QStringLiteral("是")},     {QMessageBox::No, QStringLiteral("否")},
+        {QMessageBox::Close, QStringLiteral("关闭")}, {QMessageBox::Save, QStringLiteral("保存")},
+        {QMessageBox::Retry, QStringLiteral("重试")}, {QMessageBox::Ignore, QStringLiteral("忽略")},
+        {QMessageBox::Abort, QStringLiteral("中止")}, {QMessageBox::Apply, QStringLiteral("应用")},
+    };
+    for (const auto& entry : texts) {
+        if (QAbstractButton* button = box->button(entry.first)) {
+            button->setText(entry.second);
+        }
+    }
+}
+
 int CMessageBox::question(QWidget* parent, const QString& title, const QString& text, int buttons,
                           int defaultButton) {
     return runBox(QMessageBox::Question, parent, title, text, buttons, defaultButton,
@@ -67,6 +71,12 @@ int CMessageBox::information(QWidget* parent, const QString& title, const QStrin
 int CMessageBox::warning(QWidget* parent, const QString& title, const QString& text, int buttons,
                          int defaultButton, bool richText) {
     return runBox(QMessageBox::Warning, parent, title, text, buttons, defaultButton,
+                  richText ? Qt::RichText : Qt::PlainText);
+}
+
+int CMessageBox::critical(QWidget* parent, const QString& title, const QString& text, int buttons,
+                          int defaultButton, bool richText) {
+    return runBox(QMessageBox::Critical, parent, title, text, buttons, defaultButton,
                   richText ? Qt::RichText : Qt::PlainText);
 }
 

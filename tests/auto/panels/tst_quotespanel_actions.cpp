@@ -700,6 +700,9 @@ private slots:
                 QVERIFY(dialog);
                 dialog->userEdit()->setText("edited");
                 dialog->handleEvent(5, 0, 0, QString(), nullptr);
+                // Open under its mask until the answer; the operator leaves it with Esc.
+                QVERIFY(dialog->isVisible());
+                QTest::keyClick(dialog, Qt::Key_Escape);
             });
             panel.deliverEvent(228, 0, 5, QString::number(round), nullptr);
         }
