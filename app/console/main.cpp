@@ -10,7 +10,7 @@
 #include "CConsoleLogging.h"
 #include "CConsoleOptions.h"
 #include "CConsoleWindow.h"
-#include "CEmbeddedAdmin.h"
+#include "CEmbeddedBackends.h"
 #include "CQuotesService.h"
 #include "CRemoteAdmin.h"
 #include "CRemoteSession.h"
@@ -63,7 +63,7 @@ int runEmbedded(QApplication& app, const CConsoleOptions& options, const QString
     if (!service)
         return fail(interactive, error);
     // The embedded console acts for the user chosen in its tool bar.
-    const boost::shared_ptr<CEmbeddedAdmin> admin = CEmbeddedAdmin::forCurrentUser(service);
+    const boost::shared_ptr<CEmbeddedAdmin> admin = CEmbeddedBackends::forCurrentUser(service);
     install(admin);
     int status = 0;
     {

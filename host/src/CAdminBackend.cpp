@@ -4,8 +4,6 @@
 
 namespace Hlx {
 
-IQuotesAdmin::~IQuotesAdmin() = default;
-
 CAdminBackend::CAdminBackend(boost::shared_ptr<IQuotesAdmin> admin) : m_admin(std::move(admin)) {}
 
 void CAdminBackend::query(const CRequestTarget& target, const rkservice::COrinQueryDataReq& request,

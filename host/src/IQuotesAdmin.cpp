@@ -1,0 +1,7 @@
+#include "Hlx/IQuotesAdmin.h"
+
+namespace Hlx {
+
+IQuotesAdmin::~IQuotesAdmin() = default;
+
+}  // namespace Hlx
