@@ -11,6 +11,7 @@ packages=(
   postgresql
   libgrpc++-dev protobuf-compiler-grpc protobuf-compiler libprotobuf-dev libssl-dev libsodium-dev
   fonts-wqy-microhei
+  lintian systemd dpkg-dev file man-db
 )
 
 missing=()
