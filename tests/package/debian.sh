@@ -62,6 +62,22 @@ done < <(find "$root" -type f \( -path '*/bin/*' -o -name '*.so*' \))
 echo "== lintian"
 lintian --fail-on error --tag-display-limit 0 "${debs[@]}" || fail "lintian found errors"
 
+echo "== purge keeps quotesd's data unless asked"
+# postrm run for real on a private /var/lib (a mount namespace of its own), so this machine's
+# stays untouched; needs root.
+if [ "$(id -u)" -eq 0 ]; then
+    dpkg-deb -e "${debs[5]}" "$scratch/control"
+    for ask in no yes; do
+        mkdir -p "$scratch/var-$ask/quotesd"
+        touch "$scratch/var-$ask/quotesd/quotes.db"
+        unshare -m sh -c 'mount --bind "$1" /var/lib && QUOTESD_PURGE_DATA=$2 "$3" purge' \
+            sh "$scratch/var-$ask" "$ask" "$scratch/control/postrm" 2>/dev/null ||
+            fail "postrm purge failed"
+    done
+    [ -e "$scratch/var-no/quotesd/quotes.db" ] || fail "purge removed /var/lib/quotesd unasked"
+    [ ! -e "$scratch/var-yes/quotesd" ] || fail "purge kept /var/lib/quotesd though asked"
+fi
+
 echo "== systemd-analyze verify"
 # The unit names /usr/bin/quotesd, which is in the scratch root, not on this machine. A warning
 # (an unknown key, a bad value) fails the test as an error does.
