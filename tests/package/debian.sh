@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # Builds the Debian packages from a built tree, checks them with lintian, checks quotesd's
-# systemd unit, unpacks them into a scratch root and from there sets up quotesd, serves on a
-# free loopback port and lists the sources with quotesctl.
+# systemd unit and its purge, unpacks them into a scratch root and from there builds a project on
+# the library, sets up quotesd, serves on a free loopback port and lists the sources with quotesctl.
 set -euo pipefail
 build_dir=$(realpath "$1")
+source_dir=$(realpath "$(dirname "$0")/../..")
 scratch=$(mktemp -d)
 server_pid=
 cleanup() {
@@ -89,6 +90,10 @@ sed "s|^ExecStart=/usr/bin/quotesd|ExecStart=$root/usr/bin/quotesd|" \
 verify=$(MANPATH=$root/usr/share/man SYSTEMD_LOG_LEVEL=warning systemd-analyze verify "$verify_dir/quotesd.service" 2>&1) ||
     { echo "$verify" >&2; fail "systemd-analyze verify failed"; }
 ! grep -q 'quotesd.service' <<<"$verify" || { echo "$verify" >&2; fail "the unit has warnings"; }
+
+echo "== find_package(PanelQuotesManage) from the unpacked packages"
+bash "$source_dir/tests/package/consumer.sh" "$root/usr" "$source_dir" "$scratch/consumer" ||
+    fail "a project could not build on the library's packages"
 
 echo "== quotesd and quotesctl from the unpacked packages"
 bin=$root/usr/bin
