@@ -63,16 +63,42 @@ done < <(find "$root" -type f \( -path '*/bin/*' -o -name '*.so*' \))
 echo "== lintian"
 lintian --fail-on error --tag-display-limit 0 "${debs[@]}" || fail "lintian found errors"
 
-echo "== purge keeps quotesd's data unless asked"
-# postrm run for real on a private /var/lib (a mount namespace of its own), so this machine's
-# stays untouched; needs root.
+echo "== quotesd's maintainer scripts: the system user, the data directory, purge"
+# Run for real on copies of /etc and /lib/systemd/system (with the unit, as dpkg would have
+# unpacked it) and a private /var/lib, each mounted in a namespace of its own, so this machine's
+# stay untouched; needs root.
 if [ "$(id -u)" -eq 0 ]; then
     dpkg-deb -e "${debs[5]}" "$scratch/control"
+    # As dpkg runs them: deb-systemd-helper refuses other callers.
+    export DPKG_MAINTSCRIPT_PACKAGE=quotesd
+    maintscript() {
+        local etc=$1 var=$2
+        shift 2
+        unshare -m sh -c 'mount --bind "$1" /etc && mount --bind "$2" /var/lib &&
+            mount --bind "$3" /lib/systemd/system && shift 3 && "$@"' \
+            sh "$etc" "$var" "$scratch/units" "$@"
+    }
+    cp -a /etc "$scratch/etc"
+    cp -a /lib/systemd/system "$scratch/units"
+    cp "$root/lib/systemd/system/quotesd.service" "$scratch/units/"
+    for file in passwd group shadow gshadow; do
+        if [ -e "$scratch/etc/$file" ]; then sed -i '/^quotesd:/d' "$scratch/etc/$file"; fi
+    done
+    mkdir -p "$scratch/var-new"
+    DPKG_MAINTSCRIPT_NAME=postinst maintscript "$scratch/etc" "$scratch/var-new" \
+        "$scratch/control/postinst" configure || fail "postinst configure failed"
+    grep -q '^quotesd:x:[0-9]*:[0-9]*:[^:]*:/var/lib/quotesd:/usr/sbin/nologin$' \
+        "$scratch/etc/passwd" || fail "postinst made no system user quotesd"
+    uid=$(awk -F: '$1 == "quotesd" { print $3 }' "$scratch/etc/passwd")
+    [ "$(stat -c '%u %a' "$scratch/var-new/quotesd")" = "$uid 700" ] ||
+        fail "postinst made no private /var/lib/quotesd of the user quotesd"
+    # The server starts once its data is set up, when the administrator enables it.
+    [ -z "$(find "$scratch/etc/systemd" -name quotesd.service)" ] || fail "postinst enabled quotesd"
     for ask in no yes; do
         mkdir -p "$scratch/var-$ask/quotesd"
         touch "$scratch/var-$ask/quotesd/quotes.db"
-        unshare -m sh -c 'mount --bind "$1" /var/lib && QUOTESD_PURGE_DATA=$2 "$3" purge' \
-            sh "$scratch/var-$ask" "$ask" "$scratch/control/postrm" 2>/dev/null ||
+        QUOTESD_PURGE_DATA=$ask DPKG_MAINTSCRIPT_NAME=postrm maintscript "$scratch/etc" \
+            "$scratch/var-$ask" "$scratch/control/postrm" purge 2>/dev/null ||
             fail "postrm purge failed"
     done
     [ -e "$scratch/var-no/quotesd/quotes.db" ] || fail "purge removed /var/lib/quotesd unasked"
