@@ -15,6 +15,7 @@ packages=(
   clang libclang-rt-14-dev
   qttranslations5-l10n
   xvfb openbox x11-utils
+  lintian systemd dpkg-dev file man-db
 )
 
 missing=()

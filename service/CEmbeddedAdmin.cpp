@@ -3,8 +3,6 @@
 #include <boost/make_shared.hpp>
 
 #include "CQuotesService.h"
-#include "Hlx/CAdminBackend.h"
-#include "Hlx/CUserManager.h"
 
 namespace {
 
@@ -23,26 +21,6 @@ boost::shared_ptr<CEmbeddedAdmin> CEmbeddedAdmin::asOwner(
     boost::shared_ptr<CQuotesService> service) {
     return boost::shared_ptr<CEmbeddedAdmin>(
         new CEmbeddedAdmin(std::move(service), [] { return CCaller::owner(); }));
-}
-
-boost::shared_ptr<CEmbeddedAdmin> CEmbeddedAdmin::forCurrentUser(
-    boost::shared_ptr<CQuotesService> service) {
-    return boost::shared_ptr<CEmbeddedAdmin>(new CEmbeddedAdmin(std::move(service), [] {
-        const rkservice::CUserInfoPtr user = Hlx::CUserManager::instance()->getUserInfoPtr();
-        return user ? CCaller::user(*user) : CCaller::user(std::string(), {});
-    }));
-}
-
-boost::shared_ptr<Hlx::IDataServiceBackend> CEmbeddedAdmin::backendAsOwner(
-    boost::shared_ptr<CQuotesService> service) {
-    return boost::shared_ptr<Hlx::IDataServiceBackend>(
-        new Hlx::CAdminBackend(asOwner(std::move(service))));
-}
-
-boost::shared_ptr<Hlx::IDataServiceBackend> CEmbeddedAdmin::backendForCurrentUser(
-    boost::shared_ptr<CQuotesService> service) {
-    return boost::shared_ptr<Hlx::IDataServiceBackend>(
-        new Hlx::CAdminBackend(forCurrentUser(std::move(service))));
 }
 
 utils::RKError CEmbeddedAdmin::query(const Hlx::CRequestTarget& target,

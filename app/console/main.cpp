@@ -16,6 +16,7 @@
 #include "CDatabaseUrl.h"
 #include "CDemoData.h"
 #include "CEmbeddedAdmin.h"
+#include "CEmbeddedBackends.h"
 #include "CQuotesService.h"
 #include "CRemoteAdmin.h"
 #include "CRemoteSession.h"
@@ -73,7 +74,7 @@ int runEmbedded(QApplication& app, const CConsoleOptions& options, const QString
     if (fillDemo && !CDemoData::fill(*service, &error))
         return fail(interactive, QStringLiteral("示例数据: %1").arg(error));
     // The embedded console acts for the user chosen in its tool bar.
-    const boost::shared_ptr<CEmbeddedAdmin> admin = CEmbeddedAdmin::forCurrentUser(service);
+    const boost::shared_ptr<CEmbeddedAdmin> admin = CEmbeddedBackends::forCurrentUser(service);
     install(admin);
     int status = 0;
     {

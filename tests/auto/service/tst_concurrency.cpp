@@ -76,7 +76,7 @@ private slots:
         QString error;
         auto service = CQuotesService::open(options, &error);
         QVERIFY2(service, qPrintable(error));
-        Hlx::COrinClientCenter::instance()->setBackend(CEmbeddedAdmin::backendAsOwner(service));
+        Hlx::COrinClientCenter::instance()->setBackend(CEmbeddedBackends::backendAsOwner(service));
 
         const int kThreads = 8;
         const int kOperations = 240;

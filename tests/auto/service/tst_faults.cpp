@@ -75,7 +75,7 @@ private:
         return service;
     }
     void install(const boost::shared_ptr<CQuotesService>& service) {
-        Hlx::COrinClientCenter::instance()->setBackend(CEmbeddedAdmin::backendAsOwner(service));
+        Hlx::COrinClientCenter::instance()->setBackend(CEmbeddedBackends::backendAsOwner(service));
     }
     void uninstall() {
         QVERIFY(Hlx::COrinClientCenter::instance()->waitForIdle());
