@@ -10,25 +10,13 @@
 #include <atomic>
 #include <cerrno>
 
+#include "CPrivateFile.h"
 #include "CServiceError.h"
 
 namespace {
 
 std::string name(const QString& path) {
     return QDir::toNativeSeparators(path).toStdString();
-}
-
-bool writeAll(int fd, const QByteArray& bytes) {
-    qint64 done = 0;
-    while (done < bytes.size()) {
-        const ssize_t n = ::write(fd, bytes.constData() + done, size_t(bytes.size() - done));
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            return false;
-        done += n;
-    }
-    return ::fsync(fd) == 0;
 }
 
 void makeDirectory(const QString& dir) {
@@ -80,7 +68,8 @@ bool CSecretKeyFile::place(const QString& path, const CSecretBox& box, bool repl
     const int fd = ::open(native.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
     if (fd < 0)
         throw CServiceError("无法写入密钥文件: " + name(path));
-    const bool written = writeAll(fd, box.key().toBase64() + '\n');
+    const bool written =
+        CPrivateFile::writeAll(fd, box.key().toBase64() + '\n') && ::fsync(fd) == 0;
     ::close(fd);
     // rename replaces; link fails with EEXIST when the file exists already.
     const int placed = !written  ? -1
