@@ -5,16 +5,15 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <QTest>
 #include <chrono>
 #include <cstdio>
-#include <thread>
 #include <vector>
 
 namespace {
 
 const int kFirstDisplay = 90;
 const int kDisplaysTried = 100;
-const auto kPoll = std::chrono::milliseconds(20);
 const auto kStartTimeout = std::chrono::seconds(15);
 
 bool exists(const std::string& path) {
@@ -55,18 +54,17 @@ void terminate(pid_t* pid) {
     *pid = -1;
 }
 
-// Polls until ready() holds, the process has gone, or the time is up.
+// Waits until ready() holds, the process has gone, or the time is up.
 template <typename Ready>
 bool waitFor(pid_t pid, Ready ready) {
-    const auto deadline = std::chrono::steady_clock::now() + kStartTimeout;
-    while (std::chrono::steady_clock::now() < deadline) {
-        if (ready())
-            return true;
-        if (hasExited(pid))
-            return false;
-        std::this_thread::sleep_for(kPoll);
-    }
-    return false;
+    bool isReady = false;
+    const bool settled = QTest::qWaitFor(
+        [&] {
+            isReady = ready();
+            return isReady || hasExited(pid);
+        },
+        int(std::chrono::milliseconds(kStartTimeout).count()));
+    return settled && isReady;
 }
 
 }  // namespace
