@@ -57,7 +57,7 @@ for file in usr/bin/quotesd usr/bin/quotesctl usr/bin/quotes-console usr/share/m
     [ -e "$root/$file" ] || fail "no $file in the packages"
 done
 while IFS= read -r elf; do
-    ! file -L "$elf" | grep -q 'not stripped' || fail "${elf#"$root"} is not stripped"
+    ! grep -q 'not stripped' <<<"$(file -L "$elf")" || fail "${elf#"$root"} is not stripped"
 done < <(find "$root" -type f \( -path '*/bin/*' -o -name '*.so*' \))
 
 echo "== lintian"
@@ -123,7 +123,9 @@ bash "$source_dir/tests/package/consumer.sh" "$root/usr" "$source_dir" "$scratch
 
 echo "== quotesd and quotesctl from the unpacked packages"
 bin=$root/usr/bin
-ldd "$bin/quotesd" | grep -q "libQuotesHostCore.so.1 => $root/" ||
+# Read whole before matching: with pipefail, grep -q leaving early would fail ldd on SIGPIPE.
+linked=$(ldd "$bin/quotesd")
+grep -q "libQuotesHostCore.so.1 => $root/" <<<"$linked" ||
     fail "quotesd does not load its library from the package"
 as_server=()
 data=$scratch/data
@@ -139,7 +141,7 @@ printf '%s\n' "$password" | "${as_server[@]}" "$bin/quotesd" init --data "$data"
 port_in_use() {
     local hex
     hex=$(printf ':%04X ' "$1")
-    cat /proc/net/tcp /proc/net/tcp6 2>/dev/null | grep -qi "$hex"
+    grep -qi "$hex" /proc/net/tcp /proc/net/tcp6 2>/dev/null
 }
 port=$((20000 + RANDOM % 20000))
 while port_in_use $port; do port=$((port + 1)); done
