@@ -79,6 +79,17 @@ class TestStockDialog : public QObject {
     Q_OBJECT
 
 private:
+    // A filled stock dialog, shown and submitted, its answer held by the backend.
+    void submitHeld(EventSink* sink, CSetStockQuotesDialog** opened) {
+        m_backend->setHolding(true);
+        auto* dialog = new CSetStockQuotesDialog(2, sink, false);
+        fillValid(dialog);
+        dialog->show();
+        QVERIFY(dialog->handleEvent(5, 0, 0, QString(), nullptr));
+        QTRY_COMPARE(m_backend->heldCount(), 1);
+        *opened = dialog;
+    }
+
     boost::shared_ptr<ScriptedBackend> m_backend;
     ServerMessages m_messages;
 
@@ -952,13 +963,10 @@ private slots:
     }
 
     void oneSubmissionAtATime() {
-        m_backend->setHolding(true);
         EventSink sink;
-        auto* dialog = new CSetStockQuotesDialog(2, &sink, false);
-        fillValid(dialog);
-        dialog->show();
-        QVERIFY(dialog->handleEvent(5, 0, 0, QString(), nullptr));
-        QTRY_COMPARE(m_backend->heldCount(), 1);
+        CSetStockQuotesDialog* dialog = nullptr;
+        submitHeld(&sink, &dialog);
+        QVERIFY(dialog);
         // Pressed again while the first is out (the button keeps the keyboard focus).
         QVERIFY(dialog->handleEvent(5, 0, 0, QString(), nullptr));
         // A request counts as pending from the moment it is posted.
@@ -974,13 +982,10 @@ private slots:
     }
 
     void closedAndOpenedAgainWhileItsAnswerIsOut() {
-        m_backend->setHolding(true);
         EventSink sink;
-        auto* dialog = new CSetStockQuotesDialog(2, &sink, false);
-        fillValid(dialog);
-        dialog->show();
-        QVERIFY(dialog->handleEvent(5, 0, 0, QString(), nullptr));
-        QTRY_COMPARE(m_backend->heldCount(), 1);
+        CSetStockQuotesDialog* dialog = nullptr;
+        submitHeld(&sink, &dialog);
+        QVERIFY(dialog);
         // The operator leaves it with Esc, opens it again and submits anew.
         QTest::keyClick(dialog, Qt::Key_Escape);
         QVERIFY(!dialog->isVisible());
