@@ -8,6 +8,7 @@
 #include <QJsonObject>
 #include <boost/make_shared.hpp>
 
+#include "CAuditCommand.h"
 #include "CDataTransfer.h"
 #include "CEmbeddedAdmin.h"
 #include "CQuotesService.h"
@@ -104,6 +105,11 @@ QString CQuotesCtl::helpText() {
                "  accounts rights NAME --rights LIST\n"
                "      Replace an account's rights (comma-separated numbers; empty for none).\n"
                "      The account commands need the administrator right (90002).\n"
+               "  audit [--since T] [--until T] [--login NAME] [--action A] [--json]\n"
+               "      The audit trail, newest first (times ISO-8601; without an offset local).\n"
+               "  audit prune --before DATE\n"
+               "      Remove the audit entries older than DATE (the prune itself is recorded).\n"
+               "      Both audit commands need the administrator right (90002).\n"
                "  ping [--json]\n"
                "      The data service's version, database and uptime.\n"
                "\n"
@@ -254,7 +260,8 @@ int CQuotesCtl::run(const QStringList& arguments) {
                                            QStringLiteral("subsystems"), QStringLiteral("users"),
                                            QStringLiteral("accounts")};
     static const QStringList single = {QStringLiteral("export"), QStringLiteral("import"),
-                                       QStringLiteral("integrity"), QStringLiteral("ping")};
+                                       QStringLiteral("integrity"), QStringLiteral("ping"),
+                                       QStringLiteral("audit")};
     if (!withAction.contains(command) && !single.contains(command))
         return usage(QStringLiteral("unknown command \"%1\"").arg(command));
     QString action;
@@ -316,6 +323,13 @@ int CQuotesCtl::run(const QStringList& arguments) {
             m_positional.prepend(action);
             handler = &CQuotesCtl::accounts;
         }
+    } else if (command == QLatin1String("audit")) {
+        parsed =
+            parseOptions(rest,
+                         {QStringLiteral("since"), QStringLiteral("until"), QStringLiteral("login"),
+                          QStringLiteral("action"), QStringLiteral("before")},
+                         json);
+        handler = &CQuotesCtl::audit;
     } else if (command == QLatin1String("ping")) {
         parsed = parseOptions(rest, {}, json);
         handler = &CQuotesCtl::ping;
@@ -333,7 +347,7 @@ int CQuotesCtl::run(const QStringList& arguments) {
     const bool takesPositional =
         handler == &CQuotesCtl::sourcesModify || handler == &CQuotesCtl::sourcesDelete ||
         handler == &CQuotesCtl::token || handler == &CQuotesCtl::importAll ||
-        handler == &CQuotesCtl::accounts;
+        handler == &CQuotesCtl::accounts || handler == &CQuotesCtl::audit;
     if (!takesPositional && !m_positional.isEmpty())
         return usage(QStringLiteral("unexpected argument \"%1\"").arg(m_positional.front()));
     if (handler == &CQuotesCtl::importAll && m_positional.size() != 1)
@@ -342,6 +356,19 @@ int CQuotesCtl::run(const QStringList& arguments) {
         return usage(QStringLiteral("sources modify needs one ID"));
     if (handler == &CQuotesCtl::sourcesDelete && m_positional.isEmpty())
         return usage(QStringLiteral("sources delete needs at least one ID"));
+    if (handler == &CQuotesCtl::audit) {
+        const bool prune = m_positional == QStringList{QStringLiteral("prune")};
+        if (!prune && !m_positional.isEmpty())
+            return usage(QStringLiteral("unexpected argument \"%1\"").arg(m_positional.front()));
+        if (prune != bool(m_options.count(QStringLiteral("before"))))
+            return usage(
+                QStringLiteral("--before goes with audit prune, and audit prune needs it"));
+        long long ignored = 0;
+        for (const char* name : {"since", "until", "before"}) {
+            if (!timeOption(QLatin1String(name), &ignored))
+                return usage(QStringLiteral("option --%1 needs an ISO-8601 time").arg(name));
+        }
+    }
     if (handler == &CQuotesCtl::accounts) {
         const QString problem = checkAccountsCommand(action);
         if (!problem.isEmpty())
@@ -917,5 +944,42 @@ int CQuotesCtl::accountsList() {
         printTable({QStringLiteral("NAME"), QStringLiteral("SYSTEM_ID"), QStringLiteral("ENABLED"),
                     QStringLiteral("RIGHTS")},
                    rows);
+    return kOk;
+}
+
+bool CQuotesCtl::timeOption(const QString& name, long long* ms) const {
+    const auto it = m_options.find(name);
+    *ms = 0;
+    return it == m_options.end() || CAuditCommand::parseTime(it->second, ms);
+}
+
+int CQuotesCtl::audit() {
+    if (!m_positional.isEmpty()) {
+        long long before = 0;
+        timeOption(QStringLiteral("before"), &before);
+        int removed = 0;
+        const utils::RKError error = m_admin->pruneAudit(before, &removed);
+        if (!error.isSuccess())
+            return refused(QString::fromStdString(error.errorMsg()));
+        print(QStringLiteral("%1\n").arg(removed));
+        return kOk;
+    }
+    Hlx::CAuditFilter filter;
+    timeOption(QStringLiteral("since"), &filter.sinceMs);
+    timeOption(QStringLiteral("until"), &filter.untilMs);
+    const auto login = m_options.find(QStringLiteral("login"));
+    if (login != m_options.end())
+        filter.account = login->second.toStdString();
+    const auto action = m_options.find(QStringLiteral("action"));
+    if (action != m_options.end())
+        filter.action = action->second.toStdString();
+    std::vector<Hlx::CAuditEntry> entries;
+    const utils::RKError error = m_admin->auditEntries(filter, &entries);
+    if (!error.isSuccess())
+        return refused(QString::fromStdString(error.errorMsg()));
+    if (m_options.count(QStringLiteral("json")))
+        printJson(CAuditCommand::toJson(entries));
+    else
+        printTable(CAuditCommand::header(), CAuditCommand::rows(entries));
     return kOk;
 }
