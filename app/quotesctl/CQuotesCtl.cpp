@@ -1,6 +1,7 @@
 #include "CQuotesCtl.h"
 
 #include <cstdio>
+#include <limits>
 
 #include <QFile>
 #include <QJsonArray>
@@ -87,8 +88,9 @@ QString CQuotesCtl::helpText() {
                "      Sub-systems, the default first.\n"
                "  users list [--json]\n"
                "      Users with their rights.\n"
-               "  export\n"
-               "      Write everything as one JSON document to standard output.\n"
+               "  export [--with-audit]\n"
+               "      Write everything as one JSON document to standard output (with the audit\n"
+               "      trail under \"audit\" when asked; import passes over it).\n"
                "  import FILE\n"
                "      Replace everything with a document written by export (FILE - reads standard\n"
                "      input). The whole document is checked first; nothing changes if any of it is "
@@ -334,7 +336,10 @@ int CQuotesCtl::run(const QStringList& arguments) {
         parsed = parseOptions(rest, {}, json);
         handler = &CQuotesCtl::ping;
     } else {
-        parsed = parseOptions(rest, {}, {});
+        parsed = parseOptions(rest, {},
+                              command == QLatin1String("export")
+                                  ? QStringList{QStringLiteral("with-audit")}
+                                  : QStringList());
         handler = command == QLatin1String("export")   ? &CQuotesCtl::exportAll
                   : command == QLatin1String("import") ? &CQuotesCtl::importAll
                                                        : &CQuotesCtl::integrity;
@@ -801,6 +806,16 @@ int CQuotesCtl::exportAll() {
     const utils::RKError error = m_admin->exportDocument(&document);
     if (!error.isSuccess())
         return refused(QString::fromStdString(error.errorMsg()));
+    if (m_options.count(QStringLiteral("with-audit"))) {
+        Hlx::CAuditFilter everything;
+        everything.limit = std::numeric_limits<int>::max();
+        std::vector<Hlx::CAuditEntry> entries;
+        const utils::RKError read = m_admin->auditEntries(everything, &entries);
+        if (!read.isSuccess())
+            return refused(QString::fromStdString(read.errorMsg()));
+        // For the record only: import passes over it and leaves the trail as it is.
+        document.insert(QStringLiteral("audit"), CAuditCommand::toJson(entries));
+    }
     printJson(document);
     return kOk;
 }

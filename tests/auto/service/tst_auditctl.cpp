@@ -128,6 +128,36 @@ private slots:
         QCOMPARE(left[0].toObject().value("summary").toObject().value("removed").toInt(), 2);
     }
 
+    void exportWithAuditAndImportLeaveTheTrailAlone() {
+        QCOMPARE(run({"token", "set", "CtlToken44"}).code, 0);
+        const Run plain = run({"export"});
+        QCOMPARE(plain.code, 0);
+        QVERIFY(!QJsonDocument::fromJson(plain.out).object().contains("audit"));
+        const Run with = run({"export", "--with-audit"});
+        QCOMPARE(with.code, 0);
+        const QJsonArray exported =
+            QJsonDocument::fromJson(with.out).object().value("audit").toArray();
+        QCOMPARE(exported.size(), 1);
+        QVERIFY(!QJsonDocument(exported).toJson().contains("CtlToken44"));
+        QCOMPARE(audit().size(), 1);
+
+        // Importing a document whose trail says otherwise changes nothing of the trail but
+        // the import's own entry.
+        QJsonObject document = QJsonDocument::fromJson(with.out).object();
+        QJsonArray forged;
+        forged.append(QJsonObject{{"id", 999}, {"action", "delete"}});
+        document.insert("audit", forged);
+        QTemporaryFile file;
+        QVERIFY(file.open());
+        file.write(QJsonDocument(document).toJson());
+        file.close();
+        QCOMPARE(run({"import", file.fileName()}).code, 0);
+        const QJsonArray after = audit();
+        QCOMPARE(after.size(), 2);
+        QCOMPARE(after[0].toObject().value("action").toString(), QStringLiteral("import"));
+        QCOMPARE(after[1].toObject().value("id"), exported[0].toObject().value("id"));
+    }
+
     void badCommandLines() {
         QCOMPARE(run({"audit", "prune"}).code, 2);
         QCOMPARE(run({"audit", "--before", "2020-01-01"}).code, 2);
