@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "BenchRegistry.h"
+#include "BenchService.h"
 #include "BenchSources.h"
 #include "CAuditTrail.h"
 #include "CCaller.h"
@@ -20,11 +21,7 @@ boost::shared_ptr<CQuotesService> openService(const QString& dir, bool audit) {
     CServiceOptions options;
     options.dataDir = dir;
     options.auditTrail = audit;
-    QString error;
-    auto service = CQuotesService::open(options, &error);
-    if (!service)
-        std::fprintf(stderr, "audit bench: %s\n", error.toUtf8().constData());
-    return service;
+    return openBenchService(options);
 }
 
 // Single adds per second, each its own request and transaction, as an operator makes them.

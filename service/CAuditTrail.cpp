@@ -87,7 +87,7 @@ void CAuditTrail::refused(const CCaller& caller, Entry entry, const std::string&
     entry.details.clear();
     try {
         m_database.transact(true, [&](QSqlDatabase& db) { write(db, caller, entry); });
-    } catch (const CServiceError& e) {
+    } catch (const std::exception& e) {
         qWarning("audit trail: a refusal could not be recorded: %s", e.what());
     }
 }

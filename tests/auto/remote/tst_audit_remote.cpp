@@ -5,11 +5,11 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QProcess>
 #include <QTemporaryDir>
 #include <QtTest>
 
 #include "CRemoteAdmin.h"
+#include "QuotesctlRun.h"
 #include "QuotesdProcess.h"
 #include "RecordBuilders.h"
 #include "rkservice/DataTypeIds.h"
@@ -63,17 +63,14 @@ class TestAuditRemote : public QObject {
         ca.open(QIODevice::WriteOnly);
         ca.write(m_server.certificatePem());
         ca.close();
-        QProcess process;
-        process.start(
+        const QuotesctlRun run = QuotesctlRun::start(
             qEnvironmentVariable("QUOTES_BINARY_DIR") + QStringLiteral("/bin/quotesctl"),
             QStringList{QStringLiteral("--server"), m_server.address(), QStringLiteral("--ca"),
                         ca.fileName(), QStringLiteral("--login"), QStringLiteral("admin"),
                         QStringLiteral("--login-password-file"), password.fileName()} +
                 arguments);
-        if (!process.waitForFinished(60000))
-            process.kill();
-        *code = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
-        return process.readAllStandardOutput();
+        *code = run.code;
+        return run.out;
     }
 
 private slots:

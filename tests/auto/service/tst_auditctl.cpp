@@ -11,28 +11,19 @@
 #include <QProcess>
 #include <QtTest>
 
+#include "QuotesctlRun.h"
+
 class TestAuditctl : public QObject {
     Q_OBJECT
 
     QString m_program;
     QTemporaryDir* m_dir = nullptr;
 
-    struct Run {
-        int code = -1;
-        QByteArray out;
-        QByteArray err;
-    };
+    using Run = QuotesctlRun;
 
     Run run(const QStringList& arguments) {
-        QProcess process;
-        process.start(m_program, QStringList{QStringLiteral("--data"), m_dir->path()} + arguments);
-        Run result;
-        if (!process.waitForFinished(60000))
-            process.kill();
-        result.code = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
-        result.out = process.readAllStandardOutput();
-        result.err = process.readAllStandardError();
-        return result;
+        return Run::start(m_program,
+                          QStringList{QStringLiteral("--data"), m_dir->path()} + arguments);
     }
 
     QJsonArray audit(const QStringList& filters = QStringList()) {
