@@ -618,7 +618,7 @@ private slots:
         m_database = openDatabase();
         {
             QSqlDatabase probe = m_database->connection();
-            QCOMPARE(CSchema::version(*m_database, probe), 3);
+            QCOMPARE(CSchema::version(*m_database, probe), CSchema::currentVersion());
         }
         CAccountStore store(*m_database);
         const CAccount old = store.account(QStringLiteral("old"));

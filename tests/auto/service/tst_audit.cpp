@@ -12,8 +12,11 @@
 
 #include "CAccountStore.h"
 #include "CCaller.h"
+#include "CDatabase.h"
 #include "CEmbeddedAdmin.h"
 #include "CQuotesService.h"
+#include "CSchema.h"
+#include "CSeedData.h"
 #include "RecordBuilders.h"
 #include "rkservice/CGlobalFeaturePermissionInfo.h"
 #include "rkservice/DataTypeIds.h"
@@ -121,6 +124,32 @@ private slots:
         m_owner.reset();
         m_service.reset();
         delete m_dir;
+    }
+
+    // A database of the version before the trail gains it on opening and records from then on.
+    void olderDatabaseGainsTheTrail() {
+        cleanup();
+        m_dir = new QTemporaryDir;
+        CServiceOptions options;
+        options.dataDir = m_dir->path();
+        QString error;
+        {
+            std::unique_ptr<CDatabase> database = CDatabase::create(options, &error);
+            QVERIFY2(database, qPrintable(error));
+            database->transact(true, [&](QSqlDatabase& db) {
+                CSchema::migrate(*database, db, 0, CSchema::currentVersion() - 1);
+                CSeedData::seed(*database, db);
+            });
+            database->dropConnection();
+        }
+        m_service = CQuotesService::open(options, &error);
+        QVERIFY2(m_service, qPrintable(error));
+        m_owner = CEmbeddedAdmin::asOwner(m_service);
+        QCOMPARE(int(entries().size()), 0);
+        QVERIFY(operate(*m_owner, rkservice::kDataQuoteSources, rkservice::kOperateAdd,
+                        {stockSource(9001)})
+                    .isSuccess());
+        QCOMPARE(int(entries().size()), 1);
     }
 
     void sourceChangesMakeOneEntryWithDetailRows() {
