@@ -28,7 +28,7 @@ public:
     // Runs a batch on the leader's thread and sets the error of each job that failed.
     using BatchRunner = std::function<void(const std::vector<Job*>&)>;
 
-    static const std::size_t kMaxBatch = 64;
+    static constexpr std::size_t kMaxBatch = 64;
 
     // Returns once work is committed; rethrows its error (or the batch's) otherwise.
     void run(const Work& work, const BatchRunner& runBatch);

@@ -120,7 +120,7 @@ protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
-    static const int kMeasuredRows = 1000;
+    static constexpr int kMeasuredRows = 1000;
     int textColumnWidth(int columnId) const;
     void applyColumnVisibility(int columnId);
     void reapplyColumnState();
