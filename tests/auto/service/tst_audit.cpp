@@ -17,6 +17,7 @@
 #include "CQuotesService.h"
 #include "CSchema.h"
 #include "CSeedData.h"
+#include "PostgresCluster.h"
 #include "RecordBuilders.h"
 #include "rkservice/CGlobalFeaturePermissionInfo.h"
 #include "rkservice/DataTypeIds.h"
@@ -41,6 +42,15 @@ rkservice::COrinQuoterSourceInfoPtr stockSource(int port) {
 class TestAudit : public QObject {
     Q_OBJECT
 
+public:
+    // On SQLite files, or on databases of the cluster when one is given.
+    explicit TestAudit(PostgresCluster* postgres = nullptr, QString postgresDown = QString())
+        : m_postgres(postgres), m_postgresDown(postgresDown) {}
+
+private:
+    PostgresCluster* m_postgres;
+    QString m_postgresDown;
+    int m_databases = 0;
     QTemporaryDir* m_dir = nullptr;
     boost::shared_ptr<CQuotesService> m_service;
     boost::shared_ptr<CEmbeddedAdmin> m_owner;
@@ -88,15 +98,10 @@ class TestAudit : public QObject {
         return after.front();
     }
 
-    // Every text the trail's tables hold, read from the file by a connection of its own.
+    // Every text the trail's tables hold, as the database has it.
     QString storedText() {
         QString all;
-        {
-            QSqlDatabase db =
-                QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), QStringLiteral("audit-probe"));
-            db.setDatabaseName(m_service->databaseFile());
-            if (!db.open())
-                return QString();
+        m_service->database().transact(false, [&](QSqlDatabase& db) {
             for (const char* table : {"audit_entries", "audit_details"}) {
                 QSqlQuery query(db);
                 query.exec(QStringLiteral("SELECT * FROM %1").arg(QLatin1String(table)));
@@ -104,16 +109,36 @@ class TestAudit : public QObject {
                     for (int i = 0; i < query.record().count(); ++i)
                         all += query.value(i).toString() + QLatin1Char('|');
             }
-        }
-        QSqlDatabase::removeDatabase(QStringLiteral("audit-probe"));
+        });
         return all;
     }
 
-private slots:
-    void init() {
+    // A new empty database for the next test.
+    CServiceOptions freshOptions() {
+        delete m_dir;
         m_dir = new QTemporaryDir;
         CServiceOptions options;
         options.dataDir = m_dir->path();
+        if (m_postgres) {
+            const QString name = QStringLiteral("audit_%1").arg(++m_databases);
+            if (!m_postgres->createDatabase(name))
+                qWarning("cannot create database %s", qPrintable(name));
+            options.dbUrl = m_postgres->url(name);
+        }
+        return options;
+    }
+
+private slots:
+    void initTestCase() {
+        if (m_postgres && !m_postgresDown.isEmpty()) {
+            if (qEnvironmentVariable("CI") == QLatin1String("true"))
+                QFAIL(qPrintable(m_postgresDown));
+            QSKIP(qPrintable(m_postgresDown));
+        }
+    }
+
+    void init() {
+        const CServiceOptions options = freshOptions();
         QString error;
         m_service = CQuotesService::open(options, &error);
         QVERIFY2(m_service, qPrintable(error));
@@ -124,14 +149,13 @@ private slots:
         m_owner.reset();
         m_service.reset();
         delete m_dir;
+        m_dir = nullptr;
     }
 
     // A database of the version before the trail gains it on opening and records from then on.
     void olderDatabaseGainsTheTrail() {
         cleanup();
-        m_dir = new QTemporaryDir;
-        CServiceOptions options;
-        options.dataDir = m_dir->path();
+        const CServiceOptions options = freshOptions();
         QString error;
         {
             std::unique_ptr<CDatabase> database = CDatabase::create(options, &error);
@@ -436,5 +460,24 @@ private slots:
     }
 };
 
-QTEST_GUILESS_MAIN(TestAudit)
+class TestAuditPostgres : public TestAudit {
+    Q_OBJECT
+
+public:
+    TestAuditPostgres(PostgresCluster* postgres, const QString& down) : TestAudit(postgres, down) {}
+};
+
+int main(int argc, char** argv) {
+    QCoreApplication app(argc, argv);
+    int status = 0;
+    {
+        TestAudit onSqlite;
+        status |= QTest::qExec(&onSqlite, argc, argv);
+    }
+    PostgresCluster postgres;
+    const QString down = postgres.start();
+    TestAuditPostgres onPostgres(&postgres, down);
+    status |= QTest::qExec(&onPostgres, argc, argv);
+    return status;
+}
 #include "tst_audit.moc"
