@@ -10,7 +10,7 @@
 #include <boost/make_shared.hpp>
 
 #include "BenchRegistry.h"
-#include "CEmbeddedAdmin.h"
+#include "CEmbeddedBackends.h"
 #include "CQuotesService.h"
 #include "Hlx/COrinClientCenter.h"
 #include "Hlx/CUserManager.h"
@@ -160,7 +160,7 @@ void runColdLoad() {
     const auto service = CQuotesService::open(options, &error);
     if (!service)
         return;
-    Hlx::COrinClientCenter::instance()->setBackend(CEmbeddedAdmin::backendAsOwner(service));
+    Hlx::COrinClientCenter::instance()->setBackend(CEmbeddedBackends::backendAsOwner(service));
     {
         Hlx::CStockQuotesManagePanel panel(nullptr);
         panel.resize(1100, 600);
@@ -191,7 +191,7 @@ void runLoadBench() {
             return;
         if (count == 100000)
             reportColdLoad(dir.path());
-        Hlx::COrinClientCenter::instance()->setBackend(CEmbeddedAdmin::backendAsOwner(service));
+        Hlx::COrinClientCenter::instance()->setBackend(CEmbeddedBackends::backendAsOwner(service));
         {
             Hlx::CStockQuotesManagePanel panel(nullptr);
             panel.resize(1100, 600);

@@ -12,7 +12,7 @@
 #include "BenchRegistry.h"
 #include "BenchService.h"
 #include "BenchSources.h"
-#include "CEmbeddedAdmin.h"
+#include "CEmbeddedBackends.h"
 #include "CQuotesService.h"
 #include "Hlx/COrinClientCenter.h"
 #include "rkservice/COrinQuoterSourceInfo.h"
@@ -65,7 +65,7 @@ void runServiceBench() {
         auto service = openService(dir.path(), true);
         if (!service)
             return;
-        centre->setBackend(CEmbeddedAdmin::backendAsOwner(service));
+        centre->setBackend(CEmbeddedBackends::backendAsOwner(service));
 
         // Adds under WAL with synchronous=FULL, the service's setting.
         benchReport("service_add_single_per_s", addRate(1, 200, 0), "sources/s");
@@ -116,7 +116,7 @@ void runServiceBench() {
         auto service = openService(dir.path(), false);
         if (!service)
             return;
-        centre->setBackend(CEmbeddedAdmin::backendAsOwner(service));
+        centre->setBackend(CEmbeddedBackends::backendAsOwner(service));
         benchReport("service_add_single_normal_per_s", addRate(1, 200, 0), "sources/s");
         centre->waitForIdle();
         centre->setBackend(nullptr);

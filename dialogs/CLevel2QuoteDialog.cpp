@@ -11,13 +11,23 @@
 namespace Hlx {
 
 CLevel2QuoteDialog::CLevel2QuoteDialog(QWidget* parent)
-    : Zu::CCommonDialog(nullptr), m_tokenEdit(nullptr) {
+    : Zu::CCommonDialog(nullptr), m_tokenEdit(nullptr), m_anchor(parent) {
     // Owned by no widget, whatever the caller passes: the caller deletes it.
-    Q_UNUSED(parent);
     createUi();
 }
 
 CLevel2QuoteDialog::~CLevel2QuoteDialog() = default;
+
+void CLevel2QuoteDialog::showEvent(QShowEvent* event) {
+    // A parentless dialog would open wherever the window system puts it, often far from the
+    // panel that asked for it.
+    if (m_anchor) {
+        QRect frame = frameGeometry();
+        frame.moveCenter(m_anchor->window()->frameGeometry().center());
+        move(frame.topLeft());
+    }
+    Zu::CCommonDialog::showEvent(event);
+}
 
 void CLevel2QuoteDialog::createUi() {
     setTitle(QStringLiteral("添加Level-2行情源token"));
@@ -39,6 +49,8 @@ void CLevel2QuoteDialog::createUi() {
         QRegExp(QStringLiteral("^[a-zA-Z0-9]{0,100}$"), Qt::CaseSensitive, QRegExp::RegExp),
         m_tokenEdit));
     tokenRow->addWidget(m_tokenEdit);
+    // The label keeps its own width; the slack goes after the input, inside the dialog.
+    tokenRow->addStretch(1);
     outer->addWidget(tokenRow, 0, Zu::CWidgetList::AnchorFill);
 
     auto* buttons = new Zu::CWidgetList(outer, Qt::Horizontal);

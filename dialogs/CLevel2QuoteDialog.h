@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QPointer>
 #include <QString>
 
 #include "Zu/CCommonDialog.h"
@@ -16,7 +17,8 @@ class PANELQUOTESMANAGE_EXPORT CLevel2QuoteDialog : public Zu::CCommonDialog {
 public:
     enum ButtonId { CloseButton = 0, OkButton = 1 };
 
-    // The parent is ignored on purpose.
+    // Not a parent, on purpose: the dialog belongs to no widget. It only opens centred over
+    // the window of the widget given.
     explicit CLevel2QuoteDialog(QWidget* parent);
     ~CLevel2QuoteDialog() override;
 
@@ -30,9 +32,11 @@ public:
 
 protected:
     void createUi();
+    void showEvent(QShowEvent* event) override;
 
 private:
     CSafeLineEdit* m_tokenEdit;
+    QPointer<QWidget> m_anchor;
 };
 
 }  // namespace Hlx

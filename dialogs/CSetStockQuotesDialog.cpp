@@ -1,5 +1,6 @@
 #include "dialogs/CSetStockQuotesDialog.h"
 
+#include <QHideEvent>
 #include <QPointer>
 #include <QRegExp>
 #include <QVariant>
@@ -18,6 +19,7 @@
 #include "Zu/CWidgetList.h"
 #include "Zu/StringConvert.h"
 #include "model/CFanOutTable.h"
+#include "model/CFieldLimits.h"
 #include "model/CPlatformTable.h"
 #include "model/CRequestFactory.h"
 #include "model/CRequestRouter.h"
@@ -33,7 +35,10 @@ namespace {
 const int kTipPlacement = 65;
 const int kTipStyle = 2;
 const int kTipLevel = 2;
-const int kTipMs = 300;
+// Long enough to be read; the tip then stays until the field is edited.
+const int kTipMinimumMs = 3000;
+const int kPortMin = 1;
+const int kPortMax = 65535;
 
 const int kLabelHeight = 24;
 const int kInputWidth = 200;
@@ -114,6 +119,9 @@ void CSetStockQuotesDialog::createUi() {
         input->setParent(row);
         input->setFixedSize(kInputWidth, kInputHeight);
         row->addWidget(input);
+        // The slack goes after the input: labels keep their own width, so the colons line up
+        // and the inputs keep a margin to the dialog's edge.
+        row->addStretch(1);
         outer->addWidget(row, 0, Zu::CWidgetList::AnchorFill);
     };
 
@@ -128,6 +136,9 @@ void CSetStockQuotesDialog::createUi() {
     m_pPasswordEdit = new CSafeLineEdit(outer, PasswordField);
     m_pPasswordEdit->setEchoMode(QLineEdit::Password);
     addRow(25, 4, QStringLiteral("密码:"), m_pPasswordEdit);
+    // No longer than the data service stores (a stored value always fits: bytes >= characters).
+    m_pAddressEdit->setMaxLength(CFieldLimits::of(CFieldLimit::Address).maxBytes);
+    m_pPasswordEdit->setMaxLength(CFieldLimits::of(CFieldLimit::Password).maxBytes);
 
     auto* buttons = new Zu::CWidgetList(outer, Qt::Horizontal);
     buttons->setMargins(0, 0, 20, 0);
@@ -217,10 +228,9 @@ bool CSetStockQuotesDialog::checkField(int fieldId, bool strict) {
         case PortField: {
             if (!m_pPortEdit)
                 return true;
-            const QString text = m_pPortEdit->text();
-            passed = !text.isEmpty() && matches(QString::fromLatin1(kDigitsPattern), text);
             target = m_pPortEdit;
-            tip = QStringLiteral("只能输入数字 ");
+            tip = portTip(m_pPortEdit->text());
+            passed = tip.isEmpty();
             break;
         }
         case UserField: {
@@ -246,8 +256,21 @@ bool CSetStockQuotesDialog::checkField(int fieldId, bool strict) {
             return true;
     }
     if (!passed)
-        Zu::CMessageTip::showTip(target, kTipPlacement, tip, kTipStyle, kTipLevel, kTipMs);
+        Zu::CMessageTip::showTipUntilEdited(target, kTipPlacement, tip, kTipStyle, kTipLevel,
+                                            kTipMinimumMs);
     return passed;
+}
+
+QString CSetStockQuotesDialog::portTip(const QString& text) {
+    if (text.isEmpty() || !matches(QString::fromLatin1(kDigitsPattern), text))
+        return QStringLiteral("只能输入数字 ");
+    // Leading zeros are fine ("007"); a port the service would refuse is caught here, before
+    // the operator's input could be lost to a refused submission.
+    bool inInt = false;
+    const int port = text.toInt(&inInt, 10);
+    if (!inInt || port < kPortMin || port > kPortMax)
+        return QStringLiteral("请输入1-65535之间的端口");
+    return QString();
 }
 
 bool CSetStockQuotesDialog::checkInput() {
@@ -294,24 +317,26 @@ void CSetStockQuotesDialog::getOperateDatas(std::vector<rkservice::IDataPtr>& da
     datas.push_back(record);
 }
 
-bool CSetStockQuotesDialog::submit() {
+CSetStockQuotesDialog::Submission CSetStockQuotesDialog::submit() {
     auto request =
         CRequestFactory::operate(rkservice::kDataQuoteSources,
                                  m_bIsAdd ? rkservice::kOperateAdd : rkservice::kOperateModify);
     getOperateDatas(request->datas);
     if (request->datas.empty())
-        return false;
+        return Submission::NothingBuilt;
 
     // A multi-server client without a chosen server sends nothing, and no completion comes.
     CRequestRouter router(RoutePolicy::RoutedOrDrop, m_routeBySystem, m_strServerName);
-    router.operate(request, m_answerGuard.guardOperate(boost::bind(
-                                &CSetStockQuotesDialog::onOperationQuotes, this, _1, _2)));
+    const bool sent =
+        router.operate(request, m_answerGuard.guardOperate(boost::bind(
+                                    &CSetStockQuotesDialog::onOperationQuotes, this, _1, _2)));
 
     if (m_pLoadingMask) {
         m_pLoadingMask->setText(QStringLiteral("正在提交数据"));
         m_pLoadingMask->attach(this);
     }
-    return true;
+    m_bSubmitting = sent;
+    return sent ? Submission::Sent : Submission::Dropped;
 }
 
 bool CSetStockQuotesDialog::handleEvent(int type, int id, int arg, QString text, void* extra) {
@@ -324,15 +349,26 @@ bool CSetStockQuotesDialog::handleEvent(int type, int id, int arg, QString text,
         return Zu::CCommonDialog::handleEvent(type, id, arg, text, extra);
 
     if (id == SubmitButton) {
-        // Refused input or nothing to build: the dialog stays open.
-        if (!checkInput() || !submit())
+        // One submission at a time: the dialog stays open while it runs.
+        if (m_bSubmitting)
+            return true;
+        // Refused input or nothing to build: the dialog stays open. A request on its way keeps
+        // it open under its mask, so that a refusal leaves everything typed for another try;
+        // the answer closes it on success.
+        if (!checkInput() || submit() != Submission::Dropped)
             return true;
     } else {
         close();
     }
-    // Hidden as soon as the request is on its way; the outcome arrives in message boxes.
     done(id);
     return true;
+}
+
+void CSetStockQuotesDialog::hideEvent(QHideEvent* event) {
+    // Closed while its answer is out: the operator gave up waiting, and the dialog opened
+    // again takes a new submission.
+    m_bSubmitting = false;
+    Zu::CCommonDialog::hideEvent(event);
 }
 
 void CSetStockQuotesDialog::onOperationQuotes(const utils::RKError& error, bson::BSONObj result) {
@@ -341,6 +377,7 @@ void CSetStockQuotesDialog::onOperationQuotes(const utils::RKError& error, bson:
 }
 
 void CSetStockQuotesDialog::slotOnOperationFinished(bool bError, QString qsError) {
+    m_bSubmitting = false;
     if (m_pLoadingMask)
         m_pLoadingMask->hide();
 

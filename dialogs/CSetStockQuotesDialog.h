@@ -45,6 +45,8 @@ public:
 
     // Checks address, port, user name and password in that order; tips at the first failure.
     bool checkInput();
+    // The tip a port text earns, empty when it passes: digits only, within 1-65535.
+    static QString portTip(const QString& text);
     // Appends the records to submit; nothing when no record can be built.
     void getOperateDatas(std::vector<rkservice::IDataPtr>& datas);
 
@@ -76,12 +78,14 @@ protected:
     // Checks one field; shows its tip and returns false when it fails. strict applies the
     // password pattern (when leaving the field) instead of the emptiness test of a submission.
     bool checkField(int fieldId, bool strict);
+    void hideEvent(QHideEvent* event) override;
     // Completion of the submission; runs on the data service's worker thread.
     void onOperationQuotes(const utils::RKError& error, bson::BSONObj result);
 
 private:
-    // Builds and sends the records; false when there was nothing to send.
-    bool submit();
+    enum class Submission { NothingBuilt, Sent, Dropped };
+    // Builds and sends the records.
+    Submission submit();
 
     QString m_strServerName;
     bool m_routeBySystem;
@@ -98,6 +102,8 @@ private:
     boost::recursive_mutex m_mutex;
     Zu::CLoadingMaskWidget* m_pLoadingMask;
     bool m_bFutureOnly;
+    // A request is on its way from the open dialog and its answer has yet to arrive.
+    bool m_bSubmitting = false;
     CAnswerGuard m_answerGuard;
 };
 

@@ -1,10 +1,15 @@
 #include "model/CAnswerGuard.h"
 
+#include <atomic>
 #include <boost/make_shared.hpp>
 #include <condition_variable>
 #include <mutex>
 
 namespace Hlx {
+
+namespace {
+std::atomic<int> g_dropped{0};
+}  // namespace
 
 struct CAnswerGuard::State {
     std::mutex mutex;
@@ -16,8 +21,10 @@ struct CAnswerGuard::State {
     // Admits an answer of the given load (-1: of no load); false when it must be dropped.
     bool enter(int answerLoad) {
         std::lock_guard<std::mutex> lock(mutex);
-        if (!alive || (answerLoad >= 0 && answerLoad != load))
+        if (!alive || (answerLoad >= 0 && answerLoad != load)) {
+            ++g_dropped;
             return false;
+        }
         ++running;
         return true;
     }
@@ -49,12 +56,14 @@ private:
     bool m_admitted;
 };
 
+// Admits the answer while the receiver lives and, when dropStale is set, while its load is the
+// newest; the answer runs with runningLoad() telling its load.
 QueryCallback admitQuery(const boost::shared_ptr<CAnswerGuard::State>& state, int load,
-                         const QueryCallback& callback) {
-    return [state, load, callback](const utils::RKError& error,
-                                   const std::vector<rkservice::IDataPtr>& datas, int count,
-                                   bson::BSONObj result) {
-        Admission admission(state, load);
+                         bool dropStale, const QueryCallback& callback) {
+    return [state, load, dropStale, callback](const utils::RKError& error,
+                                              const std::vector<rkservice::IDataPtr>& datas,
+                                              int count, bson::BSONObj result) {
+        Admission admission(state, dropStale ? load : -1);
         if (!admission.admitted())
             return;
         const int outer = t_runningLoad;
@@ -73,7 +82,7 @@ CAnswerGuard::~CAnswerGuard() {
 }
 
 QueryCallback CAnswerGuard::guardQuery(const QueryCallback& callback) const {
-    return admitQuery(m_state, -1, callback);
+    return admitQuery(m_state, -1, true, callback);
 }
 
 OperateCallback CAnswerGuard::guardOperate(const OperateCallback& callback) const {
@@ -96,11 +105,19 @@ int CAnswerGuard::currentLoad() const {
 }
 
 QueryCallback CAnswerGuard::guardLoad(const QueryCallback& callback) const {
-    return admitQuery(m_state, currentLoad(), callback);
+    return admitQuery(m_state, currentLoad(), true, callback);
+}
+
+QueryCallback CAnswerGuard::guardLoadTagged(const QueryCallback& callback) const {
+    return admitQuery(m_state, currentLoad(), false, callback);
 }
 
 int CAnswerGuard::runningLoad() {
     return t_runningLoad;
+}
+
+int CAnswerGuard::droppedCount() {
+    return g_dropped;
 }
 
 void CAnswerGuard::invalidate() {

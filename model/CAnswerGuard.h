@@ -25,11 +25,18 @@ public:
     int startLoad();
     int currentLoad() const;
     QueryCallback guardLoad(const QueryCallback& callback) const;
+    // Bound to the current load like guardLoad, but admitted after newer loads have started too:
+    // runningLoad() tells the answer its load, so that the receiver keeps only the newest of
+    // answers that may arrive in any order.
+    QueryCallback guardLoadTagged(const QueryCallback& callback) const;
     // The load of the answer running on this thread (-1 outside a load's answer), so that an
     // answer can check under its receiver's lock that its load is still the newest.
     static int runningLoad();
 
     void invalidate();
+
+    // How many answers every guard of the process has dropped so far (late or stale ones).
+    static int droppedCount();
 
     struct State;
 

@@ -32,6 +32,12 @@ public:
     Locker lockOrPark(std::function<void()> call);
 
     bool isHeldByCurrentThread() const;
+    // The value of read() taken under the lock; on the thread that holds the lock already (the
+    // panel runs a modal dialog) read() runs at once, since no other thread can change the data
+    // while that thread holds it, and waiting would never end. A default value when the lock
+    // was abandoned.
+    template <typename Read>
+    auto read(Read read) -> decltype(read());
     void abandon();
     bool isAbandoned() const;
     int parkedCount() const;
@@ -62,11 +68,24 @@ public:
     bool owns() const { return m_mutex != nullptr; }
     explicit operator bool() const { return owns(); }
     void unlock();
+    // Forgets the lock without touching it: its owner was destroyed while this scope ran a modal
+    // dialog, and the lock with it.
+    void release() { m_mutex = nullptr; }
 
 private:
     friend class CPanelMutex;
     Locker() = default;
     CPanelMutex* m_mutex = nullptr;
 };
+
+template <typename Read>
+auto CPanelMutex::read(Read read) -> decltype(read()) {
+    if (isHeldByCurrentThread())
+        return read();
+    Locker locker(*this);
+    if (!locker)
+        return decltype(read())();
+    return read();
+}
 
 }  // namespace Hlx

@@ -164,7 +164,7 @@ void CLevel2QuotesManagePanel::appendToken(int row, const QString& token) {
 void CLevel2QuotesManagePanel::tryUpdateToken(const QString& token, int row) {
     Q_UNUSED(row);
     if (!m_tokenDialog) {
-        m_tokenDialog = new CLevel2QuoteDialog(nullptr);
+        m_tokenDialog = new CLevel2QuoteDialog(this);
         m_tokenDialog->setFixedSize(450, 150);
     }
     // An empty token keeps what the dialog last held.

@@ -1,6 +1,7 @@
 #include "panels/CQuotesManagePanel.h"
 
 #include <log4cxx/logger.h>
+#include <QPointer>
 #include <QStringList>
 #include <array>
 #include <boost/bind/bind.hpp>
@@ -56,6 +57,15 @@ int brokerIdOfKey(const std::string& key) {
 
 log4cxx::LoggerPtr panelLogger() {
     return log4cxx::Logger::getLogger("PanelQuotesManage");
+}
+
+// Runs a modal dialog or box of the panel; false when the panel was destroyed while it ran, so
+// that the caller touches nothing of it afterwards, its locks included.
+template <typename Run>
+bool survives(QObject* panel, Run run) {
+    QPointer<QObject> alive(panel);
+    run();
+    return !alive.isNull();
 }
 
 }  // namespace
@@ -224,18 +234,15 @@ void CQuotesManagePanel::switchSystem(int systemId, const QString& systemName) {
 }
 
 rkservice::COrinQuoterSourceInfoPtr CQuotesManagePanel::rowRecord(int row) {
-    CPanelMutex::Locker lock(m_dataMutex);
-    return m_rowRecords.value(row);
+    return m_dataMutex.read([this, row] { return m_rowRecords.value(row); });
 }
 
 int CQuotesManagePanel::rowRecordCount() {
-    CPanelMutex::Locker lock(m_dataMutex);
-    return m_rowRecords.size();
+    return m_dataMutex.read([this] { return m_rowRecords.size(); });
 }
 
 rkservice::CGlobalFeaturePermissionInfoPtr CQuotesManagePanel::permissionInfo() {
-    CPanelMutex::Locker lock(m_permissionMutex);
-    return m_permissionInfo;
+    return m_permissionMutex.read([this] { return m_permissionInfo; });
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -281,6 +288,12 @@ bool CQuotesManagePanel::takeTicket(QQueue<int>& tickets) {
     return !tickets.isEmpty() && tickets.dequeue() == m_answerGuard.currentLoad();
 }
 
+bool CQuotesManagePanel::isOwnDelivery() const {
+    // Our answers reach the slots only through our own queued signals; anyone else calling a
+    // slot directly has no ticket to give.
+    return sender() == this;
+}
+
 void CQuotesManagePanel::onQueryBrokerInfoData(const utils::RKError& error,
                                                const std::vector<rkservice::IDataPtr>& datas,
                                                int /*count*/, bson::BSONObj /*result*/) {
@@ -294,10 +307,15 @@ void CQuotesManagePanel::onQueryBrokerInfoData(const utils::RKError& error,
 }
 
 void CQuotesManagePanel::slotOnDataBrokerInfo(bool bError, QString qsError) {
+    brokerInfoDelivered(bError, qsError, isOwnDelivery());
+}
+
+void CQuotesManagePanel::brokerInfoDelivered(bool bError, const QString& qsError, bool delivered) {
     {
-        CPanelMutex::Locker lock = m_dataMutex.lockOrPark(
-            [this, bError, qsError] { slotOnDataBrokerInfo(bError, qsError); });
-        if (!lock || !takeTicket(m_brokerTickets))
+        CPanelMutex::Locker lock = m_dataMutex.lockOrPark([this, bError, qsError, delivered] {
+            brokerInfoDelivered(bError, qsError, delivered);
+        });
+        if (!lock || (delivered && !takeTicket(m_brokerTickets)))
             return;
     }
     brokerInfoReady(bError, qsError);
@@ -337,9 +355,15 @@ void CQuotesManagePanel::onQueryData(const utils::RKError& error,
 }
 
 void CQuotesManagePanel::slotOnDataQuotesInfo(bool bError, QString qsError, int count) {
-    CPanelMutex::Locker lock = m_dataMutex.lockOrPark(
-        [this, bError, qsError, count] { slotOnDataQuotesInfo(bError, qsError, count); });
-    if (!lock || !takeTicket(m_quoteTickets))
+    quotesDelivered(bError, qsError, count, isOwnDelivery());
+}
+
+void CQuotesManagePanel::quotesDelivered(bool bError, const QString& qsError, int count,
+                                         bool delivered) {
+    CPanelMutex::Locker lock = m_dataMutex.lockOrPark([this, bError, qsError, count, delivered] {
+        quotesDelivered(bError, qsError, count, delivered);
+    });
+    if (!lock || (delivered && !takeTicket(m_quoteTickets)))
         return;
     m_table->clear();
     m_table->update();
@@ -519,14 +543,22 @@ void CQuotesManagePanel::onQueryKxFutureData(const utils::RKError& error,
                                      int(m_kxFutureSources.size()));
 }
 
-void CQuotesManagePanel::slotOnDataKxFutureQuotesInfo(bool bError, QString qsError, int count) {
+void CQuotesManagePanel::slotOnDataKxFutureQuotesInfo(bool bError, QString qsError, int /*count*/) {
+    kxQuotesDelivered(bError, qsError, isOwnDelivery());
+}
+
+void CQuotesManagePanel::kxQuotesDelivered(bool bError, const QString& qsError, bool delivered) {
     CPanelMutex::Locker lock = m_dataMutex.lockOrPark(
-        [this, bError, qsError, count] { slotOnDataKxFutureQuotesInfo(bError, qsError, count); });
-    if (!lock || !takeTicket(m_kxTickets))
+        [this, bError, qsError, delivered] { kxQuotesDelivered(bError, qsError, delivered); });
+    if (!lock || (delivered && !takeTicket(m_kxTickets)))
         return;
     if (!qsError.isEmpty()) {
         const QString title = QStringLiteral("%1行情源").arg(ownTradeTypeName());
-        Zu::CMessageBox::warning(this, title, qsError, kOk, 0, false);
+        if (!survives(this,
+                      [&] { Zu::CMessageBox::warning(this, title, qsError, kOk, 0, false); })) {
+            lock.release();
+            return;
+        }
         COrinClientCenter::instance()->showServerMsgCallBack(1, false, this, title, qsError, true,
                                                              false);
     }
@@ -559,17 +591,21 @@ void CQuotesManagePanel::appendKxRow(const rkservice::COrinQuoterSourceInfoPtr& 
 
 void CQuotesManagePanel::sendPermissionQuery() {
     auto request = CRequestFactory::query(rkservice::kDataGlobalPermission, std::string());
+    // Tagged with the load it belongs to: answers of two activations may arrive in any order.
     CRequestRouter(RoutePolicy::NamedClient, m_routeBySystem, m_systemName)
-        .query(request, m_answerGuard.guardQuery(boost::bind(&CQuotesManagePanel::onQueryPermission,
-                                                             this, _1, _2, _3, _4)));
+        .query(request, m_answerGuard.guardLoadTagged(boost::bind(
+                            &CQuotesManagePanel::onQueryPermission, this, _1, _2, _3, _4)));
 }
 
 void CQuotesManagePanel::onQueryPermission(const utils::RKError& /*error*/,
                                            const std::vector<rkservice::IDataPtr>& datas,
                                            int /*count*/, bson::BSONObj /*result*/) {
     CPanelMutex::Locker lock(m_permissionMutex);
-    if (!lock || datas.empty())
+    const int load = CAnswerGuard::runningLoad();
+    // An older answer never replaces what a newer one brought.
+    if (!lock || datas.empty() || load < m_permissionLoad)
         return;
+    m_permissionLoad = load;
     m_permissionInfo =
         boost::dynamic_pointer_cast<rkservice::CGlobalFeaturePermissionInfo>(datas.front());
     if (m_permissionInfo)
@@ -620,14 +656,15 @@ bool CQuotesManagePanel::handleEvent(int eventId, int subId, int param, QString 
     }
 }
 
-void CQuotesManagePanel::showStockDialog(const QString& title, bool isAdd,
+bool CQuotesManagePanel::showStockDialog(const QString& title, bool isAdd,
                                          const rkservice::COrinQuoterSourceInfoPtr& record) {
     m_stockDialog->setTitle(title);
     m_stockDialog->setBasicInfo(m_systemName);
     m_stockDialog->setIsAdd(isAdd);
     if (!isAdd)
         m_stockDialog->setBasicInfo(record);
-    m_stockDialog->exec();
+    CSetStockQuotesDialog* dialog = m_stockDialog;
+    return survives(this, [dialog] { dialog->exec(); });
 }
 
 void CQuotesManagePanel::addSource() {
@@ -677,7 +714,8 @@ void CQuotesManagePanel::editSelectedRow() {
         return;
     // Named by trade type 0 only on a panel of type 0; every real panel gets an empty name.
     const QString name = m_tradeType == 0 ? tradeType2String(0, -1) : QString();
-    showStockDialog(QStringLiteral("编辑%1行情源").arg(name), false, record);
+    if (!showStockDialog(QStringLiteral("编辑%1行情源").arg(name), false, record))
+        lock.release();
 }
 
 rkservice::COrinQuoterSourceInfoPtr CQuotesManagePanel::deleteRecord(
@@ -693,10 +731,14 @@ rkservice::COrinQuoterSourceInfoPtr CQuotesManagePanel::deleteRecord(
 
 void CQuotesManagePanel::deleteRow(const QString& rowText) {
     const QString name = m_tradeType == CTradeTypeTable::kAll ? QString() : ownTradeTypeName();
-    const int answer = Zu::CMessageBox::question(this, QStringLiteral("操作提示"),
-                                                 QStringLiteral("确定删除%1行情源吗? ").arg(name),
-                                                 kOk | kCancel, 0);
-    if (answer != kOk)
+    int answer = 0;
+    if (!survives(this,
+                  [&] {
+                      answer = Zu::CMessageBox::question(
+                          this, QStringLiteral("操作提示"),
+                          QStringLiteral("确定删除%1行情源吗? ").arg(name), kOk | kCancel, 0);
+                  }) ||
+        answer != kOk)
         return;
     const int row = rowText.toInt(nullptr, 10);
     if (!m_table || row >= m_table->rowCount())
@@ -718,10 +760,14 @@ void CQuotesManagePanel::deleteRow(const QString& rowText) {
 }
 
 void CQuotesManagePanel::deleteAllRows() {
-    const int answer = Zu::CMessageBox::information(this, QStringLiteral("提示"),
-                                                    QStringLiteral("确定要删除全部行情源吗?"),
-                                                    kYes | kNo, 0, false);
-    if (answer != kYes)
+    int answer = 0;
+    if (!survives(this,
+                  [&] {
+                      answer = Zu::CMessageBox::information(
+                          this, QStringLiteral("提示"), QStringLiteral("确定要删除全部行情源吗?"),
+                          kYes | kNo, 0, false);
+                  }) ||
+        answer != kYes)
         return;
     auto request =
         CRequestFactory::operate(rkservice::kDataQuoteSources, rkservice::kOperateDelete);
@@ -781,7 +827,13 @@ void CQuotesManagePanel::editWholeQuote() {
     if (!m_permissionInfo)
         return;
     m_wholeQuoteDialog->setWholeQuote(m_permissionInfo->m_wholeQuote);
-    if (m_wholeQuoteDialog->exec() != 1)
+    CWholeQuoteSettingDialog* dialog = m_wholeQuoteDialog;
+    int result = 0;
+    if (!survives(this, [&] { result = dialog->exec(); })) {
+        lock.release();
+        return;
+    }
+    if (result != 1)
         return;
     m_wholeQuoteDialog->getWholeQuote(m_permissionInfo->m_wholeQuote);
     if (m_loadingMask)

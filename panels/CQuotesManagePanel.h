@@ -145,6 +145,12 @@ private:
     void sendQuotesQuery();
     void sendPermissionQuery();
     bool takeTicket(QQueue<int>& tickets);
+    bool isOwnDelivery() const;
+    // The slots' work; `delivered` when our own queued signal brought it, which then spends the
+    // ticket its answer queued.
+    void brokerInfoDelivered(bool bError, const QString& qsError, bool delivered);
+    void quotesDelivered(bool bError, const QString& qsError, int count, bool delivered);
+    void kxQuotesDelivered(bool bError, const QString& qsError, bool delivered);
     bool isCurrentAnswer() const;
     void appendSourceRow(const rkservice::COrinQuoterSourceInfoPtr& source);
     // The text of a source row's cell, from the row's record.
@@ -162,7 +168,8 @@ private:
     void deleteRow(const QString& rowText);
     void deleteAllRows();
     void editWholeQuote();
-    void showStockDialog(const QString& title, bool isAdd,
+    // False when the panel was destroyed while the dialog ran.
+    bool showStockDialog(const QString& title, bool isAdd,
                          const rkservice::COrinQuoterSourceInfoPtr& record);
     void sendDelete(const rkservice::COperateDataReqPtr& request);
     void clearRowRecords();
@@ -189,6 +196,8 @@ private:
     QMap<int, rkservice::COrinQuoterSourceInfoPtr> m_rowRecords;
     CPanelMutex m_permissionMutex;
     rkservice::CGlobalFeaturePermissionInfoPtr m_permissionInfo;
+    // The load of the permission answer kept (guarded by m_permissionMutex).
+    int m_permissionLoad = -1;
 
     // The load each queued answer signal belongs to, in emission order, so that a slot queued
     // before a newer refresh is dropped (guarded by m_dataMutex).

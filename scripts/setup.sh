@@ -10,7 +10,12 @@ packages=(
   liblog4cxx-dev libbson-dev
   postgresql
   libgrpc++-dev protobuf-compiler-grpc protobuf-compiler libprotobuf-dev libssl-dev libsodium-dev
+  libsqlite3-dev libpq-dev
   fonts-wqy-microhei
+  clang libclang-rt-14-dev
+  qttranslations5-l10n
+  xvfb openbox x11-utils
+  lintian systemd dpkg-dev file man-db
 )
 
 missing=()

@@ -21,8 +21,13 @@ stage setup bash scripts/setup.sh
 stage configure cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQUOTES_WERROR=ON
 stage build cmake --build build -j"$jobs"
 stage test bash -c "cd build && ctest --output-on-failure -j$jobs"
+# The Debian packages from that build: lintian, the systemd unit, quotesd and quotesctl unpacked.
+stage package bash tests/package/debian.sh build
 
 stage asan-configure cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=Debug -DQUOTES_SANITIZE=ON \
     -DQUOTES_WERROR=ON -DQUOTES_BUILD_BENCH=OFF
 stage asan-build cmake --build build-asan -j"$jobs"
 stage asan-test bash -c "cd build-asan && ctest --output-on-failure -j$jobs"
+
+# The libFuzzer targets replay their corpora and run from a fixed seed (clang, build-fuzz).
+stage fuzz bash scripts/fuzz.sh

@@ -1,8 +1,10 @@
 #include "CDataTransfer.h"
 
+#include <QJsonDocument>
 #include <QSqlQuery>
 #include <QVariant>
 #include <algorithm>
+#include <iterator>
 #include <tuple>
 
 #include "CAccount.h"
@@ -12,16 +14,37 @@
 #include "CReferenceData.h"
 #include "CServiceError.h"
 #include "CSourceValidator.h"
+#include "CTokenStore.h"
+#include "model/CRightsTable.h"
 #include "rkservice/CWholeQuotedivision.h"
 
 namespace {
 
 const char* const kFormat = "PanelQuotesManage";
 // Version 2 adds each account's enabled flag and password hash (never a password), so that a
-// restored server lets the same people log in. Version 1 documents stay importable: their
-// accounts keep the passwords and flags they have.
-const int kFormatVersion = 2;
+// restored server lets the same people log in; version 3 writes null for a source's brokerId
+// when it belongs to no broker. Older documents stay importable: version-1 accounts keep the
+// passwords and flags they have.
+const int kFormatVersion = 3;
 const int kOldestFormatVersion = 1;
+// Source ids above this are refused, so the id counter always has room to continue after them.
+const int kMaxSourceId = 999999999;
+
+// The sections every version carries, with the JSON type export writes. A section that is
+// missing or of another type would otherwise read as empty and wipe what it replaces.
+struct Section {
+    const char* key;
+    QJsonValue::Type type;
+    bool nullable;
+};
+const Section kSections[] = {
+    {"subsystems", QJsonValue::Array, false},  {"loginTypeAuth", QJsonValue::Object, false},
+    {"platforms", QJsonValue::Array, false},   {"brokers", QJsonValue::Array, false},
+    {"sources", QJsonValue::Array, false},     {"wholeQuote", QJsonValue::Object, false},
+    {"level2Token", QJsonValue::String, true}, {"users", QJsonValue::Array, false},
+};
+// Keys beside the sections: the header, and an audit trail that an import leaves alone.
+const char* const kHeaderKeys[] = {"format", "version", "audit"};
 
 [[noreturn]] void refuse(const QString& text) {
     throw CServiceError(("导入文件无效: " + text).toStdString());
@@ -172,7 +195,10 @@ QJsonObject CDataTransfer::exportAll(const CDatabase& database, QSqlDatabase& db
     const CQuoteSourceStore store(database);
     for (const auto& data : store.query(db, QString(), false, 0)) {
         const auto& s = static_cast<const rkservice::COrinQuoterSourceInfo&>(*data);
-        sources.append(sourceToJson(s));
+        QJsonObject source = sourceToJson(s);
+        if (s.m_nBrokerId == rkservice::COrinQuoterSourceInfo::kNoBroker)
+            source.insert(QStringLiteral("brokerId"), QJsonValue(QJsonValue::Null));
+        sources.append(source);
     }
     document.insert(QStringLiteral("sources"), sources);
 
@@ -188,11 +214,10 @@ QJsonObject CDataTransfer::exportAll(const CDatabase& database, QSqlDatabase& db
     }
     document.insert(QStringLiteral("wholeQuote"), wholeQuote);
 
-    QSqlQuery token(db);
-    token.prepare(QStringLiteral("SELECT token FROM level2_token WHERE slot = 1"));
-    database.exec(token);
-    document.insert(QStringLiteral("level2Token"),
-                    token.next() ? QJsonValue(token.value(0).toString()) : QJsonValue());
+    std::string token;
+    document.insert(QStringLiteral("level2Token"), CTokenStore(database).read(db, &token)
+                                                       ? QJsonValue(QString::fromStdString(token))
+                                                       : QJsonValue());
 
     std::map<QString, QJsonArray> rightsOf;
     QSqlQuery rights(db);
@@ -221,83 +246,162 @@ QJsonObject CDataTransfer::exportAll(const CDatabase& database, QSqlDatabase& db
     return document;
 }
 
-CDataTransfer::Content CDataTransfer::parse(const QJsonObject& document) {
+namespace {
+
+// The version of a document whose sections are exactly those export writes.
+int checkShape(const QJsonObject& document) {
     if (document.value(QLatin1String("format")).toString() != QLatin1String(kFormat))
         refuse(QStringLiteral("不是行情源导出文件"));
-    const int version = document.value(QLatin1String("version")).toInt();
+    const QJsonValue versionValue = document.value(QLatin1String("version"));
+    const int version = isInt(versionValue) ? versionValue.toInt() : 0;
     if (version < kOldestFormatVersion || version > kFormatVersion)
-        refuse(QStringLiteral("不支持的导出文件版本 %1").arg(version));
-    Content content;
+        refuse(QStringLiteral("不支持的导出文件版本 %1").arg(versionValue.toVariant().toString()));
+    std::set<QString> known(std::begin(kHeaderKeys), std::end(kHeaderKeys));
+    for (const Section& section : kSections) {
+        const QString key = QLatin1String(section.key);
+        known.insert(key);
+        const QJsonValue value = document.value(key);
+        if (value.isUndefined())
+            refuse(QStringLiteral("缺少 %1 部分").arg(key));
+        if (value.type() != section.type && !(section.nullable && value.isNull()))
+            refuse(QStringLiteral("%1 部分的类型错误").arg(key));
+    }
+    for (const QString& key : document.keys()) {
+        if (!known.count(key))
+            refuse(QStringLiteral("未知的部分 %1").arg(key));
+    }
+    return version;
+}
 
-    for (const QJsonValue& value : document.value(QLatin1String("subsystems")).toArray()) {
-        const QJsonObject info = value.toObject();
-        content.subsystems.push_back(
+QJsonObject objectIn(const QJsonValue& value, const QString& section) {
+    if (!value.isObject())
+        refuse(QStringLiteral("%1 部分的条目必须是对象").arg(section));
+    return value.toObject();
+}
+
+QJsonArray arrayOf(const QJsonObject& document, const char* key) {
+    return document.value(QLatin1String(key)).toArray();
+}
+
+// The broker of a source: a number, or null (or 2147483647) for none.
+int brokerField(const QJsonObject& s, const QString& at) {
+    if (s.value(QLatin1String("brokerId")).isNull())
+        return rkservice::COrinQuoterSourceInfo::kNoBroker;
+    return intField(s, "brokerId", at);
+}
+
+// What the sources may refer to: platforms, brokers and their server groups.
+struct References {
+    std::set<int> platforms = CSourceValidator::fixedPlatforms();
+    std::set<std::pair<int, int>> brokers;
+    std::set<std::tuple<int, int, int>> groups;
+};
+
+// Sources that would collide with each other in the unique indexes.
+struct SourceKeys {
+    std::set<int> ids;
+    std::set<std::tuple<QString, int, int, QString, int>> endpoints;
+    std::set<std::tuple<QString, int, int, int, int>> groupUses;
+};
+
+rkservice::COrinQuoterSourceInfo readSource(const QJsonObject& s, QString* subsystem) {
+    rkservice::COrinQuoterSourceInfo source;
+    source.m_nId = intField(s, "id", QStringLiteral("行情源"));
+    const QString at = QStringLiteral("行情源 %1").arg(source.m_nId);
+    *subsystem = stringField(s, "subsystem", at);
+    source.m_nTradeType = intField(s, "tradeType", at);
+    source.m_nPlatformId = intField(s, "platformId", at);
+    source.m_nBrokerId = brokerField(s, at);
+    source.m_nServerGroupId = intField(s, "serverGroupId", at);
+    source.m_strAddress = stringField(s, "address", at).toStdString();
+    source.m_nPort = intField(s, "port", at);
+    source.m_strUserName = stringField(s, "userName", at).toStdString();
+    source.m_strPassword = stringField(s, "password", at).toStdString();
+    source.m_strMarkets = stringField(s, "markets", at).toStdString();
+    return source;
+}
+
+void checkSourceReferences(const rkservice::COrinQuoterSourceInfo& source, const QString& subsystem,
+                           const References& refs, SourceKeys* keys) {
+    const QString at = QStringLiteral("行情源 %1").arg(source.m_nId);
+    if (!refs.platforms.count(source.m_nPlatformId))
+        refuse(QStringLiteral("%1: 未知的平台: %2").arg(at).arg(source.m_nPlatformId));
+    if (source.m_nBrokerId == rkservice::COrinQuoterSourceInfo::kNoBroker) {
+        if (!keys->endpoints
+                 .insert({subsystem, source.m_nTradeType, source.m_nPlatformId,
+                          QString::fromStdString(source.m_strAddress), source.m_nPort})
+                 .second)
+            refuse(QStringLiteral("%1: 行情源重复").arg(at));
+        return;
+    }
+    if (!refs.brokers.count({source.m_nPlatformId, source.m_nBrokerId}))
+        refuse(QStringLiteral("%1: 期货公司不存在: %2").arg(at).arg(source.m_nBrokerId));
+    if (!refs.groups.count({source.m_nPlatformId, source.m_nBrokerId, source.m_nServerGroupId}))
+        refuse(QStringLiteral("%1: 服务器组不存在: %2").arg(at).arg(source.m_nServerGroupId));
+    if (!keys->groupUses
+             .insert({subsystem, source.m_nTradeType, source.m_nPlatformId, source.m_nBrokerId,
+                      source.m_nServerGroupId})
+             .second)
+        refuse(QStringLiteral("%1: 行情源重复").arg(at));
+}
+
+}  // namespace
+
+void CDataTransfer::parseSubsystems(const QJsonObject& document, Content* content) {
+    for (const QJsonValue& value : arrayOf(document, "subsystems")) {
+        const QJsonObject info = objectIn(value, QStringLiteral("subsystems"));
+        content->subsystems.push_back(
             {stringField(info, "name", QStringLiteral("分系统")).toStdString(),
              stringField(info, "displayName", QStringLiteral("分系统")).toStdString()});
     }
     try {
-        checkSubsystems(content.subsystems);
+        checkSubsystems(content->subsystems);
     } catch (const CServiceError& e) {
         refuse(QString::fromStdString(e.what()));
     }
-    std::set<QString> subsystemNames;
-    for (const auto& info : content.subsystems)
-        subsystemNames.insert(QString::fromStdString(info.name));
-
     const QJsonObject auth = document.value(QLatin1String("loginTypeAuth")).toObject();
     for (auto it = auth.begin(); it != auth.end(); ++it) {
         bool ok = false;
         const int type = it.key().toInt(&ok);
         if (!ok || !it.value().isBool())
             refuse(QStringLiteral("登录类型设置格式错误: %1").arg(it.key()));
-        content.loginTypeAuth[type] = it.value().toBool();
+        content->loginTypeAuth[type] = it.value().toBool();
     }
+}
 
-    content.platforms = document.value(QLatin1String("platforms")).toArray();
-    content.brokers = document.value(QLatin1String("brokers")).toArray();
+void CDataTransfer::parseSources(const QJsonObject& document, Content* content) {
+    content->platforms = arrayOf(document, "platforms");
+    content->brokers = arrayOf(document, "brokers");
     try {
-        CReferenceData::validate(content.platforms, content.brokers);
+        CReferenceData::validate(content->platforms, content->brokers);
     } catch (const CServiceError& e) {
         refuse(QString::fromStdString(e.what()));
     }
-    std::set<int> platforms = CSourceValidator::fixedPlatforms();
-    for (const QJsonValue& value : content.platforms)
-        platforms.insert(value.toObject().value(QLatin1String("platformId")).toInt());
-    std::set<std::tuple<int, int, int>> groups;
-    std::set<std::pair<int, int>> brokers;
-    for (const QJsonValue& value : content.brokers) {
+    References refs;
+    for (const QJsonValue& value : content->platforms)
+        refs.platforms.insert(value.toObject().value(QLatin1String("platformId")).toInt());
+    for (const QJsonValue& value : content->brokers) {
         const QJsonObject b = value.toObject();
         int brokerId = 0;
         CReferenceData::brokerIdOfKey(b.value(QLatin1String("brokerKey")).toString(), &brokerId);
         const int platformId = b.value(QLatin1String("platformId")).toInt();
-        brokers.insert({platformId, brokerId});
+        refs.brokers.insert({platformId, brokerId});
         for (const QJsonValue& g : b.value(QLatin1String("serverGroups")).toArray())
-            groups.insert(
+            refs.groups.insert(
                 {platformId, brokerId, g.toObject().value(QLatin1String("serverGroupId")).toInt()});
     }
-
-    std::set<int> ids;
-    std::set<std::tuple<QString, int, int, QString, int>> endpoints;
-    std::set<std::tuple<QString, int, int, int, int>> groupUses;
-    for (const QJsonValue& value : document.value(QLatin1String("sources")).toArray()) {
-        const QJsonObject s = value.toObject();
-        rkservice::COrinQuoterSourceInfo source;
-        const QString where = QStringLiteral("行情源");
-        source.m_nId = intField(s, "id", where);
+    std::set<QString> subsystemNames;
+    for (const auto& info : content->subsystems)
+        subsystemNames.insert(QString::fromStdString(info.name));
+    SourceKeys keys;
+    for (const QJsonValue& value : arrayOf(document, "sources")) {
+        QString subsystem;
+        const rkservice::COrinQuoterSourceInfo source =
+            readSource(objectIn(value, QStringLiteral("sources")), &subsystem);
         const QString at = QStringLiteral("行情源 %1").arg(source.m_nId);
-        const QString subsystem = stringField(s, "subsystem", at);
-        source.m_nTradeType = intField(s, "tradeType", at);
-        source.m_nPlatformId = intField(s, "platformId", at);
-        source.m_nBrokerId = intField(s, "brokerId", at);
-        source.m_nServerGroupId = intField(s, "serverGroupId", at);
-        source.m_strAddress = stringField(s, "address", at).toStdString();
-        source.m_nPort = intField(s, "port", at);
-        source.m_strUserName = stringField(s, "userName", at).toStdString();
-        source.m_strPassword = stringField(s, "password", at).toStdString();
-        source.m_strMarkets = stringField(s, "markets", at).toStdString();
-        if (source.m_nId <= 0 || source.m_nId == rkservice::COrinQuoterSourceInfo::kNoBroker)
-            refuse(QStringLiteral("%1: 编号无效").arg(at));
-        if (!ids.insert(source.m_nId).second)
+        if (source.m_nId <= 0 || source.m_nId > kMaxSourceId)
+            refuse(QStringLiteral("%1: 编号必须在 1 到 %2 之间").arg(at).arg(kMaxSourceId));
+        if (!keys.ids.insert(source.m_nId).second)
             refuse(QStringLiteral("%1: 编号重复").arg(at));
         if (!subsystemNames.count(subsystem))
             refuse(QStringLiteral("%1: 分系统不存在: %2").arg(at, subsystem));
@@ -306,74 +410,118 @@ CDataTransfer::Content CDataTransfer::parse(const QJsonObject& document) {
         } catch (const CServiceError& e) {
             refuse(QStringLiteral("%1: %2").arg(at, QString::fromStdString(e.what())));
         }
-        if (!platforms.count(source.m_nPlatformId))
-            refuse(QStringLiteral("%1: 未知的平台: %2").arg(at).arg(source.m_nPlatformId));
-        if (source.m_nBrokerId == rkservice::COrinQuoterSourceInfo::kNoBroker) {
-            if (!endpoints
-                     .insert({subsystem, source.m_nTradeType, source.m_nPlatformId,
-                              QString::fromStdString(source.m_strAddress), source.m_nPort})
-                     .second)
-                refuse(QStringLiteral("%1: 行情源重复").arg(at));
-        } else {
-            if (!brokers.count({source.m_nPlatformId, source.m_nBrokerId}))
-                refuse(QStringLiteral("%1: 期货公司不存在: %2").arg(at).arg(source.m_nBrokerId));
-            if (!groups.count({source.m_nPlatformId, source.m_nBrokerId, source.m_nServerGroupId}))
-                refuse(
-                    QStringLiteral("%1: 服务器组不存在: %2").arg(at).arg(source.m_nServerGroupId));
-            if (!groupUses
-                     .insert({subsystem, source.m_nTradeType, source.m_nPlatformId,
-                              source.m_nBrokerId, source.m_nServerGroupId})
-                     .second)
-                refuse(QStringLiteral("%1: 行情源重复").arg(at));
-        }
-        content.sources.push_back({subsystem, source});
+        checkSourceReferences(source, subsystem, refs, &keys);
+        content->sources.push_back({subsystem, source});
     }
+}
 
+void CDataTransfer::parseWholeQuote(const QJsonObject& document, Content* content) {
+    std::set<QString> subsystemNames;
+    for (const auto& info : content->subsystems)
+        subsystemNames.insert(QString::fromStdString(info.name));
     const auto& known = rkservice::CWholeQuotedivision::knownMarkets();
     const QJsonObject wholeQuote = document.value(QLatin1String("wholeQuote")).toObject();
     for (auto it = wholeQuote.begin(); it != wholeQuote.end(); ++it) {
         if (!subsystemNames.count(it.key()))
             refuse(QStringLiteral("全推设置的分系统不存在: %1").arg(it.key()));
-        const QJsonObject flags = it.value().toObject();
+        const QJsonObject flags = objectIn(it.value(), QStringLiteral("wholeQuote"));
         for (auto flag = flags.begin(); flag != flags.end(); ++flag) {
             if (std::find(known.begin(), known.end(), flag.key().toStdString()) == known.end() ||
                 !flag.value().isBool())
                 refuse(QStringLiteral("全推设置格式错误: %1").arg(flag.key()));
-            content.wholeQuote[it.key()][flag.key()] = flag.value().toBool();
+            content->wholeQuote[it.key()][flag.key()] = flag.value().toBool();
         }
     }
-
     const QJsonValue token = document.value(QLatin1String("level2Token"));
     if (token.isString()) {
         if (!CSourceValidator::isToken(token.toString().toStdString()))
             refuse(QStringLiteral("Level-2 token 格式错误"));
-        content.hasToken = true;
-        content.level2Token = token.toString();
-    } else if (!token.isNull() && !token.isUndefined()) {
-        refuse(QStringLiteral("Level-2 token 格式错误"));
+        content->hasToken = true;
+        content->level2Token = token.toString();
     }
+}
 
+void CDataTransfer::parseUsers(const QJsonObject& document, int version, Content* content) {
     std::set<QString> userNames;
-    for (const QJsonValue& value : document.value(QLatin1String("users")).toArray()) {
-        const QJsonObject u = value.toObject();
+    for (const QJsonValue& value : arrayOf(document, "users")) {
+        const QJsonObject u = objectIn(value, QStringLiteral("users"));
         User user;
         user.name = stringField(u, "name", QStringLiteral("用户"));
         user.systemId = intField(u, "systemId", QStringLiteral("用户 %1").arg(user.name));
         if (user.name.isEmpty() || !userNames.insert(user.name).second)
             refuse(QStringLiteral("用户名为空或重复: %1").arg(user.name));
-        for (const QJsonValue& right : u.value(QLatin1String("rights")).toArray()) {
+        const QJsonValue rights = u.value(QLatin1String("rights"));
+        if (!rights.isArray())
+            refuse(QStringLiteral("用户 %1 的权限格式错误").arg(user.name));
+        for (const QJsonValue& right : rights.toArray()) {
             if (!isInt(right))
                 refuse(QStringLiteral("用户 %1 的权限格式错误").arg(user.name));
             user.rights.insert(right.toInt());
         }
         if (version >= 2)
             parseLogin(u, &user);
-        content.users.push_back(user);
+        content->users.push_back(user);
     }
+}
+
+namespace {
+
+// The entries of a section as comparable texts: an array's elements, an object's members, a
+// value that is not null.
+std::multiset<QByteArray> entriesOf(const QJsonValue& section) {
+    std::multiset<QByteArray> entries;
+    if (section.isArray()) {
+        for (const QJsonValue& value : section.toArray())
+            entries.insert(QJsonDocument(QJsonArray{value}).toJson(QJsonDocument::Compact));
+    } else if (section.isObject()) {
+        const QJsonObject object = section.toObject();
+        for (auto it = object.begin(); it != object.end(); ++it)
+            entries.insert(
+                QJsonDocument(QJsonObject{{it.key(), it.value()}}).toJson(QJsonDocument::Compact));
+    } else if (!section.isNull() && !section.isUndefined()) {
+        entries.insert(QJsonDocument(QJsonArray{section}).toJson(QJsonDocument::Compact));
+    }
+    return entries;
+}
+
+int countMissing(const std::multiset<QByteArray>& from, const std::multiset<QByteArray>& in) {
+    std::vector<QByteArray> missing;
+    std::set_difference(from.begin(), from.end(), in.begin(), in.end(),
+                        std::back_inserter(missing));
+    return int(missing.size());
+}
+
+}  // namespace
+
+std::vector<Hlx::CSectionChange> CDataTransfer::changes(const QJsonObject& before,
+                                                        const QJsonObject& after) {
+    std::vector<Hlx::CSectionChange> result;
+    for (const Section& section : kSections) {
+        const auto old = entriesOf(before.value(QLatin1String(section.key)));
+        const auto now = entriesOf(after.value(QLatin1String(section.key)));
+        Hlx::CSectionChange change;
+        change.section = section.key;
+        change.before = int(old.size());
+        change.after = int(now.size());
+        change.added = countMissing(now, old);
+        change.removed = countMissing(old, now);
+        result.push_back(change);
+    }
+    return result;
+}
+
+CDataTransfer::Content CDataTransfer::parse(const QJsonObject& document) {
+    const int version = checkShape(document);
+    Content content;
+    parseSubsystems(document, &content);
+    parseSources(document, &content);
+    parseWholeQuote(document, &content);
+    parseUsers(document, version, &content);
     return content;
 }
 
 void CDataTransfer::importAll(const CDatabase& database, QSqlDatabase& db, const Content& content) {
+    const bool hadAdministrator = hasAdministrator(database, db);
     for (const char* table :
          {"kx_orin_quoter_source", "whole_quote", "level2_token", "user_rights"})
         database.exec(db, QStringLiteral("DELETE FROM %1").arg(QLatin1String(table)));
@@ -407,14 +555,23 @@ void CDataTransfer::importAll(const CDatabase& database, QSqlDatabase& db, const
         }
     }
 
-    if (content.hasToken) {
-        QSqlQuery token(db);
-        token.prepare(QStringLiteral("INSERT INTO level2_token (slot, token) VALUES (1, ?)"));
-        token.addBindValue(content.level2Token);
-        database.exec(token);
-    }
+    if (content.hasToken)
+        CTokenStore(database).insert(db, content.level2Token.toStdString());
 
     writeUsers(database, db, content.users);
+    if (hadAdministrator && !hasAdministrator(database, db))
+        refuse(QStringLiteral("导入后将没有启用且有管理权限(%1)的账户")
+                   .arg(int(Hlx::CRightsTable::kAdminister)));
+}
+
+bool CDataTransfer::hasAdministrator(const CDatabase& database, QSqlDatabase& db) {
+    QSqlQuery query(db);
+    query.prepare(
+        QStringLiteral("SELECT count(*) FROM users JOIN user_rights ON user_rights.user_name = "
+                       "users.name WHERE users.enabled = 1 AND user_rights.right_id = ?"));
+    query.addBindValue(int(Hlx::CRightsTable::kAdminister));
+    database.exec(query);
+    return query.next() && query.value(0).toInt() > 0;
 }
 
 void CDataTransfer::writeLogin(const CDatabase& database, QSqlDatabase& db, const User& user) {

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "Hlx/IDataServiceBackend.h"
+#include "Hlx/IQuotesAdmin.h"
 #include "rkservice/COrinQuoterSourceInfo.h"
 
 class CDatabase;
@@ -46,8 +47,14 @@ public:
     // Reads and checks a document completely; throws CServiceError naming the first fault.
     static Content parse(const QJsonObject& document);
     // Replaces everything with the content; runs in the caller's transaction. Accounts the
-    // content names keep their password, enabled flag and logins.
+    // content names keep their password, enabled flag and logins. Refused when it would leave no
+    // enabled account with the administrator right where one had it.
     static void importAll(const CDatabase& database, QSqlDatabase& db, const Content& content);
+
+    // Per section, what replacing the content before with the content after changes; both
+    // are documents written by exportAll.
+    static std::vector<Hlx::CSectionChange> changes(const QJsonObject& before,
+                                                    const QJsonObject& after);
 
     static void checkSubsystems(const std::vector<Hlx::SubsystemInfo>& subsystems);
     // Makes the sub-system table hold exactly the list; a sub-system that still holds sources
@@ -57,6 +64,12 @@ public:
                                 bool keepSources);
 
 private:
+    static void parseSubsystems(const QJsonObject& document, Content* content);
+    static void parseSources(const QJsonObject& document, Content* content);
+    static void parseWholeQuote(const QJsonObject& document, Content* content);
+    static void parseUsers(const QJsonObject& document, int version, Content* content);
+    // Whether an enabled account holds the administrator right.
+    static bool hasAdministrator(const CDatabase& database, QSqlDatabase& db);
     static void writeUsers(const CDatabase& database, QSqlDatabase& db,
                            const std::vector<User>& users);
     static void writeLogin(const CDatabase& database, QSqlDatabase& db, const User& user);

@@ -5,16 +5,25 @@
 
 #include <QDir>
 #include <QFileInfo>
+#include <QSqlDriver>
 #include <QUrl>
 #include <QUrlQuery>
+#include <QVariant>
 #include <atomic>
 #include <map>
 
+#include "CDataDirectory.h"
+#include "CDatabaseUrl.h"
+#include "CSecretBox.h"
 #include "CServiceError.h"
+#include "CStatementWatchdog.h"
 
 namespace {
 
 std::atomic<quint64> g_nextSerial{1};
+const char* const kNoResponse = "数据库无响应";
+// The advisory lock of the service's PostgreSQL writers ("QUOTES" in ASCII).
+const qint64 kWriterLock = 0x51554f544553;
 std::atomic<quint64> g_nextConnection{1};
 
 // Databases still alive, by serial: a thread that ends closes its connections only of these.
@@ -42,6 +51,16 @@ void closeAndRemove(const QString& name) {
     QSqlDatabase::removeDatabase(name);
 }
 
+// The libpq connection under a Qt PostgreSQL driver; null for any other driver.
+pg_conn* pgConnection(const QSqlDriver* driver) {
+    if (!driver)
+        return nullptr;
+    const QVariant handle = driver->handle();
+    if (!handle.isValid() || qstrcmp(handle.typeName(), "PGconn*") != 0)
+        return nullptr;
+    return *static_cast<pg_conn* const*>(handle.constData());
+}
+
 bool containsAny(const QString& text, std::initializer_list<const char*> needles) {
     for (const char* needle : needles) {
         if (text.contains(QLatin1String(needle), Qt::CaseInsensitive))
@@ -59,94 +78,73 @@ std::unique_ptr<CDatabase> CDatabase::create(const CServiceOptions& options, QSt
     db->m_maxPageCount = options.maxPageCount;
     db->m_synchronousFull = options.synchronousFull;
 
-    const QString url = options.dbUrl.trimmed();
-    if (url.startsWith(QLatin1String("postgresql://")) ||
-        url.startsWith(QLatin1String("postgres://"))) {
-        if (!QSqlDatabase::isDriverAvailable(QStringLiteral("QPSQL"))) {
-            *error = QStringLiteral("缺少 PostgreSQL 数据库驱动 (QPSQL)");
-            return nullptr;
-        }
-        const QUrl parsed(url, QUrl::StrictMode);
-        if (!parsed.isValid()) {
-            *error = QStringLiteral("数据库地址格式错误");
-            return nullptr;
-        }
+    CDatabaseUrl location;
+    if (!CDatabaseUrl::parse(options.dbUrl, options.dataDir, &location, error))
+        return nullptr;
+    const QString driver = location.postgres ? QStringLiteral("QPSQL") : QStringLiteral("QSQLITE");
+    if (!QSqlDatabase::isDriverAvailable(driver)) {
+        *error = location.postgres ? QStringLiteral("缺少 PostgreSQL 数据库驱动 (QPSQL)")
+                                   : QStringLiteral("缺少 SQLite 数据库驱动 (QSQLITE)");
+        return nullptr;
+    }
+    if (location.postgres) {
         db->m_engine = PostgreSQL;
-        db->m_pgUser = parsed.userName();
-        db->m_pgPassword = parsed.password();
-        db->m_pgHost = parsed.host();
-        db->m_pgPort = parsed.port(-1);
-        db->m_pgDatabase = parsed.path().mid(1);
-        QStringList extra;
-        const QUrlQuery query(parsed);
-        for (const auto& item : query.queryItems(QUrl::FullyDecoded)) {
-            if (item.first == QLatin1String("host"))
-                db->m_pgHost = item.second;
-            else if (item.first == QLatin1String("port"))
-                db->m_pgPort = item.second.toInt();
-            else if (item.first == QLatin1String("user"))
-                db->m_pgUser = item.second;
-            else if (item.first == QLatin1String("password"))
-                db->m_pgPassword = item.second;
-            else if (item.first == QLatin1String("dbname"))
-                db->m_pgDatabase = item.second;
-            else
-                extra << item.first + QLatin1Char('=') + item.second;
-        }
-        if (db->m_pgDatabase.isEmpty()) {
-            *error = QStringLiteral("数据库地址缺少数据库名");
-            return nullptr;
-        }
-        if (!extra.join(QLatin1Char(';')).contains(QLatin1String("connect_timeout")))
-            extra << QStringLiteral("connect_timeout=5");
-        db->m_pgOptions = extra.join(QLatin1Char(';'));
-    } else {
-        if (!QSqlDatabase::isDriverAvailable(QStringLiteral("QSQLITE"))) {
-            *error = QStringLiteral("缺少 SQLite 数据库驱动 (QSQLITE)");
-            return nullptr;
-        }
-        QString path;
-        if (url.startsWith(QLatin1String("sqlite://"))) {
-            path = QUrl(url).path();
-        } else if (!url.isEmpty()) {
-            *error =
-                QStringLiteral("不支持的数据库地址: %1").arg(url.section(QLatin1Char(':'), 0, 0));
-            return nullptr;
-        } else {
-            path = QDir(options.dataDir).filePath(QStringLiteral("quotes.db"));
-        }
-        const QFileInfo info(path);
-        const QString dir = info.absolutePath();
-        if (!QFileInfo(dir).isDir()) {
-            if (QFileInfo::exists(dir) || !QDir().mkpath(dir)) {
-                *error = QStringLiteral("无法创建数据目录: %1").arg(dir);
-                return nullptr;
-            }
-            // The data directory holds passwords of the quote sources.
-            QFile::setPermissions(
-                dir, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
-        }
-        if (info.exists() && !info.isFile()) {
-            *error = QStringLiteral("数据库路径不是文件: %1").arg(info.absoluteFilePath());
-            return nullptr;
-        }
-        if (!info.exists()) {
-            // Created here with 0600 so that SQLite's journal files inherit the mode.
-            const QByteArray native = QFile::encodeName(info.absoluteFilePath());
-            const int fd =
-                ::open(native.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-            if (fd < 0 && errno != EEXIST) {
-                *error = QStringLiteral("无法创建数据库文件: %1").arg(info.absoluteFilePath());
-                return nullptr;
-            }
-            if (fd >= 0)
-                ::close(fd);
-        }
-        db->m_filePath = info.absoluteFilePath();
+        db->m_pgHost = location.host;
+        db->m_pgPort = location.port;
+        db->m_pgUser = location.user;
+        db->m_pgPassword = location.password;
+        db->m_pgDatabase = location.database;
+        db->m_pgOptions = location.options;
+        if (options.statementTimeoutMs > 0)
+            db->m_watchdog.reset(
+                new CStatementWatchdog(std::chrono::milliseconds(options.statementTimeoutMs),
+                                       std::chrono::milliseconds(qMax(options.cancelGraceMs, 0))));
+    } else if (!db->prepareSqliteFile(location.filePath, location.inDataDirectory, error)) {
+        return nullptr;
     }
     std::lock_guard<std::mutex> lock(g_registryMutex);
     g_live[db->m_serial] = db.get();
     return db;
+}
+
+bool CDatabase::prepareSqliteFile(const QString& path, bool dataDirectory, QString* error) {
+    const QFileInfo info(path);
+    // The data directory holds the sources' passwords (sealed) and the key that opens them. A
+    // file named by its own URL may share its directory: only the database's files are ours.
+    if (dataDirectory ? !CDataDirectory::prepare(info.absolutePath(), error)
+                      : !CDataDirectory::create(info.absolutePath(), error))
+        return false;
+    for (const char* suffix : {"", "-wal", "-shm", "-journal"})
+        CDataDirectory::tightenFile(info.absoluteFilePath() + QLatin1String(suffix));
+    if (info.exists() && !info.isFile()) {
+        *error = QStringLiteral("数据库路径不是文件: %1").arg(info.absoluteFilePath());
+        return false;
+    }
+    if (!info.exists()) {
+        // Created here with 0600 so that SQLite's journal files inherit the mode.
+        const QByteArray native = QFile::encodeName(info.absoluteFilePath());
+        const int fd = ::open(native.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+        if (fd < 0 && errno != EEXIST) {
+            *error = QStringLiteral("无法创建数据库文件: %1").arg(info.absoluteFilePath());
+            return false;
+        }
+        if (fd >= 0)
+            ::close(fd);
+    }
+    m_filePath = info.absoluteFilePath();
+    return true;
+}
+
+std::shared_ptr<const CSecretBox> CDatabase::secrets() const {
+    std::lock_guard<std::mutex> lock(m_secretsMutex);
+    if (!m_secrets)
+        throw CServiceError("密钥尚未载入");
+    return m_secrets;
+}
+
+void CDatabase::setSecrets(std::shared_ptr<const CSecretBox> box) {
+    std::lock_guard<std::mutex> lock(m_secretsMutex);
+    m_secrets = std::move(box);
 }
 
 CDatabase::~CDatabase() {
@@ -209,6 +207,8 @@ QSqlDatabase CDatabase::connection() {
                 if (m_engine == SQLite) {
                     exec(db, QStringLiteral("PRAGMA busy_timeout=%1").arg(m_busyTimeoutMs));
                     exec(db, QStringLiteral("PRAGMA foreign_keys=ON"));
+                    // Deleted and overwritten content is zeroed, not left in free pages.
+                    exec(db, QStringLiteral("PRAGMA secure_delete=ON"));
                     exec(db, QStringLiteral("PRAGMA journal_mode=WAL"));
                     exec(db, m_synchronousFull ? QStringLiteral("PRAGMA synchronous=FULL")
                                                : QStringLiteral("PRAGMA synchronous=NORMAL"));
@@ -254,12 +254,12 @@ void CDatabase::transact(bool write, const std::function<void(QSqlDatabase&)>& w
     // the busy timeout.
     if (write && m_engine == SQLite) {
         m_groupCommit.run(work, [this](const std::vector<CGroupCommit::Job*>& batch) {
-            runTransaction(QStringLiteral("BEGIN IMMEDIATE"),
+            runTransaction(QStringLiteral("BEGIN IMMEDIATE"), true,
                            [&](QSqlDatabase& db) { runBatch(db, batch); });
         });
         return;
     }
-    runTransaction(QStringLiteral("BEGIN"), work);
+    runTransaction(QStringLiteral("BEGIN"), write, work);
 }
 
 void CDatabase::runBatch(QSqlDatabase& db, const std::vector<CGroupCommit::Job*>& batch) {
@@ -284,7 +284,7 @@ void CDatabase::runBatch(QSqlDatabase& db, const std::vector<CGroupCommit::Job*>
     }
 }
 
-void CDatabase::runTransaction(const QString& begin,
+void CDatabase::runTransaction(const QString& begin, bool write,
                                const std::function<void(QSqlDatabase&)>& work) {
     bool broken = false;
     try {
@@ -292,8 +292,9 @@ void CDatabase::runTransaction(const QString& begin,
         QSqlDatabase db = connection();
         try {
             exec(db, begin);
-        } catch (...) {
-            if (!reused) {
+        } catch (const CServiceError& e) {
+            // A server that does not answer is not retried: the operator would wait twice.
+            if (!reused || e.what() == std::string(kNoResponse)) {
                 broken = true;
                 throw;
             }
@@ -310,6 +311,10 @@ void CDatabase::runTransaction(const QString& begin,
             }
         }
         try {
+            // PostgreSQL writers queue like SQLite's, so no two interleave a check and the write
+            // it allows (the lock ends with the transaction). lock_timeout bounds the wait.
+            if (write && m_engine == PostgreSQL)
+                exec(db, QStringLiteral("SELECT pg_advisory_xact_lock(%1)").arg(kWriterLock));
             work(db);
             exec(db, QStringLiteral("COMMIT"));
         } catch (...) {
@@ -325,15 +330,20 @@ void CDatabase::runTransaction(const QString& begin,
     }
 }
 
+void CDatabase::run(QSqlQuery& query, const std::function<bool()>& exec) const {
+    CStatementWatchdog::Watch watch(m_watchdog.get(), pgConnection(query.driver()));
+    if (exec())
+        return;
+    throw CServiceError(watch.expired() ? std::string(kNoResponse) : describe(query.lastError()));
+}
+
 void CDatabase::exec(QSqlQuery& query) const {
-    if (!query.exec())
-        throw CServiceError(describe(query.lastError()));
+    run(query, [&query] { return query.exec(); });
 }
 
 void CDatabase::exec(QSqlDatabase& db, const QString& sql) const {
     QSqlQuery query(db);
-    if (!query.exec(sql))
-        throw CServiceError(describe(query.lastError()));
+    run(query, [&query, &sql] { return query.exec(sql); });
 }
 
 std::string CDatabase::describe(const QSqlError& error) const {

@@ -14,6 +14,9 @@
 #include "CGroupCommit.h"
 #include "CServiceOptions.h"
 
+class CStatementWatchdog;
+class CSecretBox;
+
 // The service's database: SQLite in one file or PostgreSQL, with one Qt SQL connection per
 // thread (a Qt SQL connection may only be used by the thread that opened it).
 class CDatabase {
@@ -47,6 +50,8 @@ public:
     // Executes a prepared query or throws CServiceError with the operator's text for its error.
     void exec(QSqlQuery& query) const;
     void exec(QSqlDatabase& db, const QString& sql) const;
+    // The connection options a PostgreSQL connection is opened with (libpq keywords).
+    QString connectOptions() const { return m_pgOptions; }
     // The operator's text (Chinese, UTF-8) for a database error.
     std::string describe(const QSqlError& error) const;
 
@@ -56,11 +61,17 @@ public:
     // Called when a thread that holds a connection ends.
     void forgetConnection(const QString& name);
 
+    // The box that seals the stored secrets; throws CServiceError before one is set.
+    std::shared_ptr<const CSecretBox> secrets() const;
+    void setSecrets(std::shared_ptr<const CSecretBox> box);
+
 private:
     CDatabase() = default;
     void configure(QSqlDatabase& db) const;
-    void runTransaction(const QString& begin, const std::function<void(QSqlDatabase&)>& work);
+    void runTransaction(const QString& begin, bool write,
+                        const std::function<void(QSqlDatabase&)>& work);
     void runBatch(QSqlDatabase& db, const std::vector<CGroupCommit::Job*>& batch);
+    bool prepareSqliteFile(const QString& path, bool dataDirectory, QString* error);
 
     Engine m_engine = SQLite;
     quint64 m_serial = 0;
@@ -75,8 +86,15 @@ private:
     qint64 m_maxPageCount = 0;
     bool m_synchronousFull = true;
 
+    // PostgreSQL only: bounds each statement.
+    std::unique_ptr<CStatementWatchdog> m_watchdog;
+    // Runs one statement under the watchdog; exec is the query's own call.
+    void run(QSqlQuery& query, const std::function<bool()>& exec) const;
+
     std::mutex m_mutex;
     std::set<QString> m_names;
     // Writers of this process (SQLite).
     CGroupCommit m_groupCommit;
+    mutable std::mutex m_secretsMutex;
+    std::shared_ptr<const CSecretBox> m_secrets;
 };

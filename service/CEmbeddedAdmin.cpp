@@ -3,8 +3,6 @@
 #include <boost/make_shared.hpp>
 
 #include "CQuotesService.h"
-#include "Hlx/CAdminBackend.h"
-#include "Hlx/CUserManager.h"
 
 namespace {
 
@@ -24,27 +22,6 @@ boost::shared_ptr<CEmbeddedAdmin> CEmbeddedAdmin::asOwner(
     return boost::shared_ptr<CEmbeddedAdmin>(new CEmbeddedAdmin(std::move(service), [] {
         return CCaller::owner().locally(CCaller::operatingSystemUser());
     }));
-}
-
-boost::shared_ptr<CEmbeddedAdmin> CEmbeddedAdmin::forCurrentUser(
-    boost::shared_ptr<CQuotesService> service) {
-    return boost::shared_ptr<CEmbeddedAdmin>(new CEmbeddedAdmin(std::move(service), [] {
-        const rkservice::CUserInfoPtr user = Hlx::CUserManager::instance()->getUserInfoPtr();
-        return (user ? CCaller::user(*user) : CCaller::user(std::string(), {}))
-            .locally(CCaller::operatingSystemUser());
-    }));
-}
-
-boost::shared_ptr<Hlx::IDataServiceBackend> CEmbeddedAdmin::backendAsOwner(
-    boost::shared_ptr<CQuotesService> service) {
-    return boost::shared_ptr<Hlx::IDataServiceBackend>(
-        new Hlx::CAdminBackend(asOwner(std::move(service))));
-}
-
-boost::shared_ptr<Hlx::IDataServiceBackend> CEmbeddedAdmin::backendForCurrentUser(
-    boost::shared_ptr<CQuotesService> service) {
-    return boost::shared_ptr<Hlx::IDataServiceBackend>(
-        new Hlx::CAdminBackend(forCurrentUser(std::move(service))));
 }
 
 utils::RKError CEmbeddedAdmin::query(const Hlx::CRequestTarget& target,
@@ -91,6 +68,18 @@ utils::RKError CEmbeddedAdmin::exportDocument(QJsonObject* document) {
 utils::RKError CEmbeddedAdmin::importDocument(const QJsonObject& document) {
     QString error;
     return outcome(m_service->importDocument(m_caller(), document, &error), error);
+}
+
+utils::RKError CEmbeddedAdmin::importDocument(const QJsonObject& document,
+                                              const Hlx::CImportOptions& options,
+                                              Hlx::CImportReport* report) {
+    QString error;
+    return outcome(m_service->importDocument(m_caller(), document, options, report, &error), error);
+}
+
+utils::RKError CEmbeddedAdmin::modifySource(int id, const SourcePatch& patch) {
+    QString error;
+    return outcome(m_service->modifySource(m_caller(), id, patch, &error), error);
 }
 
 utils::RKError CEmbeddedAdmin::checkIntegrity() {

@@ -19,16 +19,6 @@ public:
 
     // With every right, as the owner of the database file (quotesctl on its own file).
     static boost::shared_ptr<CEmbeddedAdmin> asOwner(boost::shared_ptr<CQuotesService> service);
-    // For the user manager's current user (the embedded console, whose tool bar chooses the
-    // user: a safeguard against mistakes, not security). Without a current user nothing may be
-    // changed.
-    static boost::shared_ptr<CEmbeddedAdmin> forCurrentUser(
-        boost::shared_ptr<CQuotesService> service);
-    // The same, behind the client centre.
-    static boost::shared_ptr<Hlx::IDataServiceBackend> backendAsOwner(
-        boost::shared_ptr<CQuotesService> service);
-    static boost::shared_ptr<Hlx::IDataServiceBackend> backendForCurrentUser(
-        boost::shared_ptr<CQuotesService> service);
 
     utils::RKError query(const Hlx::CRequestTarget& target,
                          const rkservice::COrinQueryDataReq& request,
@@ -43,6 +33,9 @@ public:
     utils::RKError setLoginTypeAuth(int loginType, bool granted) override;
     utils::RKError exportDocument(QJsonObject* document) override;
     utils::RKError importDocument(const QJsonObject& document) override;
+    utils::RKError modifySource(int id, const SourcePatch& patch) override;
+    utils::RKError importDocument(const QJsonObject& document, const Hlx::CImportOptions& options,
+                                  Hlx::CImportReport* report) override;
     utils::RKError checkIntegrity() override;
     utils::RKError status(Hlx::CServiceStatus* status) override;
     utils::RKError accounts(std::vector<Hlx::CAdminAccount>* accounts) override;

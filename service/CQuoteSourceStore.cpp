@@ -6,6 +6,7 @@
 
 #include "CDatabase.h"
 #include "CReferenceData.h"
+#include "CSecretBox.h"
 #include "CServiceError.h"
 #include "CSourceValidator.h"
 
@@ -17,15 +18,17 @@ QString text(const std::string& value) {
     return QString::fromStdString(value);
 }
 
-// Binds the stored columns platform_id to markets, in table order.
-void bindColumns(QSqlQuery& query, const rkservice::COrinQuoterSourceInfo& source) {
+// Binds the stored columns platform_id to markets, in table order; the password sealed, so that
+// it reaches neither the database's files nor, on PostgreSQL, its statement log.
+void bindColumns(QSqlQuery& query, const rkservice::COrinQuoterSourceInfo& source,
+                 const CSecretBox& secrets) {
     query.addBindValue(source.m_nPlatformId);
     query.addBindValue(source.m_nBrokerId);
     query.addBindValue(source.m_nServerGroupId);
     query.addBindValue(text(source.m_strAddress));
     query.addBindValue(source.m_nPort);
     query.addBindValue(text(source.m_strUserName));
-    query.addBindValue(text(source.m_strPassword));
+    query.addBindValue(secrets.seal(source.m_strPassword));
     query.addBindValue(source.m_nTradeType);
     query.addBindValue(text(source.m_strMarkets));
 }
@@ -54,6 +57,7 @@ std::vector<rkservice::IDataPtr> CQuoteSourceStore::query(QSqlDatabase& db,
     if (filter)
         query.addBindValue(tradeType);
     m_database.exec(query);
+    const auto secrets = m_database.secrets();
     std::vector<rkservice::IDataPtr> result;
     // The records are made in blocks that share one allocation each: a large answer then costs
     // a few big allocations instead of one per row, which is most of the time on a worker thread.
@@ -86,7 +90,7 @@ std::vector<rkservice::IDataPtr> CQuoteSourceStore::query(QSqlDatabase& db,
         source.m_strAddress = query.value(5).toString().toStdString();
         source.m_nPort = query.value(6).toInt();
         source.m_strUserName = query.value(7).toString().toStdString();
-        source.m_strPassword = query.value(8).toString().toStdString();
+        source.m_strPassword = secrets->open(query.value(8).toString());
         source.m_nTradeType = query.value(9).toInt();
         source.m_strMarkets = query.value(10).toString().toStdString();
         result.push_back(rkservice::IDataPtr(block, &source));
@@ -97,6 +101,9 @@ std::vector<rkservice::IDataPtr> CQuoteSourceStore::query(QSqlDatabase& db,
 void CQuoteSourceStore::check(QSqlDatabase& db, const QString& subsystem,
                               const rkservice::COrinQuoterSourceInfo& source, int excludeId) const {
     CSourceValidator::checkFields(source);
+    // Stored as given or not at all: a conversion would change the password silently.
+    if (QString::fromStdString(source.m_strPassword).toStdString() != source.m_strPassword)
+        throw CServiceError("密码不是有效的 UTF-8 文本");
     const int platform = source.m_nPlatformId;
     if (!CSourceValidator::fixedPlatforms().count(platform) &&
         !CReferenceData::hasPlatform(m_database, db, platform))
@@ -148,12 +155,13 @@ std::vector<int> CQuoteSourceStore::add(
                                   "broker_id, server_group_id, address, port, user_name, password, "
                                   "trade_type, markets) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?)") +
                    (returning ? QStringLiteral(" RETURNING id") : QString()));
+    const auto secrets = m_database.secrets();
     std::vector<int> ids;
     ids.reserve(sources.size());
     for (const auto& source : sources) {
         check(db, subsystem, *source, -1);
         insert.addBindValue(subsystem);
-        bindColumns(insert, *source);
+        bindColumns(insert, *source, *secrets);
         m_database.exec(insert);
         qlonglong id = 0;
         if (returning) {
@@ -168,6 +176,24 @@ std::vector<int> CQuoteSourceStore::add(
         ids.push_back(int(id));
     }
     return ids;
+}
+
+rkservice::COrinQuoterSourceInfoPtr CQuoteSourceStore::find(QSqlDatabase& db, int id) const {
+    if (m_database.engine() == CDatabase::PostgreSQL) {
+        // SQLite's write transaction excludes other writers already; PostgreSQL locks the row
+        // before it is read.
+        QSqlQuery lock(db);
+        lock.prepare(
+            QStringLiteral("SELECT id FROM kx_orin_quoter_source WHERE id = ? FOR UPDATE"));
+        lock.addBindValue(id);
+        m_database.exec(lock);
+    }
+    for (const auto& data : query(db, QString(), false, 0)) {
+        const auto& stored = static_cast<const rkservice::COrinQuoterSourceInfo&>(*data);
+        if (stored.m_nId == id)
+            return boost::make_shared<rkservice::COrinQuoterSourceInfo>(stored);
+    }
+    throw CServiceError("行情源不存在: " + std::to_string(id));
 }
 
 void CQuoteSourceStore::modify(
@@ -200,9 +226,12 @@ void CQuoteSourceStore::modify(
             QStringLiteral("UPDATE kx_orin_quoter_source SET platform_id = ?, broker_id = "
                            "?, server_group_id = ?, address = ?, port = ?, user_name = ?, "
                            "password = ?, trade_type = ?, markets = ? WHERE id = ?"));
-        bindColumns(update, source);
+        bindColumns(update, source, *m_database.secrets());
         update.addBindValue(source.m_nId);
         m_database.exec(update);
+        // Gone since it was read (a writer outside this service): a change of nothing is no change.
+        if (update.numRowsAffected() != 1)
+            throw CServiceError("行情源不存在: " + std::to_string(source.m_nId));
     }
 }
 
@@ -253,14 +282,23 @@ void CQuoteSourceStore::insertRaw(QSqlDatabase& db, const QString& subsystem,
                        "trade_type, markets) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)"));
     insert.addBindValue(source.m_nId);
     insert.addBindValue(subsystem);
-    bindColumns(insert, source);
+    bindColumns(insert, source, *m_database.secrets());
     m_database.exec(insert);
 }
 
 void CQuoteSourceStore::resetIdSequence(QSqlDatabase& db) const {
-    if (m_database.engine() == CDatabase::PostgreSQL)
+    if (m_database.engine() == CDatabase::PostgreSQL) {
         m_database.exec(
             db, QStringLiteral("SELECT setval(pg_get_serial_sequence('kx_orin_quoter_source', "
                                "'id'), COALESCE((SELECT max(id) FROM kx_orin_quoter_source), 0) + "
                                "1, false)"));
+        return;
+    }
+    // AUTOINCREMENT never goes back on its own: a counter left high by an earlier content would
+    // run out of ids sooner than the imported content warrants.
+    m_database.exec(
+        db, QStringLiteral("DELETE FROM sqlite_sequence WHERE name = 'kx_orin_quoter_source'"));
+    m_database.exec(db, QStringLiteral("INSERT INTO sqlite_sequence (name, seq) SELECT "
+                                       "'kx_orin_quoter_source', COALESCE(max(id), 0) FROM "
+                                       "kx_orin_quoter_source"));
 }

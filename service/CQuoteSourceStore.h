@@ -21,6 +21,8 @@ public:
     // each tagged with its sub-system.
     std::vector<rkservice::IDataPtr> query(QSqlDatabase& db, const QString& subsystem, bool filter,
                                            int tradeType) const;
+    // The stored source with the id, locked for this transaction; throws when there is none.
+    rkservice::COrinQuoterSourceInfoPtr find(QSqlDatabase& db, int id) const;
     // Adds the sources to the sub-system; returns the ids assigned, in order.
     std::vector<int> add(QSqlDatabase& db, const QString& subsystem,
                          const std::vector<rkservice::COrinQuoterSourceInfoPtr>& sources) const;

@@ -1,7 +1,10 @@
 #include "CQuotesService.h"
 
 #include <QCryptographicHash>
+#include <QDateTime>
 #include <QDir>
+#include <QFile>
+#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QSqlQuery>
@@ -9,6 +12,7 @@
 #include <QVariant>
 #include <algorithm>
 #include <boost/make_shared.hpp>
+#include <cstdio>
 #include <set>
 
 #include "CAccessPolicy.h"
@@ -16,12 +20,17 @@
 #include "CAuditTrail.h"
 #include "CDataTransfer.h"
 #include "CDatabase.h"
+#include "CPrivateFile.h"
 #include "CQuoteSourceStore.h"
 #include "CReferenceData.h"
 #include "CSchema.h"
+#include "CSecretBox.h"
+#include "CSecretColumns.h"
+#include "CSecretKeyFile.h"
 #include "CSeedData.h"
 #include "CServiceError.h"
 #include "CSourceValidator.h"
+#include "CTokenStore.h"
 #include "Hlx/CAnswer.h"
 #include "model/CAuditVocabulary.h"
 #include "rkservice/CGlobalFeaturePermissionInfo.h"
@@ -79,6 +88,20 @@ QJsonObject importCounts(const CDataTransfer::Content& content) {
                        {QStringLiteral("users"), int(content.users.size())}};
 }
 
+// The ids a modify or delete names, each once: a second record for the same row would make the
+// outcome depend on the order of the records.
+std::vector<int> distinctIds(const std::vector<rkservice::COrinQuoterSourceInfoPtr>& sources,
+                             const std::string& what) {
+    std::vector<int> ids;
+    std::set<int> seen;
+    for (const auto& source : sources) {
+        if (!seen.insert(source->m_nId).second)
+            throw CServiceError(what + "请求中行情源重复: " + std::to_string(source->m_nId));
+        ids.push_back(source->m_nId);
+    }
+    return ids;
+}
+
 rkservice::IDataPtr tagged(const rkservice::IDataPtr& record, const std::string& tag) {
     rkservice::IDataPtr copy = record->clone();
     copy->setSystemTag(tag);
@@ -111,8 +134,13 @@ boost::shared_ptr<CQuotesService> CQuotesService::open(const CServiceOptions& op
     if (!service->m_database)
         return nullptr;
     service->m_audit.reset(new CAuditTrail(*service->m_database, resolved.auditTrail));
+    const QString file = service->m_database->filePath();
+    service->m_backupDir = !resolved.dataDir.isEmpty() ? resolved.dataDir
+                           : file.isEmpty()            ? QString()
+                                                       : QFileInfo(file).absolutePath();
+    service->m_keyFile = keyFilePath(resolved, *service->m_database);
     try {
-        service->initialise(resolved.seed);
+        service->initialise(resolved.seed, resolved.createMissing);
     } catch (const CServiceError& e) {
         *failure = QString::fromStdString(e.what());
         return nullptr;
@@ -120,13 +148,17 @@ boost::shared_ptr<CQuotesService> CQuotesService::open(const CServiceOptions& op
     return service;
 }
 
-void CQuotesService::initialise(bool seed) {
+void CQuotesService::initialise(bool seed, bool createMissing) {
+    Caches caches;
     m_database->transact(true, [&](QSqlDatabase& db) {
         const int version = CSchema::version(*m_database, db);
         if (version > CSchema::currentVersion())
             throw CServiceError("数据库结构版本 " + std::to_string(version) +
                                 " 比本程序支持的版本 " + std::to_string(CSchema::currentVersion()) +
                                 " 新，拒绝打开；请使用更新的程序");
+        if (version == 0 && !createMissing)
+            throw CServiceError("数据库尚未初始化：请先在第一台服务器上运行 quotesd init");
+        unlockSecrets(db, version);
         CSchema::migrate(*m_database, db, version, CSchema::currentVersion());
         if (version == 0) {
             if (seed)
@@ -134,12 +166,90 @@ void CQuotesService::initialise(bool seed) {
             else
                 CSeedData::seedMinimal(*m_database, db);
         }
-        reloadCaches(db);
+        caches = readCaches(db);
+    });
+    applyCaches(caches);
+}
+
+QString CQuotesService::keyFilePath(const CServiceOptions& options, const CDatabase& database) {
+    if (!options.secretsKeyFile.isEmpty())
+        return options.secretsKeyFile;
+    if (database.engine() == CDatabase::SQLite)
+        return CSecretKeyFile::defaultPath(QFileInfo(database.filePath()).absolutePath());
+    return CSecretKeyFile::defaultPath(options.dataDir.isEmpty() ? defaultDataDir()
+                                                                 : options.dataDir);
+}
+
+void CQuotesService::unlockSecrets(QSqlDatabase& db, int version) {
+    const std::string file = m_keyFile.toStdString();
+    if (version == 0 || !CSecretColumns::hasCheck(*m_database, db)) {
+        // Nothing sealed yet (a new database, or one from before secrets were sealed): the key
+        // the file holds, or a new one.
+        if (!CSecretKeyFile::exists(m_keyFile))
+            CSecretKeyFile::create(m_keyFile, CSecretBox::generate());
+        m_database->setSecrets(std::make_shared<CSecretBox>(CSecretKeyFile::read(m_keyFile)));
+        return;
+    }
+    if (!CSecretKeyFile::exists(m_keyFile) && !CSecretKeyFile::exists(pendingKeyFile()))
+        throw CServiceError(
+            "缺少密钥文件 " + file +
+            "：数据库中的密码已加密，需要创建数据库时（或上次更换密钥后）的密钥文件");
+    if (CSecretKeyFile::exists(m_keyFile)) {
+        auto box = std::make_shared<CSecretBox>(CSecretKeyFile::read(m_keyFile));
+        if (CSecretColumns::matches(*m_database, db, *box)) {
+            m_database->setSecrets(box);
+            return;
+        }
+    }
+    // A key change that committed but whose new key file was not yet moved into place.
+    if (CSecretKeyFile::exists(pendingKeyFile())) {
+        auto box = std::make_shared<CSecretBox>(CSecretKeyFile::read(pendingKeyFile()));
+        if (CSecretColumns::matches(*m_database, db, *box)) {
+            CSecretKeyFile::write(m_keyFile, *box);
+            QFile::remove(pendingKeyFile());
+            m_database->setSecrets(box);
+            return;
+        }
+    }
+    throw CServiceError("密钥文件 " + file + " 与数据库不符，拒绝打开（密码无法解密）");
+}
+
+QString CQuotesService::pendingKeyFile() const {
+    return m_keyFile + QStringLiteral(".new");
+}
+
+bool CQuotesService::rekey(const CCaller& caller, QString* error) {
+    return administer(caller, "更换密钥", error, [&] {
+        const auto old = m_database->secrets();
+        const CSecretBox fresh = CSecretBox::generate();
+        // The new key is on disk before the change commits, so no crash can leave the database
+        // sealed under a key that exists nowhere.
+        CSecretKeyFile::write(pendingKeyFile(), fresh);
+        try {
+            m_database->transact(true, [&](QSqlDatabase& db) {
+                CSecretColumns::reseal(
+                    *m_database, db, [&](const QString& stored) { return old->open(stored); },
+                    fresh);
+            });
+        } catch (...) {
+            QFile::remove(pendingKeyFile());
+            throw;
+        }
+        m_database->setSecrets(std::make_shared<CSecretBox>(fresh));
+        if (::rename(QFile::encodeName(pendingKeyFile()).constData(),
+                     QFile::encodeName(m_keyFile).constData()) != 0)
+            throw CServiceError("密钥已更换，但无法改名为 " + m_keyFile.toStdString() +
+                                "，新密钥在 " + pendingKeyFile().toStdString());
     });
 }
 
-void CQuotesService::reloadCaches(QSqlDatabase& db) {
-    std::vector<Hlx::SubsystemInfo> subsystems;
+QString CQuotesService::keyFile() const {
+    return m_keyFile;
+}
+
+CQuotesService::Caches CQuotesService::readCaches(QSqlDatabase& db) const {
+    Caches caches;
+    std::vector<Hlx::SubsystemInfo>& subsystems = caches.subsystems;
     QSqlQuery query(db);
     query.setForwardOnly(true);
     query.prepare(QStringLiteral("SELECT name, display_name FROM subsystems ORDER BY ord, name"));
@@ -148,7 +258,7 @@ void CQuotesService::reloadCaches(QSqlDatabase& db) {
         subsystems.push_back({utf8(query.value(0).toString()), utf8(query.value(1).toString())});
     if (subsystems.empty())
         throw CServiceError("数据库中没有分系统");
-    std::map<int, bool> auth;
+    std::map<int, bool>& auth = caches.loginTypeAuth;
     QSqlQuery settings(db);
     settings.setForwardOnly(true);
     settings.prepare(
@@ -157,9 +267,13 @@ void CQuotesService::reloadCaches(QSqlDatabase& db) {
     while (settings.next())
         auth[settings.value(0).toString().section(QLatin1Char('.'), 1).toInt()] =
             settings.value(1).toString() == QLatin1String("1");
+    return caches;
+}
+
+void CQuotesService::applyCaches(const Caches& caches) {
     std::lock_guard<std::mutex> lock(m_cacheMutex);
-    m_subsystems = subsystems;
-    m_loginTypeAuth = auth;
+    m_subsystems = caches.subsystems;
+    m_loginTypeAuth = caches.loginTypeAuth;
 }
 
 std::vector<Hlx::SubsystemInfo> CQuotesService::subsystems() const {
@@ -320,12 +434,8 @@ std::vector<rkservice::IDataPtr> CQuotesService::doQuery(
             const std::string tag =
                 subsystem.isEmpty() ? utf8(defaultSubsystem()) : utf8(subsystem);
             m_database->transact(false, [&](QSqlDatabase& db) {
-                QSqlQuery query(db);
-                query.prepare(QStringLiteral("SELECT token FROM level2_token"));
-                m_database->exec(query);
-                while (query.next()) {
-                    auto record = boost::make_shared<rkservice::CLevel2Token>();
-                    record->token = utf8(query.value(0).toString());
+                auto record = boost::make_shared<rkservice::CLevel2Token>();
+                if (CTokenStore(*m_database).read(db, &record->token)) {
                     record->setSystemTag(tag);
                     result.push_back(record);
                 }
@@ -413,9 +523,7 @@ void CQuotesService::operateSources(const CCaller& caller, const Hlx::CRequestTa
         result->appendInt("count", int(ids.size()));
         result->appendString("ids", CAuditTrail::idList(ids));
     } else if (op == rkservice::kOperateModify) {
-        std::vector<int> ids;
-        for (const auto& source : sources)
-            ids.push_back(source->m_nId);
+        const std::vector<int> ids = distinctIds(sources, "修改");
         // The rights of the stored rows are read in the transaction that changes them.
         m_database->transact(true, [&](QSqlDatabase& db) {
             CAccessPolicy::checkModify(caller, sources, store.kinds(db, subsystem, ids));
@@ -426,13 +534,7 @@ void CQuotesService::operateSources(const CCaller& caller, const Hlx::CRequestTa
         });
         result->appendInt("count", int(sources.size()));
     } else {
-        std::vector<int> ids;
-        std::set<int> seen;
-        for (const auto& source : sources) {
-            if (!seen.insert(source->m_nId).second)
-                throw CServiceError("删除请求中行情源重复: " + std::to_string(source->m_nId));
-            ids.push_back(source->m_nId);
-        }
+        const std::vector<int> ids = distinctIds(sources, "删除");
         m_database->transact(true, [&](QSqlDatabase& db) {
             CAccessPolicy::checkDelete(caller, ids, store.kinds(db, subsystem, ids));
             const auto before = CAuditTrail::storedSources(store, db, subsystem, ids);
@@ -456,6 +558,32 @@ void CQuotesService::auditSources(
     m_audit->write(db, caller, entry);
 }
 
+bool CQuotesService::modifySource(const CCaller& caller, int id,
+                                  const Hlx::IQuotesAdmin::SourcePatch& patch, QString* error) {
+    try {
+        const CQuoteSourceStore store(*m_database);
+        m_database->transact(true, [&](QSqlDatabase& db) {
+            const rkservice::COrinQuoterSourceInfoPtr source = store.find(db, id);
+            const rkservice::COrinQuoterSourceInfo before = *source;
+            patch(source.get());
+            source->m_nId = id;
+            const std::vector<rkservice::COrinQuoterSourceInfoPtr> sources = {source};
+            CAccessPolicy::checkModify(caller, sources, store.kinds(db, QString(), {id}));
+            store.modify(db, QString(), sources);
+            rkservice::COperateDataReq request;
+            request.dataType = rkservice::kDataQuoteSources;
+            request.operateType = rkservice::kOperateModify;
+            request.datas = {source};
+            auditSources(db, caller, request, QString(), {{id, before}}, {{id, *source}});
+        });
+        return true;
+    } catch (const CServiceError& e) {
+        if (error)
+            *error = QString::fromStdString(e.what());
+        return false;
+    }
+}
+
 void CQuotesService::operateToken(const CCaller& caller,
                                   const rkservice::COperateDataReq& request) {
     const int op = request.operateType;
@@ -470,37 +598,29 @@ void CQuotesService::operateToken(const CCaller& caller,
         throw CServiceError("记录类型不符: 需要 Level-2 token 记录");
     if (op != rkservice::kOperateDelete)
         CSourceValidator::checkToken(token->token);
-    const QString text = QString::fromStdString(token->token);
     m_database->transact(true, [&](QSqlDatabase& db) {
-        QSqlQuery current(db);
-        current.prepare(QStringLiteral("SELECT token FROM level2_token WHERE slot = 1"));
-        m_database->exec(current);
-        const bool exists = current.next();
-        const QString stored = exists ? current.value(0).toString() : QString();
-        current.finish();
-        QSqlQuery change(db);
+        const CTokenStore store(*m_database);
+        std::string stored;
+        const bool exists = store.read(db, &stored);
         if (op == rkservice::kOperateAdd) {
             if (exists)
                 throw CServiceError("已有 Level-2 行情源 token，请修改或删除后再添加");
-            change.prepare(QStringLiteral("INSERT INTO level2_token (slot, token) VALUES (1, ?)"));
-            change.addBindValue(text);
+            store.insert(db, token->token);
         } else if (op == rkservice::kOperateModify) {
             if (!exists)
                 throw CServiceError("没有可修改的 Level-2 行情源 token");
-            change.prepare(QStringLiteral("UPDATE level2_token SET token = ? WHERE slot = 1"));
-            change.addBindValue(text);
+            store.update(db, token->token);
         } else {
-            if (!exists || stored != text)
+            if (!exists || stored != token->token)
                 throw CServiceError("Level-2 行情源 token 不存在");
-            change.prepare(QStringLiteral("DELETE FROM level2_token WHERE slot = 1"));
+            store.remove(db);
         }
-        m_database->exec(change);
         CAuditTrail::Entry entry = CAuditTrail::forRequest(request, QString());
         entry.ids = "1";
         entry.details.push_back({entry.ids, exists ? CAuditTrail::secret(false) : QJsonObject(),
                                  op == rkservice::kOperateDelete
                                      ? QJsonObject()
-                                     : CAuditTrail::secret(stored != text)});
+                                     : CAuditTrail::secret(stored != token->token)});
         m_audit->write(db, caller, entry);
     });
 }
@@ -621,6 +741,7 @@ bool CQuotesService::setLoginTypeAuth(const CCaller& caller, int loginType, bool
     return administer(
         caller, "修改登录类型设置", error,
         [&] {
+            Caches caches;
             m_database->transact(true, [&](QSqlDatabase& db) {
                 const std::map<int, bool> settings = loginTypeAuth();
                 const auto old = settings.find(loginType);
@@ -640,8 +761,9 @@ bool CQuotesService::setLoginTypeAuth(const CCaller& caller, int loginType, bool
                 insert.addBindValue(name);
                 insert.addBindValue(granted ? QStringLiteral("1") : QStringLiteral("0"));
                 m_database->exec(insert);
-                reloadCaches(db);
+                caches = readCaches(db);
             });
+            applyCaches(caches);
         },
         &entry);
 }
@@ -655,14 +777,16 @@ bool CQuotesService::setSubsystems(const CCaller& caller,
         caller, "修改分系统", error,
         [&] {
             CDataTransfer::checkSubsystems(subsystems);
+            Caches caches;
             m_database->transact(true, [&](QSqlDatabase& db) {
                 const QJsonObject before = subsystemFields(this->subsystems());
                 CDataTransfer::writeSubsystems(*m_database, db, subsystems, true);
-                reloadCaches(db);
+                caches = readCaches(db);
                 entry.details = {
                     {CAuditVocabulary::kSubsystems, before, subsystemFields(subsystems)}};
                 m_audit->write(db, caller, entry);
             });
+            applyCaches(caches);
         },
         &entry);
 }
@@ -670,12 +794,29 @@ bool CQuotesService::setSubsystems(const CCaller& caller,
 bool CQuotesService::exportDocument(const CCaller& caller, QJsonObject* document, QString* error) {
     return administer(caller, "导出数据", error, [&] {
         m_database->transact(false, [&](QSqlDatabase& db) {
+            // One snapshot for every table, so concurrent changes cannot tear the document.
+            if (m_database->engine() == CDatabase::PostgreSQL)
+                m_database->exec(
+                    db,
+                    QStringLiteral("SET TRANSACTION ISOLATION LEVEL REPEATABLE READ READ ONLY"));
             *document = CDataTransfer::exportAll(*m_database, db);
         });
     });
 }
 
 bool CQuotesService::importDocument(const CCaller& caller, const QJsonObject& document,
+                                    QString* error) {
+    Hlx::CImportReport report;
+    return importDocument(caller, document, Hlx::CImportOptions(), &report, error);
+}
+
+namespace {
+// Thrown out of a dry run's transaction so that it rolls back.
+struct DryRunDone {};
+}  // namespace
+
+bool CQuotesService::importDocument(const CCaller& caller, const QJsonObject& document,
+                                    const Hlx::CImportOptions& options, Hlx::CImportReport* report,
                                     QString* error) {
     CAuditTrail::Entry entry =
         CAuditTrail::entry(CAuditVocabulary::kImport, CAuditVocabulary::kDocument);
@@ -690,13 +831,62 @@ bool CQuotesService::importDocument(const CCaller& caller, const QJsonObject& do
         [&] {
             const CDataTransfer::Content content = CDataTransfer::parse(document);
             entry.summary.insert(QStringLiteral("counts"), importCounts(content));
-            m_database->transact(true, [&](QSqlDatabase& db) {
-                CDataTransfer::importAll(*m_database, db, content);
-                reloadCaches(db);
-                m_audit->write(db, caller, entry);
-            });
+            const QString backup = options.dryRun ? QString() : backupTarget(options);
+            Caches caches;
+            try {
+                m_database->transact(true, [&](QSqlDatabase& db) {
+                    const QJsonObject before = CDataTransfer::exportAll(*m_database, db);
+                    if (!options.dryRun)
+                        writeBackup(before, backup);
+                    CDataTransfer::importAll(*m_database, db, content);
+                    report->sections =
+                        CDataTransfer::changes(before, CDataTransfer::exportAll(*m_database, db));
+                    if (options.dryRun)
+                        throw DryRunDone();
+                    caches = readCaches(db);
+                    m_audit->write(db, caller, entry);
+                });
+            } catch (const DryRunDone&) {
+                return;
+            }
+            report->backupFile = backup.toStdString();
+            applyCaches(caches);
         },
         &entry);
+}
+
+QString CQuotesService::backupTarget(const Hlx::CImportOptions& options) const {
+    if (!options.backupFile.empty())
+        return QString::fromStdString(options.backupFile);
+    if (m_backupDir.isEmpty())
+        throw CServiceError("没有数据目录可存放导入前的备份，请指定备份文件");
+    // Sortable by time, so the oldest come first by name; a suffix keeps two in one
+    // millisecond apart.
+    const QString stamp =
+        QDateTime::currentDateTimeUtc().toString(QStringLiteral("yyyyMMdd-HHmmss-zzz"));
+    const QDir dir(m_backupDir);
+    QString path = dir.filePath(QStringLiteral("import-backup-%1.json").arg(stamp));
+    for (int n = 1; QFileInfo::exists(path); ++n)
+        path = dir.filePath(QStringLiteral("import-backup-%1-%2.json").arg(stamp).arg(n));
+    return path;
+}
+
+void CQuotesService::writeBackup(const QJsonObject& content, const QString& path) const {
+    QString failure;
+    if (!CPrivateFile::write(path, QJsonDocument(content).toJson(QJsonDocument::Indented),
+                             &failure))
+        throw CServiceError("导入前备份失败，未导入: " + failure.toStdString());
+    if (!m_backupDir.isEmpty() &&
+        QFileInfo(path).absolutePath() == QDir(m_backupDir).absolutePath())
+        pruneBackups();
+}
+
+void CQuotesService::pruneBackups() const {
+    QStringList names =
+        QDir(m_backupDir)
+            .entryList({QStringLiteral("import-backup-*.json")}, QDir::Files, QDir::Name);
+    while (names.size() > kKeptBackups)
+        QFile::remove(QDir(m_backupDir).filePath(names.takeFirst()));
 }
 
 bool CQuotesService::accounts(const CCaller& caller, std::vector<CAccount>* accounts,

@@ -16,6 +16,7 @@
 #include "Hlx/CAuditEntry.h"
 #include "Hlx/CAuditFilter.h"
 #include "Hlx/IDataServiceBackend.h"
+#include "Hlx/IQuotesAdmin.h"
 #include "rkservice/COrinQuoterSourceInfo.h"
 #include "rkservice/CUserInfo.h"
 
@@ -49,6 +50,11 @@ public:
                                const rkservice::COperateDataReq& request,
                                bson::BSONObj* result = nullptr);
 
+    // Changes some fields of one source: reads it, lets patch change it and writes it back in
+    // one transaction, with the rights and checks of a modify.
+    bool modifySource(const CCaller& caller, int id, const Hlx::IQuotesAdmin::SourcePatch& patch,
+                      QString* error = nullptr);
+
     // "SQLite /path/quotes.db" or "PostgreSQL db@host:port".
     QString databaseDescription() const;
     // The SQLite file, empty for PostgreSQL.
@@ -75,6 +81,14 @@ public:
     bool exportDocument(const CCaller& caller, QJsonObject* document, QString* error = nullptr);
     bool importDocument(const CCaller& caller, const QJsonObject& document,
                         QString* error = nullptr);
+    // The same with a dry run or a backup file of the caller's choosing; the report counts the
+    // changes per section and names the backup.
+    bool importDocument(const CCaller& caller, const QJsonObject& document,
+                        const Hlx::CImportOptions& options, Hlx::CImportReport* report,
+                        QString* error = nullptr);
+    // Where a real import keeps the backups of what it replaced; empty when there is no data
+    // directory (a PostgreSQL database opened by URL alone).
+    QString backupDir() const { return m_backupDir; }
 
     // Accounts, with the administrator right; never a password or hash in what they return.
     bool accounts(const CCaller& caller, std::vector<CAccount>* accounts, QString* error = nullptr);
@@ -84,6 +98,12 @@ public:
                            QString* error = nullptr);
     bool setRights(const CCaller& caller, const QString& name, const std::set<int>& rights,
                    QString* error = nullptr);
+
+    // Seals every stored secret under a new key in one transaction and replaces the key file;
+    // needs the administrator right. Other processes on the database need the new file.
+    bool rekey(const CCaller& caller, QString* error = nullptr);
+    // The key file of the stored secrets.
+    QString keyFile() const;
 
     // The database's own consistency check (SQLite integrity_check); true when it passes.
     // Needs the administrator right.
@@ -101,8 +121,28 @@ public:
 private:
     CQuotesService();
 
-    void initialise(bool seed);
-    void reloadCaches(QSqlDatabase& db);
+    // What the in-process caches hold, read in a transaction and applied after its commit, so
+    // that a change that fails at commit leaves them as they were.
+    struct Caches {
+        std::vector<Hlx::SubsystemInfo> subsystems;
+        std::map<int, bool> loginTypeAuth;
+    };
+
+    void initialise(bool seed, bool createMissing);
+    Caches readCaches(QSqlDatabase& db) const;
+    void applyCaches(const Caches& caches);
+    // The backup file of a real import: the caller's, or the next one in the backup directory.
+    QString backupTarget(const Hlx::CImportOptions& options) const;
+    void writeBackup(const QJsonObject& content, const QString& path) const;
+    // Keeps the newest kKeptBackups of the backup directory.
+    void pruneBackups() const;
+    static const int kKeptBackups = 10;
+    static QString keyFilePath(const CServiceOptions& options, const CDatabase& database);
+    // Loads the key (creating it for a database that has none yet, version 0 being an empty one)
+    // and proves it against the database's check value; throws CServiceError with the operator's
+    // text when it fails.
+    void unlockSecrets(QSqlDatabase& db, int version);
+    QString pendingKeyFile() const;
     QString resolveTarget(const Hlx::CRequestTarget& target) const;
     QString defaultSubsystem() const;
     bool knowsSubsystem(const QString& name) const;
@@ -134,7 +174,9 @@ private:
 
     std::unique_ptr<CDatabase> m_database;
     std::unique_ptr<CAuditTrail> m_audit;
+    QString m_keyFile;
     mutable std::mutex m_cacheMutex;
     std::vector<Hlx::SubsystemInfo> m_subsystems;
     std::map<int, bool> m_loginTypeAuth;
+    QString m_backupDir;
 };

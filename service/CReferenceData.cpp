@@ -6,6 +6,7 @@
 #include <QSqlQuery>
 #include <QVariant>
 #include <boost/make_shared.hpp>
+#include <limits>
 #include <set>
 
 #include "CDatabase.h"
@@ -73,6 +74,9 @@ void CReferenceData::validate(const QJsonArray& platforms, const QJsonArray& bro
             !b.value(QLatin1String("brokerName")).isString() ||
             !b.value(QLatin1String("serverGroups")).isArray())
             refuse(QStringLiteral("期货公司数据格式错误: %1").arg(key));
+        // Sources name "no broker" with 2147483647, so no broker may have that id.
+        if (brokerId <= 0 || brokerId == std::numeric_limits<int>::max())
+            refuse(QStringLiteral("期货公司编号必须为正数且不是 2147483647: %1").arg(key));
         if (!platformIds.count(platformId))
             refuse(QStringLiteral("期货公司 %1 的平台不存在: %2").arg(key).arg(platformId));
         if (!brokerIds.insert({platformId, brokerId}).second)

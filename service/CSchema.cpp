@@ -5,6 +5,8 @@
 #include <QVariant>
 
 #include "CDatabase.h"
+#include "CSecretBox.h"
+#include "CSecretColumns.h"
 #include "CServiceError.h"
 
 namespace {
@@ -90,7 +92,15 @@ QStringList version3(CDatabase::Engine) {
     };
 }
 
-// Version 4: the audit trail. One entry per request that changed data or was refused, and one
+// Version 4: the sources' passwords and the Level-2 token are sealed under the key of the
+// database (CSecretBox), and a check value proves that key whenever the database opens.
+void version4(const CDatabase& database, QSqlDatabase& db) {
+    CSecretColumns::reseal(
+        database, db, [](const QString& plain) { return plain.toStdString(); },
+        *database.secrets());
+}
+
+// Version 5: the audit trail. One entry per request that changed data or was refused, and one
 // detail row per record it touched. Entries are read newest first, often for one account.
 QStringList auditTrail(CDatabase::Engine engine) {
     const QString autoId = identityColumn(engine);
@@ -114,7 +124,7 @@ QStringList auditTrail(CDatabase::Engine engine) {
 }  // namespace
 
 int CSchema::currentVersion() {
-    return 4;
+    return 5;
 }
 
 int CSchema::version(const CDatabase& database, QSqlDatabase& db) {
@@ -155,6 +165,9 @@ void CSchema::migrate(const CDatabase& database, QSqlDatabase& db, int from, int
                 statements = version3(database.engine());
                 break;
             case 4:
+                version4(database, db);
+                break;
+            case 5:
                 statements = auditTrail(database.engine());
                 break;
             default:

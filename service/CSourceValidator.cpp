@@ -7,6 +7,7 @@
 #include <climits>
 
 #include "CServiceError.h"
+#include "model/CFieldLimits.h"
 #include "rkservice/COrinQuoterSourceInfo.h"
 
 const std::set<int>& CSourceValidator::tradeTypes() {
@@ -58,17 +59,45 @@ bool CSourceValidator::parseCondition(const std::string& condition, int* tradeTy
     return true;
 }
 
+void CSourceValidator::checkText(const std::string& value, int field) {
+    const Hlx::CFieldLimit& limit = Hlx::CFieldLimits::of(Hlx::CFieldLimit::Field(field));
+    if (int(value.size()) > limit.maxBytes)
+        throw CServiceError(std::string(limit.label) + "不能超过 " +
+                            std::to_string(limit.maxBytes) + " 字节");
+    for (unsigned char c : value) {
+        if (c < 0x20 || c == 0x7f)
+            throw CServiceError(std::string(limit.label) + "不能含控制字符");
+    }
+}
+
 void CSourceValidator::checkFields(const rkservice::COrinQuoterSourceInfo& source) {
     if (!tradeTypes().count(source.m_nTradeType))
         throw CServiceError("未知的交易类型: " + std::to_string(source.m_nTradeType));
+    checkText(source.m_strAddress, Hlx::CFieldLimit::Address);
+    checkText(source.m_strUserName, Hlx::CFieldLimit::UserName);
+    checkText(source.m_strPassword, Hlx::CFieldLimit::Password);
+    checkText(source.m_strMarkets, Hlx::CFieldLimit::Markets);
     if (source.m_nBrokerId == rkservice::COrinQuoterSourceInfo::kNoBroker) {
         if (source.m_strAddress.empty())
             throw CServiceError("服务器地址不能为空");
-        if (!isAddress(source.m_strAddress))
-            throw CServiceError("服务器地址格式错误: " + source.m_strAddress);
-        if (source.m_nPort < 1 || source.m_nPort > 65535)
-            throw CServiceError("端口必须在 1 到 65535 之间: " + std::to_string(source.m_nPort));
+        checkEndpoint(source);
+        return;
     }
+    // A broker's source: the broker's server group says where to connect; an address kept from
+    // an earlier form must still be a valid one.
+    if (source.m_nBrokerId <= 0)
+        throw CServiceError("期货公司编号必须为正数: " + std::to_string(source.m_nBrokerId));
+    if (source.m_nServerGroupId < 0)
+        throw CServiceError("服务器组编号不能为负数: " + std::to_string(source.m_nServerGroupId));
+    if (!source.m_strAddress.empty() || source.m_nPort != 0)
+        checkEndpoint(source);
+}
+
+void CSourceValidator::checkEndpoint(const rkservice::COrinQuoterSourceInfo& source) {
+    if (!isAddress(source.m_strAddress))
+        throw CServiceError("服务器地址格式错误: " + source.m_strAddress);
+    if (source.m_nPort < 1 || source.m_nPort > 65535)
+        throw CServiceError("端口必须在 1 到 65535 之间: " + std::to_string(source.m_nPort));
 }
 
 void CSourceValidator::checkToken(const std::string& token) {

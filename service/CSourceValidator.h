@@ -26,8 +26,14 @@ public:
     // which asks for every trade type. Throws on anything else.
     static bool parseCondition(const std::string& condition, int* tradeType);
 
-    // The checks of a source's own fields: trade type, and either address and port (no broker)
-    // or broker and server group ids. Platform, broker and duplicates need the database.
+    // The checks of a source's own fields: trade type, the texts' limits, and either address and
+    // port (no broker) or broker and server group ids. Platform, broker and duplicates need the
+    // database.
     static void checkFields(const rkservice::COrinQuoterSourceInfo& source);
     static void checkToken(const std::string& token);
+
+private:
+    // Within the field's byte limit (Hlx::CFieldLimit::Field) and free of control characters.
+    static void checkText(const std::string& value, int field);
+    static void checkEndpoint(const rkservice::COrinQuoterSourceInfo& source);
 };

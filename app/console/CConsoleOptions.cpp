@@ -25,7 +25,17 @@ bool CConsoleOptions::parse(const QStringList& arguments, CConsoleOptions* optio
     const QCommandLineOption ca(QStringLiteral("ca"),
                                 QStringLiteral("The servers' certificate (PEM) to trust."),
                                 QStringLiteral("FILE"));
-    parser.addOptions({data, db, screenshot, user, server, ca});
+    const QCommandLineOption secretsKey(
+        QStringLiteral("secrets-key"),
+        QStringLiteral("The key of the stored passwords (default: secrets.key in the data "
+                       "directory)."),
+        QStringLiteral("FILE"));
+    const QCommandLineOption demo(
+        QStringLiteral("demo"),
+        QStringLiteral("Sample data in a data directory of its own (created if absent)."));
+    const QCommandLineOption reset(QStringLiteral("reset"),
+                                   QStringLiteral("With --demo: recreate the sample data."));
+    parser.addOptions({data, db, screenshot, user, server, ca, secretsKey, demo, reset});
     if (!parser.parse(arguments)) {
         *error = parser.errorText();
         return false;
@@ -45,6 +55,18 @@ bool CConsoleOptions::parse(const QStringList& arguments, CConsoleOptions* optio
     options->user = parser.value(user);
     options->servers = parser.values(server);
     options->caFile = parser.value(ca);
+    options->secretsKeyFile = parser.value(secretsKey);
+    options->demo = parser.isSet(demo);
+    options->reset = parser.isSet(reset);
+    if (options->demo &&
+        (!options->dataDir.isEmpty() || !options->dbUrl.isEmpty() || !options->servers.isEmpty())) {
+        *error = QStringLiteral("--demo excludes --data, --db and --server: it keeps its own data");
+        return false;
+    }
+    if (options->reset && !options->demo) {
+        *error = QStringLiteral("--reset needs --demo");
+        return false;
+    }
     if (!options->servers.isEmpty() && (!options->dbUrl.isEmpty() || !options->user.isEmpty())) {
         *error = QStringLiteral(
             "--server excludes --db and --user: the server keeps the data "

@@ -8,6 +8,7 @@
 #include <QMenuBar>
 #include <QSettings>
 #include <QStatusBar>
+#include <QTabBar>
 #include <QToolBar>
 
 #include "CPanelCatalogue.h"
@@ -62,9 +63,9 @@ CConsoleWindow::CConsoleWindow(const boost::shared_ptr<Hlx::IQuotesAdmin>& admin
         m_systemBox->setCurrentIndex(index >= 0 ? index : 0);
     }
     connect(Hlx::COrinClientCenter::instance(), &Hlx::COrinClientCenter::serverMessageShown, this,
-            [this](int, bool success, QWidget*, const QString& title, const QString& text) {
-                if (!success)
-                    statusBar()->showMessage(title + QStringLiteral(": ") + text, kMessageMs);
+            [this](int, bool, QWidget*, const QString& title, const QString& text) {
+                // The latest outcome replaces the one before, a success an earlier error too.
+                statusBar()->showMessage(title + QStringLiteral(": ") + text, kMessageMs);
             });
 }
 
@@ -201,10 +202,20 @@ Hlx::IorinDockableWidget* CConsoleWindow::openPanel(const QString& objectName) {
         if (first)
             tabifyDockWidget(first, dock);
         m_dockOrder.append(dock);
+        makeTabsReadable();
     }
     dock->show();
     dock->raise();
     return panelOf(dock);
+}
+
+void CConsoleWindow::makeTabsReadable() {
+    // With every panel open the tabs would be elided to "证券行…": whole titles, and scroll
+    // buttons when they do not all fit.
+    for (QTabBar* bar : findChildren<QTabBar*>(QString(), Qt::FindDirectChildrenOnly)) {
+        bar->setElideMode(Qt::ElideNone);
+        bar->setUsesScrollButtons(true);
+    }
 }
 
 Hlx::IorinDockableWidget* CConsoleWindow::panel(const QString& objectName) const {
@@ -305,6 +316,7 @@ void CConsoleWindow::rebuildPanels() {
     for (const QString& objectName : open)
         openPanel(objectName);
     QMainWindow::restoreState(layout, kSettingsVersion);
+    makeTabsReadable();
 }
 
 void CConsoleWindow::switchSystem(const QString& name) {
@@ -370,6 +382,7 @@ bool CConsoleWindow::restoreSettings() {
         closeAllDocks();
         showDefaultLayout();
     }
+    makeTabsReadable();
     return restored;
 }
 

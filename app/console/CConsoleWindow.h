@@ -64,6 +64,7 @@ private:
     void createStatusBar();
     QDockWidget* createDock(const QString& objectName);
     void closeAllDocks();
+    void makeTabsReadable();
     void showDefaultLayout();
     void rebuildPanels();
     void bindPanelToSystem(Hlx::IorinDockableWidget* panel) const;

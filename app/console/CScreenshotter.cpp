@@ -1,9 +1,12 @@
 #include "CScreenshotter.h"
 
+#include <QApplication>
 #include <QCoreApplication>
+#include <QCursor>
 #include <QDir>
 #include <QElapsedTimer>
 #include <QPixmap>
+#include <QScreen>
 #include <QThread>
 #include <boost/make_shared.hpp>
 #include <memory>
@@ -13,6 +16,7 @@
 #include "Hlx/COrinClientCenter.h"
 #include "Hlx/CWholeQuoteSettingDialog.h"
 #include "Zu/CComboBox.h"
+#include "Zu/CLoadingMaskWidget.h"
 #include "Zu/COddEvenRowTable.h"
 #include "dialogs/CLevel2QuoteDialog.h"
 #include "dialogs/CSetFutureQuotesDialog.h"
@@ -31,7 +35,7 @@ rkservice::COrinQuoterSourceInfoPtr sampleRecord(int tradeType) {
     record->m_nId = 1;
     record->m_nPlatformId = 10000;
     record->m_nTradeType = tradeType;
-    record->m_strAddress = "192.168.10.21";
+    record->m_strAddress = "192.0.2.21";
     record->m_nPort = 7709;
     record->m_strUserName = "quote_admin";
     record->m_strPassword = "secret";
@@ -63,7 +67,26 @@ void CScreenshotter::waitUntilSettled(int timeoutMs) {
     }
 }
 
+void CScreenshotter::holdStill() {
+    // Pictures that can be compared from run to run: no caret, no animation, no hover.
+    QApplication::setCursorFlashTime(0);
+    for (Qt::UIEffect effect : {Qt::UI_AnimateMenu, Qt::UI_FadeMenu, Qt::UI_AnimateCombo,
+                                Qt::UI_AnimateTooltip, Qt::UI_FadeTooltip, Qt::UI_AnimateToolBox})
+        QApplication::setEffectEnabled(effect, false);
+    if (QScreen* screen = QGuiApplication::primaryScreen())
+        QCursor::setPos(screen->geometry().bottomRight());
+}
+
+void CScreenshotter::settlePicture(QWidget* widget) {
+    if (QWidget* focus = QApplication::focusWidget())
+        focus->clearFocus();
+    for (Zu::CLoadingMaskWidget* mask : widget->findChildren<Zu::CLoadingMaskWidget*>())
+        mask->hide();
+    QCoreApplication::processEvents();
+}
+
 bool CScreenshotter::save(QWidget* widget, const QString& name, QString* error) {
+    settlePicture(widget);
     const QString path = QDir(m_directory).filePath(name + QStringLiteral(".png"));
     if (!widget->grab().save(path)) {
         *error = QStringLiteral("cannot write %1").arg(path);
@@ -78,6 +101,7 @@ bool CScreenshotter::run(QString* error) {
         *error = QStringLiteral("cannot create %1").arg(m_directory);
         return false;
     }
+    holdStill();
     m_window->show();
     waitUntilSettled();
     return save(m_window, QStringLiteral("console"), error) && shootPanels(error) &&

@@ -19,6 +19,9 @@ public:
     static void waitUntilSettled(int timeoutMs = 10000);
 
 private:
+    static void holdStill();
+    // No caret and no mask in the picture.
+    static void settlePicture(QWidget* widget);
     bool save(QWidget* widget, const QString& name, QString* error);
     bool shootPanels(QString* error);
     bool shootStockDialogs(const QString& panelName, QString* error);

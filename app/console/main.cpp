@@ -1,29 +1,36 @@
+#include <sys/stat.h>
+
 #include <QApplication>
 #include <QDir>
 #include <QFile>
 #include <QFont>
-#include <QMessageBox>
 #include <QStandardPaths>
 #include <boost/make_shared.hpp>
 #include <cstdio>
 
+#include "CConsoleLocale.h"
 #include "CConsoleLogging.h"
 #include "CConsoleOptions.h"
 #include "CConsoleWindow.h"
+#include "CDataDirectory.h"
+#include "CDatabaseUrl.h"
+#include "CDemoData.h"
 #include "CEmbeddedAdmin.h"
+#include "CEmbeddedBackends.h"
 #include "CQuotesService.h"
 #include "CRemoteAdmin.h"
 #include "CRemoteSession.h"
 #include "CScreenshotter.h"
 #include "Hlx/CAdminBackend.h"
 #include "Hlx/COrinClientCenter.h"
+#include "Zu/CMessageBox.h"
 
 namespace {
 
 int fail(bool interactive, const QString& message) {
     std::fprintf(stderr, "quotes-console: %s\n", message.toLocal8Bit().constData());
     if (interactive)
-        QMessageBox::critical(nullptr, QStringLiteral("行情源管理"), message);
+        Zu::CMessageBox::critical(nullptr, QStringLiteral("行情源管理"), message, 0, 0, false);
     return 1;
 }
 
@@ -53,17 +60,21 @@ void uninstall() {
     Hlx::COrinClientCenter::instance()->setBackend({});
 }
 
-int runEmbedded(QApplication& app, const CConsoleOptions& options, const QString& dataDir) {
+int runEmbedded(QApplication& app, const CConsoleOptions& options, const QString& dataDir,
+                bool fillDemo) {
     const bool interactive = options.screenshotDir.isEmpty();
     QString error;
     CServiceOptions serviceOptions;
     serviceOptions.dataDir = dataDir;
     serviceOptions.dbUrl = options.dbUrl;
+    serviceOptions.secretsKeyFile = options.secretsKeyFile;
     const boost::shared_ptr<CQuotesService> service = CQuotesService::open(serviceOptions, &error);
     if (!service)
         return fail(interactive, error);
+    if (fillDemo && !CDemoData::fill(*service, &error))
+        return fail(interactive, QStringLiteral("示例数据: %1").arg(error));
     // The embedded console acts for the user chosen in its tool bar.
-    const boost::shared_ptr<CEmbeddedAdmin> admin = CEmbeddedAdmin::forCurrentUser(service);
+    const boost::shared_ptr<CEmbeddedAdmin> admin = CEmbeddedBackends::forCurrentUser(service);
     install(admin);
     int status = 0;
     {
@@ -125,13 +136,31 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "%s\n", error.toLocal8Bit().constData());
         return error.startsWith(QStringLiteral("Usage")) ? 0 : 2;
     }
+    if (CDatabaseUrl::hasPassword(options.dbUrl))
+        std::fputs(
+            "quotes-console: warning: the --db URL holds a password, which other local "
+            "users can read; keep it in ~/.pgpass (or PGPASSFILE) instead\n",
+            stderr);
     const bool interactive = options.screenshotDir.isEmpty();
     // The data directory keeps the settings and the log; on quotesd the data stays there.
-    const QString dataDir =
+    QString dataDir =
         options.dataDir.isEmpty() ? CQuotesService::defaultDataDir() : options.dataDir;
-    if (!CConsoleLogging::start(dataDir, &error))
+    // The directory holds the database and its key: the owner's alone, as every file made in it.
+    ::umask(077);
+    bool fillDemo = false;
+    if (options.demo) {
+        dataDir = CDemoData::defaultDirectory();
+        if (!CDemoData::prepare(dataDir, options.reset, &fillDemo, &error))
+            return fail(interactive, error);
+    }
+    if (!CDataDirectory::prepare(dataDir, &error) || !CConsoleLogging::start(dataDir, &error))
         return fail(interactive, error);
+    QString warning;
+    if (!CConsoleLocale::install(&app, &warning)) {
+        std::fprintf(stderr, "quotes-console: warning: %s\n", warning.toLocal8Bit().constData());
+        qWarning("%s", qPrintable(warning));
+    }
 
-    return options.servers.isEmpty() ? runEmbedded(app, options, dataDir)
+    return options.servers.isEmpty() ? runEmbedded(app, options, dataDir, fillDemo)
                                      : runOnServers(app, options, dataDir);
 }

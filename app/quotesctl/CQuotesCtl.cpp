@@ -1,6 +1,10 @@
 #include "CQuotesCtl.h"
 
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <limits>
 
 #include <QFile>
@@ -10,10 +14,14 @@
 #include <boost/make_shared.hpp>
 
 #include "CAuditCommand.h"
+#include "CCaller.h"
 #include "CDataTransfer.h"
+#include "CDatabaseUrl.h"
 #include "CEmbeddedAdmin.h"
+#include "CPrivateFile.h"
 #include "CQuotesService.h"
 #include "CRemoteAdmin.h"
+#include "CSourceValidator.h"
 #include "rkservice/CLevel2Token.h"
 #include "rkservice/COrinBrokerInfo.h"
 #include "rkservice/COrinPlatformInfo.h"
@@ -51,6 +59,12 @@ QString CQuotesCtl::helpText() {
                "  --data DIR   data directory holding quotes.db (default: the console's, %1)\n"
                "  --db URL     a database URL instead, e.g.\n"
                "               postgresql://user@/dbname?host=/run/postgresql&port=5432\n"
+               "               (its password from ~/.pgpass, or the file PGPASSFILE names,\n"
+               "               lines host:port:dbname:user:password, mode 0600; a password in\n"
+               "               the URL works but other local users can read it)\n"
+               "  --secrets-key FILE  the key of the stored passwords and token (default:\n"
+               "               secrets.key in the data directory; every program on one\n"
+               "               database needs the same key)\n"
                "  --server HOST:PORT  a quotesd server instead (several: logins and reads move on\n"
                "               to the next when one is down; a change is never sent twice)\n"
                "  --ca FILE    the server's certificate (PEM) to trust; default: the system's\n"
@@ -64,14 +78,18 @@ QString CQuotesCtl::helpText() {
                "  sources list [--trade-type N] [--subsystem NAME] [--json]\n"
                "      List quote sources (all trade types and sub-systems unless filtered).\n"
                "  sources add --platform N --trade-type N [--subsystem NAME]\n"
-               "              (--address ADDR --port N [--user NAME] [--password TEXT] [--markets "
-               "LIST]\n"
+               "              (--address ADDR --port N [--user NAME] [--password-file FILE|-]\n"
+               "               [--markets LIST]\n"
                "               | --broker N --server-group N)\n"
                "      Add one source (to the default sub-system unless named); prints its id.\n"
                "  sources modify ID [--platform N] [--trade-type N] [--address ADDR] [--port N]\n"
-               "              [--user NAME] [--password TEXT] [--markets LIST] [--broker N]\n"
+               "              [--user NAME] [--password-file FILE|-] [--markets LIST] [--broker "
+               "N]\n"
                "              [--server-group N]\n"
                "      Change the given fields of source ID; the others keep their values.\n"
+               "      --password-file: the password is the first line of FILE, or of standard\n"
+               "      input for -; --password TEXT still works but warns (other local users\n"
+               "      can read the command line).\n"
                "  sources delete ID [ID...]\n"
                "      Delete sources by id (all or nothing).\n"
                "  brokers list [--trade-type N] [--json]\n"
@@ -80,23 +98,37 @@ QString CQuotesCtl::helpText() {
                "      Futures platforms.\n"
                "  token show [--json]\n"
                "      Print the Level-2 token (nothing when none is stored).\n"
-               "  token set TOKEN\n"
-               "      Store the Level-2 token (1 to 100 ASCII letters and digits).\n"
+               "  token set -|TOKEN\n"
+               "      Store the Level-2 token (1 to 100 ASCII letters and digits), read from the\n"
+               "      first line of standard input for - (TOKEN on the command line warns).\n"
                "  token delete\n"
                "      Delete the Level-2 token.\n"
                "  subsystems list [--json]\n"
                "      Sub-systems, the default first.\n"
                "  users list [--json]\n"
                "      Users with their rights.\n"
-               "  export [--with-audit]\n"
-               "      Write everything as one JSON document to standard output (with the audit\n"
-               "      trail under \"audit\" when asked; import passes over it).\n"
-               "  import FILE\n"
+               "  export [--output FILE] [--no-secrets] [--with-audit]\n"
+               "      Write everything as one JSON document to standard output, or to FILE (mode\n"
+               "      0600, written whole or not at all). Passwords and the token are in clear\n"
+               "      (a restore needs no key) unless --no-secrets, which writes empty passwords\n"
+               "      and no token. --with-audit adds the audit trail under \"audit\" (import\n"
+               "      passes over it).\n"
+               "  import [--dry-run] [--backup FILE] FILE\n"
                "      Replace everything with a document written by export (FILE - reads standard\n"
-               "      input). The whole document is checked first; nothing changes if any of it is "
-               "bad.\n"
+               "      input). The document must hold every section with the type export writes;\n"
+               "      source ids go up to 999999999. The whole document is checked first; nothing\n"
+               "      changes if any of it is bad, or if no enabled account would keep the\n"
+               "      administrator right (90002). --dry-run prints what would change per section\n"
+               "      and changes nothing. A real import first writes the current content to\n"
+               "      import-backup-<time>.json in the data directory (mode 0600, the last 10 "
+               "kept)\n"
+               "      and prints its name; with --db postgresql://... name it with --backup FILE.\n"
                "  integrity\n"
                "      Run the database's consistency check.\n"
+               "  rekey\n"
+               "      Encrypt the stored passwords and token under a new key in one transaction\n"
+               "      and replace the key file (embedded only; copy the new file to every other\n"
+               "      program on the same database).\n"
                "  accounts list [--json]\n"
                "      Accounts with their rights and whether they may log in.\n"
                "  accounts password NAME --password-file FILE|-\n"
@@ -116,6 +148,7 @@ QString CQuotesCtl::helpText() {
                "      The data service's version, database and uptime.\n"
                "\n"
                "Tables are for reading; --json gives stable field names for scripts.\n"
+               "At most one input of a command may be standard input (-).\n"
                "\n"
                "Exit codes:\n"
                "  0  success\n"
@@ -207,14 +240,20 @@ bool CQuotesCtl::intOption(const QString& name, int* value) {
 }
 
 int CQuotesCtl::run(const QStringList& arguments) {
+    const int parsed = parse(arguments);
+    return parsed == kParsed ? execute() : parsed;
+}
+
+int CQuotesCtl::parse(const QStringList& arguments) {
     QStringList rest = arguments;
-    CServiceOptions options;
+    CServiceOptions& options = m_serviceOptions;
     bool haveData = false;
     bool haveDb = false;
     static const QStringList globals = {
-        QStringLiteral("--data"),   QStringLiteral("--db"),
-        QStringLiteral("--server"), QStringLiteral("--ca"),
-        QStringLiteral("--login"),  QStringLiteral("--login-password-file")};
+        QStringLiteral("--data"),       QStringLiteral("--db"),
+        QStringLiteral("--server"),     QStringLiteral("--ca"),
+        QStringLiteral("--login"),      QStringLiteral("--login-password-file"),
+        QStringLiteral("--secrets-key")};
     while (!rest.isEmpty() && rest.front().startsWith(QLatin1Char('-'))) {
         const QString option = rest.takeFirst();
         if (option == QLatin1String("--help") || option == QLatin1String("-h")) {
@@ -238,14 +277,16 @@ int CQuotesCtl::run(const QStringList& arguments) {
             m_remote.caFile = value;
         } else if (option == QLatin1String("--login")) {
             m_remote.login = value;
+        } else if (option == QLatin1String("--secrets-key")) {
+            options.secretsKeyFile = value;
         } else {
             m_remote.passwordFile = value;
         }
     }
     if (haveData && haveDb)
         return usage(QStringLiteral("--data and --db exclude each other"));
-    if (!m_remote.servers.isEmpty() && (haveData || haveDb))
-        return usage(QStringLiteral("--server excludes --data and --db"));
+    if (!m_remote.servers.isEmpty() && (haveData || haveDb || !options.secretsKeyFile.isEmpty()))
+        return usage(QStringLiteral("--server excludes --data, --db and --secrets-key"));
     if (m_remote.servers.isEmpty() && (!m_remote.caFile.isEmpty() || !m_remote.login.isEmpty() ||
                                        !m_remote.passwordFile.isEmpty()))
         return usage(QStringLiteral("--ca, --login and --login-password-file need --server"));
@@ -261,9 +302,9 @@ int CQuotesCtl::run(const QStringList& arguments) {
                                            QStringLiteral("platforms"),  QStringLiteral("token"),
                                            QStringLiteral("subsystems"), QStringLiteral("users"),
                                            QStringLiteral("accounts")};
-    static const QStringList single = {QStringLiteral("export"), QStringLiteral("import"),
+    static const QStringList single = {QStringLiteral("export"),    QStringLiteral("import"),
                                        QStringLiteral("integrity"), QStringLiteral("ping"),
-                                       QStringLiteral("audit")};
+                                       QStringLiteral("audit"),     QStringLiteral("rekey")};
     if (!withAction.contains(command) && !single.contains(command))
         return usage(QStringLiteral("unknown command \"%1\"").arg(command));
     QString action;
@@ -274,10 +315,10 @@ int CQuotesCtl::run(const QStringList& arguments) {
     }
     // The command line is checked before the database is touched, so a typo never creates one.
     const QStringList sourceOptions = {
-        QStringLiteral("trade-type"),  QStringLiteral("subsystem"), QStringLiteral("platform"),
-        QStringLiteral("address"),     QStringLiteral("port"),      QStringLiteral("user"),
-        QStringLiteral("password"),    QStringLiteral("markets"),   QStringLiteral("broker"),
-        QStringLiteral("server-group")};
+        QStringLiteral("trade-type"),   QStringLiteral("subsystem"),    QStringLiteral("platform"),
+        QStringLiteral("address"),      QStringLiteral("port"),         QStringLiteral("user"),
+        QStringLiteral("password"),     QStringLiteral("markets"),      QStringLiteral("broker"),
+        QStringLiteral("server-group"), QStringLiteral("password-file")};
     const QStringList json = {QStringLiteral("json")};
     bool parsed = true;
     int (CQuotesCtl::*handler)() = nullptr;
@@ -335,14 +376,23 @@ int CQuotesCtl::run(const QStringList& arguments) {
     } else if (command == QLatin1String("ping")) {
         parsed = parseOptions(rest, {}, json);
         handler = &CQuotesCtl::ping;
+    } else if (command == QLatin1String("export")) {
+        parsed = parseOptions(rest, {QStringLiteral("output")},
+                              {QStringLiteral("no-secrets"), QStringLiteral("with-audit")});
+        handler = &CQuotesCtl::exportAll;
+    } else if (command == QLatin1String("import")) {
+        parsed = parseOptions(rest, {QStringLiteral("backup")}, {QStringLiteral("dry-run")});
+        handler = &CQuotesCtl::importAll;
+    } else if (command == QLatin1String("rekey")) {
+        parsed = parseOptions(rest, {}, {});
+        handler = &CQuotesCtl::rekey;
+        if (!m_remote.servers.isEmpty())
+            return usage(
+                QStringLiteral("rekey changes the key file of the database itself: run it "
+                               "with --data or --db where the key lives, not --server"));
     } else {
-        parsed = parseOptions(rest, {},
-                              command == QLatin1String("export")
-                                  ? QStringList{QStringLiteral("with-audit")}
-                                  : QStringList());
-        handler = command == QLatin1String("export")   ? &CQuotesCtl::exportAll
-                  : command == QLatin1String("import") ? &CQuotesCtl::importAll
-                                                       : &CQuotesCtl::integrity;
+        parsed = parseOptions(rest, {}, {});
+        handler = &CQuotesCtl::integrity;
     }
     if (!parsed)
         return kUsage;
@@ -357,6 +407,9 @@ int CQuotesCtl::run(const QStringList& arguments) {
         return usage(QStringLiteral("unexpected argument \"%1\"").arg(m_positional.front()));
     if (handler == &CQuotesCtl::importAll && m_positional.size() != 1)
         return usage(QStringLiteral("import needs one FILE (or -)"));
+    if (handler == &CQuotesCtl::importAll && options.dbUrl.startsWith(QLatin1String("postgres")) &&
+        !m_options.count(QStringLiteral("dry-run")) && !m_options.count(QStringLiteral("backup")))
+        return usage(QStringLiteral("import into PostgreSQL needs --backup FILE"));
     if (handler == &CQuotesCtl::sourcesModify && m_positional.size() != 1)
         return usage(QStringLiteral("sources modify needs one ID"));
     if (handler == &CQuotesCtl::sourcesDelete && m_positional.isEmpty())
@@ -394,6 +447,11 @@ int CQuotesCtl::run(const QStringList& arguments) {
         }
         if (handler == &CQuotesCtl::sourcesAdd && !checkAdd())
             return kUsage;
+        int listed = 0;
+        if (handler == &CQuotesCtl::sourcesList &&
+            intOption(QStringLiteral("trade-type"), &listed) && listed != -1 &&
+            !CSourceValidator::tradeTypes().count(listed))
+            return usage(QStringLiteral("unknown trade type %1").arg(listed));
         for (const QString& id : m_positional) {
             bool ok = false;
             id.toInt(&ok, 10);
@@ -407,21 +465,57 @@ int CQuotesCtl::run(const QStringList& arguments) {
     } catch (const QString& message) {
         return usage(message);
     }
-    const auto secretFile = m_options.find(QStringLiteral("password-file"));
-    const bool secretFromInput =
-        secretFile != m_options.end() && secretFile->second == QLatin1String("-");
-    if (m_remote.passwordFile == QLatin1String("-") &&
-        (secretFromInput ||
-         (handler == &CQuotesCtl::importAll && m_positional.value(0) == QLatin1String("-"))))
+    if (handler == &CQuotesCtl::sourcesAdd || handler == &CQuotesCtl::sourcesModify) {
+        if (m_options.count(QStringLiteral("password")) &&
+            m_options.count(QStringLiteral("password-file")))
+            return usage(QStringLiteral("--password and --password-file exclude each other"));
+    }
+    if (inputReaders(handler) > 1)
         return usage(QStringLiteral("only one input may be read from standard input"));
+    m_handler = handler;
+    warnAboutExposedSecrets();
+    return kParsed;
+}
+
+int CQuotesCtl::inputReaders(Handler handler) const {
+    const auto secretFile = m_options.find(QStringLiteral("password-file"));
+    const bool importInput =
+        handler == &CQuotesCtl::importAll && m_positional.value(0) == QLatin1String("-");
+    const bool tokenInput = handler == &CQuotesCtl::token &&
+                            m_positional.value(0) == QLatin1String("set") &&
+                            m_positional.value(1) == QLatin1String("-");
+    return int(m_remote.passwordFile == QLatin1String("-")) +
+           int(secretFile != m_options.end() && secretFile->second == QLatin1String("-")) +
+           int(importInput) + int(tokenInput);
+}
+
+void CQuotesCtl::warnAboutExposedSecrets() const {
+    const QString why = QStringLiteral(
+        "quotesctl: warning: %1 is on the command line, where other local users can read it; "
+        "%2\n");
+    if (m_options.count(QStringLiteral("password")))
+        writeOut(stderr, why.arg(QStringLiteral("--password"),
+                                 QStringLiteral("use --password-file FILE (or - for standard "
+                                                "input) instead")));
+    if (m_handler == &CQuotesCtl::token && m_positional.value(0) == QLatin1String("set") &&
+        m_positional.value(1) != QLatin1String("-"))
+        writeOut(stderr, why.arg(QStringLiteral("the token"),
+                                 QStringLiteral("use token set - (standard input) instead")));
+    if (CDatabaseUrl::hasPassword(m_serviceOptions.dbUrl))
+        writeOut(stderr, why.arg(QStringLiteral("the password in the --db URL"),
+                                 QStringLiteral("keep it in ~/.pgpass (or PGPASSFILE) instead")));
+}
+
+int CQuotesCtl::execute() {
     QString error;
-    m_admin = m_remote.servers.isEmpty() ? openEmbedded(options, &error) : openRemote(&error);
+    m_admin =
+        m_remote.servers.isEmpty() ? openEmbedded(m_serviceOptions, &error) : openRemote(&error);
     if (!m_admin) {
         writeOut(stderr, QStringLiteral("quotesctl: %1\n").arg(error));
         return kUnavailable;
     }
     try {
-        return (this->*handler)();
+        return (this->*m_handler)();
     } catch (const QString& message) {
         return usage(message);
     }
@@ -431,10 +525,10 @@ boost::shared_ptr<Hlx::IQuotesAdmin> CQuotesCtl::openEmbedded(const CServiceOpti
                                                               QString* error) {
     // On its own database file quotesctl acts with every right: its user could change the file
     // anyway.
-    const boost::shared_ptr<CQuotesService> service = CQuotesService::open(options, error);
-    if (!service)
+    m_service = CQuotesService::open(options, error);
+    if (!m_service)
         return nullptr;
-    return CEmbeddedAdmin::asOwner(service);
+    return CEmbeddedAdmin::asOwner(m_service);
 }
 
 boost::shared_ptr<Hlx::IQuotesAdmin> CQuotesCtl::openRemote(QString* error) {
@@ -477,6 +571,21 @@ bool CQuotesCtl::readSecret(const QString& name, QByteArray* secret) {
     *secret = file.readLine();
     while (secret->endsWith('\n') || secret->endsWith('\r'))
         secret->chop(1);
+    return true;
+}
+
+bool CQuotesCtl::sourcePassword(std::string* password) {
+    const auto file = m_options.find(QStringLiteral("password-file"));
+    if (file != m_options.end()) {
+        QByteArray secret;
+        if (!readSecret(file->second, &secret))
+            return false;
+        // The bytes as read: the service refuses what is not UTF-8 instead of altering it.
+        password->assign(secret.constData(), size_t(secret.size()));
+        secret.fill('\0');
+    } else if (m_options.count(QStringLiteral("password"))) {
+        *password = m_options[QStringLiteral("password")].toStdString();
+    }
     return true;
 }
 
@@ -534,7 +643,8 @@ bool CQuotesCtl::checkAdd() {
     if (m_options.count(QStringLiteral("broker"))) {
         if (!m_options.count(QStringLiteral("server-group")))
             return usage(QStringLiteral("--broker needs --server-group")), false;
-        for (const char* name : {"address", "port", "user", "password", "markets"}) {
+        for (const char* name :
+             {"address", "port", "user", "password", "password-file", "markets"}) {
             if (m_options.count(QLatin1String(name)))
                 return usage(QStringLiteral("--%1 does not go with --broker")
                                  .arg(QLatin1String(name))),
@@ -561,7 +671,9 @@ int CQuotesCtl::sourcesAdd() {
         intOption(QStringLiteral("port"), &source->m_nPort);
         source->m_strAddress = m_options[QStringLiteral("address")].toStdString();
         source->m_strUserName = m_options[QStringLiteral("user")].toStdString();
-        source->m_strPassword = m_options[QStringLiteral("password")].toStdString();
+        if (!sourcePassword(&source->m_strPassword))
+            return refused(QStringLiteral("无法读取密码文件: %1")
+                               .arg(m_options[QStringLiteral("password-file")]));
         source->m_strMarkets = m_options[QStringLiteral("markets")].toStdString();
     }
     const auto it = m_options.find(QStringLiteral("subsystem"));
@@ -582,38 +694,37 @@ int CQuotesCtl::sourcesAdd() {
 
 int CQuotesCtl::sourcesModify() {
     const int id = m_positional.front().toInt(nullptr, 10);
-    rkservice::COrinQueryDataReq query;
-    query.dataType = rkservice::kDataQuoteSources;
-    std::vector<rkservice::IDataPtr> datas;
-    utils::RKError error = m_admin->query(Hlx::CRequestTarget::centre(), query, &datas);
-    if (!error.isSuccess())
-        return refused(QString::fromStdString(error.errorMsg()));
-    rkservice::COrinQuoterSourceInfoPtr source;
-    for (const auto& data : datas) {
-        if (static_cast<const rkservice::COrinQuoterSourceInfo&>(*data).m_nId == id)
-            source = boost::make_shared<rkservice::COrinQuoterSourceInfo>(
-                static_cast<const rkservice::COrinQuoterSourceInfo&>(*data));
-    }
-    if (!source)
-        return refused(QStringLiteral("行情源不存在: %1").arg(id));
-    intOption(QStringLiteral("platform"), &source->m_nPlatformId);
-    intOption(QStringLiteral("trade-type"), &source->m_nTradeType);
-    intOption(QStringLiteral("port"), &source->m_nPort);
-    intOption(QStringLiteral("broker"), &source->m_nBrokerId);
-    intOption(QStringLiteral("server-group"), &source->m_nServerGroupId);
-    if (m_options.count(QStringLiteral("address")))
-        source->m_strAddress = m_options[QStringLiteral("address")].toStdString();
-    if (m_options.count(QStringLiteral("user")))
-        source->m_strUserName = m_options[QStringLiteral("user")].toStdString();
-    if (m_options.count(QStringLiteral("password")))
-        source->m_strPassword = m_options[QStringLiteral("password")].toStdString();
-    if (m_options.count(QStringLiteral("markets")))
-        source->m_strMarkets = m_options[QStringLiteral("markets")].toStdString();
-    rkservice::COperateDataReq request;
-    request.dataType = rkservice::kDataQuoteSources;
-    request.operateType = rkservice::kOperateModify;
-    request.datas.push_back(source);
-    error = m_admin->operate(Hlx::CRequestTarget::centre(), request, nullptr);
+    const std::map<QString, QString> options = m_options;
+    const bool newPassword =
+        options.count(QStringLiteral("password")) || options.count(QStringLiteral("password-file"));
+    std::string password;
+    if (newPassword && !sourcePassword(&password))
+        return refused(
+            QStringLiteral("无法读取密码文件: %1").arg(m_options[QStringLiteral("password-file")]));
+    // Applied to the stored source inside the service's transaction.
+    auto patch = [&options, &password, newPassword](rkservice::COrinQuoterSourceInfo* source) {
+        auto number = [&options](const char* name, int* field) {
+            const auto it = options.find(QLatin1String(name));
+            if (it != options.end())
+                *field = it->second.toInt(nullptr, 10);
+        };
+        auto text = [&options](const char* name, std::string* field) {
+            const auto it = options.find(QLatin1String(name));
+            if (it != options.end())
+                *field = it->second.toStdString();
+        };
+        number("platform", &source->m_nPlatformId);
+        number("trade-type", &source->m_nTradeType);
+        number("port", &source->m_nPort);
+        number("broker", &source->m_nBrokerId);
+        number("server-group", &source->m_nServerGroupId);
+        text("address", &source->m_strAddress);
+        text("user", &source->m_strUserName);
+        if (newPassword)
+            source->m_strPassword = password;
+        text("markets", &source->m_strMarkets);
+    };
+    const utils::RKError error = m_admin->modifySource(id, patch);
     if (!error.isSuccess())
         return refused(QString::fromStdString(error.errorMsg()));
     return kOk;
@@ -737,7 +848,15 @@ int CQuotesCtl::token() {
     rkservice::COperateDataReq request;
     request.dataType = rkservice::kDataLevel2Tokens;
     if (action == QLatin1String("set")) {
-        record->token = m_positional.at(1).toStdString();
+        if (m_positional.at(1) == QLatin1String("-")) {
+            QByteArray secret;
+            if (!readSecret(m_positional.at(1), &secret))
+                return refused(QStringLiteral("无法读取标准输入"));
+            record->token.assign(secret.constData(), size_t(secret.size()));
+            secret.fill('\0');
+        } else {
+            record->token = m_positional.at(1).toStdString();
+        }
         request.operateType = datas.empty() ? rkservice::kOperateAdd : rkservice::kOperateModify;
     } else {
         if (datas.empty())
@@ -816,7 +935,40 @@ int CQuotesCtl::exportAll() {
         // For the record only: import passes over it and leaves the trail as it is.
         document.insert(QStringLiteral("audit"), CAuditCommand::toJson(entries));
     }
-    printJson(document);
+    if (m_options.count(QStringLiteral("no-secrets")))
+        document = withoutSecrets(document);
+    const QByteArray text = QJsonDocument(document).toJson(QJsonDocument::Indented);
+    const auto output = m_options.find(QStringLiteral("output"));
+    QString failure;
+    if (output != m_options.end()) {
+        if (!CPrivateFile::write(output->second, text, &failure))
+            return refused(failure);
+        return kOk;
+    }
+    // A full disk or a closed pipe must not pass for a complete backup.
+    if (!CPrivateFile::writeAll(fileno(stdout), text))
+        return refused(
+            QStringLiteral("无法写出导出数据: %1").arg(QString::fromLocal8Bit(strerror(errno))));
+    return kOk;
+}
+
+QJsonObject CQuotesCtl::withoutSecrets(QJsonObject document) {
+    QJsonArray sources = document.value(QLatin1String("sources")).toArray();
+    for (auto it = sources.begin(); it != sources.end(); ++it) {
+        QJsonObject source = it->toObject();
+        source.insert(QStringLiteral("password"), QString());
+        *it = source;
+    }
+    document.insert(QStringLiteral("sources"), sources);
+    document.insert(QStringLiteral("level2Token"), QJsonValue());
+    return document;
+}
+
+int CQuotesCtl::rekey() {
+    QString error;
+    if (!m_service->rekey(CCaller::owner(), &error))
+        return refused(error);
+    print(QStringLiteral("key %1\n").arg(m_service->keyFile()));
     return kOk;
 }
 
@@ -836,9 +988,23 @@ int CQuotesCtl::importAll() {
     const QJsonDocument document = QJsonDocument::fromJson(file.readAll(), &parseError);
     if (parseError.error != QJsonParseError::NoError || !document.isObject())
         return refused(QStringLiteral("导入文件不是有效的 JSON: %1").arg(parseError.errorString()));
-    const utils::RKError error = m_admin->importDocument(document.object());
+    Hlx::CImportOptions options;
+    options.dryRun = m_options.count(QStringLiteral("dry-run")) > 0;
+    if (m_options.count(QStringLiteral("backup")))
+        options.backupFile = m_options.at(QStringLiteral("backup")).toStdString();
+    Hlx::CImportReport report;
+    const utils::RKError error = m_admin->importDocument(document.object(), options, &report);
     if (!error.isSuccess())
         return refused(QString::fromStdString(error.errorMsg()));
+    if (!report.backupFile.empty())
+        print(QStringLiteral("backup %1\n").arg(QString::fromStdString(report.backupFile)));
+    for (const Hlx::CSectionChange& change : report.sections)
+        print(QStringLiteral("%1 %2 -> %3 (+%4 -%5)\n")
+                  .arg(QString::fromStdString(change.section))
+                  .arg(change.before)
+                  .arg(change.after)
+                  .arg(change.added)
+                  .arg(change.removed));
     return kOk;
 }
 

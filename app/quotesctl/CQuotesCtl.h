@@ -6,7 +6,12 @@
 #include <map>
 #include <set>
 
-struct CServiceOptions;
+#include <QJsonObject>
+#include <string>
+
+#include "CServiceOptions.h"
+
+class CQuotesService;
 namespace Hlx {
 class IQuotesAdmin;
 }
@@ -16,13 +21,21 @@ class IQuotesAdmin;
 class CQuotesCtl {
 public:
     enum ExitCode { kOk = 0, kRefused = 1, kUsage = 2, kUnavailable = 3 };
+    // parse's answer when the command line is complete and the command may run.
+    static constexpr int kParsed = -1;
 
     // arguments without the program name.
     int run(const QStringList& arguments);
+    // Checks the command line without touching any database: kParsed, or the exit code.
+    int parse(const QStringList& arguments);
+    // Runs the parsed command.
+    int execute();
 
     static QString helpText();
 
 private:
+    using Handler = int (CQuotesCtl::*)();
+
     // Options of the form --name VALUE (and the flags --json); the rest are positional.
     bool parseOptions(const QStringList& arguments, const QStringList& valued,
                       const QStringList& flags);
@@ -43,6 +56,14 @@ private:
     int exportAll();
     int importAll();
     int integrity();
+    int rekey();
+    static QJsonObject withoutSecrets(QJsonObject document);
+    // The password of sources add|modify from --password-file or --password (unchanged when
+    // neither is given); false when the file cannot be read.
+    bool sourcePassword(std::string* password);
+    // How many inputs of the command line read standard input.
+    int inputReaders(Handler handler) const;
+    void warnAboutExposedSecrets() const;
     int ping();
     int accounts();
     int accountsList();
@@ -70,6 +91,9 @@ private:
         QString login;
         QString passwordFile;
     } m_remote;
+    boost::shared_ptr<CQuotesService> m_service;
+    CServiceOptions m_serviceOptions;
+    Handler m_handler = nullptr;
     std::map<QString, QString> m_options;
     QStringList m_positional;
 };

@@ -56,6 +56,8 @@ bool parseOption(const QString& option, QStringList* rest, CDaemonOptions* optio
         target = &options->certFile;
     else if (option == QLatin1String("--key"))
         target = &options->keyFile;
+    else if (option == QLatin1String("--secrets-key"))
+        target = &options->secretsKeyFile;
     else if (option != QLatin1String("--host") && option != QLatin1String("--lockout-base-ms")) {
         *error = QStringLiteral("unknown option \"%1\"").arg(option);
         return false;
@@ -126,13 +128,20 @@ QString CDaemonOptions::helpText() {
         "      characters; --generate makes one and prints it once) and, without --cert/--key,\n"
         "      a private key and a self-signed certificate valid 2 years for the host names\n"
         "      (default localhost and 127.0.0.1), whose SHA-256 fingerprint is printed.\n"
-        "  quotesd init --join --data DIR --db URL [--host NAME]... [--cert FILE --key FILE]\n"
-        "      Prepare a further server for a PostgreSQL database that is set up already.\n"
+        "  quotesd init --join --data DIR --db URL --secrets-key FILE [--host NAME]...\n"
+        "               [--cert FILE --key FILE]\n"
+        "      Prepare a further server for a PostgreSQL database that is set up already;\n"
+        "      FILE is the first server's DIR/secrets.key, copied into this DIR.\n"
         "  quotesd reset-password NAME --data DIR [--db URL]\n"
         "      Set an account's password (read from standard input) on this machine.\n"
         "  quotesd --data DIR [--db URL] [--listen ADDR:PORT]\n"
         "      Serve (default 127.0.0.1:7461) until SIGTERM, which lets calls in flight finish.\n"
         "\n"
+        "The sources' passwords and the Level-2 token are stored encrypted under the key in\n"
+        "DIR/secrets.key (mode 0600, made by init); every server of one database needs the\n"
+        "same key. --secrets-key FILE names another key file (init copies it into DIR).\n"
+        "A password in a --db URL is visible to other local users: use ~/.pgpass or\n"
+        "PGPASSFILE instead.\n"
         "quotesd refuses to run as root: run it as its own unprivileged user.\n"
         "--lockout-base-ms N sets the first refusal interval after 5 failed logins (default\n"
         "30000), for tests.\n"

@@ -14,6 +14,9 @@ struct CDaemonOptions {
     QStringList hosts;  // init: names the certificate is valid for
     QString certFile;   // init: an existing certificate and key instead of a new pair
     QString keyFile;
+    // The key of the stored secrets: init copies it into the data directory (a server joining a
+    // shared database needs the first server's); serving reads it in place.
+    QString secretsKeyFile;
     bool generate = false;  // init: make admin's password instead of reading it
     QString account;        // reset-password
     qint64 lockoutBaseMs = 30 * 1000;

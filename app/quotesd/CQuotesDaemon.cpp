@@ -15,10 +15,13 @@
 
 #include "CAccountStore.h"
 #include "CAdminServer.h"
+#include "CDatabaseUrl.h"
 #include "CLoginManager.h"
 #include "CPasswordHasher.h"
 #include "CQuotesService.h"
 #include "CRecordCodec.h"
+#include "CSecretBox.h"
+#include "CSecretKeyFile.h"
 #include "CServiceError.h"
 #include "CTlsIdentity.h"
 
@@ -69,6 +72,10 @@ CServiceOptions CQuotesDaemon::serviceOptions() const {
     CServiceOptions options;
     options.dataDir = m_options.dataDir;
     options.dbUrl = m_options.dbUrl;
+    options.createMissing = m_options.command != CDaemonOptions::Join;
+    // init has copied a given key into the data directory, where the service looks by default.
+    if (m_options.command != CDaemonOptions::Init && m_options.command != CDaemonOptions::Join)
+        options.secretsKeyFile = m_options.secretsKeyFile;
     return options;
 }
 
@@ -85,6 +92,10 @@ int CQuotesDaemon::run() {
                            "sudo -u quotesd quotesd …"));
         return kUsage;
     }
+    if (CDatabaseUrl::hasPassword(m_options.dbUrl))
+        say(
+            QStringLiteral("warning: the --db URL holds a password, which other local users can "
+                           "read; use ~/.pgpass or PGPASSFILE instead"));
     switch (m_options.command) {
         case CDaemonOptions::Init:
         case CDaemonOptions::Join:
@@ -109,6 +120,26 @@ bool CQuotesDaemon::prepareDataDir(QString* error) const {
     return true;
 }
 
+bool CQuotesDaemon::adoptSecretsKey(QString* error) const {
+    if (m_options.secretsKeyFile.isEmpty())
+        return true;
+    const QString own = CSecretKeyFile::defaultPath(m_options.dataDir);
+    try {
+        const CSecretBox box = CSecretKeyFile::read(m_options.secretsKeyFile);
+        if (CSecretKeyFile::exists(own)) {
+            if (CSecretKeyFile::read(own).key() == box.key())
+                return true;
+            *error = QStringLiteral("%1 holds another key already; nothing was changed").arg(own);
+            return false;
+        }
+        CSecretKeyFile::write(own, box);
+    } catch (const CServiceError& e) {
+        *error = QString::fromStdString(e.what());
+        return false;
+    }
+    return true;
+}
+
 bool CQuotesDaemon::writeIdentity(QString* error) const {
     const QString dir = m_options.dataDir;
     CTlsIdentity identity = m_options.certFile.isEmpty()
@@ -128,7 +159,7 @@ int CQuotesDaemon::init() {
         return fail(
             QStringLiteral("%1 holds a server set up already; nothing was changed").arg(dir));
     QString error;
-    if (!prepareDataDir(&error))
+    if (!prepareDataDir(&error) || !adoptSecretsKey(&error))
         return fail(error);
     const boost::shared_ptr<CQuotesService> service =
         CQuotesService::open(serviceOptions(), &error);

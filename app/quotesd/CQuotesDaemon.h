@@ -27,6 +27,8 @@ private:
     CServiceOptions serviceOptions() const;
     // The data directory with mode 0700, created when absent.
     bool prepareDataDir(QString* error) const;
+    // Copies the key named by --secrets-key into the data directory.
+    bool adoptSecretsKey(QString* error) const;
     bool writeIdentity(QString* error) const;
     int fail(const QString& message) const;
 

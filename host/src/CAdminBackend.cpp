@@ -1,10 +1,11 @@
 #include "Hlx/CAdminBackend.h"
 
+#include <boost/make_shared.hpp>
+
 #include "Hlx/CAnswer.h"
+#include "rkservice/DataTypeIds.h"
 
 namespace Hlx {
-
-IQuotesAdmin::~IQuotesAdmin() = default;
 
 CAdminBackend::CAdminBackend(boost::shared_ptr<IQuotesAdmin> admin) : m_admin(std::move(admin)) {}
 

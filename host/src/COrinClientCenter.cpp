@@ -10,6 +10,7 @@
 
 #include "CAnswerState.h"
 #include "Hlx/CAnswer.h"
+#include "Zu/CMessageBox.h"
 
 namespace Hlx {
 
@@ -32,6 +33,27 @@ void endRequest() {
     std::lock_guard<std::mutex> lock(g_idleMutex);
     --g_outstanding;
     g_idleChanged.notify_all();
+}
+
+// Ends the request however its callback leaves, so waitForIdle never waits for it for ever.
+struct RequestEnd {
+    RequestEnd() = default;
+    RequestEnd(const RequestEnd&) = delete;
+    RequestEnd& operator=(const RequestEnd&) = delete;
+    ~RequestEnd() { endRequest(); }
+};
+
+// Runs a requester's callback on a worker. Whatever it throws stops here: an exception leaving a
+// pool thread would end the process, and the other requests' answers must go on.
+void deliverGuarded(const std::function<void()>& deliver) {
+    RequestEnd end;
+    try {
+        deliver();
+    } catch (const std::exception& e) {
+        qWarning("COrinClientCenter: an answer callback threw: %s", e.what());
+    } catch (...) {
+        qWarning("COrinClientCenter: an answer callback threw");
+    }
 }
 
 void post(QThreadPool* pool, std::function<void()> work) {
@@ -101,8 +123,7 @@ void COrinClientCenter::dispatch(
         [pool, deliver](const utils::RKError& error, const std::vector<rkservice::IDataPtr>& datas,
                         const bson::BSONObj& result) {
             post(pool, [deliver, error, datas, result]() {
-                deliver(error, datas, result);
-                endRequest();
+                deliverGuarded([&]() { deliver(error, datas, result); });
             });
         });
     const boost::shared_ptr<IDataServiceBackend> service = backend();
@@ -116,6 +137,8 @@ void COrinClientCenter::dispatch(
             perform(*service, state);
         } catch (const std::exception& e) {
             state->answer(utils::RKError::fail(e.what()), {}, bson::BSONObj());
+        } catch (...) {
+            state->answer(utils::RKError::fail("数据服务内部错误"), {}, bson::BSONObj());
         }
     });
 }
@@ -225,6 +248,7 @@ void COrinClientCenter::showServerMsgCallBack(int msgType, bool success, QWidget
         box->setWindowModality(Qt::NonModal);
         box->setAttribute(Qt::WA_DeleteOnClose);
         box->setObjectName(QStringLiteral("serverMessageBox"));
+        Zu::CMessageBox::localise(box);
         box->show();
     }
     emit serverMessageShown(msgType, success, parent, title, text);

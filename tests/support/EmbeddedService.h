@@ -4,7 +4,7 @@
 #include <QTemporaryDir>
 #include <boost/shared_ptr.hpp>
 
-#include "CEmbeddedAdmin.h"
+#include "CEmbeddedBackends.h"
 #include "CQuotesService.h"
 #include "Hlx/CAdminBackend.h"
 #include "Hlx/COrinClientCenter.h"
@@ -58,7 +58,7 @@ private:
         m_service = CQuotesService::open(options, &m_error);
         if (!m_service)
             return;
-        m_admin = CEmbeddedAdmin::forCurrentUser(m_service);
+        m_admin = CEmbeddedBackends::forCurrentUser(m_service);
         Hlx::COrinClientCenter::instance()->setBackend(
             boost::shared_ptr<Hlx::IDataServiceBackend>(new Hlx::CAdminBackend(m_admin)));
     }

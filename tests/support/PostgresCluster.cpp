@@ -52,15 +52,20 @@ QString PostgresCluster::start() {
     return QString();
 }
 
+QString PostgresCluster::logFile() const {
+    return m_base.filePath(QStringLiteral("sock/server.log"));
+}
+
 bool PostgresCluster::startServer() {
-    m_running = tool(QStringLiteral("pg_ctl"),
-                     {QStringLiteral("-D"), m_dataDir, QStringLiteral("-l"),
-                      m_base.filePath(QStringLiteral("sock/server.log")), QStringLiteral("-w"),
-                      QStringLiteral("-t"), QStringLiteral("60"), QStringLiteral("-o"),
-                      QStringLiteral("-c listen_addresses='' -k %1 -p %2 -c fsync=off")
-                          .arg(m_socketDir)
-                          .arg(m_port),
-                      QStringLiteral("start")});
+    m_running = tool(
+        QStringLiteral("pg_ctl"),
+        {QStringLiteral("-D"), m_dataDir, QStringLiteral("-l"), logFile(), QStringLiteral("-w"),
+         QStringLiteral("-t"), QStringLiteral("60"), QStringLiteral("-o"),
+         QStringLiteral("-c listen_addresses='' -k %1 -p %2 -c fsync=off %3")
+             .arg(m_socketDir)
+             .arg(m_port)
+             .arg(m_serverOptions),
+         QStringLiteral("start")});
     return m_running;
 }
 

@@ -13,8 +13,12 @@ public:
     PostgresCluster(const PostgresCluster&) = delete;
     PostgresCluster& operator=(const PostgresCluster&) = delete;
 
+    // Server settings beyond the defaults, e.g. "-c log_statement=all"; before start().
+    void setServerOptions(const QString& options) { m_serverOptions = options; }
     // Creates and starts the cluster; empty when it runs, else why not.
     QString start();
+    // The server's log file.
+    QString logFile() const;
     // Stops it at once (as after a crash) / starts it again on the same data.
     bool stop();
     bool restart();
@@ -35,5 +39,6 @@ private:
     QString m_dataDir;
     QString m_socketDir;
     int m_port = 0;
+    QString m_serverOptions;
     bool m_running = false;
 };

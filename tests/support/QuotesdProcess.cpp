@@ -83,9 +83,15 @@ bool QuotesdProcess::init(const QString& adminPassword, QString* output) const {
                output) == 0;
 }
 
-bool QuotesdProcess::join(QString* output) const {
-    return run(QStringList{QStringLiteral("init"), QStringLiteral("--join")} + where(),
-               QByteArray(), output) == 0;
+bool QuotesdProcess::join(QString* output, const QString& secretsKey) const {
+    QStringList arguments = QStringList{QStringLiteral("init"), QStringLiteral("--join")} + where();
+    if (!secretsKey.isEmpty())
+        arguments << QStringLiteral("--secrets-key") << secretsKey;
+    return run(arguments, QByteArray(), output) == 0;
+}
+
+QString QuotesdProcess::secretsKeyFile() const {
+    return QDir(dataDir()).filePath(QStringLiteral("secrets.key"));
 }
 
 bool QuotesdProcess::setPassword(const QString& account, const QString& password) const {

@@ -22,8 +22,9 @@ public:
             QString* output = nullptr) const;
     // init with admin's password; false with the output in *output when it failed.
     bool init(const QString& adminPassword, QString* output = nullptr) const;
-    // Prepares a further server for a database that is set up already.
-    bool join(QString* output = nullptr) const;
+    // Prepares a further server for a database that is set up already, with the key of the
+    // stored secrets from the given file (none: the server has no key of its own yet).
+    bool join(QString* output = nullptr, const QString& secretsKey = QString()) const;
     bool setPassword(const QString& account, const QString& password) const;
 
     // Serves on 127.0.0.1 on a port of its choosing; waits until it listens.
@@ -40,6 +41,8 @@ public:
     QString address() const { return QStringLiteral("127.0.0.1:%1").arg(m_port); }
     int port() const { return m_port; }
     QString dataDir() const;
+    // The key of the stored secrets that init made or join copied.
+    QString secretsKeyFile() const;
     QByteArray certificatePem() const;
     // Everything the server wrote to its standard error so far.
     QString log();

@@ -58,14 +58,29 @@ void ScriptedBackend::releaseAll() {
     }
 }
 
+void ScriptedBackend::drain() {
+    setHolding(false);
+    releaseAll();
+    settle();
+}
+
 bool ScriptedBackend::releaseNext() {
+    return releaseOne(false);
+}
+
+bool ScriptedBackend::releaseNewest() {
+    return releaseOne(true);
+}
+
+bool ScriptedBackend::releaseOne(bool newest) {
     Held held;
     {
         std::lock_guard<std::mutex> lock(m_mutex);
         if (m_held.empty())
             return false;
-        held = m_held.front();
-        m_held.erase(m_held.begin());
+        const auto which = newest ? m_held.end() - 1 : m_held.begin();
+        held = *which;
+        m_held.erase(which);
     }
     deliver(held);
     return true;

@@ -47,10 +47,14 @@ public:
     int heldCount() const;
     void releaseAll();
     bool releaseNext();
+    // Releases the answer held last (answers overtaking each other).
+    bool releaseNewest();
 
     // Processes events until every request that is not held has been answered and its slots
     // have run (answers can start further requests, which are followed too).
     void settle() const;
+    // Stops holding, releases every held answer and settles: a test's clean end.
+    void drain();
 
     std::vector<Request> requests() const;
     std::vector<Request> requestsOf(int dataType) const;
@@ -79,6 +83,7 @@ private:
     };
 
     void deliver(const Held& held);
+    bool releaseOne(bool newest);
 
     mutable std::mutex m_mutex;
     std::map<std::pair<int, std::string>, QueryScript> m_queryByCondition;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QJsonObject>
+#include <functional>
 #include <set>
 #include <string>
 #include <vector>
@@ -9,6 +10,7 @@
 #include "Hlx/CAuditFilter.h"
 #include "Hlx/IDataServiceBackend.h"
 #include "bson/BSONObj.h"
+#include "rkservice/COrinQuoterSourceInfo.h"
 #include "rkservice/CUserInfo.h"
 #include "utils/RKError.h"
 
@@ -25,6 +27,29 @@ struct CServiceStatus {
 struct CAdminAccount {
     rkservice::CUserInfoPtr user;
     bool enabled = true;
+};
+
+// How an import runs. A dry run checks and counts, changing nothing; a real import first writes
+// the content it replaces to backupFile, or, when empty, to the data directory of the process
+// that holds the database.
+struct CImportOptions {
+    bool dryRun = false;
+    std::string backupFile;
+};
+
+// What an import changes in one section of the document: entries before and after, and how many
+// of them are new or gone (a changed entry counts as both).
+struct CSectionChange {
+    std::string section;
+    int before = 0;
+    int after = 0;
+    int added = 0;
+    int removed = 0;
+};
+
+struct CImportReport {
+    std::vector<CSectionChange> sections;
+    std::string backupFile;  // where the replaced content was written
 };
 
 // The administration of the platform's data: every call the console and quotesctl make, with the
@@ -51,7 +76,16 @@ public:
     virtual utils::RKError setLoginTypeAuth(int loginType, bool granted) = 0;
     virtual utils::RKError exportDocument(QJsonObject* document) = 0;
     virtual utils::RKError importDocument(const QJsonObject& document) = 0;
+    // With a dry run or a backup of the caller's choosing; where the database is not in this
+    // process, only a plain import (the holder writes its own backup) is offered.
+    virtual utils::RKError importDocument(const QJsonObject& document,
+                                          const CImportOptions& options, CImportReport* report);
     virtual utils::RKError checkIntegrity() = 0;
+    // Changes some fields of one source: patch receives the stored record and changes it. Where
+    // the database is in this process, the read and the write are one transaction, so a change
+    // made meanwhile by someone else is never overwritten.
+    using SourcePatch = std::function<void(rkservice::COrinQuoterSourceInfo*)>;
+    virtual utils::RKError modifySource(int id, const SourcePatch& patch);
     // Accounts (the administrator right).
     virtual utils::RKError accounts(std::vector<CAdminAccount>* accounts) = 0;
     virtual utils::RKError setPassword(const std::string& name, const std::string& password) = 0;

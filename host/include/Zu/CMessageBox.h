@@ -2,6 +2,7 @@
 
 #include <QString>
 
+class QMessageBox;
 class QWidget;
 
 namespace Zu {
@@ -17,6 +18,11 @@ public:
                            int defaultButton, bool richText);
     static int warning(QWidget* parent, const QString& title, const QString& text, int buttons,
                        int defaultButton, bool richText);
+    static int critical(QWidget* parent, const QString& title, const QString& text, int buttons,
+                        int defaultButton, bool richText);
+    // Names the box's standard buttons in Chinese, whether or not Qt's translations are loaded:
+    // every text of the product is Chinese, its buttons included.
+    static void localise(QMessageBox* box);
 };
 
 }  // namespace Zu

@@ -17,6 +17,11 @@ public:
     // style: 1 plain, 2 with a pointer arrow. Visible for ms milliseconds, then fades.
     static void showTip(QWidget* target, int placement, const QString& text, int style, int level,
                         int ms);
+    // As showTip, but the balloon stays until the operator edits the target (a line edit's text
+    // or a combo box's choice) or another tip replaces it, and at least minimumMs: a tip that
+    // fades before it can be read helps nobody.
+    static void showTipUntilEdited(QWidget* target, int placement, const QString& text, int style,
+                                   int level, int minimumMs);
 
     // For tests and diagnostics.
     static QString lastTipText();

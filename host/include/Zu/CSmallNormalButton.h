@@ -20,6 +20,9 @@ public:
     int id() const { return m_id; }
     int buttonType() const { return m_buttonType; }
     void setButtonType(int buttonType);
+    // The width left for the text inside border and padding, and whether the text fits it.
+    int textRoom() const;
+    bool showsWholeText() const;
 
 private:
     void onClicked();

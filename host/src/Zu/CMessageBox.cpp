@@ -2,6 +2,8 @@
 
 #include <QAbstractButton>
 #include <QMessageBox>
+#include <QPointer>
+#include <memory>
 
 namespace Zu {
 
@@ -12,24 +14,21 @@ int runBox(QMessageBox::Icon icon, QWidget* parent, const QString& title, const 
     if (buttons == 0) {
         buttons = QMessageBox::Ok;
     }
-    QMessageBox box(icon, title, text, QMessageBox::StandardButtons(buttons), parent);
+    // On the heap: a parent destroyed while the box runs deletes the box with it, which must
+    // not be a stack object.
+    QPointer<QMessageBox> owned =
+        new QMessageBox(icon, title, text, QMessageBox::StandardButtons(buttons), parent);
+    QMessageBox& box = *owned;
     box.setTextFormat(format);
-    const QList<QPair<QMessageBox::StandardButton, QString>> texts = {
-        {QMessageBox::Ok, QStringLiteral("确定")},    {QMessageBox::Cancel, QStringLiteral("取消")},
-        {QMessageBox::Yes, QStringLiteral("是")},     {QMessageBox::No, QStringLiteral("否")},
-        {QMessageBox::Close, QStringLiteral("关闭")}, {QMessageBox::Save, QStringLiteral("保存")},
-        {QMessageBox::Retry, QStringLiteral("重试")}, {QMessageBox::Ignore, QStringLiteral("忽略")},
-        {QMessageBox::Abort, QStringLiteral("中止")}, {QMessageBox::Apply, QStringLiteral("应用")},
-    };
-    for (const auto& entry : texts) {
-        if (QAbstractButton* button = box.button(entry.first)) {
-            button->setText(entry.second);
-        }
-    }
+    CMessageBox::localise(&box);
     if (defaultButton != 0 && box.button(QMessageBox::StandardButton(defaultButton))) {
         box.setDefaultButton(QMessageBox::StandardButton(defaultButton));
     }
     const int result = box.exec();
+    if (!owned) {
+        return QMessageBox::NoButton;  // gone with its parent: nothing was chosen
+    }
+    const std::unique_ptr<QMessageBox> done(owned.data());
     // Closing the box without an escape button: report the clicked button, if any.
     if (QAbstractButton* clicked = box.clickedButton()) {
         const int standard = box.standardButton(clicked);
@@ -41,6 +40,21 @@ int runBox(QMessageBox::Icon icon, QWidget* parent, const QString& title, const 
 }
 
 }  // namespace
+
+void CMessageBox::localise(QMessageBox* box) {
+    static const QList<QPair<QMessageBox::StandardButton, QString>> texts = {
+        {QMessageBox::Ok, QStringLiteral("确定")},    {QMessageBox::Cancel, QStringLiteral("取消")},
+        {QMessageBox::Yes, QStringLiteral("是")},     {QMessageBox::No, QStringLiteral("否")},
+        {QMessageBox::Close, QStringLiteral("关闭")}, {QMessageBox::Save, QStringLiteral("保存")},
+        {QMessageBox::Retry, QStringLiteral("重试")}, {QMessageBox::Ignore, QStringLiteral("忽略")},
+        {QMessageBox::Abort, QStringLiteral("中止")}, {QMessageBox::Apply, QStringLiteral("应用")},
+    };
+    for (const auto& entry : texts) {
+        if (QAbstractButton* button = box->button(entry.first)) {
+            button->setText(entry.second);
+        }
+    }
+}
 
 int CMessageBox::question(QWidget* parent, const QString& title, const QString& text, int buttons,
                           int defaultButton) {
@@ -57,6 +71,12 @@ int CMessageBox::information(QWidget* parent, const QString& title, const QStrin
 int CMessageBox::warning(QWidget* parent, const QString& title, const QString& text, int buttons,
                          int defaultButton, bool richText) {
     return runBox(QMessageBox::Warning, parent, title, text, buttons, defaultButton,
+                  richText ? Qt::RichText : Qt::PlainText);
+}
+
+int CMessageBox::critical(QWidget* parent, const QString& title, const QString& text, int buttons,
+                          int defaultButton, bool richText) {
+    return runBox(QMessageBox::Critical, parent, title, text, buttons, defaultButton,
                   richText ? Qt::RichText : Qt::PlainText);
 }
 

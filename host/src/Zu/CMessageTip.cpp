@@ -21,10 +21,8 @@ TipState& state() {
     return tips;
 }
 
-}  // namespace
-
-void CMessageTip::showTip(QWidget* target, int placement, const QString& text, int style, int level,
-                          int ms) {
+void popUpTip(QWidget* target, int placement, const QString& text, int style, int level, int ms,
+              bool untilEdited) {
     TipState& tips = state();
     tips.lastText = text;
     tips.lastTarget = target;
@@ -34,8 +32,22 @@ void CMessageTip::showTip(QWidget* target, int placement, const QString& text, i
         tips.current->close();
     }
     auto* balloon = new CMessageTipBalloon(target, placement, text, style, level, ms);
+    if (untilEdited)
+        balloon->stayUntilEdited();
     tips.current = balloon;
     balloon->popUp();
+}
+
+}  // namespace
+
+void CMessageTip::showTip(QWidget* target, int placement, const QString& text, int style, int level,
+                          int ms) {
+    popUpTip(target, placement, text, style, level, ms, false);
+}
+
+void CMessageTip::showTipUntilEdited(QWidget* target, int placement, const QString& text, int style,
+                                     int level, int minimumMs) {
+    popUpTip(target, placement, text, style, level, minimumMs, true);
 }
 
 QString CMessageTip::lastTipText() {

@@ -1,7 +1,9 @@
 #include "CMessageTipBalloon.h"
 
 #include <QApplication>
+#include <QComboBox>
 #include <QCursor>
+#include <QLineEdit>
 #include <QMouseEvent>
 #include <QPainter>
 #include <QPainterPath>
@@ -52,25 +54,30 @@ CMessageTipBalloon::CMessageTipBalloon(QWidget* target, int placement, const QSt
       m_style(style),
       m_level(level),
       m_ms(ms > 0 ? ms : 2000) {
-    setAttribute(Qt::WA_TranslucentBackground);
+    // Shaped by a mask rather than a translucent background: without a compositing window
+    // manager a translucent window shows black where nothing is painted.
     setAttribute(Qt::WA_ShowWithoutActivating);
     setAttribute(Qt::WA_DeleteOnClose);
     setObjectName(QStringLiteral("zuMessageTip"));
     if (target) {
         setFont(target->font());
+        // A tip about a dialog's field goes when the dialog does.
+        target->window()->installEventFilter(this);
     }
 
     m_timer = new QTimer(this);
     m_timer->setSingleShot(true);
-    connect(m_timer, &QTimer::timeout, this, &CMessageTipBalloon::startFade);
+    connect(m_timer, &QTimer::timeout, this, &CMessageTipBalloon::onTimeUp);
 
     m_fade = new QVariantAnimation(this);
     m_fade->setStartValue(1.0);
     m_fade->setEndValue(0.0);
     m_fade->setDuration(250);
+    // The window's opacity, not the painter's: painting fainter would only blend the bubble
+    // into its own background. Without a compositor the balloon simply goes at the end.
     connect(m_fade, &QVariantAnimation::valueChanged, this, [this](const QVariant& value) {
         m_opacity = value.toReal();
-        update();
+        setWindowOpacity(m_opacity);
     });
     connect(m_fade, &QVariantAnimation::finished, this, &QWidget::close);
 }
@@ -79,6 +86,32 @@ CMessageTipBalloon::~CMessageTipBalloon() = default;
 
 bool CMessageTipBalloon::isFading() const {
     return m_fade->state() == QAbstractAnimation::Running;
+}
+
+void CMessageTipBalloon::stayUntilEdited() {
+    m_untilEdited = true;
+    if (auto* edit = qobject_cast<QLineEdit*>(m_target.data()))
+        connect(edit, &QLineEdit::textEdited, this, &CMessageTipBalloon::onTargetEdited);
+    else if (auto* combo = qobject_cast<QComboBox*>(m_target.data()))
+        connect(combo, QOverload<int>::of(&QComboBox::activated), this,
+                &CMessageTipBalloon::onTargetEdited);
+}
+
+void CMessageTipBalloon::onTimeUp() {
+    if (!m_untilEdited || m_edited)
+        startFade();
+}
+
+void CMessageTipBalloon::onTargetEdited() {
+    m_edited = true;
+    if (!m_timer->isActive())
+        startFade();
+}
+
+bool CMessageTipBalloon::eventFilter(QObject* watched, QEvent* event) {
+    if (event->type() == QEvent::Hide && m_target && watched == m_target->window())
+        close();
+    return QWidget::eventFilter(watched, event);
 }
 
 void CMessageTipBalloon::popUp() {
@@ -135,15 +168,9 @@ void CMessageTipBalloon::mousePressEvent(QMouseEvent*) {
     startFade();
 }
 
-void CMessageTipBalloon::paintEvent(QPaintEvent*) {
-    QPainter painter(this);
-    painter.setRenderHint(QPainter::Antialiasing);
-    painter.setOpacity(m_opacity);
-    const LevelLook look = lookOf(m_level);
-    const bool arrow = m_style == 2;
-
+QRectF CMessageTipBalloon::bodyRect() const {
     QRectF body = QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5);
-    if (arrow) {
+    if (m_style == 2) {
         if (m_arrowSide) {
             body.setLeft(body.left() + kArrow);
         } else if (m_arrowUp) {
@@ -152,32 +179,52 @@ void CMessageTipBalloon::paintEvent(QPaintEvent*) {
             body.setBottom(body.bottom() - kArrow);
         }
     }
+    return body;
+}
+
+QPainterPath CMessageTipBalloon::outline() const {
+    const bool arrow = m_style == 2;
+    const QRectF body = bodyRect();
     QPainterPath path;
     path.addRoundedRect(body, 4, 4);
-    if (arrow) {
-        QPainterPath tip;
-        if (m_arrowSide) {
-            const qreal y = body.center().y();
-            tip.moveTo(body.left() + 1, y - kArrow);
-            tip.lineTo(body.left() - kArrow + 0.5, y);
-            tip.lineTo(body.left() + 1, y + kArrow);
-        } else if (m_arrowUp) {
-            tip.moveTo(m_arrowX - kArrow, body.top() + 1);
-            tip.lineTo(m_arrowX, body.top() - kArrow + 0.5);
-            tip.lineTo(m_arrowX + kArrow, body.top() + 1);
-        } else {
-            tip.moveTo(m_arrowX - kArrow, body.bottom() - 1);
-            tip.lineTo(m_arrowX, body.bottom() + kArrow - 0.5);
-            tip.lineTo(m_arrowX + kArrow, body.bottom() - 1);
-        }
-        tip.closeSubpath();
-        path = path.united(tip);
+    if (!arrow) {
+        return path;
     }
+    QPainterPath tip;
+    if (m_arrowSide) {
+        const qreal y = body.center().y();
+        tip.moveTo(body.left() + 1, y - kArrow);
+        tip.lineTo(body.left() - kArrow + 0.5, y);
+        tip.lineTo(body.left() + 1, y + kArrow);
+    } else if (m_arrowUp) {
+        tip.moveTo(m_arrowX - kArrow, body.top() + 1);
+        tip.lineTo(m_arrowX, body.top() - kArrow + 0.5);
+        tip.lineTo(m_arrowX + kArrow, body.top() + 1);
+    } else {
+        tip.moveTo(m_arrowX - kArrow, body.bottom() - 1);
+        tip.lineTo(m_arrowX, body.bottom() + kArrow - 0.5);
+        tip.lineTo(m_arrowX + kArrow, body.bottom() - 1);
+    }
+    tip.closeSubpath();
+    return path.united(tip);
+}
+
+void CMessageTipBalloon::resizeEvent(QResizeEvent* event) {
+    QWidget::resizeEvent(event);
+    // Only the bubble and its arrow belong to the window; around them the screen shows through.
+    setMask(QRegion(outline().toFillPolygon().toPolygon()));
+}
+
+void CMessageTipBalloon::paintEvent(QPaintEvent*) {
+    QPainter painter(this);
+    painter.setRenderHint(QPainter::Antialiasing);
+    const LevelLook look = lookOf(m_level);
+    const QPainterPath path = outline();
     painter.setPen(QPen(look.border, 1));
     painter.setBrush(look.fill);
     painter.drawPath(path);
     painter.setPen(look.text);
-    painter.drawText(body.toRect().adjusted(kPadX, kPadY, -kPadX, -kPadY),
+    painter.drawText(bodyRect().toRect().adjusted(kPadX, kPadY, -kPadX, -kPadY),
                      Qt::TextWordWrap | Qt::AlignLeft | Qt::AlignVCenter, m_text);
 }
 

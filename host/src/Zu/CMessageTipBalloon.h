@@ -3,6 +3,7 @@
 #include <QPointer>
 #include <QWidget>
 
+class QPainterPath;
 class QTimer;
 class QVariantAnimation;
 
@@ -22,16 +23,24 @@ public:
     qreal opacity() const { return m_opacity; }
     bool isFading() const;
 
+    // Keeps the balloon, once its time is up, until the target is edited.
+    void stayUntilEdited();
     // Shows the balloon next to its target and starts its timer.
     void popUp();
 
 protected:
     void paintEvent(QPaintEvent* event) override;
     void mousePressEvent(QMouseEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
+    bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
     void place();
     void startFade();
+    void onTimeUp();
+    void onTargetEdited();
+    QRectF bodyRect() const;
+    QPainterPath outline() const;
 
     QPointer<QWidget> m_target;
     int m_placement;
@@ -39,6 +48,8 @@ private:
     int m_style;
     int m_level;
     int m_ms;
+    bool m_untilEdited = false;
+    bool m_edited = false;
     bool m_arrowUp = true;
     bool m_arrowSide = false;
     int m_arrowX = 16;

@@ -67,6 +67,23 @@ private slots:
         delete dialog.data();
     }
 
+    void opensCentredOverTheWindowOfTheWidgetGiven() {
+        QWidget window;
+        window.setGeometry(120, 90, 900, 600);
+        auto* panel = new QWidget(&window);
+        panel->setGeometry(600, 400, 200, 100);
+        window.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&window));
+        CLevel2QuoteDialog dialog(panel);
+        dialog.setFixedSize(450, 150);
+        dialog.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&dialog));
+        QVERIFY(!dialog.parent());
+        const QPoint offset = dialog.frameGeometry().center() - window.frameGeometry().center();
+        QVERIFY2(offset.manhattanLength() <= 2,
+                 qPrintable(QString("%1,%2").arg(offset.x()).arg(offset.y())));
+    }
+
     void layout() {
         CLevel2QuoteDialog dialog(nullptr);
         QCOMPARE(dialog.title(), QString("添加Level-2行情源token"));

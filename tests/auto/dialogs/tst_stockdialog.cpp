@@ -1,4 +1,5 @@
 #include <QApplication>
+#include <QElapsedTimer>
 #include <QPointer>
 #include <QSignalSpy>
 #include <QtTest>
@@ -17,6 +18,7 @@
 #include "Zu/CSimpleTextWidget.h"
 #include "Zu/CSmallNormalButton.h"
 #include "dialogs/CSetStockQuotesDialog.h"
+#include "model/CFieldLimits.h"
 #include "rkservice/COrinQuoterSourceInfo.h"
 
 using namespace Hlx;
@@ -401,22 +403,94 @@ private slots:
     void portCheck_data() {
         QTest::addColumn<QString>("port");
         QTest::addColumn<bool>("passes");
-        QTest::newRow("plain") << "7709" << true;
-        QTest::newRow("leading zeros") << "007" << true;
-        QTest::newRow("beyond 65535") << "70000" << true;
-        QTest::newRow("beyond int") << "99999999999" << true;
-        QTest::newRow("blank inside") << "77 09" << false;
-        QTest::newRow("minus") << "-1" << false;
-        QTest::newRow("plus") << "+1" << false;
-        QTest::newRow("letters") << "80a" << false;
-        QTest::newRow("fullwidth digits") << "８０" << false;
-        QTest::newRow("empty") << "" << false;
+        QTest::addColumn<QString>("tip");
+        const QString digits("只能输入数字 ");
+        const QString range("请输入1-65535之间的端口");
+        QTest::newRow("plain") << "7709" << true << QString();
+        QTest::newRow("leading zeros") << "007" << true << QString();
+        QTest::newRow("lowest") << "1" << true << QString();
+        QTest::newRow("highest") << "65535" << true << QString();
+        QTest::newRow("zero") << "0" << false << range;
+        QTest::newRow("zeros only") << "000" << false << range;
+        QTest::newRow("beyond 65535") << "65536" << false << range;
+        QTest::newRow("70000") << "70000" << false << range;
+        QTest::newRow("beyond int") << "99999999999" << false << range;
+        QTest::newRow("blank inside") << "77 09" << false << digits;
+        QTest::newRow("minus") << "-1" << false << digits;
+        QTest::newRow("plus") << "+1" << false << digits;
+        QTest::newRow("letters") << "80a" << false << digits;
+        QTest::newRow("fullwidth digits") << "８０" << false << digits;
+        QTest::newRow("empty") << "" << false << digits;
     }
 
     void portCheck() {
         QFETCH(QString, port);
         QFETCH(bool, passes);
-        verifyFieldCheck(2, port, passes, QString("只能输入数字 "));
+        QFETCH(QString, tip);
+        verifyFieldCheck(2, port, passes, tip);
+        // Leaving the field gives the same tip as a submission.
+        if (!passes)
+            QCOMPARE(Zu::CMessageTip::lastTipText(), tip);
+    }
+
+    void portOutOfRangeKeepsTheInput() {
+        CSetStockQuotesDialog dialog(2, nullptr, false);
+        fill(&dialog, "192.0.2.10", "70000", "trader", "pw123");
+        dialog.show();
+        submit(&dialog);
+        QCOMPARE(m_backend->requestCount(), 0);
+        QVERIFY(dialog.isVisible());
+        QCOMPARE(Zu::CMessageTip::lastTipText(), QString("请输入1-65535之间的端口"));
+        QCOMPARE(Zu::CMessageTip::lastTipTarget(), static_cast<QWidget*>(dialog.portEdit()));
+        QCOMPARE(dialog.portEdit()->text(), QString("70000"));
+        QCOMPARE(dialog.addressEdit()->text(), QString("192.0.2.10"));
+    }
+
+    // A tip stays until its field is edited, and at least three seconds.
+    void tipStaysUntilTheFieldIsEdited() {
+        CSetStockQuotesDialog dialog(2, nullptr, false);
+        fill(&dialog, "1.2.3", "80", "u", "p");
+        dialog.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&dialog));
+        QVERIFY(!dialog.checkInput());
+        QPointer<QWidget> tip = Zu::CMessageTip::currentTip();
+        QVERIFY(tip && tip->isVisible());
+        QElapsedTimer clock;
+        clock.start();
+        QTRY_VERIFY_WITH_TIMEOUT(tip.isNull() || clock.elapsed() > 3600, 8000);
+        QVERIFY2(tip, "the tip went before the field was edited");
+        QTest::keyClick(dialog.addressEdit(), Qt::Key_4);
+        QTRY_VERIFY(tip.isNull());
+    }
+
+    void tipEditedAtOnceStaysThreeSeconds() {
+        CSetStockQuotesDialog dialog(2, nullptr, false);
+        fill(&dialog, "1.2.3.4", "80a", "u", "p");
+        dialog.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&dialog));
+        QVERIFY(dialog.handleEvent(101, 2, 0, QString(), nullptr));
+        QPointer<QWidget> tip = Zu::CMessageTip::currentTip();
+        QVERIFY(tip);
+        QElapsedTimer clock;
+        clock.start();
+        QTest::keyClick(dialog.portEdit(), Qt::Key_Backspace);
+        QTRY_VERIFY_WITH_TIMEOUT(tip.isNull() || clock.elapsed() > 2700, 6000);
+        QVERIFY2(tip, "the tip went before three seconds");
+        QTRY_VERIFY_WITH_TIMEOUT(tip.isNull(), 3000);
+        QVERIFY(clock.elapsed() >= 3000);
+    }
+
+    void anotherTipReplacesTheTip() {
+        CSetStockQuotesDialog dialog(2, nullptr, false);
+        fill(&dialog, "1.2.3", "80a", "u", "p");
+        dialog.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&dialog));
+        dialog.handleEvent(101, 1, 0, QString(), nullptr);
+        QPointer<QWidget> first = Zu::CMessageTip::currentTip();
+        dialog.handleEvent(101, 2, 0, QString(), nullptr);
+        QTRY_VERIFY(first.isNull());
+        QVERIFY(Zu::CMessageTip::currentTip());
+        QCOMPARE(Zu::CMessageTip::lastTipText(), QString("只能输入数字 "));
     }
 
     void userCheck_data() {
@@ -458,6 +532,23 @@ private slots:
         QTest::newRow("punctuation") << "a!b" << true << false;
         QTest::newRow("e acute") << QString(QChar(0x00E9)) << true << false;
         QTest::newRow("empty") << "" << false << false;
+    }
+
+    // The dialog takes no more than the data service stores.
+    void inputsFitTheServiceLimits() {
+        CSetStockQuotesDialog dialog(2, nullptr, false);
+        QCOMPARE(dialog.passwordEdit()->maxLength(),
+                 CFieldLimits::of(CFieldLimit::Password).maxBytes);
+        QCOMPARE(dialog.addressEdit()->maxLength(),
+                 CFieldLimits::of(CFieldLimit::Address).maxBytes);
+        dialog.passwordEdit()->setText(QString(300, 'p'));
+        QCOMPARE(dialog.passwordEdit()->getOriginalText().size(),
+                 CFieldLimits::of(CFieldLimit::Password).maxBytes);
+        // The longest user name the dialog accepts fits the service's byte limit.
+        const QString widest(25, QChar(0xFFFD));
+        fill(&dialog, "1.2.3.4", "1", widest, "p");
+        QVERIFY(dialog.checkInput());
+        QVERIFY(widest.toUtf8().size() <= CFieldLimits::of(CFieldLimit::UserName).maxBytes);
     }
 
     void passwordCheck() {
@@ -634,11 +725,9 @@ private slots:
         QTest::addColumn<QString>("port");
         QTest::addColumn<int>("value");
         QTest::newRow("007") << "007" << 7;
+        QTest::newRow("1") << "1" << 1;
         QTest::newRow("65535") << "65535" << 65535;
-        QTest::newRow("70000") << "70000" << 70000;
-        QTest::newRow("int max") << "2147483647" << 2147483647;
-        QTest::newRow("beyond int") << "2147483648" << 0;
-        QTest::newRow("far beyond") << "99999999999" << 0;
+        QTest::newRow("leading zeros of 65535") << "0065535" << 65535;
     }
 
     void portConversion() {
@@ -818,7 +907,7 @@ private slots:
         dialog->setResult(9);
         submit(dialog);
         QCOMPARE(m_backend->requestCount(), 0);
-        // The mask goes up and the dialog is hidden as after a send, but no answer ever comes.
+        // Nothing is sent: the dialog closes at once (mask up as before), and no answer comes.
         QCOMPARE(dialog->loadingMask()->attachedTo(), static_cast<QWidget*>(dialog));
         QVERIFY(!dialog->loadingMask()->isHidden());
         QCOMPARE(dialog->loadingMask()->text(), QString("正在提交数据"));
@@ -831,16 +920,22 @@ private slots:
 
     // ---- completion ----
 
-    void hiddenAsSoonAsSent() {
+    void openUnderItsMaskUntilTheAnswer_data() {
+        QTest::addColumn<bool>("success");
+        QTest::newRow("accepted") << true;
+        QTest::newRow("refused") << false;
+    }
+
+    void openUnderItsMaskUntilTheAnswer() {
+        QFETCH(bool, success);
         m_backend->setHolding(true);
+        m_backend->setOperateAnswer(12300, utils::RKError(success, success ? "" : "端口无效"));
         EventSink sink;
         auto* dialog = new CSetStockQuotesDialog(2, &sink, false);
         fillValid(dialog);
         dialog->show();
-        dialog->setResult(9);
         QTest::mouseClick(kitButton(dialog, 0), Qt::LeftButton);
-        QVERIFY(!dialog->isVisible());
-        QCOMPARE(dialog->result(), 0);
+        QVERIFY(dialog->isVisible());
         QCOMPARE(dialog->loadingMask()->text(), QString("正在提交数据"));
         QCOMPARE(dialog->loadingMask()->attachedTo(), static_cast<QWidget*>(dialog));
         QVERIFY(!dialog->loadingMask()->isHidden());
@@ -849,17 +944,68 @@ private slots:
         m_backend->releaseAll();
         QTRY_COMPARE(m_messages.size(), 1);
         QVERIFY(dialog->loadingMask()->isHidden());
+        QCOMPARE(sink.count(3026), 1);
+        // Closed on success; a refusal leaves everything typed for another try.
+        QCOMPARE(dialog->isVisible(), !success);
+        QCOMPARE(dialog->addressEdit()->text(), QString("192.168.1.10"));
+        QCOMPARE(dialog->passwordEdit()->getOriginalText(), QString("pw123"));
     }
 
-    void submitInsideExecReturnsZero() {
+    void oneSubmissionAtATime() {
+        m_backend->setHolding(true);
+        EventSink sink;
+        auto* dialog = new CSetStockQuotesDialog(2, &sink, false);
+        fillValid(dialog);
+        dialog->show();
+        QVERIFY(dialog->handleEvent(5, 0, 0, QString(), nullptr));
+        QTRY_COMPARE(m_backend->heldCount(), 1);
+        // Pressed again while the first is out (the button keeps the keyboard focus).
+        QVERIFY(dialog->handleEvent(5, 0, 0, QString(), nullptr));
+        // A request counts as pending from the moment it is posted.
+        QCOMPARE(COrinClientCenter::instance()->pendingCount(), 1);
+        QCOMPARE(int(operations().size()), 1);
+        m_backend->releaseAll();
+        QTRY_COMPARE(m_messages.size(), 1);
+        // After the answer a new submission goes out again.
+        m_backend->setHolding(false);
+        dialog->show();
+        QVERIFY(dialog->handleEvent(5, 0, 0, QString(), nullptr));
+        QTRY_COMPARE(int(operations().size()), 2);
+    }
+
+    void closedAndOpenedAgainWhileItsAnswerIsOut() {
+        m_backend->setHolding(true);
+        EventSink sink;
+        auto* dialog = new CSetStockQuotesDialog(2, &sink, false);
+        fillValid(dialog);
+        dialog->show();
+        QVERIFY(dialog->handleEvent(5, 0, 0, QString(), nullptr));
+        QTRY_COMPARE(m_backend->heldCount(), 1);
+        // The operator leaves it with Esc, opens it again and submits anew.
+        QTest::keyClick(dialog, Qt::Key_Escape);
+        QVERIFY(!dialog->isVisible());
+        dialog->show();
+        QVERIFY(dialog->handleEvent(5, 0, 0, QString(), nullptr));
+        QTRY_COMPARE(m_backend->heldCount(), 2);
+    }
+
+    void submitInsideExecReturnsZeroAfterTheAnswer() {
+        m_backend->setHolding(true);
         CSetStockQuotesDialog dialog(2, nullptr, false);
         fillValid(&dialog);
         QTimer::singleShot(0, this, [&dialog, this] {
             QCOMPARE(QApplication::activeModalWidget(), static_cast<QWidget*>(&dialog));
             QTest::mouseClick(kitButton(&dialog, 0), Qt::LeftButton);
         });
+        QTimer::singleShot(0, this, [this] {
+            QTRY_COMPARE(m_backend->heldCount(), 1);
+            QVERIFY(m_messages.isEmpty());
+            m_backend->releaseAll();
+        });
         QCOMPARE(dialog.exec(), 0);
-        QTRY_COMPARE(m_messages.size(), 1);
+        // The run ends with the answer, not with the send.
+        QCOMPARE(m_messages.size(), 1);
+        QCOMPARE(m_messages[0].type, 0);
     }
 
     void completion_data() {
@@ -917,6 +1063,7 @@ private slots:
         QCOMPARE(sink.count(3026), 1);
         QVERIFY(dialog->loadingMask()->isHidden());
         QCOMPARE(closes.closes, closesAfterSend + (success ? 1 : 0));
+        QCOMPARE(dialog->isVisible(), !success);
         // The inputs survive for another try.
         QCOMPARE(dialog->addressEdit()->text(), QString("1.2.3.4"));
         QCOMPARE(dialog->portEdit()->text(), QString("80"));

@@ -4,6 +4,8 @@
 #include <QtTest>
 #include <atomic>
 #include <boost/make_shared.hpp>
+#include <functional>
+#include <stdexcept>
 
 #include "Hlx/COrinClientCenter.h"
 #include "ScriptedBackend.h"
@@ -105,6 +107,45 @@ private slots:
         QVERIFY(outcome->thread.load() != QThread::currentThread());
         QVERIFY(COrinClientCenter::instance()->waitForIdle());
         QCOMPARE(outcome->calls.load(), 1);
+    }
+
+    // Whatever a callback throws, the worker survives, the request counts as finished and later
+    // requests are answered.
+    void throwingCallbackStillFinishes() {
+        struct NotAnException {};
+        const std::vector<std::function<void()>> throwers = {
+            [] { throw std::runtime_error("callback failed"); },
+            [] { throw 42; },
+            [] { throw NotAnException(); },
+        };
+        std::atomic<int> thrown{0};
+        for (const auto& thrower : throwers) {
+            COrinClientCenter::instance()->queryData_async(
+                sourceQuery(),
+                [&thrown, thrower](const utils::RKError&, const std::vector<rkservice::IDataPtr>&,
+                                   int, bson::BSONObj) {
+                    ++thrown;
+                    thrower();
+                },
+                false);
+            auto request = boost::make_shared<rkservice::COperateDataReq>();
+            request->dataType = rkservice::kDataQuoteSources;
+            request->operateType = rkservice::kOperateAdd;
+            COrinClientCenter::instance()->operateData_async(
+                request,
+                [&thrown, thrower](const utils::RKError&, bson::BSONObj) {
+                    ++thrown;
+                    thrower();
+                },
+                false);
+        }
+        QTRY_COMPARE(thrown.load(), 6);
+        QTRY_COMPARE(COrinClientCenter::instance()->pendingCount(), 0);
+        QVERIFY(COrinClientCenter::instance()->waitForIdle(5000));
+        auto outcome = boost::make_shared<Outcome>();
+        COrinClientCenter::instance()->queryData_async(sourceQuery(), recordQuery(outcome), false);
+        QTRY_COMPARE(outcome->calls.load(), 1);
+        QVERIFY(outcome->success);
     }
 
     void requestIsCopiedOnSend() {

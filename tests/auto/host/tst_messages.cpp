@@ -1,5 +1,7 @@
 #include <QAbstractButton>
 #include <QApplication>
+#include <QBitmap>
+#include <QElapsedTimer>
 #include <QLineEdit>
 #include <QMessageBox>
 #include <QPointer>
@@ -46,6 +48,17 @@ struct BoxDriver {
     }
 };
 
+// A shown window with one line edit, the target of a tip.
+struct EditWindow {
+    QWidget window;
+    QLineEdit* edit = new QLineEdit(&window);
+
+    bool show() {
+        window.show();
+        return QTest::qWaitForWindowExposed(&window);
+    }
+};
+
 }  // namespace
 
 class MessagesTest : public QObject {
@@ -60,6 +73,10 @@ private slots:
     void tipFadesAway();
     void newerTipReplacesOlder();
     void tipTargetGoneIsNull();
+    void tipUntilEditedOutlivesItsTime();
+    void tipUntilEditedGoesWhenEditedAfterItsTime();
+    void tipIsShapedNotRectangular();
+    void tipGoesWithItsWindow();
 };
 
 void MessagesTest::questionReturnsOk() {
@@ -182,6 +199,67 @@ void MessagesTest::tipTargetGoneIsNull() {
     QVERIFY(!Zu::CMessageTip::lastTipTarget());
     QVERIFY(!Zu::CMessageTip::currentTip());
     QCOMPARE(Zu::CMessageTip::lastTipText(), QStringLiteral("x"));
+}
+
+void MessagesTest::tipUntilEditedOutlivesItsTime() {
+    EditWindow shown;
+    QVERIFY(shown.show());
+    QLineEdit* edit = shown.edit;
+    Zu::CMessageTip::showTipUntilEdited(edit, 65, QStringLiteral("只能输入数字 "), 2, 2, 200);
+    QPointer<QWidget> tip = Zu::CMessageTip::currentTip();
+    QVERIFY(tip);
+    QElapsedTimer clock;
+    clock.start();
+    // Four times its time, unedited: still there.
+    QTRY_VERIFY_WITH_TIMEOUT(tip.isNull() || clock.elapsed() > 800, 3000);
+    QVERIFY(tip);
+    QVERIFY(tip->isVisible());
+    QTest::keyClick(edit, Qt::Key_1);
+    QTRY_VERIFY(tip.isNull());
+}
+
+void MessagesTest::tipUntilEditedGoesWhenEditedAfterItsTime() {
+    EditWindow shown;
+    QVERIFY(shown.show());
+    QLineEdit* edit = shown.edit;
+    Zu::CMessageTip::showTipUntilEdited(edit, 65, QStringLiteral("x"), 2, 2, 400);
+    QPointer<QWidget> tip = Zu::CMessageTip::currentTip();
+    QElapsedTimer clock;
+    clock.start();
+    // Edited at once: the tip keeps its time first.
+    QTest::keyClick(edit, Qt::Key_1);
+    QTRY_VERIFY_WITH_TIMEOUT(tip.isNull(), 3000);
+    QVERIFY(clock.elapsed() >= 400);
+}
+
+void MessagesTest::tipIsShapedNotRectangular() {
+    EditWindow shown;
+    QVERIFY(shown.show());
+    QLineEdit* edit = shown.edit;
+    Zu::CMessageTip::showTip(edit, 65, QStringLiteral("请输入有效的服务器地址"), 2, 2, 5000);
+    QWidget* tip = Zu::CMessageTip::currentTip();
+    QVERIFY(tip);
+    // A window manager without compositing paints whatever lies outside the mask black in a
+    // translucent window: there must be no translucency, and the corners beside the arrow and
+    // of the rounded bubble must lie outside the window's shape.
+    QVERIFY(!tip->testAttribute(Qt::WA_TranslucentBackground));
+    const QRegion shape = tip->mask();
+    QVERIFY(!shape.isEmpty());
+    QVERIFY(!shape.contains(QPoint(0, 0)));
+    QVERIFY(!shape.contains(QPoint(tip->width() - 1, 0)));
+    QVERIFY(!shape.contains(QPoint(0, tip->height() - 1)));
+    QVERIFY(shape.contains(tip->rect().center()));
+}
+
+void MessagesTest::tipGoesWithItsWindow() {
+    EditWindow shown;
+    QVERIFY(shown.show());
+    QLineEdit* edit = shown.edit;
+    Zu::CMessageTip::showTipUntilEdited(edit, 65, QStringLiteral("x"), 2, 2, 3000);
+    QPointer<QWidget> tip = Zu::CMessageTip::currentTip();
+    QVERIFY(tip);
+    shown.window.hide();
+    QTRY_VERIFY(tip.isNull() || !tip->isVisible());
 }
 
 QTEST_MAIN(MessagesTest)

@@ -570,6 +570,8 @@ private slots:
         info->m_wholeQuote->setEnabled("SH", true);
         m_backend->setQueryAnswer(676, {info});
         CAllTypeQuotesManagePanel panel(nullptr);
+        // Shown, so that the mask's visibility means something.
+        panel.show();
         panel.switchSystem(0, "sys1");
         panel.onActive();
         QTRY_VERIFY(panel.permissionInfo());
@@ -698,6 +700,9 @@ private slots:
                 QVERIFY(dialog);
                 dialog->userEdit()->setText("edited");
                 dialog->handleEvent(5, 0, 0, QString(), nullptr);
+                // Open under its mask until the answer; the operator leaves it with Esc.
+                QVERIFY(dialog->isVisible());
+                QTest::keyClick(dialog, Qt::Key_Escape);
             });
             panel.deliverEvent(228, 0, 5, QString::number(round), nullptr);
         }

@@ -3,12 +3,14 @@
 #include <QMessageBox>
 #include <QSignalSpy>
 #include <QtTest>
+#include <thread>
 
 #include "Hlx/COrinClientCenter.h"
 #include "RecordBuilders.h"
 #include "ScriptedBackend.h"
 #include "TestUsers.h"
 #include "Zu/COddEvenRowTable.h"
+#include "model/CAnswerGuard.h"
 #include "panels/QuotesManagePanel.h"
 
 using namespace Hlx;
@@ -16,6 +18,15 @@ using namespace RecordBuilders;
 using Panel = CQuotesManagePanel;
 
 namespace {
+
+// A stock panel whose delete answer the test can deliver itself.
+class DeleteProbe : public CStockQuotesManagePanel {
+public:
+    DeleteProbe() : CStockQuotesManagePanel(nullptr) {}
+    void answerDelete(const utils::RKError& error) {
+        onOperationDeleteQuotes(error, bson::BSONObj());
+    }
+};
 
 QStringList idColumn(Panel* panel) {
     QStringList ids;
@@ -53,15 +64,18 @@ private slots:
         m_backend->setQueryAnswer(676,
                                   {boost::make_shared<rkservice::CGlobalFeaturePermissionInfo>()});
         m_backend->setHolding(true);
+        const int held = tradeType == -1 ? 2 : 1;
         {
             std::unique_ptr<Panel> panel(createQuotesPanel(tradeType, nullptr));
             panel->onActive();
             // The first step of the load, and the permission query of the all-types panel.
-            QTRY_COMPARE(m_backend->heldCount(), tradeType == -1 ? 2 : 1);
+            QTRY_COMPARE(m_backend->heldCount(), held);
         }
+        const int dropped = CAnswerGuard::droppedCount();
         m_backend->releaseAll();
         m_backend->settle();
-        QCOMPARE(m_backend->heldCount(), 0);
+        // Every answer reached the guard of the destroyed panel and went no further.
+        QCOMPARE(CAnswerGuard::droppedCount() - dropped, held);
     }
 
     void lateAnswerOfEveryStepAfterDestruction() {
@@ -79,8 +93,10 @@ private slots:
             }
             QTRY_COMPARE(m_backend->heldCount(), 1);
             delete panel;
+            const int dropped = CAnswerGuard::droppedCount();
             m_backend->releaseAll();
             m_backend->settle();
+            QCOMPARE(CAnswerGuard::droppedCount() - dropped, 1);
         }
     }
 
@@ -204,22 +220,39 @@ private slots:
         m_backend->settle();
     }
 
+    // A host may answer a batch delete once per record: one delete round refreshes once,
+    // whatever number of answers it gets, and the next round refreshes again.
     void deleteAnswersRefreshOnce() {
         m_backend->setQueryAnswer(12300, {source(1, 10000, 2), source(2, 10000, 2)});
-        CStockQuotesManagePanel panel(nullptr);
+        DeleteProbe panel;
         panel.refresh();
         QTRY_COMPARE(panel.table()->rowCount(), 2);
         QSignalSpy finished(&panel, &Panel::sigOnDataFinished);
-        m_backend->clearRequests();
-        QTimer::singleShot(0, [] {
-            if (auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget()))
-                box->button(QMessageBox::Ok)->click();
-        });
-        panel.table()->selectRow(0);
-        panel.deliverEvent(228, 0, 6, "0", nullptr);
-        QTRY_COMPARE(finished.count(), 1);
-        m_backend->settle();
-        QCOMPARE(finished.count(), 1);
+        for (int round = 1; round <= 2; ++round) {
+            m_backend->setHolding(true);
+            QTimer::singleShot(0, [] {
+                if (auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget()))
+                    box->button(QMessageBox::Ok)->click();
+            });
+            panel.table()->selectRow(0);
+            panel.deliverEvent(228, 0, 6, "0", nullptr);
+            QTRY_COMPARE(m_backend->heldCount(), 1);
+            m_backend->setHolding(false);
+            m_backend->releaseAll();
+            // Further answers of the same round, on worker threads as the host delivers them.
+            std::vector<std::thread> answers;
+            for (int i = 0; i < 3; ++i)
+                answers.emplace_back([&panel, i] {
+                    panel.answerDelete(i == 1 ? utils::RKError::fail("x") : utils::RKError());
+                });
+            for (auto& answer : answers)
+                answer.join();
+            m_backend->settle();
+            QTRY_COMPARE(finished.count(), round);
+            QCoreApplication::processEvents();
+            QCOMPARE(finished.count(), round);
+            QTRY_COMPARE(panel.table()->rowCount(), 2);
+        }
     }
 
 private:

@@ -1,3 +1,4 @@
+#include <QHeaderView>
 #include <QTableView>
 #include <QtTest>
 #include <memory>
@@ -212,26 +213,57 @@ private slots:
     void paramRoundTrip() {
         TestUsers::setCurrent({});
         CStockQuotesManagePanel panel(nullptr);
+        const QString defaults = panel.param();
+        customise(&panel);
         const QString state = panel.param();
         QVERIFY(!state.isEmpty());
         QVERIFY(!state.contains(';'));
-        panel.table()->view()->setColumnWidth(0, 10);
+        QVERIFY(state != defaults);
         CStockQuotesManagePanel other(nullptr);
+        QCOMPARE(other.param(), defaults);
         other.setParam(state + ";ignored;parts");
         QCOMPARE(other.param(), state);
+        QVERIFY(other.table()->isColumnUserHidden(Panel::kColPort));
+        QCOMPARE(other.table()->view()->horizontalHeader()->visualIndex(
+                     modelColumn(&other, Panel::kColAddress)),
+                 0);
     }
 
     void emptyParamChangesNothing() {
         TestUsers::setCurrent({});
         CStockQuotesManagePanel panel(nullptr);
+        customise(&panel);
         const QString before = panel.param();
         panel.setParam(QString());
         QCOMPARE(panel.param(), before);
         panel.setParam(QStringLiteral("garbage that is not a configuration"));
         QCOMPARE(panel.param(), before);
+        // A damaged copy of a real configuration changes nothing either.
+        CStockQuotesManagePanel fresh(nullptr);
+        QString damaged = fresh.param();
+        damaged[damaged.size() - 1] = damaged.endsWith(QLatin1Char('0')) ? '1' : '0';
+        panel.setParam(damaged);
+        QCOMPARE(panel.param(), before);
     }
 
 private:
+    // The model column of a column id, found by its header text.
+    static int modelColumn(Panel* panel, int columnId) {
+        const QString header = panel->table()->columnHeader(columnId);
+        QAbstractItemModel* model = panel->table()->view()->model();
+        for (int column = 0; column < model->columnCount(); ++column) {
+            if (model->headerData(column, Qt::Horizontal).toString() == header)
+                return column;
+        }
+        return -1;
+    }
+    // A table layout that differs from the defaults: the address first, the port hidden.
+    static void customise(Panel* panel) {
+        QHeaderView* header = panel->table()->view()->horizontalHeader();
+        header->moveSection(header->visualIndex(modelColumn(panel, Panel::kColAddress)), 0);
+        QVERIFY(panel->table()->setColumnUserHidden(Panel::kColPort, true));
+    }
+
     boost::shared_ptr<ScriptedBackend> m_backend;
 };
 

@@ -79,6 +79,7 @@ private slots:
         QFETCH(int, tradeType);
         QFETCH(QStringList, requests);
         std::unique_ptr<Panel> panel(createQuotesPanel(tradeType, nullptr));
+        panel->show();
         panel->onActive();
         QTRY_COMPARE(m_backend->requestCount(), requests.size());
         QTRY_VERIFY(!panel->loadingMask()->isVisible());
@@ -156,6 +157,7 @@ private slots:
             12300, {source(1, 10000, 2, "10.0.0.1", 7001), source(2, 20000, 2), source(3, 70000, 2),
                     source(4, 10000, 2, "::1", 7004)});
         CStockQuotesManagePanel panel(nullptr);
+        panel.show();
         panel.refresh();
         QTRY_COMPARE(panel.table()->rowCount(), 2);
         QCOMPARE(panel.table()->itemText(0, Panel::kColId), QString("1"));
@@ -273,6 +275,7 @@ private slots:
     void failedQueryShowsDefaultMessage() {
         m_backend->setQueryAnswer(12300, {}, utils::RKError::fail(""));
         CStockQuotesManagePanel panel(nullptr);
+        panel.show();
         panel.refresh();
         QTRY_COMPARE(m_messages->count(), 1);
         const QList<QVariant> message = m_messages->takeFirst();

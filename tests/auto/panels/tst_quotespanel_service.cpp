@@ -61,16 +61,26 @@ private slots:
     }
 
     void refusedSourceShowsTheServicesMessage() {
+        // A viewer may not add: the service refuses what the form accepts.
+        loginAs("viewer");
         CStockQuotesManagePanel panel(nullptr);
         panel.switchSystem(0, "sys1");
         waitUntilIdle();
-        submitStockDialog(&panel, [](CSetStockQuotesDialog* dialog) {
+        ModalDriver::onNext([this](QWidget* modal) {
+            auto* dialog = qobject_cast<CSetStockQuotesDialog*>(modal);
+            QVERIFY(dialog);
             dialog->addressEdit()->setText("10.0.0.1");
-            dialog->portEdit()->setText("70000");
+            dialog->portEdit()->setText("7000");
             dialog->userEdit()->setText("u");
             dialog->passwordEdit()->setText("p");
+            dialog->handleEvent(5, 0, 0, QString(), nullptr);
+            QTRY_VERIFY(m_messages->count() >= 1);
+            // Refused: the dialog stays open with everything typed.
+            QVERIFY(dialog->isVisible());
+            QCOMPARE(dialog->addressEdit()->text(), QString("10.0.0.1"));
+            dialog->reject();
         });
-        QTRY_VERIFY(m_messages->count() >= 1);
+        panel.deliverEvent(5, 0, 0, QString(), nullptr);
         waitUntilIdle();
         QCOMPARE(m_messages->last().at(1).toBool(), false);
         QVERIFY(!lastMessage().isEmpty());

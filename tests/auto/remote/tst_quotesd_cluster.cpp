@@ -46,9 +46,12 @@ private slots:
         m_second.setDatabaseUrl(m_database.url(QStringLiteral("quotes")));
         QString output;
         QVERIFY2(!m_second.join(&output), "a server joined a database nobody set up");
-        QVERIFY2(output.contains(QStringLiteral("not set up yet")), qPrintable(output));
+        QVERIFY2(output.contains(QStringLiteral("quotesd init")), qPrintable(output));
         QVERIFY2(m_first.init(kAdminPassword, &output), qPrintable(output));
-        QVERIFY2(m_second.join(&output), qPrintable(output));
+        // The stored passwords are sealed under the first server's key: joining needs it.
+        QVERIFY2(!m_second.join(&output), "a server joined without the secrets key");
+        QVERIFY2(output.contains(QStringLiteral("缺少密钥文件")), qPrintable(output));
+        QVERIFY2(m_second.join(&output, m_first.secretsKeyFile()), qPrintable(output));
         QVERIFY2(m_first.start(), qPrintable(m_first.log()));
         QVERIFY2(m_second.start(), qPrintable(m_second.log()));
     }
@@ -99,8 +102,13 @@ private slots:
 
         // The same login, without logging in again, on the server that is left.
         utils::RKError error;
-        QCOMPARE(int(sourcesVia(*remote, &error).size()), 1);
+        const auto left = sourcesVia(*remote, &error);
+        QCOMPARE(int(left.size()), 1);
         QVERIFY(error.isSuccess());
+        // The second server opens what the first one sealed.
+        QVERIFY(!source->m_strPassword.empty());
+        QCOMPARE(static_cast<const rkservice::COrinQuoterSourceInfo&>(*left.front()).m_strPassword,
+                 source->m_strPassword);
         QCOMPARE(m_second.stop(), 0);
     }
 };

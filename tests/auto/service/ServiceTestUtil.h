@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "CEmbeddedAdmin.h"
+#include "CEmbeddedBackends.h"
 #include "CQuotesService.h"
 #include "Hlx/COrinClientCenter.h"
 #include "rkservice/CGlobalFeaturePermissionInfo.h"

@@ -6,6 +6,8 @@
 #include <pwd.h>
 #include <unistd.h>
 
+#include "model/CRightsTable.h"
+
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QProcess>
@@ -705,15 +707,20 @@ private slots:
         const QByteArray text = QJsonDocument(document).toJson();
         QVERIFY(text.contains("$argon2id$"));
         QVERIFY(!text.contains(QByteArray::fromStdString(kPassword)));
-        QCOMPARE(document.value(QLatin1String("version")).toInt(), 2);
-        // The document drops stock_op and gives admin other rights.
+        QCOMPARE(document.value(QLatin1String("version")).toInt(), 3);
+        // The document drops stock_op and gives admin other rights; futures_op becomes the
+        // administrator, since an import must leave one.
         QJsonArray users;
         for (const QJsonValue& value : document.value(QLatin1String("users")).toArray()) {
             QJsonObject user = value.toObject();
-            if (user.value(QLatin1String("name")).toString() == QLatin1String("stock_op"))
+            const QString name = user.value(QLatin1String("name")).toString();
+            if (name == QLatin1String("stock_op"))
                 continue;
-            if (user.value(QLatin1String("name")).toString() == QLatin1String("admin"))
+            if (name == QLatin1String("admin"))
                 user.insert(QStringLiteral("rights"), QJsonArray{77});
+            if (name == QLatin1String("futures_op"))
+                user.insert(QStringLiteral("rights"),
+                            QJsonArray{int(Hlx::CRightsTable::kAdminister)});
             users.append(user);
         }
         document.insert(QStringLiteral("users"), users);

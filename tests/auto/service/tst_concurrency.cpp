@@ -1,6 +1,7 @@
 // Eight threads of mixed requests at once through the client centre: no lost write, no error,
 // and exactly the expected content at the end.
 
+#include <QSqlQuery>
 #include <QThread>
 #include <atomic>
 #include <map>
@@ -14,6 +15,59 @@ class TestConcurrency : public QObject {
     Q_OBJECT
 
 private slots:
+    // quotesctl's modify reads and writes in one transaction: the console's change of another
+    // field, tried while the patch runs, is either held off until the patch has committed or
+    // kept; never overwritten by the patch.
+    void patchKeepsAConcurrentChange() {
+        QTemporaryDir dir;
+        CServiceOptions options;
+        options.dataDir = dir.path();
+        QString error;
+        auto service = CQuotesService::open(options, &error);
+        QVERIFY2(service, qPrintable(error));
+        auto admin = CEmbeddedAdmin::asOwner(service);
+        rkservice::COperateDataReq add;
+        add.dataType = rkservice::kDataQuoteSources;
+        add.operateType = rkservice::kOperateAdd;
+        add.datas.push_back(stockSource(10000, 2, "10.0.0.1", 1, "before"));
+        QVERIFY(admin->operate(Hlx::CRequestTarget::centre(), add, nullptr).isSuccess());
+
+        // The console: another connection that gives up at once when the database is locked.
+        QSqlDatabase console =
+            QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), QStringLiteral("console"));
+        console.setDatabaseName(service->databaseFile());
+        console.setConnectOptions(QStringLiteral("QSQLITE_BUSY_TIMEOUT=0"));
+        QVERIFY(console.open());
+        auto consoleChange = [&console] {
+            QSqlQuery q(console);
+            return q.exec(QStringLiteral(
+                "UPDATE kx_orin_quoter_source SET user_name = 'console' WHERE id = 1"));
+        };
+        bool changedDuringPatch = false;
+        const utils::RKError patched =
+            admin->modifySource(1, [&](rkservice::COrinQuoterSourceInfo* source) {
+                changedDuringPatch = consoleChange();
+                source->m_nPort = 2;
+            });
+        QVERIFY2(patched.isSuccess(), patched.errorMsg().c_str());
+        if (!changedDuringPatch)
+            QVERIFY(consoleChange());
+        console.close();
+        console = QSqlDatabase();
+        QSqlDatabase::removeDatabase(QStringLiteral("console"));
+
+        std::vector<rkservice::IDataPtr> datas;
+        rkservice::COrinQueryDataReq query;
+        query.dataType = rkservice::kDataQuoteSources;
+        QVERIFY(admin->query(Hlx::CRequestTarget::centre(), query, &datas).isSuccess());
+        QCOMPARE(int(datas.size()), 1);
+        const auto& source = static_cast<const rkservice::COrinQuoterSourceInfo&>(*datas.front());
+        QCOMPARE(source.m_nPort, 2);
+        QCOMPARE(source.m_strUserName, std::string("console"));
+        // A patch of a source that does not exist is refused.
+        QVERIFY(!admin->modifySource(99, [](rkservice::COrinQuoterSourceInfo*) {}).isSuccess());
+    }
+
     void mixedOperationsFromEightThreads() {
         QTemporaryDir dir;
         CServiceOptions options;
@@ -22,7 +76,7 @@ private slots:
         QString error;
         auto service = CQuotesService::open(options, &error);
         QVERIFY2(service, qPrintable(error));
-        Hlx::COrinClientCenter::instance()->setBackend(CEmbeddedAdmin::backendAsOwner(service));
+        Hlx::COrinClientCenter::instance()->setBackend(CEmbeddedBackends::backendAsOwner(service));
 
         const int kThreads = 8;
         const int kOperations = 240;

@@ -1,6 +1,8 @@
 // A locked, full, damaged or unreachable database: every request is answered with a clear
 // error, nothing crashes and nothing waits for ever.
 
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <QElapsedTimer>
@@ -15,10 +17,11 @@ namespace {
 
 std::vector<rkservice::IDataPtr> manySources(int count, int offset = 0) {
     std::vector<rkservice::IDataPtr> batch;
+    // Rows as large as the field limits allow, so that a few fill many pages.
     for (int i = offset; i < offset + count; ++i)
         batch.push_back(
             stockSource(10000, 2, "10.1." + std::to_string(i / 250) + "." + std::to_string(i % 250),
-                        1000, std::string(200, 'u'), "pw"));
+                        1000, std::string(64, 'u'), std::string(200, 'p')));
     return batch;
 }
 
@@ -39,6 +42,25 @@ QString rawValue(const QString& file, const QString& sql) {
     return value;
 }
 
+const uid_t kNobody = 65534;
+
+// Opens the service in a child running as nobody: 0 opened, 1 refused with a text, 2 refused
+// without one, 3 the child could not become nobody.
+int openAsNobody(const CServiceOptions& options) {
+    const pid_t child = ::fork();
+    if (child == 0) {
+        if (::setgid(kNobody) != 0 || ::setuid(kNobody) != 0)
+            ::_exit(3);
+        QString error;
+        const bool opened = bool(CQuotesService::open(options, &error));
+        ::_exit(opened ? 0 : error.isEmpty() ? 2 : 1);
+    }
+    int status = 0;
+    if (child < 0 || ::waitpid(child, &status, 0) != child || !WIFEXITED(status))
+        return -1;
+    return WEXITSTATUS(status);
+}
+
 }  // namespace
 
 class TestFaults : public QObject {
@@ -53,7 +75,7 @@ private:
         return service;
     }
     void install(const boost::shared_ptr<CQuotesService>& service) {
-        Hlx::COrinClientCenter::instance()->setBackend(CEmbeddedAdmin::backendAsOwner(service));
+        Hlx::COrinClientCenter::instance()->setBackend(CEmbeddedBackends::backendAsOwner(service));
     }
     void uninstall() {
         QVERIFY(Hlx::COrinClientCenter::instance()->waitForIdle());
@@ -221,12 +243,29 @@ private slots:
         options.dbUrl = QStringLiteral("mysql://x/y");
         QVERIFY(!CQuotesService::open(options, &error));
         QVERIFY(error.contains(QStringLiteral("不支持的数据库地址")));
-        if (::geteuid() != 0) {
-            // Unreadable file (root reads everything, so only checked as an ordinary user).
-            options.dbUrl.clear();
-            options.dataDir = dir.filePath(QStringLiteral("b"));
-            { QVERIFY(CQuotesService::open(options, &error)); }
-            QFile::setPermissions(QDir(options.dataDir).filePath(QStringLiteral("quotes.db")), {});
+        // An unreadable database file: an ordinary user cannot open it, and says so. Root reads
+        // everything, so under root the opening runs in a child that becomes nobody.
+        options.dbUrl.clear();
+        options.dataDir = dir.filePath(QStringLiteral("b"));
+        { QVERIFY(CQuotesService::open(options, &error)); }
+        const QString file = QDir(options.dataDir).filePath(QStringLiteral("quotes.db"));
+        const QFileDevice::Permissions all = QFile::ReadOwner | QFile::WriteOwner |
+                                             QFile::ReadGroup | QFile::WriteGroup |
+                                             QFile::ReadOther | QFile::WriteOther;
+        if (::geteuid() == 0) {
+            // The directory is nobody's, the file root's: only the file's mode decides.
+            QVERIFY(::chmod(QFile::encodeName(dir.path()).constData(), 0755) == 0);
+            QVERIFY(::chown(QFile::encodeName(options.dataDir).constData(), kNobody, kNobody) == 0);
+            // Nobody holds the key, so that only the database file's mode stands in the way.
+            const QString key = QDir(options.dataDir).filePath(QStringLiteral("secrets.key"));
+            QVERIFY(::chown(QFile::encodeName(key).constData(), kNobody, kNobody) == 0);
+            QVERIFY(QFile::setPermissions(file, all));
+            QCOMPARE(openAsNobody(options), 0);
+        }
+        QVERIFY(QFile::setPermissions(file, {}));
+        if (::geteuid() == 0) {
+            QCOMPARE(openAsNobody(options), 1);
+        } else {
             QVERIFY(!CQuotesService::open(options, &error));
             QVERIFY(!error.isEmpty());
         }

@@ -57,6 +57,35 @@ private:
     std::string m_error;
 };
 
+// A database in the directory with one table t of integers (column type as given).
+std::unique_ptr<CDatabase> databaseWithTable(const QTemporaryDir& dir, const char* type) {
+    CServiceOptions options;
+    options.dbUrl = QStringLiteral("sqlite://") + dir.filePath(QStringLiteral("t.db"));
+    QString error;
+    std::unique_ptr<CDatabase> database = CDatabase::create(options, &error);
+    if (!database) {
+        qWarning("%s", qPrintable(error));
+        return nullptr;
+    }
+    database->transact(true, [&](QSqlDatabase& db) {
+        database->exec(db, QStringLiteral("CREATE TABLE t (v %1)").arg(QLatin1String(type)));
+    });
+    return database;
+}
+
+// The values of t, in ascending order.
+std::vector<int> storedValues(CDatabase& database) {
+    std::vector<int> values;
+    database.transact(false, [&](QSqlDatabase& db) {
+        QSqlQuery query(db);
+        query.prepare(QStringLiteral("SELECT v FROM t ORDER BY v"));
+        database.exec(query);
+        while (query.next())
+            values.push_back(query.value(0).toInt());
+    });
+    return values;
+}
+
 }  // namespace
 
 class GroupCommitTest : public QObject {
@@ -138,14 +167,8 @@ private slots:
 
     void aFailedWriterLeavesTheOthersOfItsGroupCommitted() {
         QTemporaryDir dir;
-        CServiceOptions options;
-        options.dbUrl = QStringLiteral("sqlite://") + dir.filePath(QStringLiteral("t.db"));
-        QString error;
-        auto database = CDatabase::create(options, &error);
-        QVERIFY2(database, qPrintable(error));
-        database->transact(true, [&](QSqlDatabase& db) {
-            database->exec(db, QStringLiteral("CREATE TABLE t (v INTEGER)"));
-        });
+        const auto database = databaseWithTable(dir, "INTEGER");
+        QVERIFY(database);
         auto submit = [&](const CGroupCommit::Work& work) { database->transact(true, work); };
         auto insert = [&](int value) {
             return [&, value](QSqlDatabase& db) {
@@ -170,27 +193,13 @@ private slots:
         // The group of the failing writer ran on one thread: the third writer's work too.
         QCOMPARE(third.ranOn(), failing.ranOn());
 
-        std::vector<int> values;
-        database->transact(false, [&](QSqlDatabase& db) {
-            QSqlQuery query(db);
-            query.prepare(QStringLiteral("SELECT v FROM t ORDER BY v"));
-            database->exec(query);
-            while (query.next())
-                values.push_back(query.value(0).toInt());
-        });
-        QCOMPARE(values, (std::vector<int>{1, 3}));
+        QCOMPARE(storedValues(*database), (std::vector<int>{1, 3}));
     }
 
     void manyWritersAllCommit() {
         QTemporaryDir dir;
-        CServiceOptions options;
-        options.dbUrl = QStringLiteral("sqlite://") + dir.filePath(QStringLiteral("t.db"));
-        QString error;
-        auto database = CDatabase::create(options, &error);
-        QVERIFY2(database, qPrintable(error));
-        database->transact(true, [&](QSqlDatabase& db) {
-            database->exec(db, QStringLiteral("CREATE TABLE t (v INTEGER UNIQUE)"));
-        });
+        const auto database = databaseWithTable(dir, "INTEGER UNIQUE");
+        QVERIFY(database);
         std::vector<std::thread> writers;
         std::atomic<int> failures{0};
         for (int w = 0; w < 16; ++w) {
@@ -212,15 +221,7 @@ private slots:
         for (std::thread& writer : writers)
             writer.join();
         QCOMPARE(failures.load(), 0);
-        int count = 0;
-        database->transact(false, [&](QSqlDatabase& db) {
-            QSqlQuery query(db);
-            query.prepare(QStringLiteral("SELECT COUNT(*) FROM t"));
-            database->exec(query);
-            query.next();
-            count = query.value(0).toInt();
-        });
-        QCOMPARE(count, 16 * 40);
+        QCOMPARE(int(storedValues(*database).size()), 16 * 40);
     }
 };
 

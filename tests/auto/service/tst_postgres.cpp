@@ -3,11 +3,18 @@
 
 #include <unistd.h>
 
+#include <condition_variable>
+#include <csignal>
+#include <mutex>
+#include <thread>
+
 #include <QJsonArray>
 #include <QProcess>
+#include <QSqlQuery>
 #include <QThread>
 #include <atomic>
 
+#include "CDatabase.h"
 #include "PostgresCluster.h"
 #include "ServiceTestUtil.h"
 
@@ -18,11 +25,17 @@ class TestPostgres : public QObject {
 
 private:
     PostgresCluster m_cluster;
+    QTemporaryDir m_keys;
     boost::shared_ptr<CQuotesService> m_service;
+    // The process's data directory, where imports keep their backups.
+    QTemporaryDir m_data;
 
     CServiceOptions options(const QString& database = QStringLiteral("quotes")) {
         CServiceOptions o;
         o.dbUrl = m_cluster.url(database);
+        o.dataDir = m_data.path();
+        // Each database its own key, kept with the test rather than in the home directory.
+        o.secretsKeyFile = m_keys.filePath(database + QStringLiteral(".key"));
         o.busyTimeoutMs = 5000;
         return o;
     }
@@ -30,6 +43,17 @@ private:
     std::vector<rkservice::COrinQuoterSourceInfoPtr> sources(const std::string& condition = "") {
         return as<rkservice::COrinQuoterSourceInfo>(
             query(rkservice::kDataQuoteSources, condition).datas);
+    }
+
+    // One value read on the service's own connection of this thread.
+    QString backendValue(const char* sql) {
+        QString value;
+        m_service->database().transact(false, [&](QSqlDatabase& db) {
+            QSqlQuery q(db);
+            if (q.exec(QLatin1String(sql)) && q.next())
+                value = q.value(0).toString();
+        });
+        return value;
     }
 
 private slots:
@@ -47,7 +71,8 @@ private slots:
         QString error;
         m_service = CQuotesService::open(options(), &error);
         QVERIFY2(m_service, qPrintable(error));
-        Hlx::COrinClientCenter::instance()->setBackend(CEmbeddedAdmin::backendAsOwner(m_service));
+        Hlx::COrinClientCenter::instance()->setBackend(
+            CEmbeddedBackends::backendAsOwner(m_service));
     }
 
     void cleanupTestCase() {
@@ -199,6 +224,102 @@ private slots:
             QStringLiteral("UPDATE meta SET val = '7' WHERE name = 'schema_version'")));
         QVERIFY(!CQuotesService::open(options(QStringLiteral("quotes2")), &error));
         QVERIFY2(error.contains(QStringLiteral("拒绝打开")), qPrintable(error));
+    }
+
+    void connectionsKeepAliveAndAreNamed() {
+        const QString given = m_service->database().connectOptions();
+        for (const char* option :
+             {"keepalives=1", "keepalives_idle=", "keepalives_count=", "tcp_user_timeout="})
+            QVERIFY2(given.contains(QLatin1String(option)), qPrintable(given));
+        // They reach libpq: the server sees the name given beside them.
+        QCOMPARE(backendValue("SELECT current_setting('application_name')"),
+                 QStringLiteral("quotes-service"));
+    }
+
+    void modifyOrDeleteOfNoRowRefused() {
+        auto missing = stockSource(10000, 2, "10.40.0.1", 1);
+        missing->m_nId = 987654;
+        QVERIFY(!operate(rkservice::kDataQuoteSources, 0, list({missing})).error.isSuccess());
+        QVERIFY(!operate(rkservice::kDataQuoteSources, 3, list({deleteRecord(987654)}))
+                     .error.isSuccess());
+    }
+
+    // Writers queue on the database, so none can interleave its checks with another's write.
+    void writersQueue() {
+        std::mutex gate;
+        std::condition_variable changed;
+        bool holding = false;
+        bool release = false;
+        std::thread holder([&] {
+            m_service->database().transact(true, [&](QSqlDatabase&) {
+                std::unique_lock<std::mutex> lock(gate);
+                holding = true;
+                changed.notify_all();
+                changed.wait(lock, [&] { return release; });
+            });
+        });
+        {
+            std::unique_lock<std::mutex> lock(gate);
+            changed.wait(lock, [&] { return holding; });
+        }
+        std::atomic<bool> done{false};
+        utils::RKError added;
+        std::thread writer([&] {
+            rkservice::COperateDataReq add;
+            add.dataType = rkservice::kDataQuoteSources;
+            add.operateType = rkservice::kOperateAdd;
+            add.datas = list({stockSource(10000, 2, "10.41.0.1", 1)});
+            added = m_service->operateSync(CCaller::owner(), Hlx::CRequestTarget::centre(), add);
+            done = true;
+        });
+        QTRY_COMPARE(backendValue("SELECT count(*) FROM pg_locks WHERE locktype = 'advisory' AND "
+                                  "NOT granted"),
+                     QStringLiteral("1"));
+        QVERIFY(!done);
+        {
+            std::lock_guard<std::mutex> lock(gate);
+            release = true;
+        }
+        changed.notify_all();
+        holder.join();
+        writer.join();
+        QVERIFY2(added.isSuccess(), added.errorMsg().c_str());
+    }
+
+    // A backend that stops answering: the statement is cancelled, then its connection cut, and
+    // the request answered "数据库无响应" instead of hanging; the next request works again.
+    void hungBackendIsAnswered() {
+        CServiceOptions quick = options();
+        quick.statementTimeoutMs = 1000;
+        quick.cancelGraceMs = 500;
+        QString error;
+        auto service = CQuotesService::open(quick, &error);
+        QVERIFY2(service, qPrintable(error));
+        qint64 pid = 0;
+        service->database().transact(false, [&](QSqlDatabase& db) {
+            QSqlQuery q(db);
+            if (q.exec(QStringLiteral("SELECT pg_backend_pid()")) && q.next())
+                pid = q.value(0).toLongLong();
+        });
+        QVERIFY(pid > 0);
+        QCOMPARE(::kill(pid_t(pid), SIGSTOP), 0);
+        struct Resume {
+            pid_t pid;
+            ~Resume() { ::kill(pid, SIGCONT); }
+        } resume{pid_t(pid)};
+        rkservice::COrinQueryDataReq request;
+        request.dataType = rkservice::kDataQuoteSources;
+        std::vector<rkservice::IDataPtr> datas;
+        QElapsedTimer timer;
+        timer.start();
+        const utils::RKError hung =
+            service->querySync(CCaller::owner(), Hlx::CRequestTarget::centre(), request, &datas);
+        QVERIFY(!hung.isSuccess());
+        QCOMPARE(hung.errorMsg(), std::string("数据库无响应"));
+        QVERIFY2(timer.elapsed() >= 1000 && timer.elapsed() < 10000,
+                 qPrintable(QString::number(timer.elapsed())));
+        QVERIFY(service->querySync(CCaller::owner(), Hlx::CRequestTarget::centre(), request, &datas)
+                    .isSuccess());
     }
 
     void serverGoneAndBack() {

@@ -1,5 +1,6 @@
 // quotesctl end to end: every command, exit codes, JSON output, and the export/import round trip.
 
+#include <QDir>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -138,7 +139,7 @@ private slots:
         r = run({"token", "show", "--json"});
         QCOMPARE(QJsonDocument::fromJson(r.out).object().value("token").toString(),
                  QStringLiteral("xyz789"));
-        r = run({"token", "set", "bad-token"});
+        r = run({"token", "set", "-"}, "bad-token\n");
         QCOMPARE(r.code, 1);
         QVERIFY(oneLine(r.err));
         QCOMPARE(run({"token", "delete"}).code, 0);
@@ -226,6 +227,75 @@ private slots:
         }
         QCOMPARE(run({"import", third.filePath("missing.json")}, QByteArray(), fourth.path()).code,
                  1);
+    }
+
+    void exportWritesWholePrivateFilesOrFails() {
+        const Run reference = run({"export"});
+        QCOMPARE(reference.code, 0);
+        const QString target = m_dir->filePath("backup.json");
+        const Run written = run({"export", "--output", target});
+        QCOMPARE(written.code, 0);
+        QFile file(target);
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        QCOMPARE(file.readAll(), reference.out);
+        QCOMPARE(int(file.permissions() & 0x7077), int(QFile::ReadOwner | QFile::WriteOwner));
+        // A directory that does not exist: a refusal, and nothing half-written anywhere.
+        const QStringList before = QDir(m_dir->path()).entryList(QDir::Files | QDir::Hidden);
+        const Run failed = run({"export", "--output", m_dir->filePath("no/such/dir/x.json")});
+        QCOMPARE(failed.code, 1);
+        QVERIFY(oneLine(failed.err));
+        QCOMPARE(QDir(m_dir->path()).entryList(QDir::Files | QDir::Hidden), before);
+        // A full disk on standard output is a failure too.
+        QProcess full;
+        full.setStandardOutputFile(QStringLiteral("/dev/full"));
+        full.start(m_program, {"--data", m_dir->path(), "export"});
+        QVERIFY(full.waitForFinished(60000));
+        QCOMPARE(full.exitCode(), 1);
+    }
+
+    void importDryRunAndBackup() {
+        QCOMPARE(run({"sources", "add", "--platform", "10000", "--trade-type", "2", "--address",
+                      "10.0.0.7", "--port", "1"})
+                     .code,
+                 0);
+        const Run exported = run({"export"});
+        QJsonObject document = QJsonDocument::fromJson(exported.out).object();
+        QJsonArray sources = document.value("sources").toArray();
+        QJsonObject second = sources[0].toObject();
+        second.insert("id", 2);
+        second.insert("port", 2);
+        sources.append(second);
+        document.insert("sources", sources);
+        const QByteArray changed = QJsonDocument(document).toJson();
+
+        const Run dry = run({"import", "--dry-run", "-"}, changed);
+        QCOMPARE(dry.code, 0);
+        QVERIFY2(dry.out.contains("sources 1 -> 2 (+1 -0)\n"), dry.out.constData());
+        QVERIFY2(dry.out.contains("users 4 -> 4 (+0 -0)\n"), dry.out.constData());
+        QVERIFY(!dry.out.contains("backup"));
+        QCOMPARE(run({"export"}).out, exported.out);
+        QVERIFY(QDir(m_dir->path()).entryList({"import-backup-*"}).isEmpty());
+
+        const Run real = run({"import", "-"}, changed);
+        QCOMPARE(real.code, 0);
+        QVERIFY2(real.out.startsWith("backup "), real.out.constData());
+        const QString backup = QString::fromUtf8(real.out.split('\n').front().mid(7));
+        QCOMPARE(QFileInfo(backup).absolutePath(), QDir(m_dir->path()).absolutePath());
+        QFile file(backup);
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        QCOMPARE(QJsonDocument::fromJson(file.readAll()), QJsonDocument::fromJson(exported.out));
+        QCOMPARE(int(file.permissions() & 0x7077), int(QFile::ReadOwner | QFile::WriteOwner));
+        QCOMPARE(
+            QJsonDocument::fromJson(run({"export"}).out).object().value("sources").toArray().size(),
+            2);
+
+        // On PostgreSQL there is no data directory: the backup must be named.
+        QProcess postgres;
+        postgres.start(m_program, {"--db", "postgresql://nobody@/x?host=/nonexistent", "import",
+                                   m_dir->filePath("any.json")});
+        QVERIFY(postgres.waitForFinished(20000));
+        QCOMPARE(postgres.exitCode(), 2);
+        QVERIFY(postgres.readAllStandardError().contains("--backup"));
     }
 
     void pingNamesTheVersionAndDatabase() {
@@ -328,6 +398,9 @@ private slots:
             {"token", "show", "extra"},
             {"import"},
             {"export", "extra"},
+            {"sources", "list", "--trade-type", "3"},
+            {"import", "--dry-run"},
+            {"export", "--output"},
         };
         for (const QStringList& arguments : usageErrors) {
             const Run r = run(arguments);

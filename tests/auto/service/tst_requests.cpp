@@ -26,7 +26,8 @@ private:
         QString error;
         m_service = CQuotesService::open(options, &error);
         QVERIFY2(m_service, qPrintable(error));
-        Hlx::COrinClientCenter::instance()->setBackend(CEmbeddedAdmin::backendAsOwner(m_service));
+        Hlx::COrinClientCenter::instance()->setBackend(
+            CEmbeddedBackends::backendAsOwner(m_service));
     }
     void closeService() {
         Hlx::COrinClientCenter::instance()->waitForIdle();

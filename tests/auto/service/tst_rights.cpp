@@ -107,7 +107,7 @@ private slots:
         m_service = CQuotesService::open(options, &error);
         QVERIFY2(m_service, qPrintable(error));
         Hlx::COrinClientCenter::instance()->setBackend(
-            CEmbeddedAdmin::backendForCurrentUser(m_service));
+            CEmbeddedBackends::backendForCurrentUser(m_service));
     }
 
     void cleanupTestCase() {

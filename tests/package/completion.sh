@@ -1,0 +1,40 @@
+#!/usr/bin/env bash
+# quotesctl's bash completion offers the commands, their verbs and their options.
+set -uo pipefail
+source_dir=$1
+# bash-completion's helpers, reduced to what the completion uses.
+_init_completion() {
+    cur=${COMP_WORDS[COMP_CWORD]}
+    prev=${COMP_WORDS[COMP_CWORD - 1]}
+    words=("${COMP_WORDS[@]}")
+    cword=$COMP_CWORD
+}
+_filedir() { COMPREPLY=(FILES); }
+complete() { :; }
+source "$source_dir/packaging/quotesctl.bash-completion"
+
+failures=0
+expect() {
+    local want=$1
+    shift
+    COMP_WORDS=("$@")
+    COMP_CWORD=$(($# - 1))
+    COMPREPLY=()
+    _quotesctl
+    if [ "${COMPREPLY[*]}" != "$want" ]; then
+        echo "completing '$*': got '${COMPREPLY[*]}', want '$want'" >&2
+        failures=$((failures + 1))
+    fi
+}
+expect "sources brokers platforms token subsystems users export import integrity accounts ping" \
+    quotesctl ""
+expect "sources subsystems" quotesctl --server host:7461 s
+expect "list add modify delete" quotesctl --data /srv/quotes sources ""
+expect "--trade-type --subsystem --json" quotesctl sources list --
+expect "list password enable disable rights" quotesctl accounts ""
+expect "--password-file" quotesctl accounts password admin --p
+expect "FILES" quotesctl --ca ""
+expect "" quotesctl --login ""
+expect "--data --db --server --ca --login --login-password-file --help" quotesctl --
+[ $failures -eq 0 ] && echo "quotesctl completion: every case completed as expected"
+exit $((failures > 0))

@@ -1,0 +1,169 @@
+#!/usr/bin/env bash
+# Builds the Debian packages from a built tree, checks them with lintian, checks quotesd's
+# systemd unit and its purge, unpacks them into a scratch root and from there builds a project on
+# the library, sets up quotesd, serves on a free loopback port and lists the sources with quotesctl.
+set -euo pipefail
+build_dir=$(realpath "$1")
+source_dir=$(realpath "$(dirname "$0")/../..")
+scratch=$(mktemp -d)
+server_pid=
+cleanup() {
+    if [ -n "$server_pid" ]; then kill "$server_pid" 2>/dev/null || true; fi
+    rm -rf "$scratch"
+}
+trap cleanup EXIT
+# The server runs as nobody when we are root (it refuses root), so it must reach its files.
+chmod 755 "$scratch"
+fail() {
+    echo "package test: $*" >&2
+    exit 1
+}
+
+packages=(libquoteshostcore1 libpanelquotesmanage1 libpanelquotesmanage-dev quotes-console
+    quotesctl quotesd)
+
+echo "== cpack"
+(cd "$build_dir" && cpack -G DEB -B "$scratch/debs" >"$scratch/cpack.log") ||
+    { cat "$scratch/cpack.log" >&2; fail "cpack failed"; }
+debs=()
+for package in "${packages[@]}"; do
+    deb=$(ls "$scratch/debs/${package}_"*.deb 2>/dev/null) || fail "no package $package"
+    debs+=("$deb")
+done
+
+echo "== contents"
+for deb in "${debs[@]}"; do
+    package=$(dpkg-deb -f "$deb" Package)
+    contents=$(dpkg-deb -c "$deb")
+    for file in copyright changelog.Debian.gz; do
+        grep -q "usr/share/doc/$package/$file\$" <<<"$contents" || fail "$package lacks $file"
+    done
+    # An override would hide a tag; we ship none at all.
+    ! grep -q 'usr/share/lintian/overrides' <<<"$contents" || fail "$package ships lintian overrides"
+    dpkg-deb -x "$deb" "$scratch/root"
+done
+# A headless server installs quotesd and quotesctl without any widget or display library.
+for deb in "${debs[4]}" "${debs[5]}"; do
+    depends=$(dpkg-deb -f "$deb" Depends)
+    ! grep -Eq 'libqt5gui|libqt5widgets|libx11|libxcb|libpanelquotesmanage1' <<<"$depends" ||
+        fail "$(dpkg-deb -f "$deb" Package) depends on a widget or display library: $depends"
+done
+root=$scratch/root
+for file in usr/bin/quotesd usr/bin/quotesctl usr/bin/quotes-console usr/share/man/man8/quotesd.8.gz \
+    usr/share/man/man1/quotesctl.1.gz usr/share/man/man1/quotes-console.1.gz \
+    usr/share/bash-completion/completions/quotesctl usr/share/applications/quotes-console.desktop \
+    lib/systemd/system/quotesd.service etc/default/quotesd \
+    usr/lib/cmake/PanelQuotesManage/PanelQuotesManageConfig.cmake; do
+    [ -e "$root/$file" ] || fail "no $file in the packages"
+done
+while IFS= read -r elf; do
+    ! file -L "$elf" | grep -q 'not stripped' || fail "${elf#"$root"} is not stripped"
+done < <(find "$root" -type f \( -path '*/bin/*' -o -name '*.so*' \))
+
+echo "== lintian"
+lintian --fail-on error --tag-display-limit 0 "${debs[@]}" || fail "lintian found errors"
+
+echo "== quotesd's maintainer scripts: the system user, the data directory, purge"
+# Run for real on copies of /etc and /lib/systemd/system (with the unit, as dpkg would have
+# unpacked it) and a private /var/lib, each mounted in a namespace of its own, so this machine's
+# stay untouched; needs root.
+if [ "$(id -u)" -eq 0 ]; then
+    dpkg-deb -e "${debs[5]}" "$scratch/control"
+    # As dpkg runs them: deb-systemd-helper refuses other callers.
+    export DPKG_MAINTSCRIPT_PACKAGE=quotesd
+    maintscript() {
+        local etc=$1 var=$2
+        shift 2
+        unshare -m sh -c 'mount --bind "$1" /etc && mount --bind "$2" /var/lib &&
+            mount --bind "$3" /lib/systemd/system && shift 3 && "$@"' \
+            sh "$etc" "$var" "$scratch/units" "$@"
+    }
+    cp -a /etc "$scratch/etc"
+    cp -a /lib/systemd/system "$scratch/units"
+    cp "$root/lib/systemd/system/quotesd.service" "$scratch/units/"
+    for file in passwd group shadow gshadow; do
+        if [ -e "$scratch/etc/$file" ]; then sed -i '/^quotesd:/d' "$scratch/etc/$file"; fi
+    done
+    mkdir -p "$scratch/var-new"
+    DPKG_MAINTSCRIPT_NAME=postinst maintscript "$scratch/etc" "$scratch/var-new" \
+        "$scratch/control/postinst" configure || fail "postinst configure failed"
+    grep -q '^quotesd:x:[0-9]*:[0-9]*:[^:]*:/var/lib/quotesd:/usr/sbin/nologin$' \
+        "$scratch/etc/passwd" || fail "postinst made no system user quotesd"
+    uid=$(awk -F: '$1 == "quotesd" { print $3 }' "$scratch/etc/passwd")
+    [ "$(stat -c '%u %a' "$scratch/var-new/quotesd")" = "$uid 700" ] ||
+        fail "postinst made no private /var/lib/quotesd of the user quotesd"
+    # The server starts once its data is set up, when the administrator enables it.
+    [ -z "$(find "$scratch/etc/systemd" -name quotesd.service)" ] || fail "postinst enabled quotesd"
+    for ask in no yes; do
+        mkdir -p "$scratch/var-$ask/quotesd"
+        touch "$scratch/var-$ask/quotesd/quotes.db"
+        QUOTESD_PURGE_DATA=$ask DPKG_MAINTSCRIPT_NAME=postrm maintscript "$scratch/etc" \
+            "$scratch/var-$ask" "$scratch/control/postrm" purge 2>/dev/null ||
+            fail "postrm purge failed"
+    done
+    [ -e "$scratch/var-no/quotesd/quotes.db" ] || fail "purge removed /var/lib/quotesd unasked"
+    [ ! -e "$scratch/var-yes/quotesd" ] || fail "purge kept /var/lib/quotesd though asked"
+fi
+
+echo "== systemd-analyze verify"
+# The unit names /usr/bin/quotesd, which is in the scratch root, not on this machine. A warning
+# (an unknown key, a bad value) fails the test as an error does.
+verify_dir=$scratch/unit
+mkdir -p "$verify_dir"
+sed "s|^ExecStart=/usr/bin/quotesd|ExecStart=$root/usr/bin/quotesd|" \
+    "$root/lib/systemd/system/quotesd.service" >"$verify_dir/quotesd.service"
+# MANPATH: Documentation=man:quotesd(8) must name the page the package ships.
+verify=$(MANPATH=$root/usr/share/man SYSTEMD_LOG_LEVEL=warning systemd-analyze verify "$verify_dir/quotesd.service" 2>&1) ||
+    { echo "$verify" >&2; fail "systemd-analyze verify failed"; }
+! grep -q 'quotesd.service' <<<"$verify" || { echo "$verify" >&2; fail "the unit has warnings"; }
+
+echo "== find_package(PanelQuotesManage) from the unpacked packages"
+bash "$source_dir/tests/package/consumer.sh" "$root/usr" "$source_dir" "$scratch/consumer" ||
+    fail "a project could not build on the library's packages"
+
+echo "== quotesd and quotesctl from the unpacked packages"
+bin=$root/usr/bin
+ldd "$bin/quotesd" | grep -q "libQuotesHostCore.so.1 => $root/" ||
+    fail "quotesd does not load its library from the package"
+as_server=()
+data=$scratch/data
+if [ "$(id -u)" -eq 0 ]; then
+    as_server=(setpriv --reuid=nobody --regid=nogroup --clear-groups --reset-env)
+    install -d -o nobody -g nogroup -m 0700 "$data"
+fi
+password=package-test-password
+printf '%s\n' "$password" | "${as_server[@]}" "$bin/quotesd" init --data "$data" >"$scratch/init.log" 2>&1 ||
+    { cat "$scratch/init.log" >&2; fail "quotesd init failed"; }
+
+# A port no socket of this machine listens on.
+port_in_use() {
+    local hex
+    hex=$(printf ':%04X ' "$1")
+    cat /proc/net/tcp /proc/net/tcp6 2>/dev/null | grep -qi "$hex"
+}
+port=$((20000 + RANDOM % 20000))
+while port_in_use $port; do port=$((port + 1)); done
+
+: >"$scratch/server.log"
+"${as_server[@]}" "$bin/quotesd" --data "$data" --listen "127.0.0.1:$port" >"$scratch/server.log" 2>&1 &
+server_pid=$!
+client=("$bin/quotesctl" --server "127.0.0.1:$port" --ca "$data/quotesd.crt" --login admin
+    --login-password-file -)
+# Bounded: the server is up within seconds or the test fails.
+for _ in $(seq 100); do
+    grep -q 'listening on' "$scratch/server.log" && break
+    kill -0 "$server_pid" 2>/dev/null || { cat "$scratch/server.log" >&2; fail "quotesd exited"; }
+    sleep 0.1
+done
+grep -q 'listening on' "$scratch/server.log" || { cat "$scratch/server.log" >&2; fail "quotesd not up"; }
+# A new server has no source: add one, so the listing shows it came back through quotesd.
+printf '%s\n' "$password" | "${client[@]}" sources add --platform 10000 --trade-type 2 \
+    --address 192.0.2.15 --port 7100 >/dev/null ||
+    { cat "$scratch/server.log" >&2; fail "quotesctl sources add through quotesd failed"; }
+listing=$(printf '%s\n' "$password" | "${client[@]}" sources list) ||
+    { cat "$scratch/server.log" >&2; fail "quotesctl sources list through quotesd failed"; }
+grep -q '192\.0\.2\.15 *7100' <<<"$listing" || fail "quotesctl did not list the source: $listing"
+kill -TERM "$server_pid"
+wait "$server_pid" || fail "quotesd did not stop cleanly"
+server_pid=
+echo "packages built, lintian clean, unit verified; quotesd served and quotesctl listed the sources"
