@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "BenchRegistry.h"
+#include "BenchService.h"
 #include "BenchSources.h"
 #include "CEmbeddedBackends.h"
 #include "CQuotesService.h"
@@ -54,11 +55,7 @@ boost::shared_ptr<CQuotesService> openService(const QString& dir, bool full) {
     CServiceOptions options;
     options.dataDir = dir;
     options.synchronousFull = full;
-    QString error;
-    auto service = CQuotesService::open(options, &error);
-    if (!service)
-        std::fprintf(stderr, "service bench: %s\n", error.toUtf8().constData());
-    return service;
+    return openBenchService(options);
 }
 
 void runServiceBench() {

@@ -5,9 +5,11 @@
 #include <QJsonObject>
 #include <algorithm>
 
+#include "CAuditTrail.h"
 #include "CLoginManager.h"
 #include "CQuotesService.h"
 #include "CRecordCodec.h"
+#include "model/CAuditVocabulary.h"
 
 namespace {
 
@@ -94,7 +96,8 @@ grpc::Status CAdminServer::authenticate(grpc::ServerContext* context, CCaller* c
     const CLoginManager::AuthResult result = m_logins.authenticate(token, now());
     if (!result.ok())
         return grpc::Status(grpc::StatusCode::UNAUTHENTICATED, result.message.toStdString());
-    *caller = CCaller::user(result.account.name.toStdString(), result.account.rights);
+    *caller = CCaller::user(result.account.name.toStdString(), result.account.rights)
+                  .from(peerAddress(context->peer()));
     if (account)
         *account = result.account;
     return grpc::Status::OK;
@@ -106,10 +109,15 @@ grpc::Status CAdminServer::Login(grpc::ServerContext* context,
     const CallScope scope(this);
     if (m_refusing)
         return refusing();
+    const std::string address = peerAddress(context->peer());
     const CLoginManager::LoginResult result =
         m_logins.login(QString::fromStdString(request->name()), request->password(),
-                       QString::fromStdString(peerAddress(context->peer())), now());
+                       QString::fromStdString(address), now());
     if (!result.ok()) {
+        m_service->auditTrail().refused(
+            CCaller::user(request->name(), {}).from(address),
+            CAuditTrail::entry(CAuditVocabulary::kLogin, CAuditVocabulary::kSession),
+            result.message.toStdString());
         CRecordCodec::encodeError(utils::RKError::fail(result.message.toStdString()),
                                   reply->mutable_error());
         return grpc::Status::OK;
@@ -342,5 +350,35 @@ grpc::Status CAdminServer::SetRights(grpc::ServerContext* context,
             rights.insert(int(right));
         }
         return m_service->setRights(caller, QString::fromStdString(request->name()), rights, error);
+    });
+}
+
+grpc::Status CAdminServer::Audit(grpc::ServerContext* context,
+                                 const quotes::v1::AuditRequest* request,
+                                 quotes::v1::AuditReply* reply) {
+    Hlx::CAuditFilter filter;
+    const utils::RKError decoded = CRecordCodec::decodeAuditFilter(*request, &filter);
+    if (!decoded.isSuccess())
+        return invalid(decoded);
+    return asAccount(context, [&](const CCaller& caller) {
+        std::vector<Hlx::CAuditEntry> entries;
+        QString error;
+        const bool done = m_service->auditEntries(caller, filter, &entries, &error);
+        CRecordCodec::encodeAuditEntries(entries, reply->mutable_entries());
+        CRecordCodec::encodeError(outcome(done, error), reply->mutable_error());
+        return grpc::Status::OK;
+    });
+}
+
+grpc::Status CAdminServer::PruneAudit(grpc::ServerContext* context,
+                                      const quotes::v1::PruneAuditRequest* request,
+                                      quotes::v1::PruneAuditReply* reply) {
+    return asAccount(context, [&](const CCaller& caller) {
+        int removed = 0;
+        QString error;
+        const bool done = m_service->pruneAudit(caller, request->before_ms(), &removed, &error);
+        reply->set_removed(removed);
+        CRecordCodec::encodeError(outcome(done, error), reply->mutable_error());
+        return grpc::Status::OK;
     });
 }

@@ -71,6 +71,12 @@ public:
                            const quotes::v1::SetRightsRequest* request,
                            quotes::v1::AdminReply* reply) override;
 
+    grpc::Status Audit(grpc::ServerContext* context, const quotes::v1::AuditRequest* request,
+                       quotes::v1::AuditReply* reply) override;
+    grpc::Status PruneAudit(grpc::ServerContext* context,
+                            const quotes::v1::PruneAuditRequest* request,
+                            quotes::v1::PruneAuditReply* reply) override;
+
     // The peer's address without its port ("ipv4:127.0.0.1:5000" -> "127.0.0.1").
     static std::string peerAddress(const std::string& peer);
 

@@ -1,5 +1,6 @@
 #include "CRecordCodec.h"
 
+#include <QJsonDocument>
 #include <QString>
 #include <QStringList>
 #include <boost/make_shared.hpp>
@@ -489,4 +490,87 @@ bool CRecordCodec::isKnownDataType(int64 dataType) {
 
 bool CRecordCodec::isKnownOperateType(int64 operateType) {
     return operateType >= rkservice::kOperateModify && operateType <= rkservice::kOperateDelete;
+}
+
+namespace {
+
+std::string compactJson(const QJsonObject& object) {
+    return object.isEmpty() ? std::string()
+                            : QJsonDocument(object).toJson(QJsonDocument::Compact).toStdString();
+}
+
+QJsonObject jsonObject(const std::string& text) {
+    return QJsonDocument::fromJson(QByteArray::fromStdString(text)).object();
+}
+
+}  // namespace
+
+void CRecordCodec::encodeAuditFilter(const Hlx::CAuditFilter& filter,
+                                     quotes::v1::AuditRequest* out) {
+    out->set_since_ms(filter.sinceMs);
+    out->set_until_ms(filter.untilMs);
+    out->set_account(filter.account);
+    out->set_action(filter.action);
+    out->set_limit(filter.limit);
+}
+
+RKError CRecordCodec::decodeAuditFilter(const quotes::v1::AuditRequest& in,
+                                        Hlx::CAuditFilter* out) {
+    if (in.limit() < 0 || in.limit() > INT_MAX)
+        return RKError::fail("操作记录条数超出范围: " + std::to_string(in.limit()));
+    out->sinceMs = in.since_ms();
+    out->untilMs = in.until_ms();
+    out->account = in.account();
+    out->action = in.action();
+    out->limit = int(in.limit());
+    return RKError::ok();
+}
+
+void CRecordCodec::encodeAuditEntries(const std::vector<Hlx::CAuditEntry>& entries,
+                                      AuditEntries* out) {
+    for (const Hlx::CAuditEntry& entry : entries) {
+        quotes::v1::AuditEntry* message = out->Add();
+        message->set_id(entry.id);
+        message->set_time_ms(entry.timeMs);
+        message->set_account(entry.account);
+        message->set_os_user(entry.osUser);
+        message->set_local(entry.local);
+        message->set_client_address(entry.clientAddress);
+        message->set_subsystem(entry.subsystem);
+        message->set_action(entry.action);
+        message->set_data_type(entry.dataType);
+        message->set_ids(entry.ids);
+        message->set_error(entry.error);
+        message->set_summary_json(compactJson(entry.summary));
+        for (const Hlx::CAuditEntry::Detail& detail : entry.details) {
+            quotes::v1::AuditDetail* row = message->add_details();
+            row->set_record_id(detail.recordId);
+            row->set_before_json(compactJson(detail.before));
+            row->set_after_json(compactJson(detail.after));
+        }
+    }
+}
+
+std::vector<Hlx::CAuditEntry> CRecordCodec::decodeAuditEntries(const AuditEntries& in) {
+    std::vector<Hlx::CAuditEntry> entries;
+    for (const quotes::v1::AuditEntry& message : in) {
+        Hlx::CAuditEntry entry;
+        entry.id = message.id();
+        entry.timeMs = message.time_ms();
+        entry.account = message.account();
+        entry.osUser = message.os_user();
+        entry.local = message.local();
+        entry.clientAddress = message.client_address();
+        entry.subsystem = message.subsystem();
+        entry.action = message.action();
+        entry.dataType = message.data_type();
+        entry.ids = message.ids();
+        entry.error = message.error();
+        entry.summary = jsonObject(message.summary_json());
+        for (const quotes::v1::AuditDetail& row : message.details())
+            entry.details.push_back(
+                {row.record_id(), jsonObject(row.before_json()), jsonObject(row.after_json())});
+        entries.push_back(entry);
+    }
+    return entries;
 }

@@ -3,6 +3,8 @@
 #include <map>
 #include <vector>
 
+#include "Hlx/CAuditEntry.h"
+#include "Hlx/CAuditFilter.h"
 #include "Hlx/CRequestTarget.h"
 #include "Hlx/IDataServiceBackend.h"
 #include "bson/BSONObj.h"
@@ -73,6 +75,13 @@ public:
     static void encodeLoginTypeAuth(const std::map<int, bool>& auth, LoginTypeAuth* out);
     static utils::RKError decodeLoginTypeAuth(const LoginTypeAuth& in, std::map<int, bool>* out);
     static utils::RKError decodeLoginType(google::protobuf::int64 in, int* out);
+
+    typedef google::protobuf::RepeatedPtrField<quotes::v1::AuditEntry> AuditEntries;
+    static void encodeAuditFilter(const Hlx::CAuditFilter& filter, quotes::v1::AuditRequest* out);
+    static utils::RKError decodeAuditFilter(const quotes::v1::AuditRequest& in,
+                                            Hlx::CAuditFilter* out);
+    static void encodeAuditEntries(const std::vector<Hlx::CAuditEntry>& entries, AuditEntries* out);
+    static std::vector<Hlx::CAuditEntry> decodeAuditEntries(const AuditEntries& in);
 
     // Whether the data service knows the data type / the operation.
     static bool isKnownDataType(google::protobuf::int64 dataType);

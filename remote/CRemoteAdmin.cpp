@@ -706,3 +706,36 @@ void CRemoteAdmin::sessionEnded(const std::string& token) {
     if (handler)
         handler();
 }
+
+RKError CRemoteAdmin::auditEntries(const Hlx::CAuditFilter& filter,
+                                   std::vector<Hlx::CAuditEntry>* entries) {
+    v1::AuditRequest request;
+    CRecordCodec::encodeAuditFilter(filter, &request);
+    v1::AuditReply reply;
+    RKError error = read(
+        [&](Stub* stub, grpc::ClientContext* context) {
+            reply.Clear();
+            return stub->Audit(context, request, &reply);
+        },
+        true);
+    if (error.isSuccess())
+        error = CRecordCodec::decodeError(reply.error());
+    if (error.isSuccess())
+        *entries = CRecordCodec::decodeAuditEntries(reply.entries());
+    return error;
+}
+
+RKError CRemoteAdmin::pruneAudit(long long beforeMs, int* removed) {
+    v1::PruneAuditRequest request;
+    request.set_before_ms(beforeMs);
+    v1::PruneAuditReply reply;
+    RKError error = change([&](Stub* stub, grpc::ClientContext* context) {
+        reply.Clear();
+        return stub->PruneAudit(context, request, &reply);
+    });
+    if (error.isSuccess())
+        error = CRecordCodec::decodeError(reply.error());
+    if (error.isSuccess())
+        *removed = int(reply.removed());
+    return error;
+}

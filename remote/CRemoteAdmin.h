@@ -85,6 +85,9 @@ public:
     utils::RKError importDocument(const QJsonObject& document) override;
     utils::RKError checkIntegrity() override;
     utils::RKError status(Hlx::CServiceStatus* status) override;
+    utils::RKError auditEntries(const Hlx::CAuditFilter& filter,
+                                std::vector<Hlx::CAuditEntry>* entries) override;
+    utils::RKError pruneAudit(long long beforeMs, int* removed) override;
 
 private:
     using Stub = quotes::v1::QuotesAdmin::Stub;

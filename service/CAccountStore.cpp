@@ -20,6 +20,11 @@ constexpr int kMaxNameLength = 64;
 
 CAccountStore::CAccountStore(CDatabase& database) : m_database(database) {}
 
+void CAccountStore::runHook(QSqlDatabase& db) const {
+    if (m_hook)
+        m_hook(db);
+}
+
 bool CAccountStore::read(const CDatabase& database, QSqlDatabase& db, const QString& name,
                          CAccount* account, std::string* passwordHash) {
     QSqlQuery query(db);
@@ -137,6 +142,7 @@ void CAccountStore::checkName(const QString& name) {
 void CAccountStore::createAccount(const QString& name, int systemId, const std::set<int>& rights) {
     checkName(name);
     m_database.transact(true, [&](QSqlDatabase& db) {
+        runHook(db);
         CAccount existing;
         if (read(m_database, db, name, &existing, nullptr))
             throw CServiceError("用户已存在: " + name.toStdString());
@@ -152,6 +158,7 @@ void CAccountStore::createAccount(const QString& name, int systemId, const std::
 
 void CAccountStore::setRights(const QString& name, const std::set<int>& rights) {
     m_database.transact(true, [&](QSqlDatabase& db) {
+        runHook(db);
         CAccount existing;
         if (!read(m_database, db, name, &existing, nullptr))
             unknownAccount(name);
@@ -162,6 +169,7 @@ void CAccountStore::setRights(const QString& name, const std::set<int>& rights) 
 void CAccountStore::update(const QString& name, const QString& assignment, const QVariant& value,
                            bool endsLogins) {
     m_database.transact(true, [&](QSqlDatabase& db) {
+        runHook(db);
         QSqlQuery change(db);
         change.prepare(QStringLiteral("UPDATE users SET %1 WHERE name = ?").arg(assignment));
         change.addBindValue(value);

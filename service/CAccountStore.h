@@ -3,6 +3,7 @@
 #include <QSqlDatabase>
 #include <QString>
 #include <QVariant>
+#include <functional>
 #include <set>
 #include <string>
 #include <vector>
@@ -17,6 +18,10 @@ class CDatabase;
 class CAccountStore {
 public:
     explicit CAccountStore(CDatabase& database);
+
+    // Runs inside the transaction of each change, before the change (which reads the state
+    // it replaces): the change and what records it commit together.
+    void alsoInTransaction(std::function<void(QSqlDatabase&)> hook) { m_hook = std::move(hook); }
 
     std::vector<CAccount> accounts();
     // False when there is no such account.
@@ -48,5 +53,8 @@ private:
     void update(const QString& name, const QString& assignment, const QVariant& value,
                 bool endsLogins);
 
+    void runHook(QSqlDatabase& db) const;
+
     CDatabase& m_database;
+    std::function<void(QSqlDatabase&)> m_hook;
 };

@@ -1,5 +1,8 @@
 #include "CCaller.h"
 
+#include <pwd.h>
+#include <unistd.h>
+
 #include "rkservice/CUserInfo.h"
 
 CCaller::CCaller(std::string name, std::set<int> rights, bool owner)
@@ -30,4 +33,26 @@ bool CCaller::holdsAny(const std::vector<int>& rights) const {
             return true;
     }
     return false;
+}
+
+CCaller CCaller::locally(const std::string& osUser) const {
+    CCaller copy = *this;
+    copy.m_osUser = osUser;
+    copy.m_local = true;
+    return copy;
+}
+
+CCaller CCaller::from(const std::string& clientAddress) const {
+    CCaller copy = *this;
+    copy.m_clientAddress = clientAddress;
+    return copy;
+}
+
+std::string CCaller::operatingSystemUser() {
+    // Asked once: the process does not change its user.
+    static const std::string name = [] {
+        const passwd* entry = getpwuid(geteuid());
+        return entry ? std::string(entry->pw_name) : std::to_string(geteuid());
+    }();
+    return name;
 }

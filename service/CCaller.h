@@ -18,7 +18,18 @@ public:
     static CCaller user(const std::string& name, const std::set<int>& rights);
     static CCaller user(const rkservice::CUserInfo& user);
 
+    // The same caller as the embedded mode records it: acting in this process for the
+    // operating-system user.
+    CCaller locally(const std::string& osUser) const;
+    // The same caller as the server records it: reached from the client address.
+    CCaller from(const std::string& clientAddress) const;
+    // The operating-system user this process runs as.
+    static std::string operatingSystemUser();
+
     const std::string& name() const { return m_name; }
+    const std::string& osUser() const { return m_osUser; }
+    const std::string& clientAddress() const { return m_clientAddress; }
+    bool isLocal() const { return m_local; }
     bool isOwner() const { return m_owner; }
     bool holds(int right) const;
     // Whether the caller holds at least one of the rights.
@@ -30,4 +41,7 @@ private:
     std::string m_name;
     std::set<int> m_rights;
     bool m_owner;
+    std::string m_osUser;
+    std::string m_clientAddress;
+    bool m_local = false;
 };

@@ -19,8 +19,9 @@ CEmbeddedAdmin::CEmbeddedAdmin(boost::shared_ptr<CQuotesService> service, Caller
 
 boost::shared_ptr<CEmbeddedAdmin> CEmbeddedAdmin::asOwner(
     boost::shared_ptr<CQuotesService> service) {
-    return boost::shared_ptr<CEmbeddedAdmin>(
-        new CEmbeddedAdmin(std::move(service), [] { return CCaller::owner(); }));
+    return boost::shared_ptr<CEmbeddedAdmin>(new CEmbeddedAdmin(std::move(service), [] {
+        return CCaller::owner().locally(CCaller::operatingSystemUser());
+    }));
 }
 
 utils::RKError CEmbeddedAdmin::query(const Hlx::CRequestTarget& target,
@@ -125,4 +126,15 @@ utils::RKError CEmbeddedAdmin::setRights(const std::string& name, const std::set
     QString error;
     return outcome(m_service->setRights(m_caller(), QString::fromStdString(name), rights, &error),
                    error);
+}
+
+utils::RKError CEmbeddedAdmin::auditEntries(const Hlx::CAuditFilter& filter,
+                                            std::vector<Hlx::CAuditEntry>* entries) {
+    QString error;
+    return outcome(m_service->auditEntries(m_caller(), filter, entries, &error), error);
+}
+
+utils::RKError CEmbeddedAdmin::pruneAudit(long long beforeMs, int* removed) {
+    QString error;
+    return outcome(m_service->pruneAudit(m_caller(), beforeMs, removed, &error), error);
 }

@@ -42,6 +42,9 @@ public:
     utils::RKError setPassword(const std::string& name, const std::string& password) override;
     utils::RKError setAccountEnabled(const std::string& name, bool enabled) override;
     utils::RKError setRights(const std::string& name, const std::set<int>& rights) override;
+    utils::RKError auditEntries(const Hlx::CAuditFilter& filter,
+                                std::vector<Hlx::CAuditEntry>* entries) override;
+    utils::RKError pruneAudit(long long beforeMs, int* removed) override;
 
     const boost::shared_ptr<CQuotesService>& service() const { return m_service; }
 

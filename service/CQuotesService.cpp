@@ -1,9 +1,11 @@
 #include "CQuotesService.h"
 
+#include <QCryptographicHash>
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QSqlQuery>
 #include <QStandardPaths>
@@ -15,6 +17,7 @@
 
 #include "CAccessPolicy.h"
 #include "CAccountStore.h"
+#include "CAuditTrail.h"
 #include "CDataTransfer.h"
 #include "CDatabase.h"
 #include "CPrivateFile.h"
@@ -29,6 +32,7 @@
 #include "CSourceValidator.h"
 #include "CTokenStore.h"
 #include "Hlx/CAnswer.h"
+#include "model/CAuditVocabulary.h"
 #include "rkservice/CGlobalFeaturePermissionInfo.h"
 #include "rkservice/CLevel2Token.h"
 #include "rkservice/DataTypeIds.h"
@@ -63,6 +67,25 @@ void hidePasswords(const CCaller& caller, const std::vector<rkservice::IDataPtr>
         if (!CAccessPolicy::mayReadPassword(caller, *source))
             source->m_strPassword.clear();
     }
+}
+
+QJsonObject subsystemFields(const std::vector<Hlx::SubsystemInfo>& subsystems) {
+    QJsonObject fields;
+    for (const auto& info : subsystems)
+        fields.insert(QString::fromStdString(info.name), QString::fromStdString(info.displayName));
+    return fields;
+}
+
+// What an import replaces, by section; the document's fields stay out of the trail.
+QJsonObject importCounts(const CDataTransfer::Content& content) {
+    return QJsonObject{{QStringLiteral("subsystems"), int(content.subsystems.size())},
+                       {QStringLiteral("login_type_auth"), int(content.loginTypeAuth.size())},
+                       {QStringLiteral("platforms"), content.platforms.size()},
+                       {QStringLiteral("brokers"), content.brokers.size()},
+                       {QStringLiteral("sources"), int(content.sources.size())},
+                       {QStringLiteral("whole_quote"), int(content.wholeQuote.size())},
+                       {QStringLiteral("level2_token"), content.hasToken ? 1 : 0},
+                       {QStringLiteral("users"), int(content.users.size())}};
 }
 
 // The ids a modify or delete names, each once: a second record for the same row would make the
@@ -110,6 +133,7 @@ boost::shared_ptr<CQuotesService> CQuotesService::open(const CServiceOptions& op
     service->m_database = CDatabase::create(resolved, failure);
     if (!service->m_database)
         return nullptr;
+    service->m_audit.reset(new CAuditTrail(*service->m_database, resolved.auditTrail));
     const QString file = service->m_database->filePath();
     service->m_backupDir = !resolved.dataDir.isEmpty() ? resolved.dataDir
                            : file.isEmpty()            ? QString()
@@ -323,9 +347,17 @@ utils::RKError CQuotesService::operateSync(const CCaller& caller, const Hlx::CRe
         doOperate(caller, target, request, result ? result : &local);
         return utils::RKError::ok();
     } catch (const CServiceError& e) {
+        m_audit->refused(
+            caller,
+            CAuditTrail::forRequest(request, target.isCentre()
+                                                 ? QString()
+                                                 : QString::fromStdString(target.subsystemName())),
+            e.what());
         return utils::RKError::fail(e.what());
     } catch (const std::exception& e) {
-        return utils::RKError::fail(std::string("数据服务内部错误: ") + e.what());
+        const std::string error = std::string("数据服务内部错误: ") + e.what();
+        m_audit->refused(caller, CAuditTrail::forRequest(request, QString()), error);
+        return utils::RKError::fail(error);
     }
 }
 
@@ -477,28 +509,53 @@ void CQuotesService::operateSources(const CCaller& caller, const Hlx::CRequestTa
         const QString owner = subsystem.isEmpty() ? defaultSubsystem() : subsystem;
         CAccessPolicy::checkAdd(caller, sources);
         std::vector<int> ids;
-        m_database->transact(true, [&](QSqlDatabase& db) { ids = store.add(db, owner, sources); });
-        std::string list;
-        for (int id : ids)
-            list += (list.empty() ? "" : ",") + std::to_string(id);
+        m_database->transact(true, [&](QSqlDatabase& db) {
+            ids = store.add(db, owner, sources);
+            std::map<int, rkservice::COrinQuoterSourceInfo> added;
+            for (size_t i = 0; i < ids.size(); ++i) {
+                rkservice::COrinQuoterSourceInfo source(*sources[i]);
+                source.m_nId = ids[i];
+                source.setSystemTag(utf8(owner));
+                added.emplace(ids[i], source);
+            }
+            auditSources(db, caller, request, owner, {}, added);
+        });
         result->appendInt("count", int(ids.size()));
-        result->appendString("ids", list);
+        result->appendString("ids", CAuditTrail::idList(ids));
     } else if (op == rkservice::kOperateModify) {
         const std::vector<int> ids = distinctIds(sources, "修改");
         // The rights of the stored rows are read in the transaction that changes them.
         m_database->transact(true, [&](QSqlDatabase& db) {
             CAccessPolicy::checkModify(caller, sources, store.kinds(db, subsystem, ids));
+            const auto before = CAuditTrail::storedSources(store, db, subsystem, ids);
             store.modify(db, subsystem, sources);
+            auditSources(db, caller, request, subsystem, before,
+                         CAuditTrail::storedSources(store, db, subsystem, ids));
         });
         result->appendInt("count", int(sources.size()));
     } else {
         const std::vector<int> ids = distinctIds(sources, "删除");
         m_database->transact(true, [&](QSqlDatabase& db) {
             CAccessPolicy::checkDelete(caller, ids, store.kinds(db, subsystem, ids));
+            const auto before = CAuditTrail::storedSources(store, db, subsystem, ids);
             store.remove(db, subsystem, ids);
+            auditSources(db, caller, request, subsystem, before, {});
         });
         result->appendInt("count", int(ids.size()));
     }
+}
+
+void CQuotesService::auditSources(
+    QSqlDatabase& db, const CCaller& caller, const rkservice::COperateDataReq& request,
+    const QString& subsystem, const std::map<int, rkservice::COrinQuoterSourceInfo>& before,
+    const std::map<int, rkservice::COrinQuoterSourceInfo>& after) const {
+    CAuditTrail::Entry entry = CAuditTrail::forRequest(request, subsystem);
+    CAuditTrail::addSourceDetails(&entry, before, after);
+    std::vector<int> ids;
+    for (const auto& detail : entry.details)
+        ids.push_back(std::stoi(detail.recordId));
+    entry.ids = CAuditTrail::idList(ids);
+    m_audit->write(db, caller, entry);
 }
 
 bool CQuotesService::modifySource(const CCaller& caller, int id,
@@ -507,11 +564,17 @@ bool CQuotesService::modifySource(const CCaller& caller, int id,
         const CQuoteSourceStore store(*m_database);
         m_database->transact(true, [&](QSqlDatabase& db) {
             const rkservice::COrinQuoterSourceInfoPtr source = store.find(db, id);
+            const rkservice::COrinQuoterSourceInfo before = *source;
             patch(source.get());
             source->m_nId = id;
             const std::vector<rkservice::COrinQuoterSourceInfoPtr> sources = {source};
             CAccessPolicy::checkModify(caller, sources, store.kinds(db, QString(), {id}));
             store.modify(db, QString(), sources);
+            rkservice::COperateDataReq request;
+            request.dataType = rkservice::kDataQuoteSources;
+            request.operateType = rkservice::kOperateModify;
+            request.datas = {source};
+            auditSources(db, caller, request, QString(), {{id, before}}, {{id, *source}});
         });
         return true;
     } catch (const CServiceError& e) {
@@ -552,6 +615,13 @@ void CQuotesService::operateToken(const CCaller& caller,
                 throw CServiceError("Level-2 行情源 token 不存在");
             store.remove(db);
         }
+        CAuditTrail::Entry entry = CAuditTrail::forRequest(request, QString());
+        entry.ids = "1";
+        entry.details.push_back({entry.ids, exists ? CAuditTrail::secret(false) : QJsonObject(),
+                                 op == rkservice::kOperateDelete
+                                     ? QJsonObject()
+                                     : CAuditTrail::secret(stored != token->token)});
+        m_audit->write(db, caller, entry);
     });
 }
 
@@ -580,6 +650,9 @@ void CQuotesService::operatePermission(const CCaller& caller, const Hlx::CReques
             throw CServiceError("未知的市场代码: " + flag.first);
     }
     m_database->transact(true, [&](QSqlDatabase& db) {
+        CAuditTrail::Entry entry = CAuditTrail::forRequest(request, subsystem);
+        entry.ids = utf8(subsystem);
+        entry.details.push_back({entry.ids, wholeQuote(db, subsystem), QJsonObject()});
         QSqlQuery clear(db);
         clear.prepare(QStringLiteral("DELETE FROM whole_quote WHERE subsystem = ?"));
         clear.addBindValue(subsystem);
@@ -593,7 +666,21 @@ void CQuotesService::operatePermission(const CCaller& caller, const Hlx::CReques
             insert.addBindValue(flag.second ? 1 : 0);
             m_database->exec(insert);
         }
+        entry.details.front().after = wholeQuote(db, subsystem);
+        m_audit->write(db, caller, entry);
     });
+}
+
+QJsonObject CQuotesService::wholeQuote(QSqlDatabase& db, const QString& subsystem) const {
+    QJsonObject flags;
+    QSqlQuery query(db);
+    query.setForwardOnly(true);
+    query.prepare(QStringLiteral("SELECT market, enabled FROM whole_quote WHERE subsystem = ?"));
+    query.addBindValue(subsystem);
+    m_database->exec(query);
+    while (query.next())
+        flags.insert(query.value(0).toString(), query.value(1).toInt() != 0);
+    return flags;
 }
 
 std::vector<rkservice::CUserInfoPtr> CQuotesService::users(QString* error) {
@@ -631,12 +718,15 @@ std::vector<rkservice::CUserInfoPtr> CQuotesService::users(QString* error) {
 }
 
 bool CQuotesService::administer(const CCaller& caller, const std::string& what, QString* error,
-                                const std::function<void()>& change) {
+                                const std::function<void()>& change,
+                                const Hlx::CAuditEntry* refusal) {
     try {
         CAccessPolicy::checkAdminister(caller, what);
         change();
         return true;
     } catch (const CServiceError& e) {
+        if (refusal)
+            m_audit->refused(caller, *refusal, e.what());
         if (error)
             *error = QString::fromStdString(e.what());
         return false;
@@ -645,37 +735,60 @@ bool CQuotesService::administer(const CCaller& caller, const std::string& what, 
 
 bool CQuotesService::setLoginTypeAuth(const CCaller& caller, int loginType, bool granted,
                                       QString* error) {
-    return administer(caller, "修改登录类型设置", error, [&] {
-        Caches caches;
-        m_database->transact(true, [&](QSqlDatabase& db) {
-            const QString name = QStringLiteral("login_type_auth.%1").arg(loginType);
-            QSqlQuery erase(db);
-            erase.prepare(QStringLiteral("DELETE FROM meta WHERE name = ?"));
-            erase.addBindValue(name);
-            m_database->exec(erase);
-            QSqlQuery insert(db);
-            insert.prepare(QStringLiteral("INSERT INTO meta (name, val) VALUES (?, ?)"));
-            insert.addBindValue(name);
-            insert.addBindValue(granted ? QStringLiteral("1") : QStringLiteral("0"));
-            m_database->exec(insert);
-            caches = readCaches(db);
-        });
-        applyCaches(caches);
-    });
+    CAuditTrail::Entry entry =
+        CAuditTrail::entry(CAuditVocabulary::kSet, CAuditVocabulary::kLoginType);
+    entry.ids = std::to_string(loginType);
+    return administer(
+        caller, "修改登录类型设置", error,
+        [&] {
+            Caches caches;
+            m_database->transact(true, [&](QSqlDatabase& db) {
+                const std::map<int, bool> settings = loginTypeAuth();
+                const auto old = settings.find(loginType);
+                entry.details.push_back(
+                    {entry.ids,
+                     old == settings.end() ? QJsonObject()
+                                           : QJsonObject{{QStringLiteral("granted"), old->second}},
+                     QJsonObject{{QStringLiteral("granted"), granted}}});
+                m_audit->write(db, caller, entry);
+                const QString name = QStringLiteral("login_type_auth.%1").arg(loginType);
+                QSqlQuery erase(db);
+                erase.prepare(QStringLiteral("DELETE FROM meta WHERE name = ?"));
+                erase.addBindValue(name);
+                m_database->exec(erase);
+                QSqlQuery insert(db);
+                insert.prepare(QStringLiteral("INSERT INTO meta (name, val) VALUES (?, ?)"));
+                insert.addBindValue(name);
+                insert.addBindValue(granted ? QStringLiteral("1") : QStringLiteral("0"));
+                m_database->exec(insert);
+                caches = readCaches(db);
+            });
+            applyCaches(caches);
+        },
+        &entry);
 }
 
 bool CQuotesService::setSubsystems(const CCaller& caller,
                                    const std::vector<Hlx::SubsystemInfo>& subsystems,
                                    QString* error) {
-    return administer(caller, "修改分系统", error, [&] {
-        CDataTransfer::checkSubsystems(subsystems);
-        Caches caches;
-        m_database->transact(true, [&](QSqlDatabase& db) {
-            CDataTransfer::writeSubsystems(*m_database, db, subsystems, true);
-            caches = readCaches(db);
-        });
-        applyCaches(caches);
-    });
+    CAuditTrail::Entry entry =
+        CAuditTrail::entry(CAuditVocabulary::kSet, CAuditVocabulary::kSubsystems);
+    return administer(
+        caller, "修改分系统", error,
+        [&] {
+            CDataTransfer::checkSubsystems(subsystems);
+            Caches caches;
+            m_database->transact(true, [&](QSqlDatabase& db) {
+                const QJsonObject before = subsystemFields(this->subsystems());
+                CDataTransfer::writeSubsystems(*m_database, db, subsystems, true);
+                caches = readCaches(db);
+                entry.details = {
+                    {CAuditVocabulary::kSubsystems, before, subsystemFields(subsystems)}};
+                m_audit->write(db, caller, entry);
+            });
+            applyCaches(caches);
+        },
+        &entry);
 }
 
 bool CQuotesService::exportDocument(const CCaller& caller, QJsonObject* document, QString* error) {
@@ -705,28 +818,41 @@ struct DryRunDone {};
 bool CQuotesService::importDocument(const CCaller& caller, const QJsonObject& document,
                                     const Hlx::CImportOptions& options, Hlx::CImportReport* report,
                                     QString* error) {
-    return administer(caller, "导入数据", error, [&] {
-        const CDataTransfer::Content content = CDataTransfer::parse(document);
-        const QString backup = options.dryRun ? QString() : backupTarget(options);
-        Caches caches;
-        try {
-            m_database->transact(true, [&](QSqlDatabase& db) {
-                const QJsonObject before = CDataTransfer::exportAll(*m_database, db);
-                if (!options.dryRun)
-                    writeBackup(before, backup);
-                CDataTransfer::importAll(*m_database, db, content);
-                report->sections =
-                    CDataTransfer::changes(before, CDataTransfer::exportAll(*m_database, db));
-                if (options.dryRun)
-                    throw DryRunDone();
-                caches = readCaches(db);
-            });
-        } catch (const DryRunDone&) {
-            return;
-        }
-        report->backupFile = backup.toStdString();
-        applyCaches(caches);
-    });
+    CAuditTrail::Entry entry =
+        CAuditTrail::entry(CAuditVocabulary::kImport, CAuditVocabulary::kDocument);
+    entry.summary.insert(
+        QStringLiteral("sha256"),
+        QString::fromLatin1(
+            QCryptographicHash::hash(QJsonDocument(document).toJson(QJsonDocument::Compact),
+                                     QCryptographicHash::Sha256)
+                .toHex()));
+    return administer(
+        caller, "导入数据", error,
+        [&] {
+            const CDataTransfer::Content content = CDataTransfer::parse(document);
+            entry.summary.insert(QStringLiteral("counts"), importCounts(content));
+            const QString backup = options.dryRun ? QString() : backupTarget(options);
+            Caches caches;
+            try {
+                m_database->transact(true, [&](QSqlDatabase& db) {
+                    const QJsonObject before = CDataTransfer::exportAll(*m_database, db);
+                    if (!options.dryRun)
+                        writeBackup(before, backup);
+                    CDataTransfer::importAll(*m_database, db, content);
+                    report->sections =
+                        CDataTransfer::changes(before, CDataTransfer::exportAll(*m_database, db));
+                    if (options.dryRun)
+                        throw DryRunDone();
+                    caches = readCaches(db);
+                    m_audit->write(db, caller, entry);
+                });
+            } catch (const DryRunDone&) {
+                return;
+            }
+            report->backupFile = backup.toStdString();
+            applyCaches(caches);
+        },
+        &entry);
 }
 
 QString CQuotesService::backupTarget(const Hlx::CImportOptions& options) const {
@@ -769,22 +895,73 @@ bool CQuotesService::accounts(const CCaller& caller, std::vector<CAccount>* acco
                       [&] { *accounts = CAccountStore(*m_database).accounts(); });
 }
 
+bool CQuotesService::changeAccount(const CCaller& caller, const std::string& what,
+                                   const std::string& action, const QString& name,
+                                   const QJsonObject& after,
+                                   const std::function<void(CAccountStore&)>& change,
+                                   QString* error) {
+    CAuditTrail::Entry refusal = CAuditTrail::entry(action, CAuditVocabulary::kAccount);
+    refusal.ids = utf8(name);
+    return administer(
+        caller, what, error,
+        [&] {
+            CAccountStore store(*m_database);
+            store.alsoInTransaction([&](QSqlDatabase& db) {
+                m_audit->write(db, caller,
+                               CAuditTrail::accountChange(*m_database, db, action, name, after));
+            });
+            change(store);
+        },
+        &refusal);
+}
+
 bool CQuotesService::setPassword(const CCaller& caller, const QString& name,
                                  const std::string& password, QString* error) {
-    return administer(caller, "修改账户密码", error,
-                      [&] { CAccountStore(*m_database).setPassword(name, password); });
+    return changeAccount(
+        caller, "修改账户密码", CAuditVocabulary::kSetPassword, name,
+        {{QStringLiteral("password"), CAuditTrail::secret(true)}},
+        [&](CAccountStore& store) { store.setPassword(name, password); }, error);
 }
 
 bool CQuotesService::setAccountEnabled(const CCaller& caller, const QString& name, bool enabled,
                                        QString* error) {
-    return administer(caller, "启用或停用账户", error,
-                      [&] { CAccountStore(*m_database).setEnabled(name, enabled); });
+    return changeAccount(
+        caller, "启用或停用账户", CAuditVocabulary::kSetEnabled, name,
+        {{QStringLiteral("enabled"), enabled}},
+        [&](CAccountStore& store) { store.setEnabled(name, enabled); }, error);
 }
 
 bool CQuotesService::setRights(const CCaller& caller, const QString& name,
                                const std::set<int>& rights, QString* error) {
-    return administer(caller, "修改账户权限", error,
-                      [&] { CAccountStore(*m_database).setRights(name, rights); });
+    CAccount changed;
+    changed.rights = rights;
+    return changeAccount(
+        caller, "修改账户权限", CAuditVocabulary::kSetRights, name,
+        {{QStringLiteral("rights"),
+          CAuditTrail::accountFields(changed).value(QStringLiteral("rights"))}},
+        [&](CAccountStore& store) { store.setRights(name, rights); }, error);
+}
+
+bool CQuotesService::auditEntries(const CCaller& caller, const Hlx::CAuditFilter& filter,
+                                  std::vector<Hlx::CAuditEntry>* entries, QString* error) {
+    return administer(caller, "查看操作记录", error, [&] { *entries = m_audit->read(filter); });
+}
+
+bool CQuotesService::pruneAudit(const CCaller& caller, long long beforeMs, int* removed,
+                                QString* error) {
+    CAuditTrail::Entry entry =
+        CAuditTrail::entry(CAuditVocabulary::kPrune, CAuditVocabulary::kAuditTrail);
+    entry.summary.insert(QStringLiteral("before_ms"), double(beforeMs));
+    return administer(
+        caller, "清理操作记录", error,
+        [&] {
+            m_database->transact(true, [&](QSqlDatabase& db) {
+                *removed = m_audit->prune(db, beforeMs);
+                entry.summary.insert(QStringLiteral("removed"), *removed);
+                m_audit->write(db, caller, entry);
+            });
+        },
+        &entry);
 }
 
 bool CQuotesService::checkIntegrity(const CCaller& caller, QString* error) {

@@ -13,10 +13,15 @@
 #include "CAccount.h"
 #include "CCaller.h"
 #include "CServiceOptions.h"
+#include "Hlx/CAuditEntry.h"
+#include "Hlx/CAuditFilter.h"
 #include "Hlx/IDataServiceBackend.h"
 #include "Hlx/IQuotesAdmin.h"
+#include "rkservice/COrinQuoterSourceInfo.h"
 #include "rkservice/CUserInfo.h"
 
+class CAccountStore;
+class CAuditTrail;
 class CDatabase;
 
 // The platform's data service: answers requests from a SQLite file or a PostgreSQL database,
@@ -104,6 +109,15 @@ public:
     // Needs the administrator right.
     bool checkIntegrity(const CCaller& caller, QString* error = nullptr);
 
+    // The audit trail, newest first, and its pruning: both need the administrator right; a
+    // prune is itself recorded.
+    bool auditEntries(const CCaller& caller, const Hlx::CAuditFilter& filter,
+                      std::vector<Hlx::CAuditEntry>* entries, QString* error = nullptr);
+    bool pruneAudit(const CCaller& caller, long long beforeMs, int* removed,
+                    QString* error = nullptr);
+    // For what the service does not see itself (failed logins).
+    const CAuditTrail& auditTrail() const { return *m_audit; }
+
 private:
     CQuotesService();
 
@@ -143,11 +157,23 @@ private:
     void operateToken(const CCaller& caller, const rkservice::COperateDataReq& request);
     void operatePermission(const CCaller& caller, const Hlx::CRequestTarget& target,
                            const rkservice::COperateDataReq& request);
-    // Runs an administrative change: refused without the administrator right.
+    // Writes the entry of a change of sources: the rows before and after it.
+    void auditSources(QSqlDatabase& db, const CCaller& caller,
+                      const rkservice::COperateDataReq& request, const QString& subsystem,
+                      const std::map<int, rkservice::COrinQuoterSourceInfo>& before,
+                      const std::map<int, rkservice::COrinQuoterSourceInfo>& after) const;
+    QJsonObject wholeQuote(QSqlDatabase& db, const QString& subsystem) const;
+    // Runs an administrative change: refused without the administrator right. A refusal of a
+    // change (refusal set) is recorded in the audit trail.
     bool administer(const CCaller& caller, const std::string& what, QString* error,
-                    const std::function<void()>& change);
+                    const std::function<void()>& change, const Hlx::CAuditEntry* refusal = nullptr);
+    // An account change, recorded with the change in its transaction.
+    bool changeAccount(const CCaller& caller, const std::string& what, const std::string& action,
+                       const QString& name, const QJsonObject& after,
+                       const std::function<void(CAccountStore&)>& change, QString* error);
 
     std::unique_ptr<CDatabase> m_database;
+    std::unique_ptr<CAuditTrail> m_audit;
     QString m_keyFile;
     mutable std::mutex m_cacheMutex;
     std::vector<Hlx::SubsystemInfo> m_subsystems;

@@ -28,4 +28,6 @@ struct CServiceOptions {
     int cancelGraceMs = 5000;
     // WAL with synchronous=FULL: an answered change survives a power cut, not only a crash.
     bool synchronousFull = true;
+    // Record every change and refusal in the audit trail (off only to measure what it costs).
+    bool auditTrail = true;
 };

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <limits>
 
 #include <QFile>
 #include <QJsonArray>
@@ -12,6 +13,7 @@
 #include <QJsonObject>
 #include <boost/make_shared.hpp>
 
+#include "CAuditCommand.h"
 #include "CCaller.h"
 #include "CDataTransfer.h"
 #include "CDatabaseUrl.h"
@@ -105,11 +107,12 @@ QString CQuotesCtl::helpText() {
                "      Sub-systems, the default first.\n"
                "  users list [--json]\n"
                "      Users with their rights.\n"
-               "  export [--output FILE] [--no-secrets]\n"
+               "  export [--output FILE] [--no-secrets] [--with-audit]\n"
                "      Write everything as one JSON document to standard output, or to FILE (mode\n"
                "      0600, written whole or not at all). Passwords and the token are in clear\n"
                "      (a restore needs no key) unless --no-secrets, which writes empty passwords\n"
-               "      and no token.\n"
+               "      and no token. --with-audit adds the audit trail under \"audit\" (import\n"
+               "      passes over it).\n"
                "  import [--dry-run] [--backup FILE] FILE\n"
                "      Replace everything with a document written by export (FILE - reads standard\n"
                "      input). The document must hold every section with the type export writes;\n"
@@ -136,6 +139,11 @@ QString CQuotesCtl::helpText() {
                "  accounts rights NAME --rights LIST\n"
                "      Replace an account's rights (comma-separated numbers; empty for none).\n"
                "      The account commands need the administrator right (90002).\n"
+               "  audit [--since T] [--until T] [--login NAME] [--action A] [--json]\n"
+               "      The audit trail, newest first (times ISO-8601; without an offset local).\n"
+               "  audit prune --before DATE\n"
+               "      Remove the audit entries older than DATE (the prune itself is recorded).\n"
+               "      Both audit commands need the administrator right (90002).\n"
                "  ping [--json]\n"
                "      The data service's version, database and uptime.\n"
                "\n"
@@ -294,9 +302,9 @@ int CQuotesCtl::parse(const QStringList& arguments) {
                                            QStringLiteral("platforms"),  QStringLiteral("token"),
                                            QStringLiteral("subsystems"), QStringLiteral("users"),
                                            QStringLiteral("accounts")};
-    static const QStringList single = {QStringLiteral("export"), QStringLiteral("import"),
+    static const QStringList single = {QStringLiteral("export"),    QStringLiteral("import"),
                                        QStringLiteral("integrity"), QStringLiteral("ping"),
-                                       QStringLiteral("rekey")};
+                                       QStringLiteral("audit"),     QStringLiteral("rekey")};
     if (!withAction.contains(command) && !single.contains(command))
         return usage(QStringLiteral("unknown command \"%1\"").arg(command));
     QString action;
@@ -358,11 +366,19 @@ int CQuotesCtl::parse(const QStringList& arguments) {
             m_positional.prepend(action);
             handler = &CQuotesCtl::accounts;
         }
+    } else if (command == QLatin1String("audit")) {
+        parsed =
+            parseOptions(rest,
+                         {QStringLiteral("since"), QStringLiteral("until"), QStringLiteral("login"),
+                          QStringLiteral("action"), QStringLiteral("before")},
+                         json);
+        handler = &CQuotesCtl::audit;
     } else if (command == QLatin1String("ping")) {
         parsed = parseOptions(rest, {}, json);
         handler = &CQuotesCtl::ping;
     } else if (command == QLatin1String("export")) {
-        parsed = parseOptions(rest, {QStringLiteral("output")}, {QStringLiteral("no-secrets")});
+        parsed = parseOptions(rest, {QStringLiteral("output")},
+                              {QStringLiteral("no-secrets"), QStringLiteral("with-audit")});
         handler = &CQuotesCtl::exportAll;
     } else if (command == QLatin1String("import")) {
         parsed = parseOptions(rest, {QStringLiteral("backup")}, {QStringLiteral("dry-run")});
@@ -386,7 +402,7 @@ int CQuotesCtl::parse(const QStringList& arguments) {
     const bool takesPositional =
         handler == &CQuotesCtl::sourcesModify || handler == &CQuotesCtl::sourcesDelete ||
         handler == &CQuotesCtl::token || handler == &CQuotesCtl::importAll ||
-        handler == &CQuotesCtl::accounts;
+        handler == &CQuotesCtl::accounts || handler == &CQuotesCtl::audit;
     if (!takesPositional && !m_positional.isEmpty())
         return usage(QStringLiteral("unexpected argument \"%1\"").arg(m_positional.front()));
     if (handler == &CQuotesCtl::importAll && m_positional.size() != 1)
@@ -398,6 +414,19 @@ int CQuotesCtl::parse(const QStringList& arguments) {
         return usage(QStringLiteral("sources modify needs one ID"));
     if (handler == &CQuotesCtl::sourcesDelete && m_positional.isEmpty())
         return usage(QStringLiteral("sources delete needs at least one ID"));
+    if (handler == &CQuotesCtl::audit) {
+        const bool prune = m_positional == QStringList{QStringLiteral("prune")};
+        if (!prune && !m_positional.isEmpty())
+            return usage(QStringLiteral("unexpected argument \"%1\"").arg(m_positional.front()));
+        if (prune != bool(m_options.count(QStringLiteral("before"))))
+            return usage(
+                QStringLiteral("--before goes with audit prune, and audit prune needs it"));
+        long long ignored = 0;
+        for (const char* name : {"since", "until", "before"}) {
+            if (!timeOption(QLatin1String(name), &ignored))
+                return usage(QStringLiteral("option --%1 needs an ISO-8601 time").arg(name));
+        }
+    }
     if (handler == &CQuotesCtl::accounts) {
         const QString problem = checkAccountsCommand(action);
         if (!problem.isEmpty())
@@ -896,6 +925,16 @@ int CQuotesCtl::exportAll() {
     const utils::RKError error = m_admin->exportDocument(&document);
     if (!error.isSuccess())
         return refused(QString::fromStdString(error.errorMsg()));
+    if (m_options.count(QStringLiteral("with-audit"))) {
+        Hlx::CAuditFilter everything;
+        everything.limit = std::numeric_limits<int>::max();
+        std::vector<Hlx::CAuditEntry> entries;
+        const utils::RKError read = m_admin->auditEntries(everything, &entries);
+        if (!read.isSuccess())
+            return refused(QString::fromStdString(read.errorMsg()));
+        // For the record only: import passes over it and leaves the trail as it is.
+        document.insert(QStringLiteral("audit"), CAuditCommand::toJson(entries));
+    }
     if (m_options.count(QStringLiteral("no-secrets")))
         document = withoutSecrets(document);
     const QByteArray text = QJsonDocument(document).toJson(QJsonDocument::Indented);
@@ -1086,5 +1125,42 @@ int CQuotesCtl::accountsList() {
         printTable({QStringLiteral("NAME"), QStringLiteral("SYSTEM_ID"), QStringLiteral("ENABLED"),
                     QStringLiteral("RIGHTS")},
                    rows);
+    return kOk;
+}
+
+bool CQuotesCtl::timeOption(const QString& name, long long* ms) const {
+    const auto it = m_options.find(name);
+    *ms = 0;
+    return it == m_options.end() || CAuditCommand::parseTime(it->second, ms);
+}
+
+int CQuotesCtl::audit() {
+    if (!m_positional.isEmpty()) {
+        long long before = 0;
+        timeOption(QStringLiteral("before"), &before);
+        int removed = 0;
+        const utils::RKError error = m_admin->pruneAudit(before, &removed);
+        if (!error.isSuccess())
+            return refused(QString::fromStdString(error.errorMsg()));
+        print(QStringLiteral("%1\n").arg(removed));
+        return kOk;
+    }
+    Hlx::CAuditFilter filter;
+    timeOption(QStringLiteral("since"), &filter.sinceMs);
+    timeOption(QStringLiteral("until"), &filter.untilMs);
+    const auto login = m_options.find(QStringLiteral("login"));
+    if (login != m_options.end())
+        filter.account = login->second.toStdString();
+    const auto action = m_options.find(QStringLiteral("action"));
+    if (action != m_options.end())
+        filter.action = action->second.toStdString();
+    std::vector<Hlx::CAuditEntry> entries;
+    const utils::RKError error = m_admin->auditEntries(filter, &entries);
+    if (!error.isSuccess())
+        return refused(QString::fromStdString(error.errorMsg()));
+    if (m_options.count(QStringLiteral("json")))
+        printJson(CAuditCommand::toJson(entries));
+    else
+        printTable(CAuditCommand::header(), CAuditCommand::rows(entries));
     return kOk;
 }

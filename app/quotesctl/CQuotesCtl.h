@@ -67,6 +67,8 @@ private:
     int ping();
     int accounts();
     int accountsList();
+    int audit();
+    bool timeOption(const QString& name, long long* ms) const;
     QString checkAccountsCommand(const QString& action) const;
     bool rightsOption(std::set<int>* rights) const;
 

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "Hlx/CAuditEntry.h"
+#include "Hlx/CAuditFilter.h"
 #include "Hlx/IDataServiceBackend.h"
 #include "bson/BSONObj.h"
 #include "rkservice/COrinQuoterSourceInfo.h"
@@ -90,6 +92,11 @@ public:
     virtual utils::RKError setAccountEnabled(const std::string& name, bool enabled) = 0;
     virtual utils::RKError setRights(const std::string& name, const std::set<int>& rights) = 0;
     virtual utils::RKError status(CServiceStatus* status) = 0;
+    // The audit trail, newest first, and the removal of its entries older than a time (both
+    // with the administrator right; a prune is itself recorded).
+    virtual utils::RKError auditEntries(const CAuditFilter& filter,
+                                        std::vector<CAuditEntry>* entries) = 0;
+    virtual utils::RKError pruneAudit(long long beforeMs, int* removed) = 0;
 };
 
 }  // namespace Hlx

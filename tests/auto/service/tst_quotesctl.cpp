@@ -7,6 +7,8 @@
 #include <QProcess>
 #include <QtTest>
 
+#include "QuotesctlRun.h"
+
 class TestQuotesctl : public QObject {
     Q_OBJECT
 
@@ -14,30 +16,12 @@ private:
     QString m_program;
     QTemporaryDir* m_dir = nullptr;
 
-    struct Run {
-        int code = -1;
-        QByteArray out;
-        QByteArray err;
-    };
+    using Run = QuotesctlRun;
 
     Run run(const QStringList& arguments, const QByteArray& input = QByteArray(),
             const QString& dataDir = QString()) {
-        QProcess process;
         QStringList all = {QStringLiteral("--data"), dataDir.isEmpty() ? m_dir->path() : dataDir};
-        all << arguments;
-        process.start(m_program, all);
-        Run result;
-        if (!process.waitForStarted())
-            return result;
-        if (!input.isEmpty())
-            process.write(input);
-        process.closeWriteChannel();
-        if (!process.waitForFinished(60000))
-            process.kill();
-        result.code = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
-        result.out = process.readAllStandardOutput();
-        result.err = process.readAllStandardError();
-        return result;
+        return Run::start(m_program, all + arguments, input);
     }
 
     static bool oneLine(const QByteArray& text) {

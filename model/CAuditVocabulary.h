@@ -1,0 +1,32 @@
+#pragma once
+
+// The names the audit trail stores for actions and data types; filters match them exactly.
+class CAuditVocabulary {
+public:
+    // Actions.
+    static constexpr const char* kAdd = "add";
+    static constexpr const char* kModify = "modify";
+    static constexpr const char* kDelete = "delete";
+    static constexpr const char* kSave = "save";
+    static constexpr const char* kSetPassword = "set_password";
+    static constexpr const char* kSetEnabled = "set_enabled";
+    static constexpr const char* kSetRights = "set_rights";
+    static constexpr const char* kSet = "set";
+    static constexpr const char* kImport = "import";
+    static constexpr const char* kPrune = "prune";
+    static constexpr const char* kLogin = "login";
+
+    // Data types.
+    static constexpr const char* kQuoteSource = "quote_source";
+    static constexpr const char* kLevel2Token = "level2_token";
+    static constexpr const char* kWholeQuote = "whole_quote";
+    static constexpr const char* kAccount = "account";
+    static constexpr const char* kSubsystems = "subsystems";
+    static constexpr const char* kLoginType = "login_type";
+    static constexpr const char* kDocument = "document";
+    static constexpr const char* kAuditTrail = "audit";
+    static constexpr const char* kSession = "session";
+
+    // What stands for a secret's value.
+    static constexpr const char* kMasked = "******";
+};

@@ -1,0 +1,72 @@
+#pragma once
+
+#include <QJsonObject>
+#include <QSqlDatabase>
+#include <QString>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "CAccount.h"
+#include "Hlx/CAuditEntry.h"
+#include "Hlx/CAuditFilter.h"
+#include "rkservice/COperateDataReq.h"
+#include "rkservice/COrinQuoterSourceInfo.h"
+
+class CCaller;
+class CDatabase;
+class CQuoteSourceStore;
+
+// The audit trail: who changed what, and which requests were refused. The one place that
+// builds and writes entries; the changes call it inside their own transaction, so an entry
+// exists exactly when its change does. Nothing but prune removes entries.
+class CAuditTrail {
+public:
+    using Entry = Hlx::CAuditEntry;
+
+    CAuditTrail(CDatabase& database, bool enabled);
+
+    // A new entry of the action on the data type in the sub-system.
+    static Entry entry(const std::string& action, const std::string& dataType,
+                       const std::string& subsystem = std::string());
+
+    // Writes the entry with the caller and the time, within the change's transaction.
+    void write(QSqlDatabase& db, const CCaller& caller, Entry entry) const;
+    // Records a refused or failed request in a transaction of its own; never throws, since the
+    // caller is already answering with the error.
+    void refused(const CCaller& caller, Entry entry, const std::string& error) const;
+
+    // Newest first.
+    std::vector<Entry> read(const Hlx::CAuditFilter& filter) const;
+    // Removes the entries older than the time, within the caller's transaction; how many.
+    int prune(QSqlDatabase& db, long long beforeMs) const;
+
+    // The stored sources with the ids as detail fields, by id (password included, for the
+    // comparison; details only ever show it masked).
+    static std::map<int, rkservice::COrinQuoterSourceInfo> storedSources(
+        const CQuoteSourceStore& store, QSqlDatabase& db, const QString& subsystem,
+        const std::vector<int>& ids);
+    // One detail row per source: before (absent when added) and after (absent when deleted).
+    static void addSourceDetails(Entry* entry,
+                                 const std::map<int, rkservice::COrinQuoterSourceInfo>& before,
+                                 const std::map<int, rkservice::COrinQuoterSourceInfo>& after);
+    // The entry a request of the data service makes, before its details are known.
+    static Entry forRequest(const rkservice::COperateDataReq& request, const QString& subsystem);
+    // An account change's entry: the account as stored now (before the change) and after it.
+    static Entry accountChange(const CDatabase& database, QSqlDatabase& db,
+                               const std::string& action, const QString& name,
+                               const QJsonObject& after);
+    static QJsonObject accountFields(const CAccount& account);
+    // A secret's detail field: masked, with whether it changed.
+    static QJsonObject secret(bool changed);
+    static std::string idList(const std::vector<int>& ids);
+
+private:
+    static QJsonObject sourceFields(const rkservice::COrinQuoterSourceInfo& source);
+    long long insertEntry(QSqlDatabase& db, const Entry& entry) const;
+    void insertDetails(QSqlDatabase& db, long long entryId, const Entry& entry) const;
+    void readDetails(QSqlDatabase& db, std::vector<Entry>* entries) const;
+
+    CDatabase& m_database;
+    const bool m_enabled;
+};
