@@ -97,7 +97,8 @@ grpc::Status CAdminServer::authenticate(grpc::ServerContext* context, CCaller* c
     if (!result.ok())
         return grpc::Status(grpc::StatusCode::UNAUTHENTICATED, result.message.toStdString());
     *caller = CCaller::user(result.account.name.toStdString(), result.account.rights)
-                  .from(peerAddress(context->peer()));
+                  .from(peerAddress(context->peer()))
+                  .inSession(result.tokenHash);
     if (account)
         *account = result.account;
     return grpc::Status::OK;

@@ -35,7 +35,7 @@ QJsonObject object(const QVariant& value) {
 
 const QString kColumns = QStringLiteral(
     "id, time_ms, account, os_user, local, client_address, subsystem, action, data_type, ids, "
-    "error, summary");
+    "error, summary, session");
 
 Hlx::CAuditEntry entryFrom(const QSqlQuery& query) {
     Hlx::CAuditEntry entry;
@@ -51,6 +51,7 @@ Hlx::CAuditEntry entryFrom(const QSqlQuery& query) {
     entry.ids = query.value(9).toString().toStdString();
     entry.error = query.value(10).toString().toStdString();
     entry.summary = object(query.value(11));
+    entry.session = query.value(12).toString().toStdString();
     return entry;
 }
 
@@ -76,6 +77,7 @@ void CAuditTrail::write(QSqlDatabase& db, const CCaller& caller, Entry entry) co
     entry.osUser = caller.osUser();
     entry.local = caller.isLocal();
     entry.clientAddress = caller.clientAddress();
+    entry.session = caller.session();
     insertDetails(db, insertEntry(db, entry), entry);
 }
 
@@ -97,7 +99,7 @@ long long CAuditTrail::insertEntry(QSqlDatabase& db, const Entry& entry) const {
     QSqlQuery insert(db);
     insert.prepare(QStringLiteral("INSERT INTO audit_entries (time_ms, account, os_user, local, "
                                   "client_address, subsystem, action, data_type, ids, error, "
-                                  "summary) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)") +
+                                  "summary, session) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)") +
                    (postgres ? QStringLiteral(" RETURNING id") : QString()));
     insert.addBindValue(entry.timeMs);
     for (const std::string* value : {&entry.account, &entry.osUser})
@@ -107,6 +109,7 @@ long long CAuditTrail::insertEntry(QSqlDatabase& db, const Entry& entry) const {
                                      &entry.dataType, &entry.ids, &entry.error})
         insert.addBindValue(text(*value));
     insert.addBindValue(json(entry.summary));
+    insert.addBindValue(text(entry.session));
     m_database.exec(insert);
     if (postgres) {
         if (!insert.next())

@@ -1,7 +1,11 @@
 #include "CCaller.h"
 
 #include <pwd.h>
+#include <sodium.h>
 #include <unistd.h>
+
+#include <QByteArray>
+#include <stdexcept>
 
 #include "rkservice/CUserInfo.h"
 
@@ -46,6 +50,23 @@ CCaller CCaller::from(const std::string& clientAddress) const {
     CCaller copy = *this;
     copy.m_clientAddress = clientAddress;
     return copy;
+}
+
+CCaller CCaller::inSession(const std::string& session) const {
+    CCaller copy = *this;
+    copy.m_session = session;
+    return copy;
+}
+
+const std::string& CCaller::processSession() {
+    static const std::string session = [] {
+        if (sodium_init() < 0)
+            throw std::runtime_error("libsodium cannot start");
+        unsigned char bytes[8];
+        randombytes_buf(bytes, sizeof bytes);
+        return QByteArray(reinterpret_cast<const char*>(bytes), sizeof bytes).toHex().toStdString();
+    }();
+    return session;
 }
 
 std::string CCaller::operatingSystemUser() {

@@ -23,12 +23,18 @@ public:
     CCaller locally(const std::string& osUser) const;
     // The same caller as the server records it: reached from the client address.
     CCaller from(const std::string& clientAddress) const;
+    // The same caller within a session: one login on the server (its token's hash), or this
+    // process in the embedded mode. Changes carry it, so a client can tell its own from others'.
+    CCaller inSession(const std::string& session) const;
     // The operating-system user this process runs as.
     static std::string operatingSystemUser();
+    // This process's session: random, fixed for the process's life.
+    static const std::string& processSession();
 
     const std::string& name() const { return m_name; }
     const std::string& osUser() const { return m_osUser; }
     const std::string& clientAddress() const { return m_clientAddress; }
+    const std::string& session() const { return m_session; }
     bool isLocal() const { return m_local; }
     bool isOwner() const { return m_owner; }
     bool holds(int right) const;
@@ -43,5 +49,6 @@ private:
     bool m_owner;
     std::string m_osUser;
     std::string m_clientAddress;
+    std::string m_session;
     bool m_local = false;
 };

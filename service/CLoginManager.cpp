@@ -300,6 +300,7 @@ CLoginManager::AuthResult CLoginManager::authenticate(const std::string& token, 
         if (nowMs - storedLastUse >= m_options.lastUsedWriteIntervalMs)
             writeLastUse(tokenHash, nowMs);
         result.account = account;
+        result.tokenHash = tokenHash;
     } catch (const CServiceError& e) {
         result.reason = Reason::ServiceError;
         result.message = serviceFailure(e);

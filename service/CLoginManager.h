@@ -57,7 +57,8 @@ public:
     struct AuthResult {
         Reason reason = Reason::ServiceError;
         QString message;
-        CAccount account;  // as the database holds it now
+        CAccount account;       // as the database holds it now
+        std::string tokenHash;  // names the login's session
         bool ok() const { return reason == Reason::Ok; }
     };
 

@@ -109,7 +109,7 @@ QStringList auditTrail(CDatabase::Engine engine) {
                        "NOT NULL, os_user TEXT NOT NULL, local INTEGER NOT NULL, client_address "
                        "TEXT NOT NULL, subsystem TEXT NOT NULL, action TEXT NOT NULL, data_type "
                        "TEXT NOT NULL, ids TEXT NOT NULL, error TEXT NOT NULL, summary TEXT NOT "
-                       "NULL)")
+                       "NULL, session TEXT NOT NULL)")
             .arg(autoId),
         QStringLiteral("CREATE TABLE audit_details (entry_id INTEGER NOT NULL REFERENCES "
                        "audit_entries(id) ON DELETE CASCADE, ord INTEGER NOT NULL, record_id TEXT "

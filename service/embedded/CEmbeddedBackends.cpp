@@ -8,7 +8,8 @@ boost::shared_ptr<CEmbeddedAdmin> CEmbeddedBackends::forCurrentUser(
     return boost::shared_ptr<CEmbeddedAdmin>(new CEmbeddedAdmin(std::move(service), [] {
         const rkservice::CUserInfoPtr user = Hlx::CUserManager::instance()->getUserInfoPtr();
         return (user ? CCaller::user(*user) : CCaller::user(std::string(), {}))
-            .locally(CCaller::operatingSystemUser());
+            .locally(CCaller::operatingSystemUser())
+            .inSession(CCaller::processSession());
     }));
 }
 

@@ -22,6 +22,8 @@ struct CAuditEntry {
     std::string osUser;    // the operating-system user of a local entry
     bool local = false;    // made in this process on the database itself (本地)
     std::string clientAddress;
+    // The login (server) or process (embedded) that made it, so a client knows its own changes.
+    std::string session;
     std::string subsystem;
     std::string action;
     std::string dataType;
