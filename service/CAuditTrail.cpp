@@ -78,7 +78,21 @@ void CAuditTrail::write(QSqlDatabase& db, const CCaller& caller, Entry entry) co
     entry.local = caller.isLocal();
     entry.clientAddress = caller.clientAddress();
     entry.session = caller.session();
-    insertDetails(db, insertEntry(db, entry), entry);
+    const long long id = insertEntry(db, entry);
+    insertDetails(db, id, entry);
+    if (entry.error.empty())
+        announce(db, id);
+}
+
+void CAuditTrail::announce(QSqlDatabase& db, long long entryId) const {
+    // Delivered at commit and only then, so a listener never hears of a change rolled back.
+    if (m_database.engine() != CDatabase::PostgreSQL)
+        return;
+    QSqlQuery notify(db);
+    notify.prepare(QStringLiteral("SELECT pg_notify(?, ?)"));
+    notify.addBindValue(QString::fromLatin1(kChangeChannel));
+    notify.addBindValue(QString::number(entryId));
+    m_database.exec(notify);
 }
 
 void CAuditTrail::refused(const CCaller& caller, Entry entry, const std::string& error) const {
@@ -172,6 +186,42 @@ std::vector<CAuditTrail::Entry> CAuditTrail::read(const Hlx::CAuditFilter& filte
         readDetails(db, &entries);
     });
     return entries;
+}
+
+std::vector<CAuditTrail::Entry> CAuditTrail::changesAfter(QSqlDatabase& db,
+                                                          long long afterId) const {
+    return readChanges(db, QStringLiteral("id > %1").arg(afterId));
+}
+
+std::vector<CAuditTrail::Entry> CAuditTrail::changes(QSqlDatabase& db,
+                                                     const std::vector<long long>& ids) const {
+    if (ids.empty())
+        return {};
+    QStringList list;
+    for (long long id : ids)
+        list << QString::number(id);
+    return readChanges(db, QStringLiteral("id IN (%1)").arg(list.join(QLatin1Char(','))));
+}
+
+std::vector<CAuditTrail::Entry> CAuditTrail::readChanges(QSqlDatabase& db,
+                                                         const QString& where) const {
+    std::vector<Entry> entries;
+    QSqlQuery query(db);
+    query.setForwardOnly(true);
+    // The condition is built from numbers only.
+    query.prepare(QStringLiteral("SELECT %1 FROM audit_entries WHERE %2 AND error = '' ORDER BY id")
+                      .arg(kColumns, where));
+    m_database.exec(query);
+    while (query.next())
+        entries.push_back(entryFrom(query));
+    return entries;
+}
+
+long long CAuditTrail::lastId(QSqlDatabase& db) const {
+    QSqlQuery query(db);
+    query.prepare(QStringLiteral("SELECT COALESCE(MAX(id), 0) FROM audit_entries"));
+    m_database.exec(query);
+    return query.next() ? query.value(0).toLongLong() : 0;
 }
 
 void CAuditTrail::readDetails(QSqlDatabase& db, std::vector<Entry>* entries) const {

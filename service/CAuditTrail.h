@@ -38,6 +38,14 @@ public:
 
     // Newest first.
     std::vector<Entry> read(const Hlx::CAuditFilter& filter) const;
+    // The changes made (entries without error), without details, in the order of their ids:
+    // those after an id, or those with the ids given.
+    std::vector<Entry> changesAfter(QSqlDatabase& db, long long afterId) const;
+    std::vector<Entry> changes(QSqlDatabase& db, const std::vector<long long>& ids) const;
+    // The newest entry's id, 0 when there is none.
+    long long lastId(QSqlDatabase& db) const;
+    // The channel a PostgreSQL change announces its entry's id on.
+    static constexpr const char* kChangeChannel = "quotes_changes";
     // Removes the entries older than the time, within the caller's transaction; how many.
     int prune(QSqlDatabase& db, long long beforeMs) const;
 
@@ -64,6 +72,8 @@ public:
 private:
     static QJsonObject sourceFields(const rkservice::COrinQuoterSourceInfo& source);
     long long insertEntry(QSqlDatabase& db, const Entry& entry) const;
+    void announce(QSqlDatabase& db, long long entryId) const;
+    std::vector<Entry> readChanges(QSqlDatabase& db, const QString& where) const;
     void insertDetails(QSqlDatabase& db, long long entryId, const Entry& entry) const;
     void readDetails(QSqlDatabase& db, std::vector<Entry>* entries) const;
 

@@ -2,6 +2,7 @@
 
 #include <boost/make_shared.hpp>
 
+#include "CChangeFeed.h"
 #include "CQuotesService.h"
 
 namespace {
@@ -137,4 +138,19 @@ utils::RKError CEmbeddedAdmin::auditEntries(const Hlx::CAuditFilter& filter,
 utils::RKError CEmbeddedAdmin::pruneAudit(long long beforeMs, int* removed) {
     QString error;
     return outcome(m_service->pruneAudit(m_caller(), beforeMs, removed, &error), error);
+}
+
+std::shared_ptr<void> CEmbeddedAdmin::watchChanges(const ChangeHandler& handler) {
+    // The session is asked here, on the caller's thread; the feed calls from its own.
+    const std::string session = m_caller().session();
+    return m_service->changes().subscribe([handler, session](const Hlx::CChangeEvent& change) {
+        Hlx::CChangeEvent event = change;
+        event.own = !session.empty() && event.session == session;
+        handler(event);
+    });
+}
+
+utils::RKError CEmbeddedAdmin::reloadSettings() {
+    QString error;
+    return outcome(m_service->reloadCaches(&error), error);
 }

@@ -45,6 +45,8 @@ public:
     utils::RKError auditEntries(const Hlx::CAuditFilter& filter,
                                 std::vector<Hlx::CAuditEntry>* entries) override;
     utils::RKError pruneAudit(long long beforeMs, int* removed) override;
+    std::shared_ptr<void> watchChanges(const ChangeHandler& handler) override;
+    utils::RKError reloadSettings() override;
 
     const boost::shared_ptr<CQuotesService>& service() const { return m_service; }
 

@@ -18,6 +18,7 @@
 #include "CAccessPolicy.h"
 #include "CAccountStore.h"
 #include "CAuditTrail.h"
+#include "CChangeFeed.h"
 #include "CDataTransfer.h"
 #include "CDatabase.h"
 #include "CPrivateFile.h"
@@ -113,6 +114,26 @@ rkservice::IDataPtr tagged(const rkservice::IDataPtr& record, const std::string&
 CQuotesService::CQuotesService() = default;
 
 CQuotesService::~CQuotesService() = default;
+
+CChangeFeed& CQuotesService::changes() {
+    std::lock_guard<std::mutex> lock(m_changesMutex);
+    if (!m_changes)
+        m_changes.reset(new CChangeFeed(*m_database, *m_audit));
+    return *m_changes;
+}
+
+bool CQuotesService::reloadCaches(QString* error) {
+    try {
+        Caches caches;
+        m_database->transact(false, [&](QSqlDatabase& db) { caches = readCaches(db); });
+        applyCaches(caches);
+        return true;
+    } catch (const std::exception& e) {
+        if (error)
+            *error = QString::fromUtf8(e.what());
+        return false;
+    }
+}
 
 QString CQuotesService::defaultDataDir() {
     // The application data directory of "PanelQuotesManage", the same for the console and

@@ -22,6 +22,7 @@
 
 class CAccountStore;
 class CAuditTrail;
+class CChangeFeed;
 class CDatabase;
 
 // The platform's data service: answers requests from a SQLite file or a PostgreSQL database,
@@ -118,6 +119,13 @@ public:
     // For what the service does not see itself (failed logins).
     const CAuditTrail& auditTrail() const { return *m_audit; }
 
+    // The changes committed to the database by anyone, announced as they commit; started on
+    // first use.
+    CChangeFeed& changes();
+    // Reads the cached settings (sub-systems, login types) again, after another process
+    // changed them.
+    bool reloadCaches(QString* error = nullptr);
+
 private:
     CQuotesService();
 
@@ -179,4 +187,7 @@ private:
     std::vector<Hlx::SubsystemInfo> m_subsystems;
     std::map<int, bool> m_loginTypeAuth;
     QString m_backupDir;
+    std::mutex m_changesMutex;
+    // Last, so that it stops before the database it reads goes away.
+    std::unique_ptr<CChangeFeed> m_changes;
 };

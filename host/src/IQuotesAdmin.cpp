@@ -41,4 +41,12 @@ utils::RKError IQuotesAdmin::importDocument(const QJsonObject& document,
     return importDocument(document);
 }
 
+std::shared_ptr<void> IQuotesAdmin::watchChanges(const ChangeHandler&) {
+    return nullptr;
+}
+
+utils::RKError IQuotesAdmin::reloadSettings() {
+    return utils::RKError();
+}
+
 }  // namespace Hlx

@@ -2,12 +2,14 @@
 
 #include <QJsonObject>
 #include <functional>
+#include <memory>
 #include <set>
 #include <string>
 #include <vector>
 
 #include "Hlx/CAuditEntry.h"
 #include "Hlx/CAuditFilter.h"
+#include "Hlx/CChangeEvent.h"
 #include "Hlx/IDataServiceBackend.h"
 #include "bson/BSONObj.h"
 #include "rkservice/COrinQuoterSourceInfo.h"
@@ -97,6 +99,16 @@ public:
     virtual utils::RKError auditEntries(const CAuditFilter& filter,
                                         std::vector<CAuditEntry>* entries) = 0;
     virtual utils::RKError pruneAudit(long long beforeMs, int* removed) = 0;
+
+    // Tells handler of every change committed from now on, by anyone, on a thread of the
+    // implementation's (never inside this call). Delivery stops when the returned handle is
+    // destroyed; its destruction waits for a delivery in progress, so handler must not wait for
+    // the thread that destroys it. Null where changes are not announced.
+    using ChangeHandler = std::function<void(const CChangeEvent&)>;
+    virtual std::shared_ptr<void> watchChanges(const ChangeHandler& handler);
+    // Reads again what subsystems() and hasClientLoginTypeAuth() answer from, after someone
+    // else changed it.
+    virtual utils::RKError reloadSettings();
 };
 
 }  // namespace Hlx

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace Hlx {
+
+// A change someone committed to the platform's data, as the consoles are told of it. The names
+// of actions and data types are those of the audit trail (CAuditVocabulary).
+struct CChangeEvent {
+    // More ids than this are not listed: the event then means "reload everything of its type".
+    static constexpr std::size_t kMaxIds = 1000;
+
+    long long entryId = 0;  // the audit entry that records the change
+    std::string dataType;
+    std::string action;
+    std::string subsystem;
+    std::string account;  // who made it: the account, or the operating-system user
+    std::vector<std::string> ids;
+    bool allIds = false;  // too many ids to list: every record of the type may have changed
+    bool resync = false;  // changes may have been missed: reload everything
+    bool own = false;     // made by this client itself (its login or its process)
+    std::string session;  // the session that made it, where the receiver needs to compare
+};
+
+}  // namespace Hlx
