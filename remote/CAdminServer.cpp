@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "CAuditTrail.h"
+#include "CEventStream.h"
 #include "CLoginManager.h"
 #include "CQuotesService.h"
 #include "CRecordCodec.h"
@@ -149,6 +150,36 @@ grpc::Status CAdminServer::Ping(grpc::ServerContext*, const quotes::v1::PingRequ
     reply->set_database(m_service->databaseDescription().toStdString());
     reply->set_uptime_seconds(m_started.elapsed() / 1000);
     return grpc::Status::OK;
+}
+
+grpc::Status CAdminServer::Events(grpc::ServerContext* context, const quotes::v1::EventsRequest*,
+                                  grpc::ServerWriter<quotes::v1::Event>* writer) {
+    return asAccount(context, [&](const CCaller& caller) {
+        CEventStream stream(m_service->changes());
+        // The first, empty event says the stream listens: a client that reconnected knows from
+        // it that it may have missed changes.
+        if (!writer->Write(quotes::v1::Event()))
+            return grpc::Status::OK;
+        QElapsedTimer sinceCheck;
+        sinceCheck.start();
+        while (!context->IsCancelled() && !m_refusing) {
+            for (const Hlx::CChangeEvent& change :
+                 stream.take(std::chrono::milliseconds(kStreamWaitMs))) {
+                quotes::v1::Event event;
+                CRecordCodec::encodeChange(change, caller.session(), &event);
+                if (!writer->Write(event))
+                    return grpc::Status::OK;
+            }
+            if (sinceCheck.elapsed() >= kStreamLoginCheckMs) {
+                // Without counting as a use: an open console alone keeps no login alive.
+                if (!m_logins.isLive(caller.session(), now()))
+                    return grpc::Status(grpc::StatusCode::UNAUTHENTICATED,
+                                        CLoginManager::expiredMessage().toStdString());
+                sinceCheck.restart();
+            }
+        }
+        return m_refusing ? refusing() : grpc::Status::CANCELLED;
+    });
 }
 
 grpc::Status CAdminServer::Query(grpc::ServerContext* context,

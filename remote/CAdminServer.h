@@ -77,6 +77,14 @@ public:
                             const quotes::v1::PruneAuditRequest* request,
                             quotes::v1::PruneAuditReply* reply) override;
 
+    // Streams the changes committed from now on to a logged-in client, until the client goes,
+    // its login ends or the server stops.
+    grpc::Status Events(grpc::ServerContext* context, const quotes::v1::EventsRequest* request,
+                        grpc::ServerWriter<quotes::v1::Event>* writer) override;
+    // How often a stream checks that its login still lives, and waits for changes at most.
+    static constexpr int kStreamLoginCheckMs = 5000;
+    static constexpr int kStreamWaitMs = 200;
+
     // The peer's address without its port ("ipv4:127.0.0.1:5000" -> "127.0.0.1").
     static std::string peerAddress(const std::string& peer);
 

@@ -574,3 +574,34 @@ std::vector<Hlx::CAuditEntry> CRecordCodec::decodeAuditEntries(const AuditEntrie
     }
     return entries;
 }
+
+void CRecordCodec::encodeChange(const Hlx::CChangeEvent& change, const std::string& receiverSession,
+                                quotes::v1::Event* out) {
+    out->set_entry_id(change.entryId);
+    out->set_data_type(change.dataType);
+    out->set_action(change.action);
+    out->set_subsystem(change.subsystem);
+    out->set_account(change.account);
+    for (const std::string& id : change.ids)
+        out->add_ids(id);
+    out->set_all_ids(change.allIds);
+    out->set_resync(change.resync);
+    // The session itself (a token's hash) stays on the server.
+    out->set_own(!receiverSession.empty() && change.session == receiverSession);
+}
+
+Hlx::CChangeEvent CRecordCodec::decodeChange(const quotes::v1::Event& in) {
+    Hlx::CChangeEvent change;
+    change.entryId = in.entry_id();
+    change.dataType = in.data_type();
+    change.action = in.action();
+    change.subsystem = in.subsystem();
+    change.account = in.account();
+    // More ids than announced are a peer's fault: the change then means every record.
+    change.allIds = in.all_ids() || std::size_t(in.ids_size()) > Hlx::CChangeEvent::kMaxIds;
+    if (!change.allIds)
+        change.ids.assign(in.ids().begin(), in.ids().end());
+    change.resync = in.resync();
+    change.own = in.own();
+    return change;
+}

@@ -5,6 +5,7 @@
 
 #include "Hlx/CAuditEntry.h"
 #include "Hlx/CAuditFilter.h"
+#include "Hlx/CChangeEvent.h"
 #include "Hlx/CRequestTarget.h"
 #include "Hlx/IDataServiceBackend.h"
 #include "bson/BSONObj.h"
@@ -82,6 +83,11 @@ public:
                                             Hlx::CAuditFilter* out);
     static void encodeAuditEntries(const std::vector<Hlx::CAuditEntry>& entries, AuditEntries* out);
     static std::vector<Hlx::CAuditEntry> decodeAuditEntries(const AuditEntries& in);
+
+    // A change as the server streams it; own when the receiver's session made it.
+    static void encodeChange(const Hlx::CChangeEvent& change, const std::string& receiverSession,
+                             quotes::v1::Event* out);
+    static Hlx::CChangeEvent decodeChange(const quotes::v1::Event& in);
 
     // Whether the data service knows the data type / the operation.
     static bool isKnownDataType(google::protobuf::int64 dataType);

@@ -6,6 +6,7 @@
 #include <boost/pointer_cast.hpp>
 
 #include "CRecordCodec.h"
+#include "CRemoteEvents.h"
 
 using utils::RKError;
 namespace v1 = quotes::v1;
@@ -693,6 +694,19 @@ std::string CRemoteAdmin::unreachableReason(const grpc::Status& status) const {
 }
 
 // Once per session, and only for the session the call was made in (not one opened since).
+std::shared_ptr<void> CRemoteAdmin::watchChanges(const ChangeHandler& handler) {
+    auto opener = [this](size_t attempt, std::shared_ptr<Stub>* stub, std::string* token) {
+        RKError refusal;
+        if (!admit(true, token, &refusal))
+            return false;
+        const size_t server = (m_current + attempt) % m_endpoints.size();
+        channel(server, stub);
+        return true;
+    };
+    return std::make_shared<CRemoteEvents>(
+        opener, handler, [this](const std::string& token) { sessionEnded(token); });
+}
+
 void CRemoteAdmin::sessionEnded(const std::string& token) {
     std::function<void()> handler;
     {

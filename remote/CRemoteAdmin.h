@@ -88,6 +88,10 @@ public:
     utils::RKError auditEntries(const Hlx::CAuditFilter& filter,
                                 std::vector<Hlx::CAuditEntry>* entries) override;
     utils::RKError pruneAudit(long long beforeMs, int* removed) override;
+    // Through an Events call kept open to the current server (reopened on the next one after a
+    // failure), with the token of the login at each opening.
+    std::shared_ptr<void> watchChanges(const ChangeHandler& handler) override;
+    utils::RKError reloadSettings() override { return refreshSession(); }
 
 private:
     using Stub = quotes::v1::QuotesAdmin::Stub;

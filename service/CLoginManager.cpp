@@ -311,6 +311,19 @@ CLoginManager::AuthResult CLoginManager::authenticate(const std::string& token, 
     return result;
 }
 
+bool CLoginManager::isLive(const std::string& tokenHash, qint64 nowMs) {
+    try {
+        CAccount account;
+        qint64 storedLastUse = 0;
+        return readLogin(tokenHash, &account, &storedLastUse) &&
+               nowMs - lastUse(tokenHash, storedLastUse) < m_options.idleTimeoutMs &&
+               account.enabled && account.hasPassword;
+    } catch (const CServiceError&) {
+        // The database cannot say now; the next check will.
+        return true;
+    }
+}
+
 bool CLoginManager::logout(const std::string& token) {
     if (!plausibleToken(token))
         return false;

@@ -73,6 +73,9 @@ public:
     LoginResult login(const QString& name, const std::string& password,
                       const QString& clientAddress, qint64 nowMs);
     AuthResult authenticate(const std::string& token, qint64 nowMs);
+    // Whether the login of the token's hash still lives (known, not idle too long, its account
+    // enabled), without counting as a use of it.
+    bool isLive(const std::string& tokenHash, qint64 nowMs);
     // True when the token was a live login.
     bool logout(const std::string& token);
     // Removes tokens idle for longer than the timeout; returns how many. Login calls it now and

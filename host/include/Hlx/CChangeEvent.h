@@ -20,6 +20,9 @@ struct CChangeEvent {
     bool allIds = false;  // too many ids to list: every record of the type may have changed
     bool resync = false;  // changes may have been missed: reload everything
     bool own = false;     // made by this client itself (its login or its process)
+    // Nothing changed: a stream to a server listens from now on (sent at each opening; with
+    // resync set when it opened again after a failure).
+    bool listening = false;
     std::string session;  // the session that made it, where the receiver needs to compare
 };
 

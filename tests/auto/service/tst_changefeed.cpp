@@ -5,41 +5,18 @@
 #include <QTemporaryDir>
 #include <QtTest>
 #include <boost/make_shared.hpp>
-#include <mutex>
 
 #include "CCaller.h"
 #include "CChangeFeed.h"
 #include "CEmbeddedAdmin.h"
 #include "CQuotesService.h"
+#include "ChangeLog.h"
 #include "PostgresCluster.h"
 #include "QuotesctlRun.h"
 #include "RecordBuilders.h"
 #include "rkservice/DataTypeIds.h"
 
 namespace {
-
-// What a subscriber was told, from the feed's thread.
-class ChangeLog {
-public:
-    Hlx::IQuotesAdmin::ChangeHandler handler() {
-        return [this](const Hlx::CChangeEvent& event) {
-            std::lock_guard<std::mutex> lock(m_mutex);
-            m_events.push_back(event);
-        };
-    }
-    int size() {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        return int(m_events.size());
-    }
-    Hlx::CChangeEvent at(int i) {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        return m_events.at(std::size_t(i));
-    }
-
-private:
-    std::mutex m_mutex;
-    std::vector<Hlx::CChangeEvent> m_events;
-};
 
 utils::RKError addSources(Hlx::IQuotesAdmin& admin, int count, int firstPort = 9000) {
     rkservice::COperateDataReq request;
