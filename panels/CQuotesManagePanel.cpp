@@ -256,6 +256,7 @@ void CQuotesManagePanel::refresh() {
             return;
         if (m_loadingMask)
             m_loadingMask->attach(m_maskHost);
+        m_loading = true;
         m_loadFlags[0] = m_loadFlags[1] = false;
         // A new load: answers of earlier ones are dropped from now on.
         m_answerGuard.startLoad();
@@ -330,8 +331,10 @@ void CQuotesManagePanel::brokerInfoReady(bool bError, const QString& qsError) {
         showLoadFailure(qsError);
     if (m_loadingMask)
         m_loadingMask->hide();
-    if (bError)
+    if (bError) {
+        m_loading = false;
         return;
+    }
     sendQuotesQuery();
 }
 
@@ -393,8 +396,31 @@ void CQuotesManagePanel::quotesDelivered(bool bError, const QString& qsError, in
     m_table->update();
     if (m_loadingMask)
         m_loadingMask->hide();
+    m_loading = false;
+    reselectSource();
     if (CTradeTypeTable::isFuturesType(m_tradeType))
         queryKxFuture();
+}
+
+void CQuotesManagePanel::reload() {
+    const int row = m_table ? m_table->selectedRow() : -1;
+    const auto selected = m_rowRecords.constFind(row);
+    m_reselectId =
+        selected != m_rowRecords.constEnd() && selected.value() ? selected.value()->m_nId : -1;
+    m_reselect = true;
+    refresh();
+}
+
+void CQuotesManagePanel::reselectSource() {
+    if (!m_reselect)
+        return;
+    m_reselect = false;
+    int found = -1;
+    for (auto it = m_rowRecords.constBegin(); it != m_rowRecords.constEnd() && found < 0; ++it) {
+        if (m_reselectId >= 0 && it.value() && it.value()->m_nId == m_reselectId)
+            found = it.key();
+    }
+    m_table->selectRow(found);
 }
 
 void CQuotesManagePanel::showLoadFailure(const QString& message) {

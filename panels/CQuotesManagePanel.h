@@ -78,6 +78,11 @@ public:
 
     QString tradeType2String(int tradeType, int platformId) const;
     void refresh();
+    // Reloads as refresh() does, then selects the row of the source that was selected (none when
+    // it is gone). For changes made elsewhere.
+    void reload();
+    // From refresh() until its rows are built.
+    bool isLoading() const { return m_loading; }
     void queryKxFuture();
 
     // For the host and tests.
@@ -180,6 +185,10 @@ private:
     bool m_routeBySystem = false;
     bool m_loadFlags[2] = {false, false};
     std::atomic<bool> m_deleteRefreshed{false};
+    bool m_loading = false;  // user-interface thread only
+    int m_reselectId = -1;   // the source reload() selects again, -1 none
+    bool m_reselect = false;
+    void reselectSource();
     int m_tradeType;
     Zu::COddEvenRowTable* m_table = nullptr;
     Zu::CSmallNormalButton* m_addButton = nullptr;

@@ -11,6 +11,7 @@
 #include <QTabBar>
 #include <QToolBar>
 
+#include "CLiveUpdates.h"
 #include "CPanelCatalogue.h"
 #include "Hlx/COrinClientCenter.h"
 #include "Hlx/CUserManager.h"
@@ -62,6 +63,7 @@ CConsoleWindow::CConsoleWindow(const boost::shared_ptr<Hlx::IQuotesAdmin>& admin
         const int index = systemIndex(system);
         m_systemBox->setCurrentIndex(index >= 0 ? index : 0);
     }
+    m_live = new CLiveUpdates(m_admin, this);
     connect(Hlx::COrinClientCenter::instance(), &Hlx::COrinClientCenter::serverMessageShown, this,
             [this](int, bool, QWidget*, const QString& title, const QString& text) {
                 // The latest outcome replaces the one before, a success an earlier error too.
@@ -70,6 +72,7 @@ CConsoleWindow::CConsoleWindow(const boost::shared_ptr<Hlx::IQuotesAdmin>& admin
 }
 
 CConsoleWindow::~CConsoleWindow() {
+    m_live->stop();
     closeAllDocks();
 }
 
@@ -247,6 +250,16 @@ void CConsoleWindow::takeLoggedInAccount() {
     m_userName = account ? QString::fromStdString(account->m_strName) : QString();
     rebuildPanels();
     updateStatus();
+    // The changes are streamed to a login: listen with the new one.
+    if (m_live)
+        m_live->restart();
+}
+
+void CConsoleWindow::rebuildForChanges() {
+    if (m_session.isRemote())
+        rebuildPanels();
+    else
+        switchUser(m_userName);
 }
 
 void CConsoleWindow::switchAccount() {

@@ -9,6 +9,7 @@
 
 #include "CConsoleSession.h"
 
+class CLiveUpdates;
 class QComboBox;
 class QDockWidget;
 class QLabel;
@@ -47,6 +48,10 @@ public:
     // then asks for it on its own thread (nothing when the window is gone).
     std::function<void()> loginExpiredNotifier();
     void switchSystem(const QString& name);
+    // After someone changed the data beneath the console (an import, the rights of its user):
+    // reads the user again and builds the panels anew, as a user switch does.
+    void rebuildForChanges();
+    CLiveUpdates* liveUpdates() const { return m_live; }
     QString currentUser() const { return m_userName; }
     QString currentSystem() const { return m_systemName; }
 
@@ -81,6 +86,7 @@ private:
     boost::shared_ptr<Hlx::IQuotesAdmin> m_admin;
     CConsoleSession m_session;
     bool m_askingForLogin = false;
+    CLiveUpdates* m_live = nullptr;
     QSettings* m_settings;
     QMap<QString, QDockWidget*> m_docks;
     QList<QDockWidget*> m_dockOrder;  // docks in the order they were opened

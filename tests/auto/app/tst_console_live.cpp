@@ -1,0 +1,223 @@
+// The console kept current: a change made by another process on the same database shows in the
+// open panels without a click, with a note naming who made it (none for the console's own); a
+// reload waits for a panel's open question, which still deletes the source it asked about; reloads
+// of a panel are at least 500 ms apart and never start while its load runs; a change of the
+// console user's rights builds the panels anew.
+
+#include <QDockWidget>
+#include <QPointer>
+#include <QSignalSpy>
+#include <QStatusBar>
+#include <QtTest>
+
+#include "CConsoleWindow.h"
+#include "CLiveUpdates.h"
+#include "CQuotesService.h"
+#include "EmbeddedService.h"
+#include "ModalDriver.h"
+#include "QuotesctlRun.h"
+#include "RecordBuilders.h"
+#include "Zu/COddEvenRowTable.h"
+#include "panels/CLevel2QuotesManagePanel.h"
+#include "panels/CQuotesManagePanel.h"
+#include "rkservice/DataTypeIds.h"
+
+using namespace Hlx;
+
+namespace {
+
+bool shows(CQuotesManagePanel* panel, int id) {
+    for (int row = 0; row < panel->rowRecordCount(); ++row) {
+        const auto record = panel->rowRecord(row);
+        if (record && record->m_nId == id)
+            return true;
+    }
+    return false;
+}
+
+int rowOf(CQuotesManagePanel* panel, int id) {
+    for (int row = 0; row < panel->table()->rowCount(); ++row) {
+        const auto record = panel->rowRecord(row);
+        if (record && record->m_nId == id)
+            return row;
+    }
+    return -1;
+}
+
+}  // namespace
+
+class TestConsoleLive : public QObject {
+    Q_OBJECT
+
+    std::unique_ptr<EmbeddedService> m_embedded;
+
+    QString settingsFile() const { return m_embedded->path() + "/console.ini"; }
+
+    // quotesctl on the console's database, as another process.
+    QuotesctlRun quotesctl(const QStringList& arguments) {
+        return QuotesctlRun::start(
+            qEnvironmentVariable("QUOTES_BINARY_DIR") + QStringLiteral("/bin/quotesctl"),
+            QStringList{QStringLiteral("--data"), m_embedded->path()} + arguments);
+    }
+
+    // A stock source added by quotesctl; its id, 0 when the command failed.
+    int addStockSource(int port) {
+        const QuotesctlRun run =
+            quotesctl({"sources", "add", "--platform", "10000", "--trade-type", "2", "--address",
+                       "10.0.0.9", "--port", QString::number(port)});
+        if (run.code != 0)
+            qWarning("%s", run.err.constData());
+        return run.code == 0 ? run.out.trimmed().toInt() : 0;
+    }
+
+    static CQuotesManagePanel* loadedStocks(CConsoleWindow& window) {
+        auto* stocks = qobject_cast<CQuotesManagePanel*>(window.panel("stq"));
+        if (stocks && !QTest::qWaitFor([stocks] { return !stocks->isLoading(); }))
+            return nullptr;
+        return stocks;
+    }
+
+    static QStringList notes(const QSignalSpy& messages) {
+        QStringList found;
+        for (const QList<QVariant>& message : messages) {
+            if (message.at(0).toString().startsWith(QStringLiteral("数据已由")))
+                found << message.at(0).toString();
+        }
+        return found;
+    }
+
+private slots:
+    void init() {
+        m_embedded.reset(new EmbeddedService);
+        QVERIFY2(m_embedded->isOpen(), qPrintable(m_embedded->error()));
+    }
+
+    void cleanup() { m_embedded.reset(); }
+
+    void changeByAnotherProcessShowsWithoutAClick() {
+        CConsoleWindow window(m_embedded->admin(), settingsFile());
+        window.restoreSettings();
+        window.show();
+        CQuotesManagePanel* stocks = loadedStocks(window);
+        QVERIFY(stocks);
+        QSignalSpy messages(window.statusBar(), &QStatusBar::messageChanged);
+        const int id = addStockSource(9401);
+        QVERIFY(id > 0);
+        QTRY_VERIFY(shows(stocks, id));
+        QTRY_COMPARE(notes(messages),
+                     QStringList{QStringLiteral("数据已由 %1 更新")
+                                     .arg(QString::fromStdString(CCaller::operatingSystemUser()))});
+    }
+
+    void ownChangesAreNotNoted() {
+        CConsoleWindow window(m_embedded->admin(), settingsFile());
+        window.restoreSettings();
+        window.show();
+        CQuotesManagePanel* stocks = loadedStocks(window);
+        QVERIFY(stocks);
+        QSignalSpy messages(window.statusBar(), &QStatusBar::messageChanged);
+        rkservice::COperateDataReq request;
+        request.dataType = rkservice::kDataQuoteSources;
+        request.operateType = rkservice::kOperateAdd;
+        request.datas.push_back(RecordBuilders::source(0, 10000, 2, "10.0.0.8", 9402));
+        QVERIFY(
+            m_embedded->admin()->operate(CRequestTarget::centre(), request, nullptr).isSuccess());
+        // Changes are announced in order: once the later one is noted, the own one was heard.
+        const int theirs = addStockSource(9403);
+        QTRY_VERIFY(shows(stocks, theirs));
+        QTRY_COMPARE(notes(messages).size(), 1);
+        QCOMPARE(stocks->rowRecordCount() >= 2, true);
+    }
+
+    void aPendingDeleteQuestionKeepsItsSource() {
+        const int asked = addStockSource(9404);
+        QVERIFY(asked > 0);
+        CConsoleWindow window(m_embedded->admin(), settingsFile());
+        window.restoreSettings();
+        window.show();
+        CQuotesManagePanel* stocks = loadedStocks(window);
+        QVERIFY(stocks);
+        const int row = rowOf(stocks, asked);
+        QVERIFY(row >= 0);
+        stocks->table()->selectRow(row);
+        int added = 0;
+        bool deferred = false;
+        bool unchanged = false;
+        ModalDriver::onNext([&](QWidget* modal) {
+            auto* box = qobject_cast<QMessageBox*>(modal);
+            QVERIFY(box);
+            added = addStockSource(9405);
+            // Heard while the question is open: the reload waits for it.
+            deferred = QTest::qWaitFor([&] { return window.liveUpdates()->isPending(); });
+            unchanged = !shows(stocks, added) && rowOf(stocks, asked) == row;
+            box->button(QMessageBox::Ok)->click();
+        });
+        QVERIFY(stocks->deliverEvent(228, 0, CQuotesManagePanel::kBtnDeleteRow,
+                                     QString::number(row), nullptr));
+        QVERIFY(added > 0);
+        QVERIFY(deferred);
+        QVERIFY(unchanged);
+        // The question's source is the one deleted; the new one stays and shows.
+        QTRY_VERIFY(shows(stocks, added));
+        QTRY_VERIFY(!shows(stocks, asked));
+        const QuotesctlRun listed = quotesctl({"sources", "list"});
+        QVERIFY(listed.out.contains("9405"));
+        QVERIFY(!listed.out.contains("9404"));
+    }
+
+    void reloadsAreSpacedAndNeverDuringALoad() {
+        CConsoleWindow window(m_embedded->admin(), settingsFile());
+        window.restoreSettings();
+        window.show();
+        CQuotesManagePanel* stocks = loadedStocks(window);
+        QVERIFY(stocks);
+        QElapsedTimer clock;
+        clock.start();
+        QList<qint64> starts;
+        bool duringLoad = false;
+        connect(window.liveUpdates(), &CLiveUpdates::reloading, this, [&](const QString& name) {
+            if (name != QLatin1String("stq"))
+                return;
+            starts << clock.elapsed();
+            duringLoad = duringLoad || stocks->isLoading();
+        });
+        int last = 0;
+        for (int port = 9410; port < 9415; ++port)
+            last = addStockSource(port);
+        QTRY_VERIFY(shows(stocks, last));
+        QVERIFY(!starts.isEmpty());
+        QVERIFY(!duringLoad);
+        for (int i = 1; i < starts.size(); ++i)
+            QVERIFY2(starts[i] - starts[i - 1] >= CLiveUpdates::kMinReloadMs,
+                     qPrintable(QStringLiteral("%1 ms apart").arg(starts[i] - starts[i - 1])));
+    }
+
+    void level2PanelFollowsEvenWhenHidden() {
+        CConsoleWindow window(m_embedded->admin(), settingsFile());
+        window.restoreSettings();
+        window.show();
+        auto* level2 = qobject_cast<CLevel2QuotesManagePanel*>(window.openPanel("level2quote"));
+        QVERIFY(level2);
+        QTRY_COMPARE(level2->table()->rowCount(), 0);
+        window.findChild<QDockWidget*>(QStringLiteral("dock_level2quote"))->hide();
+        QVERIFY(!level2->isVisible());
+        QCOMPARE(quotesctl({"token", "set", "LiveToken77"}).code, 0);
+        QTRY_COMPARE(level2->table()->rowCount(), 1);
+    }
+
+    void rightsOfTheConsoleUserRebuildThePanels() {
+        CConsoleWindow window(m_embedded->admin(), settingsFile(), QStringLiteral("viewer"));
+        window.restoreSettings();
+        window.show();
+        QCOMPARE(window.currentUser(), QStringLiteral("viewer"));
+        QPointer<QWidget> before = window.panel("stq");
+        QVERIFY(before);
+        QCOMPARE(quotesctl({"accounts", "rights", "viewer", "--rights", "10385"}).code, 0);
+        QTRY_VERIFY(before.isNull());
+        QVERIFY(window.panel("stq"));
+        QCOMPARE(window.currentUser(), QStringLiteral("viewer"));
+    }
+};
+
+QTEST_MAIN(TestConsoleLive)
+#include "tst_console_live.moc"
