@@ -155,6 +155,43 @@ private slots:
         m_remote->setLoginExpiredHandler({});
     }
 
+    // Another login's change reaches the console through the server's stream: the open panel
+    // shows it without a click, and the note names the account.
+    void changeThroughTheServerShowsWithoutAClick() {
+        QVERIFY(m_remote && m_remote->isLoggedIn());
+        const CConsoleSession session = CRemoteSession::make(m_remote, m_server.address());
+        Hlx::COrinClientCenter::instance()->setBackend(
+            boost::shared_ptr<Hlx::IDataServiceBackend>(new Hlx::CAdminBackend(m_remote)));
+        CConsoleWindow window(m_remote, m_settings.filePath(QStringLiteral("live.ini")), QString(),
+                              nullptr, session);
+        auto* panel =
+            qobject_cast<Hlx::CQuotesManagePanel*>(window.openPanel(QStringLiteral("stq")));
+        QVERIFY(panel);
+        panel->refresh();
+        QTRY_VERIFY(!panel->isLoading());
+        const int before = panel->table()->rowCount();
+        QSignalSpy messages(window.statusBar(), &QStatusBar::messageChanged);
+        auto admin = client();
+        QVERIFY(admin->login("admin", kAdminPassword.toStdString()).isSuccess());
+        // Only once the console listens can it hear; the first change may come before that.
+        int port = 9001;
+        QTRY_VERIFY_WITH_TIMEOUT(
+            [&] {
+                rkservice::COperateDataReq add;
+                add.dataType = 12300;
+                add.operateType = 2;
+                auto source = RecordBuilders::source(0, 10000, 2, "192.0.2.71", port++);
+                source->setSystemTag(std::string());
+                add.datas.push_back(source);
+                if (!admin->operate(Hlx::CRequestTarget::centre(), add, nullptr).isSuccess())
+                    return false;
+                return QTest::qWaitFor([&] { return panel->table()->rowCount() > before; }, 1000);
+            }(),
+            20000);
+        QTRY_VERIFY(!messages.isEmpty() &&
+                    messages.last().at(0).toString() == QStringLiteral("数据已由 admin 更新"));
+    }
+
     // A stopped server must not hold the console: shutting the client down answers every call
     // still waiting.
     void quitsPromptlyWithCallsInFlight() {
