@@ -218,13 +218,8 @@ private slots:
     // A row shown before an import may name another source now: its delete is refused, the
     // panel says so and reloads, and the reloaded row deletes.
     void staleDeleteAfterAnImportReloads() {
-        addStockSource("10.4.0.1");
         CStockQuotesManagePanel panel(nullptr);
-        panel.switchSystem(0, "sys1");
-        QTRY_COMPARE(panel.table()->rowCount(), 1);
-        waitUntilIdle();
-        reimportWithAddress("10.4.0.9");
-        m_messages->clear();
+        showThenImport(&panel, "10.4.0.1", "10.4.0.9");
 
         panel.table()->selectRow(0);
         ModalDriver::answerNextBox(QMessageBox::Ok);
@@ -244,13 +239,8 @@ private slots:
     // The same for an edit: the dialog closes (its row is stale, another try would change
     // whichever source has the id now) and the panel reloads.
     void staleEditAfterAnImportClosesAndReloads() {
-        addStockSource("10.5.0.1");
         CStockQuotesManagePanel panel(nullptr);
-        panel.switchSystem(0, "sys1");
-        QTRY_COMPARE(panel.table()->rowCount(), 1);
-        waitUntilIdle();
-        reimportWithAddress("10.5.0.9");
-        m_messages->clear();
+        showThenImport(&panel, "10.5.0.1", "10.5.0.9");
 
         panel.table()->selectRow(0);
         ModalDriver::onNext([this](QWidget* modal) {
@@ -325,6 +315,16 @@ private:
         QVERIFY(m_service->administrator()
                     .operate(CRequestTarget::subsystem("sys1"), request, nullptr)
                     .isSuccess());
+    }
+
+    // The panel shows one source at shown; then an import moves it to imported.
+    void showThenImport(Panel* panel, const char* shown, const QString& imported) {
+        addStockSource(shown);
+        panel->switchSystem(0, "sys1");
+        QTRY_COMPARE(panel->table()->rowCount(), 1);
+        waitUntilIdle();
+        reimportWithAddress(imported);
+        m_messages->clear();
     }
 
     // Everything exported and imported back by the administrator, each source at the address.

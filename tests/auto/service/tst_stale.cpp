@@ -5,7 +5,6 @@
 #include <QDateTime>
 #include <QJsonArray>
 #include <QSqlQuery>
-#include <QTemporaryDir>
 #include <QtTest>
 #include <functional>
 
@@ -17,6 +16,7 @@
 #include "CSchema.h"
 #include "PostgresCluster.h"
 #include "RecordBuilders.h"
+#include "TestDatabases.h"
 #include "model/CStaleRows.h"
 #include "rkservice/DataTypeIds.h"
 
@@ -42,29 +42,12 @@ class TestStale : public QObject {
 public:
     // On SQLite files, or on databases of the cluster when one is given.
     explicit TestStale(PostgresCluster* postgres = nullptr, QString postgresDown = QString())
-        : m_postgres(postgres), m_postgresDown(postgresDown) {}
+        : m_databases(QStringLiteral("stale"), postgres, std::move(postgresDown)) {}
 
 private:
-    PostgresCluster* m_postgres;
-    QString m_postgresDown;
-    int m_databases = 0;
-    QTemporaryDir* m_dir = nullptr;
+    TestDatabases m_databases;
     CServiceOptions m_options;
     boost::shared_ptr<CQuotesService> m_service;
-
-    // A new empty database for the next test.
-    void freshOptions() {
-        delete m_dir;
-        m_dir = new QTemporaryDir;
-        m_options = CServiceOptions();
-        m_options.dataDir = m_dir->path();
-        if (m_postgres) {
-            const QString name = QStringLiteral("stale_%1").arg(++m_databases);
-            if (!m_postgres->createDatabase(name))
-                qWarning("cannot create database %s", qPrintable(name));
-            m_options.dbUrl = m_postgres->url(name);
-        }
-    }
 
     // The seeded administrator, within a session.
     CCaller admin(const std::string& session) {
@@ -74,6 +57,15 @@ private:
         }
         qWarning("no admin");
         return CCaller::user(std::string(), {});
+    }
+
+    // The administrator in a session that has just read the sources.
+    CCaller current(const std::string& session) {
+        const CCaller caller = admin(session);
+        const utils::RKError error = query(caller);
+        if (!error.isSuccess())
+            QTest::qFail(error.errorMsg().c_str(), __FILE__, __LINE__);
+        return caller;
     }
 
     utils::RKError query(const CCaller& caller, CQuotesService* service = nullptr) {
@@ -191,16 +183,11 @@ private:
     }
 
 private slots:
-    void initTestCase() {
-        if (m_postgres && !m_postgresDown.isEmpty()) {
-            if (qEnvironmentVariable("CI") == QLatin1String("true"))
-                QFAIL(qPrintable(m_postgresDown));
-            QSKIP(qPrintable(m_postgresDown));
-        }
-    }
+    // Skipped (failed in CI) when the cluster did not start.
+    void initTestCase() { m_databases.unavailable(); }
 
     void init() {
-        freshOptions();
+        m_options = m_databases.fresh();
         QString error;
         m_service = CQuotesService::open(m_options, &error);
         QVERIFY2(m_service, qPrintable(error));
@@ -208,15 +195,13 @@ private slots:
 
     void cleanup() {
         m_service.reset();
-        delete m_dir;
-        m_dir = nullptr;
+        m_databases.release();
     }
 
     // The import hands the id to another source: the console's old row must not delete it.
     void staleDeleteRefusedUntilQueriedAgain() {
         const int id = add(9001);
-        const CCaller console = admin("console");
-        QVERIFY(query(console).isSuccess());
+        const CCaller console = current("console");
         QVERIFY(reimport([](QJsonObject* source) {
             source->insert(QStringLiteral("platformId"), kHgt);
             source->insert(QStringLiteral("tradeType"), 7);
@@ -236,8 +221,7 @@ private slots:
 
     void staleModifyRefused() {
         const int id = add(9002);
-        const CCaller console = admin("console");
-        QVERIFY(query(console).isSuccess());
+        const CCaller console = current("console");
         QVERIFY(reimport());
         auto change = stored(id);
         change->m_strUserName = "changed";
@@ -263,8 +247,7 @@ private slots:
 
     void deleteNamingAnotherPlatformRefused() {
         const int id = add(9004);
-        const CCaller console = admin("console");
-        QVERIFY(query(console).isSuccess());
+        const CCaller console = current("console");
         const utils::RKError refused = remove(console, id, kHgt);
         QVERIFY2(isStaleRefusal(refused), qPrintable(errorText(refused)));
         QVERIFY(stored(id));
@@ -275,8 +258,7 @@ private slots:
     // The trade type of a delete record is folded by the panels: it never counts.
     void deleteIgnoresTheTradeType() {
         const int id = add(9005);
-        const CCaller console = admin("console");
-        QVERIFY(query(console).isSuccess());
+        const CCaller console = current("console");
         QVERIFY(operate(console, rkservice::kOperateDelete,
                         RecordBuilders::source(id, kStocks, 1, "", 0, ""))
                     .isSuccess());
@@ -286,8 +268,7 @@ private slots:
     void currentModifyMayChangePlatformAndType() {
         const int id = add(9006);
         QVERIFY(reimport());
-        const CCaller console = admin("console");
-        QVERIFY(query(console).isSuccess());
+        const CCaller console = current("console");
         auto change = stored(id);
         change->m_nPlatformId = kHgt;
         change->m_nTradeType = 7;
@@ -325,8 +306,7 @@ private slots:
 
     void dryRunLeavesTheGenerationAlone() {
         const int id = add(9011);
-        const CCaller console = admin("console");
-        QVERIFY(query(console).isSuccess());
+        const CCaller console = current("console");
         QCOMPARE(generation(), 0LL);
         QVERIFY(reimport({}, true));
         QCOMPARE(generation(), 0LL);
@@ -419,15 +399,6 @@ public:
 
 int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
-    int status = 0;
-    {
-        TestStale onSqlite;
-        status |= QTest::qExec(&onSqlite, argc, argv);
-    }
-    PostgresCluster postgres;
-    const QString down = postgres.start();
-    TestStalePostgres onPostgres(&postgres, down);
-    status |= QTest::qExec(&onPostgres, argc, argv);
-    return status;
+    return TestDatabases::runBoth<TestStale, TestStalePostgres>(argc, argv);
 }
 #include "tst_stale.moc"
