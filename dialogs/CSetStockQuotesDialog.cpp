@@ -23,6 +23,7 @@
 #include "model/CPlatformTable.h"
 #include "model/CRequestFactory.h"
 #include "model/CRequestRouter.h"
+#include "model/CStaleRows.h"
 #include "model/CTradeTypeTable.h"
 #include "rkservice/DataTypeIds.h"
 
@@ -383,18 +384,17 @@ void CSetStockQuotesDialog::slotOnOperationFinished(bool bError, QString qsError
 
     const QString title = m_bIsAdd ? QStringLiteral("添加行情源") : QStringLiteral("修改行情源");
     QPointer<CSetStockQuotesDialog> self(this);
-    if (bError) {
-        const QString text = qsError.isEmpty() ? QStringLiteral("操作失败") : qsError;
-        COrinClientCenter::instance()->showServerMsgCallBack(1, false, this, title, text, true,
-                                                             false);
-        deliverEvent(3026, 0, 0, QString(), nullptr);
-        return;
-    }
-    COrinClientCenter::instance()->showServerMsgCallBack(0, true, this, title,
-                                                         QStringLiteral("操作成功"), true, false);
+    const QString text = !bError             ? QStringLiteral("操作成功")
+                         : qsError.isEmpty() ? QStringLiteral("操作失败")
+                                             : qsError;
+    COrinClientCenter::instance()->showServerMsgCallBack(bError ? 1 : 0, !bError, this, title, text,
+                                                         true, false);
     deliverEvent(3026, 0, 0, QString(), nullptr);
+    // A refusal leaves everything typed for another try, except when the edited row was read
+    // before an import: its id may name another source now, so only the reload may go on.
+    const bool stale = bError && qsError == QString::fromUtf8(CStaleRows::kRefusal);
     // The panel's reload may replace this dialog; close it only while it is still there.
-    if (self)
+    if (self && (!bError || stale))
         close();
 }
 

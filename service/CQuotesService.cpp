@@ -21,6 +21,7 @@
 #include "CChangeFeed.h"
 #include "CDataTransfer.h"
 #include "CDatabase.h"
+#include "CImportGeneration.h"
 #include "CPrivateFile.h"
 #include "CQuoteSourceStore.h"
 #include "CReferenceData.h"
@@ -155,6 +156,7 @@ boost::shared_ptr<CQuotesService> CQuotesService::open(const CServiceOptions& op
     if (!service->m_database)
         return nullptr;
     service->m_audit.reset(new CAuditTrail(*service->m_database, resolved.auditTrail));
+    service->m_generations.reset(new CImportGeneration(*service->m_database));
     const QString file = service->m_database->filePath();
     service->m_backupDir = !resolved.dataDir.isEmpty() ? resolved.dataDir
                            : file.isEmpty()            ? QString()
@@ -399,9 +401,12 @@ std::vector<rkservice::IDataPtr> CQuotesService::doQuery(
             int tradeType = 0;
             const bool filter = CSourceValidator::parseCondition(request.condition, &tradeType);
             const CQuoteSourceStore store(*m_database);
+            CImportGeneration::Seen seen;
             m_database->transact(false, [&](QSqlDatabase& db) {
+                seen = m_generations->beforeQuery(db, caller);
                 result = store.query(db, subsystem, filter, tradeType);
             });
+            m_generations->afterQuery(caller, seen);
             if (!caller.isOwner())
                 hidePasswords(caller, result);
             break;
@@ -547,6 +552,7 @@ void CQuotesService::operateSources(const CCaller& caller, const Hlx::CRequestTa
         const std::vector<int> ids = distinctIds(sources, "修改");
         // The rights of the stored rows are read in the transaction that changes them.
         m_database->transact(true, [&](QSqlDatabase& db) {
+            m_generations->checkModify(db, caller);
             CAccessPolicy::checkModify(caller, sources, store.kinds(db, subsystem, ids));
             const auto before = CAuditTrail::storedSources(store, db, subsystem, ids);
             store.modify(db, subsystem, sources);
@@ -557,7 +563,9 @@ void CQuotesService::operateSources(const CCaller& caller, const Hlx::CRequestTa
     } else {
         const std::vector<int> ids = distinctIds(sources, "删除");
         m_database->transact(true, [&](QSqlDatabase& db) {
-            CAccessPolicy::checkDelete(caller, ids, store.kinds(db, subsystem, ids));
+            const std::map<int, CStoredKind> kinds = store.kinds(db, subsystem, ids);
+            m_generations->checkDelete(db, caller, sources, kinds);
+            CAccessPolicy::checkDelete(caller, ids, kinds);
             const auto before = CAuditTrail::storedSources(store, db, subsystem, ids);
             store.remove(db, subsystem, ids);
             auditSources(db, caller, request, subsystem, before, {});
@@ -581,6 +589,9 @@ void CQuotesService::auditSources(
 
 bool CQuotesService::modifySource(const CCaller& caller, int id,
                                   const Hlx::IQuotesAdmin::SourcePatch& patch, QString* error) {
+    rkservice::COperateDataReq request;
+    request.dataType = rkservice::kDataQuoteSources;
+    request.operateType = rkservice::kOperateModify;
     try {
         const CQuoteSourceStore store(*m_database);
         m_database->transact(true, [&](QSqlDatabase& db) {
@@ -588,17 +599,16 @@ bool CQuotesService::modifySource(const CCaller& caller, int id,
             const rkservice::COrinQuoterSourceInfo before = *source;
             patch(source.get());
             source->m_nId = id;
+            request.datas = {source};
             const std::vector<rkservice::COrinQuoterSourceInfoPtr> sources = {source};
+            m_generations->checkModify(db, caller);
             CAccessPolicy::checkModify(caller, sources, store.kinds(db, QString(), {id}));
             store.modify(db, QString(), sources);
-            rkservice::COperateDataReq request;
-            request.dataType = rkservice::kDataQuoteSources;
-            request.operateType = rkservice::kOperateModify;
-            request.datas = {source};
             auditSources(db, caller, request, QString(), {{id, before}}, {{id, *source}});
         });
         return true;
     } catch (const CServiceError& e) {
+        m_audit->refused(caller, CAuditTrail::forRequest(request, QString()), e.what());
         if (error)
             *error = QString::fromStdString(e.what());
         return false;
@@ -856,6 +866,8 @@ bool CQuotesService::importDocument(const CCaller& caller, const QJsonObject& do
             Caches caches;
             try {
                 m_database->transact(true, [&](QSqlDatabase& db) {
+                    if (!options.dryRun)
+                        m_generations->advance(db);
                     const QJsonObject before = CDataTransfer::exportAll(*m_database, db);
                     if (!options.dryRun)
                         writeBackup(before, backup);

@@ -24,6 +24,7 @@ class CAccountStore;
 class CAuditTrail;
 class CChangeFeed;
 class CDatabase;
+class CImportGeneration;
 
 // The platform's data service: answers requests from a SQLite file or a PostgreSQL database,
 // checking every change against the caller's rights (CAccessPolicy). Thread-safe; each worker
@@ -182,6 +183,7 @@ private:
 
     std::unique_ptr<CDatabase> m_database;
     std::unique_ptr<CAuditTrail> m_audit;
+    std::unique_ptr<CImportGeneration> m_generations;
     QString m_keyFile;
     mutable std::mutex m_cacheMutex;
     std::vector<Hlx::SubsystemInfo> m_subsystems;

@@ -121,10 +121,23 @@ QStringList auditTrail(CDatabase::Engine engine) {
     };
 }
 
+// Version 6: the import generation. Every real import counts it up, and each login remembers
+// the generation of its last quote-source query, so that a change made from rows shown before an
+// import (whose ids may name other sources now) is refused, also through another server.
+QStringList importGeneration(CDatabase::Engine) {
+    return {
+        QStringLiteral("CREATE TABLE import_generation (slot INTEGER PRIMARY KEY CHECK (slot = 1), "
+                       "generation BIGINT NOT NULL)"),
+        QStringLiteral("INSERT INTO import_generation (slot, generation) VALUES (1, 0)"),
+        QStringLiteral("ALTER TABLE login_tokens ADD COLUMN import_generation BIGINT NOT NULL "
+                       "DEFAULT 0"),
+    };
+}
+
 }  // namespace
 
 int CSchema::currentVersion() {
-    return 5;
+    return 6;
 }
 
 int CSchema::version(const CDatabase& database, QSqlDatabase& db) {
@@ -169,6 +182,9 @@ void CSchema::migrate(const CDatabase& database, QSqlDatabase& db, int from, int
                 break;
             case 5:
                 statements = auditTrail(database.engine());
+                break;
+            case 6:
+                statements = importGeneration(database.engine());
                 break;
             default:
                 throw CServiceError("没有到数据库结构版本 " + std::to_string(step) + " 的迁移");

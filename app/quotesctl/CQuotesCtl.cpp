@@ -730,7 +730,27 @@ int CQuotesCtl::sourcesModify() {
     return kOk;
 }
 
+utils::RKError CQuotesCtl::storedPlatforms(std::map<int, int>* platforms) {
+    rkservice::COrinQueryDataReq query;
+    query.dataType = rkservice::kDataQuoteSources;
+    std::vector<rkservice::IDataPtr> datas;
+    const utils::RKError error = m_admin->query(Hlx::CRequestTarget::centre(), query, &datas);
+    for (const auto& data : datas) {
+        const auto& stored = static_cast<const rkservice::COrinQuoterSourceInfo&>(*data);
+        (*platforms)[stored.m_nId] = stored.m_nPlatformId;
+    }
+    return error;
+}
+
 int CQuotesCtl::sourcesDelete() {
+    // The ids are the operator's own: they are sent with the platforms stored now (the service
+    // refuses a delete whose platform is not the stored row's), read by a query that also tells
+    // the server this login's view is current. An unknown id goes as it is, for the service to
+    // name.
+    std::map<int, int> platforms;
+    utils::RKError error = storedPlatforms(&platforms);
+    if (!error.isSuccess())
+        return refused(QString::fromStdString(error.errorMsg()));
     rkservice::COperateDataReq request;
     request.dataType = rkservice::kDataQuoteSources;
     request.operateType = rkservice::kOperateDelete;
@@ -738,9 +758,12 @@ int CQuotesCtl::sourcesDelete() {
         const int id = text.toInt(nullptr, 10);
         auto source = boost::make_shared<rkservice::COrinQuoterSourceInfo>();
         source->m_nId = id;
+        const auto found = platforms.find(id);
+        if (found != platforms.end())
+            source->m_nPlatformId = found->second;
         request.datas.push_back(source);
     }
-    const utils::RKError error = m_admin->operate(Hlx::CRequestTarget::centre(), request, nullptr);
+    error = m_admin->operate(Hlx::CRequestTarget::centre(), request, nullptr);
     if (!error.isSuccess())
         return refused(QString::fromStdString(error.errorMsg()));
     return kOk;

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "CServiceOptions.h"
+#include "utils/RKError.h"
 
 class CQuotesService;
 namespace Hlx {
@@ -47,6 +48,8 @@ private:
     int sourcesAdd();
     int sourcesModify();
     int sourcesDelete();
+    // Every stored source's platform by id; the error when the query fails.
+    utils::RKError storedPlatforms(std::map<int, int>* platforms);
     int brokersList();
     int platformsList();
     int reference(bool brokers);

@@ -1,5 +1,7 @@
 #include <QApplication>
 #include <QCheckBox>
+#include <QJsonArray>
+#include <QJsonObject>
 #include <QSignalSpy>
 #include <QtTest>
 #include <boost/make_shared.hpp>
@@ -16,6 +18,7 @@
 #include "Zu/COddEvenRowTable.h"
 #include "dialogs/CSetFutureQuotesDialog.h"
 #include "dialogs/CSetStockQuotesDialog.h"
+#include "model/CStaleRows.h"
 #include "panels/QuotesManagePanel.h"
 #include "rkservice/DataTypeIds.h"
 
@@ -212,6 +215,49 @@ private slots:
         QCOMPARE(panel.table()->rowCount(), 0);
     }
 
+    // A row shown before an import may name another source now: its delete is refused, the
+    // panel says so and reloads, and the reloaded row deletes.
+    void staleDeleteAfterAnImportReloads() {
+        CStockQuotesManagePanel panel(nullptr);
+        showThenImport(&panel, "10.4.0.1", "10.4.0.9");
+
+        panel.table()->selectRow(0);
+        ModalDriver::answerNextBox(QMessageBox::Ok);
+        panel.deliverEvent(228, 0, 6, "0", nullptr);
+        QTRY_COMPARE(m_messages->count(), 1);
+        QCOMPARE(lastMessage(), QString::fromUtf8(CStaleRows::kRefusal));
+        QTRY_COMPARE(panel.table()->itemText(0, Panel::kColAddress), QString("10.4.0.9"));
+        QCOMPARE(storedCount(), 1);
+
+        panel.table()->selectRow(0);
+        ModalDriver::answerNextBox(QMessageBox::Ok);
+        panel.deliverEvent(228, 0, 6, "0", nullptr);
+        QTRY_COMPARE(panel.table()->rowCount(), 0);
+        QCOMPARE(storedCount(), 0);
+    }
+
+    // The same for an edit: the dialog closes (its row is stale, another try would change
+    // whichever source has the id now) and the panel reloads.
+    void staleEditAfterAnImportClosesAndReloads() {
+        CStockQuotesManagePanel panel(nullptr);
+        showThenImport(&panel, "10.5.0.1", "10.5.0.9");
+
+        panel.table()->selectRow(0);
+        ModalDriver::onNext([this](QWidget* modal) {
+            auto* dialog = qobject_cast<CSetStockQuotesDialog*>(modal);
+            QVERIFY(dialog);
+            QCOMPARE(dialog->addressEdit()->text(), QString("10.5.0.1"));
+            dialog->portEdit()->setText("9100");
+            dialog->handleEvent(5, 0, 0, QString(), nullptr);
+            QTRY_COMPARE(m_messages->count(), 1);
+            QCOMPARE(lastMessage(), QString::fromUtf8(CStaleRows::kRefusal));
+            QTRY_VERIFY(!dialog->isVisible());
+        });
+        panel.deliverEvent(228, 0, 5, "0", nullptr);
+        QTRY_COMPARE(panel.table()->itemText(0, Panel::kColAddress), QString("10.5.0.9"));
+        QCOMPARE(panel.table()->itemText(0, Panel::kColPort), QString("9000"));
+    }
+
     void wholeQuoteSettingsSurviveARestart() {
         {
             CAllTypeQuotesManagePanel panel(nullptr);
@@ -252,6 +298,59 @@ private:
     void loginAsAdmin() {
         loginAs("admin");
         QVERIFY(CUserManager::instance()->getUserInfoPtr()->routesBySystem());
+    }
+
+    void addStockSource(const char* address) {
+        rkservice::COperateDataReq request;
+        request.dataType = rkservice::kDataQuoteSources;
+        request.operateType = rkservice::kOperateAdd;
+        auto source = boost::make_shared<rkservice::COrinQuoterSourceInfo>();
+        source->m_nPlatformId = 10000;
+        source->m_nTradeType = 2;
+        source->m_strAddress = address;
+        source->m_nPort = 9000;
+        source->m_strUserName = "u";
+        source->m_strPassword = "p";
+        request.datas.push_back(source);
+        QVERIFY(m_service->administrator()
+                    .operate(CRequestTarget::subsystem("sys1"), request, nullptr)
+                    .isSuccess());
+    }
+
+    // The panel shows one source at shown; then an import moves it to imported.
+    void showThenImport(Panel* panel, const char* shown, const QString& imported) {
+        addStockSource(shown);
+        panel->switchSystem(0, "sys1");
+        QTRY_COMPARE(panel->table()->rowCount(), 1);
+        waitUntilIdle();
+        reimportWithAddress(imported);
+        m_messages->clear();
+    }
+
+    // Everything exported and imported back by the administrator, each source at the address.
+    void reimportWithAddress(const QString& address) {
+        QJsonObject document;
+        QVERIFY(m_service->administrator().exportDocument(&document).isSuccess());
+        QJsonArray sources = document.value(QStringLiteral("sources")).toArray();
+        for (int i = 0; i < sources.size(); ++i) {
+            QJsonObject source = sources.at(i).toObject();
+            source.insert(QStringLiteral("address"), address);
+            sources.replace(i, source);
+        }
+        document.insert(QStringLiteral("sources"), sources);
+        const utils::RKError imported = m_service->administrator().importDocument(document);
+        QVERIFY2(imported.isSuccess(), imported.errorMsg().c_str());
+    }
+
+    int storedCount() {
+        rkservice::COrinQueryDataReq request;
+        request.dataType = rkservice::kDataQuoteSources;
+        std::vector<rkservice::IDataPtr> datas;
+        if (!m_service->administrator()
+                 .query(CRequestTarget::centre(), request, &datas)
+                 .isSuccess())
+            return -1;
+        return int(datas.size());
     }
 
     static void waitUntilIdle() {

@@ -9,15 +9,19 @@
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <QSqlDatabase>
+#include <QSqlQuery>
 #include <QtTest>
 #include <future>
 #include <memory>
 
+#include "CPasswordHasher.h"
 #include "CRecordCodec.h"
 #include "CRemoteAdmin.h"
 #include "CTlsIdentity.h"
 #include "QuotesdProcess.h"
 #include "RoleExpectations.h"
+#include "model/CStaleRows.h"
 #include "quotes.grpc.pb.h"
 
 using namespace RoleExpectations;
@@ -148,6 +152,41 @@ class TestQuotesd : public QObject {
         if (!operate(token("admin"), 2, {source}, &result).isSuccess())
             return -1;
         return QString::fromStdString(result.getStringField("ids")).toInt();
+    }
+
+    // The import generation a login's token row holds in the server's database; -1 without one.
+    long long storedGeneration(const std::string& token) {
+        long long generation = -1;
+        {
+            QSqlDatabase db =
+                QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), QStringLiteral("probe"));
+            db.setDatabaseName(QDir(m_server.dataDir()).filePath(QStringLiteral("quotes.db")));
+            db.setConnectOptions(QStringLiteral("QSQLITE_OPEN_READONLY"));
+            QSqlQuery query(db);
+            if (db.open() &&
+                query.prepare(QStringLiteral(
+                    "SELECT import_generation FROM login_tokens WHERE token_hash = ?"))) {
+                query.addBindValue(QString::fromStdString(CPasswordHasher::sha256Hex(token)));
+                if (query.exec() && query.next())
+                    generation = query.value(0).toLongLong();
+            }
+        }
+        QSqlDatabase::removeDatabase(QStringLiteral("probe"));
+        return generation;
+    }
+
+    // Everything exported and imported back by the administrator.
+    bool reimport() {
+        v1::ExportReply exported;
+        if (!m_stub->ExportDocument(context(token("admin")).get(), v1::ExportRequest(), &exported)
+                 .ok() ||
+            !exported.error().success())
+            return false;
+        v1::ImportRequest request;
+        request.set_document(exported.document());
+        v1::ImportReply imported;
+        return m_stub->ImportDocument(context(token("admin")).get(), request, &imported).ok() &&
+               imported.error().success();
     }
 
     void removeEverySource() {
@@ -575,6 +614,31 @@ private slots:
 
     // A stopped server is answered once, within the deadline and a second; a killed one too;
     // once it is back the next request succeeds.
+    // A login whose last quote-source query came before an import may change nothing until it
+    // reads again; what each login saw is kept with its token in the database. (Later tests
+    // only add and read: their logins have not read since this import.)
+    void staleRowsAfterAnImportAreRefused() {
+        removeEverySource();
+        const int id = ownerAdd(addressSource(10000, 2, "192.0.2.70", 1));
+        QVERIFY(id > 0);
+        const std::string earlier = login("admin", kAdminPassword).token();
+        const std::string later = login("admin", kAdminPassword).token();
+        QCOMPARE(int(sources(earlier).size()), 1);
+        QVERIFY(reimport());
+        QCOMPARE(int(sources(later).size()), 1);
+        QCOMPARE(storedGeneration(later), 1LL);
+        QCOMPARE(storedGeneration(earlier), 0LL);
+
+        const rkservice::IDataList remove{panelDeleteRecord(*stored(id))};
+        const utils::RKError refused = operate(earlier, 3, remove);
+        QCOMPARE(QString::fromStdString(refused.errorMsg()),
+                 QString::fromUtf8(CStaleRows::kRefusal));
+        QVERIFY(stored(id));
+        const utils::RKError removed = operate(later, 3, remove);
+        QVERIFY2(removed.isSuccess(), removed.errorMsg().c_str());
+        QVERIFY(!stored(id));
+    }
+
     void stoppedKilledAndRestartedServer() {
         CRemoteAdmin remote({m_server.address().toStdString()},
                             m_server.certificatePem().toStdString(), std::chrono::seconds(1));

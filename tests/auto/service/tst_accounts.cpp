@@ -25,6 +25,7 @@
 #include "CServiceError.h"
 #include "PostgresCluster.h"
 #include "ServiceTestUtil.h"
+#include "TestDatabases.h"
 
 namespace {
 
@@ -831,16 +832,7 @@ public:
 
 int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
-    int status = 0;
-    {
-        TestAccounts onSqlite;
-        status |= QTest::qExec(&onSqlite, argc, argv);
-    }
-    PostgresCluster postgres;
-    const QString down = postgres.start();
-    TestAccountsPostgres onPostgres(&postgres, down);
-    status |= QTest::qExec(&onPostgres, argc, argv);
-    return status;
+    return TestDatabases::runBoth<TestAccounts, TestAccountsPostgres>(argc, argv);
 }
 
 #include "tst_accounts.moc"

@@ -19,6 +19,7 @@
 #include "CSeedData.h"
 #include "PostgresCluster.h"
 #include "RecordBuilders.h"
+#include "TestDatabases.h"
 #include "rkservice/CGlobalFeaturePermissionInfo.h"
 #include "rkservice/DataTypeIds.h"
 
@@ -469,15 +470,6 @@ public:
 
 int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
-    int status = 0;
-    {
-        TestAudit onSqlite;
-        status |= QTest::qExec(&onSqlite, argc, argv);
-    }
-    PostgresCluster postgres;
-    const QString down = postgres.start();
-    TestAuditPostgres onPostgres(&postgres, down);
-    status |= QTest::qExec(&onPostgres, argc, argv);
-    return status;
+    return TestDatabases::runBoth<TestAudit, TestAuditPostgres>(argc, argv);
 }
 #include "tst_audit.moc"

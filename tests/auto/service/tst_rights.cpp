@@ -258,10 +258,11 @@ private slots:
     void batchesAreRefusedWhole() {
         const int stockId = ownerAdd(stockSource(10000, 2, "192.0.2.35", 1));
         const int goldId = ownerAdd(stockSource(31003, 4, "192.0.2.35", 1));
-        verifyRefused(
-            send(Console, seeded("stock_op"), rkservice::kDataQuoteSources,
-                 rkservice::kOperateDelete, {deleteRecord(stockId), deleteRecord(goldId)}),
-            "没有权限：删除贵金属行情源");
+        // Each record names its row's platform, as the panels send it.
+        verifyRefused(send(Console, seeded("stock_op"), rkservice::kDataQuoteSources,
+                           rkservice::kOperateDelete,
+                           {deleteRecord(stockId), deleteRecord(goldId, 4, 31003)}),
+                      "没有权限：删除贵金属行情源");
         QVERIFY(stored(stockId));
         QVERIFY(stored(goldId));
         const int before = storedCount();
