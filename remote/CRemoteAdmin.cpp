@@ -700,6 +700,10 @@ std::shared_ptr<void> CRemoteAdmin::watchChanges(const ChangeHandler& handler) {
         if (!admit(true, token, &refusal))
             return false;
         const size_t server = (m_current + attempt) % m_endpoints.size();
+        // After a failure, a new channel connects at once instead of waiting out the old one's
+        // reconnect backoff.
+        if (attempt > 0)
+            dropChannel(server);
         channel(server, stub);
         return true;
     };
