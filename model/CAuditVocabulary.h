@@ -15,6 +15,10 @@ public:
     static constexpr const char* kImport = "import";
     static constexpr const char* kPrune = "prune";
     static constexpr const char* kLogin = "login";
+    // Every action, in the order a filter offers them.
+    static constexpr const char* kActions[] = {kAdd,         kModify,     kDelete,    kSave,
+                                               kSetPassword, kSetEnabled, kSetRights, kSet,
+                                               kImport,      kPrune,      kLogin};
 
     // Data types.
     static constexpr const char* kQuoteSource = "quote_source";

@@ -11,6 +11,7 @@
 #include <QTabBar>
 #include <QToolBar>
 
+#include "CAuditDock.h"
 #include "CLiveUpdates.h"
 #include "CPanelCatalogue.h"
 #include "Hlx/COrinClientCenter.h"
@@ -49,6 +50,10 @@ CConsoleWindow::CConsoleWindow(const boost::shared_ptr<Hlx::IQuotesAdmin>& admin
     createMenus();
     createToolBar();
     createStatusBar();
+    // Made now, so that a saved layout restores its place and whether it was shown.
+    m_auditDock = new CAuditDock(m_admin, this);
+    addDockWidget(Qt::BottomDockWidgetArea, m_auditDock);
+    m_auditDock->hide();
 
     if (m_session.isRemote()) {
         takeLoggedInAccount();
@@ -94,6 +99,8 @@ void CConsoleWindow::createMenus() {
         Hlx::COrinClientCenter::instance()->setLoginTypeAuthOverride(branded ? 0 : 1);
         rebuildPanels();
     });
+    view->addAction(QStringLiteral("操作记录"), this, &CConsoleWindow::openAuditTrail)
+        ->setObjectName(QStringLiteral("open_auditTrail"));
     QMenu* window = menuBar()->addMenu(QStringLiteral("窗口(&W)"));
     window->addAction(QStringLiteral("恢复默认布局"), this, [this] {
         closeAllDocks();
@@ -219,6 +226,12 @@ void CConsoleWindow::makeTabsReadable() {
         bar->setElideMode(Qt::ElideNone);
         bar->setUsesScrollButtons(true);
     }
+}
+
+CAuditDock* CConsoleWindow::openAuditTrail() {
+    m_auditDock->show();
+    m_auditDock->raise();
+    return m_auditDock;
 }
 
 Hlx::IorinDockableWidget* CConsoleWindow::panel(const QString& objectName) const {

@@ -10,6 +10,7 @@
 #include "CConsoleSession.h"
 
 class CLiveUpdates;
+class CAuditDock;
 class QComboBox;
 class QDockWidget;
 class QLabel;
@@ -37,6 +38,9 @@ public:
     Hlx::IorinDockableWidget* openPanel(const QString& objectName);
     Hlx::IorinDockableWidget* panel(const QString& objectName) const;
     QStringList openPanels() const;
+    // Shows and raises the read-only audit dock "操作记录" (made with the window, hidden).
+    CAuditDock* openAuditTrail();
+    CAuditDock* auditTrail() const { return m_auditDock; }
 
     void switchUser(const QString& name);
     // On quotesd: log in as another account / end the login and ask for one again.
@@ -95,6 +99,7 @@ private:
     QLabel* m_userLabel = nullptr;
     QLabel* m_systemLabel = nullptr;
     QLabel* m_databaseLabel = nullptr;
+    CAuditDock* m_auditDock = nullptr;
     QString m_userName;
     QString m_systemName;
 };

@@ -5,6 +5,7 @@
 #include <QThreadPool>
 #include <algorithm>
 
+#include "CAuditDock.h"
 #include "CConsoleWindow.h"
 #include "Hlx/IQuotesAdmin.h"
 #include "Hlx/IorinDockableWidget.h"
@@ -65,6 +66,8 @@ void CLiveUpdates::onChange(const Hlx::CChangeEvent& change) {
         return;
     if (!change.own && !change.resync)
         note(change);
+    // Every change has its entry in the trail.
+    schedule(ReadAudit);
     const std::string& type = change.dataType;
     if (change.resync || type == CAuditVocabulary::kDocument) {
         schedule(ReadCaches);
@@ -124,14 +127,17 @@ void CLiveUpdates::flush() {
         m_retry.start();
 }
 
-bool CLiveUpdates::canReload(const QString& objectName, QWidget* panel) const {
-    if (ownsOpenModal(panel))
+bool CLiveUpdates::canReload(const QString& objectName, QWidget* widget) const {
+    if (ownsOpenModal(widget))
         return false;
     const auto last = m_lastReload.constFind(objectName);
     if (last != m_lastReload.constEnd() && !last->hasExpired(kMinReloadMs))
         return false;
-    auto* sources = qobject_cast<Hlx::CQuotesManagePanel*>(panel);
-    return !(sources && sources->isLoading());
+    if (auto* sources = qobject_cast<Hlx::CQuotesManagePanel*>(widget))
+        return !sources->isLoading();
+    if (auto* audit = qobject_cast<CAuditDock*>(widget))
+        return !audit->isLoading();
+    return true;
 }
 
 bool CLiveUpdates::perform(Work work, const QString& name) {
@@ -145,6 +151,8 @@ bool CLiveUpdates::perform(Work work, const QString& name) {
         case ReadCaches:
             reloadCaches();
             return true;
+        case ReadAudit:
+            return readAudit();
         default:
             break;
     }
@@ -161,6 +169,20 @@ bool CLiveUpdates::perform(Work work, const QString& name) {
         sources->reload();
     else if (auto* level2 = qobject_cast<Hlx::CLevel2QuotesManagePanel*>(panel))
         level2->refresh();
+    return true;
+}
+
+bool CLiveUpdates::readAudit() {
+    CAuditDock* dock = m_window->auditTrail();
+    // A hidden dock reads when it is shown.
+    if (!dock || !dock->isVisible())
+        return true;
+    const QString name = dock->objectName();
+    if (!canReload(name, dock))
+        return false;
+    m_lastReload[name].start();
+    emit reloading(name);
+    dock->refresh();
     return true;
 }
 

@@ -43,7 +43,7 @@ signals:
 
 private:
     // What a change asks of the console.
-    enum Work { ReloadSources, ReadSettings, RefreshLevel2, ReadCaches, Rebuild };
+    enum Work { ReloadSources, ReadSettings, RefreshLevel2, ReadCaches, Rebuild, ReadAudit };
 
     void onChange(const Hlx::CChangeEvent& change);
     void schedule(Work work, const QString& panel = QString());
@@ -51,6 +51,7 @@ private:
     // Done, or still to wait.
     bool perform(Work work, const QString& panel);
     bool canReload(const QString& objectName, QWidget* panel) const;
+    bool readAudit();
     void reloadCaches();
     void note(const Hlx::CChangeEvent& change);
 

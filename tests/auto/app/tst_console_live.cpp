@@ -10,6 +10,7 @@
 #include <QStatusBar>
 #include <QtTest>
 
+#include "CAuditDock.h"
 #include "CConsoleWindow.h"
 #include "CLiveUpdates.h"
 #include "CQuotesService.h"
@@ -190,6 +191,18 @@ private slots:
         for (int i = 1; i < starts.size(); ++i)
             QVERIFY2(starts[i] - starts[i - 1] >= CLiveUpdates::kMinReloadMs,
                      qPrintable(QStringLiteral("%1 ms apart").arg(starts[i] - starts[i - 1])));
+    }
+
+    void shownAuditTrailFollows() {
+        CConsoleWindow window(m_embedded->admin(), settingsFile());
+        window.restoreSettings();
+        window.show();
+        CAuditDock* audit = window.openAuditTrail();
+        QVERIFY(audit);
+        QTRY_VERIFY(!audit->isLoading());
+        const int before = audit->table()->rowCount();
+        QVERIFY(addStockSource(9420) > 0);
+        QTRY_COMPARE(audit->table()->rowCount(), before + 1);
     }
 
     void level2PanelFollowsEvenWhenHidden() {

@@ -1,0 +1,207 @@
+#include "CAuditDock.h"
+
+#include <QCheckBox>
+#include <QComboBox>
+#include <QDateTimeEdit>
+#include <QFileDialog>
+#include <QLabel>
+#include <QLineEdit>
+#include <QSaveFile>
+
+#include "CAuditRows.h"
+#include "Hlx/CUserManager.h"
+#include "Hlx/IQuotesAdmin.h"
+#include "Zu/COddEvenRowTable.h"
+#include "Zu/CSmallNormalButton.h"
+#include "Zu/CWidgetList.h"
+#include "model/CAuditVocabulary.h"
+
+namespace {
+
+constexpr int kLayoutId = 1270;
+constexpr int kQueryButton = 1;
+constexpr int kExportButton = 2;
+constexpr int kSecondMs = 1000;
+constexpr int kDaySeconds = 24 * 3600;
+const QString kTimeFormat = QStringLiteral("yyyy-MM-dd HH:mm:ss");
+
+QDateTimeEdit* timeEdit(QWidget* parent, const QString& objectName, const QDateTime& value) {
+    auto* edit = new QDateTimeEdit(value, parent);
+    edit->setObjectName(objectName);
+    edit->setDisplayFormat(kTimeFormat);
+    edit->setCalendarPopup(true);
+    edit->setEnabled(false);
+    return edit;
+}
+
+QCheckBox* timeSwitch(QWidget* parent, const QString& objectName, const QString& text,
+                      QDateTimeEdit* edit) {
+    auto* box = new QCheckBox(text, parent);
+    box->setObjectName(objectName);
+    QObject::connect(box, &QCheckBox::toggled, edit, &QWidget::setEnabled);
+    return box;
+}
+
+// The edits show whole seconds; the time is taken from the start of the second shown.
+long long secondsOf(const QDateTimeEdit* edit) {
+    return edit->dateTime().toSecsSinceEpoch() * kSecondMs;
+}
+
+}  // namespace
+
+CAuditDock::CAuditDock(boost::shared_ptr<Hlx::IQuotesAdmin> admin, QWidget* parent)
+    : QDockWidget(QStringLiteral("操作记录"), parent), m_loader(std::move(admin), this) {
+    setObjectName(QStringLiteral("auditTrail"));
+    auto* outer = new Zu::CWidgetList(this, Qt::Vertical);
+    outer->setMargins(10, 6, 10, 6);
+    outer->setSpacing(6);
+    createFilters(outer);
+    m_message = new QLabel(outer);
+    m_message->setObjectName(QStringLiteral("auditMessage"));
+    m_message->setWordWrap(true);
+    m_message->hide();
+    outer->addWidget(m_message);
+    createTable(outer);
+    setWidget(outer);
+    // Read whenever the operator brings the dock to the front, and again for another user,
+    // whose right decides what may be read.
+    connect(this, &QDockWidget::visibilityChanged, this, [this](bool visible) {
+        if (visible)
+            refresh();
+    });
+    connect(Hlx::CUserManager::instance(), &Hlx::CUserManager::currentUserChanged, this, [this] {
+        if (isVisible())
+            refresh();
+    });
+}
+
+CAuditDock::~CAuditDock() {
+    m_loader.invalidate();
+    // The rows read the entries, which go before the table does.
+    m_table->clear();
+}
+
+void CAuditDock::createFilters(Zu::CWidgetList* outer) {
+    auto* bar = new Zu::CWidgetList(outer, Qt::Horizontal);
+    bar->setMargins(0, 0, 0, 0);
+    bar->setSpacing(8);
+    bar->addWidget(new QLabel(QStringLiteral("账户"), bar));
+    m_account = new QLineEdit(bar);
+    m_account->setObjectName(QStringLiteral("auditAccount"));
+    m_account->setClearButtonEnabled(true);
+    bar->addWidget(m_account);
+    bar->addWidget(new QLabel(QStringLiteral("操作"), bar));
+    m_action = new QComboBox(bar);
+    m_action->setObjectName(QStringLiteral("auditAction"));
+    m_action->addItem(QStringLiteral("全部"), QString());
+    for (const char* action : CAuditVocabulary::kActions)
+        m_action->addItem(QLatin1String(action), QLatin1String(action));
+    bar->addWidget(m_action);
+    createTimeFilters(bar);
+    auto* query = new Zu::CSmallNormalButton(bar, kQueryButton, QStringLiteral("查询"));
+    query->setObjectName(QStringLiteral("auditQuery"));
+    connect(query, &QPushButton::clicked, this, &CAuditDock::refresh);
+    bar->addWidget(query);
+    auto* exportButton = new Zu::CSmallNormalButton(bar, kExportButton, QStringLiteral("导出CSV"));
+    exportButton->setObjectName(QStringLiteral("auditExport"));
+    connect(exportButton, &QPushButton::clicked, this, &CAuditDock::chooseExportFile);
+    bar->addWidget(exportButton);
+    bar->addStretch(1);
+    connect(m_account, &QLineEdit::returnPressed, this, &CAuditDock::refresh);
+    outer->addWidget(bar);
+}
+
+void CAuditDock::createTimeFilters(Zu::CWidgetList* bar) {
+    const QDateTime now = QDateTime::currentDateTime();
+    m_since = timeEdit(bar, QStringLiteral("auditSince"), now.addSecs(-kDaySeconds));
+    m_sinceEnabled =
+        timeSwitch(bar, QStringLiteral("auditSinceEnabled"), QStringLiteral("从"), m_since);
+    m_until = timeEdit(bar, QStringLiteral("auditUntil"), now);
+    m_untilEnabled =
+        timeSwitch(bar, QStringLiteral("auditUntilEnabled"), QStringLiteral("到"), m_until);
+    for (QWidget* widget : {static_cast<QWidget*>(m_sinceEnabled), static_cast<QWidget*>(m_since),
+                            static_cast<QWidget*>(m_untilEnabled), static_cast<QWidget*>(m_until)})
+        bar->addWidget(widget);
+}
+
+void CAuditDock::createTable(Zu::CWidgetList* outer) {
+    m_table = new Zu::COddEvenRowTable(outer, kLayoutId,
+                                       Zu::CBaseNormalTable::MenuCopyCell |
+                                           Zu::CBaseNormalTable::MenuCopyRow |
+                                           Zu::CBaseNormalTable::MenuChooseColumns);
+    m_table->setObjectName(QStringLiteral("auditTable"));
+    m_table->setTableFlags(Zu::CBaseNormalTable::TableShowGrid);
+    m_table->setColumns(CAuditRows::headers());
+    // Rows are computed from the entries when shown: a read brings up to a thousand.
+    m_table->setRowTexts(
+        [this](int row, int column) { return CAuditRows::cell(m_entries.at(row), column); });
+    outer->addWidget(m_table, 1, Zu::CWidgetList::AnchorFill);
+}
+
+Hlx::CAuditFilter CAuditDock::filter() const {
+    Hlx::CAuditFilter filter;
+    filter.account = m_account->text().trimmed().toStdString();
+    filter.action = m_action->currentData().toString().toStdString();
+    if (m_sinceEnabled->isChecked())
+        filter.sinceMs = secondsOf(m_since);
+    // The second shown is included.
+    if (m_untilEnabled->isChecked())
+        filter.untilMs = secondsOf(m_until) + kSecondMs;
+    return filter;
+}
+
+void CAuditDock::refresh() {
+    m_loading = true;
+    m_loader.start(filter(), [this](const utils::RKError& error,
+                                    const std::vector<Hlx::CAuditEntry>& entries) {
+        onEntries(error, entries);
+    });
+}
+
+void CAuditDock::onEntries(const utils::RKError& error,
+                           const std::vector<Hlx::CAuditEntry>& entries) {
+    m_loading = false;
+    if (error.isSuccess()) {
+        showMessage(QString());
+        showEntries(entries);
+        return;
+    }
+    // A refusal empties the table: rows of an earlier read must not pass for the answer.
+    showEntries({});
+    showMessage(QString::fromStdString(error.errorMsg()));
+}
+
+void CAuditDock::showEntries(const std::vector<Hlx::CAuditEntry>& entries) {
+    m_table->clear();
+    m_entries = entries;
+    for (size_t i = 0; i < m_entries.size(); ++i)
+        m_table->appendComputedRow();
+    m_table->flushRows();
+    m_table->adjustColumnWidth();
+}
+
+void CAuditDock::showMessage(const QString& text) {
+    m_message->setText(text);
+    m_message->setVisible(!text.isEmpty());
+}
+
+QString CAuditDock::message() const {
+    return m_message->text();
+}
+
+void CAuditDock::chooseExportFile() {
+    const QString path =
+        QFileDialog::getSaveFileName(this, QStringLiteral("导出CSV"), QStringLiteral("audit.csv"),
+                                     QStringLiteral("CSV (*.csv)"));
+    if (!path.isEmpty())
+        exportCsv(path);
+}
+
+bool CAuditDock::exportCsv(const QString& path) {
+    QSaveFile file(path);
+    const QByteArray bytes = CAuditRows::csv(m_entries);
+    if (file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size() && file.commit())
+        return true;
+    showMessage(QStringLiteral("无法写入文件 %1: %2").arg(path, file.errorString()));
+    return false;
+}

@@ -1,0 +1,65 @@
+#pragma once
+
+#include <QDockWidget>
+#include <boost/shared_ptr.hpp>
+#include <vector>
+
+#include "CAuditLoader.h"
+#include "Hlx/CAuditEntry.h"
+#include "Hlx/CAuditFilter.h"
+
+class QCheckBox;
+class QComboBox;
+class QDateTimeEdit;
+class QLabel;
+class QLineEdit;
+class QPushButton;
+namespace Hlx {
+class IQuotesAdmin;
+}
+namespace Zu {
+class COddEvenRowTable;
+class CWidgetList;
+}  // namespace Zu
+
+// The read-only dock "操作记录": the audit trail, newest first, filtered by account, action and
+// time. Reading needs the administrator right; a refusal is shown in the dock.
+class CAuditDock : public QDockWidget {
+    Q_OBJECT
+public:
+    CAuditDock(boost::shared_ptr<Hlx::IQuotesAdmin> admin, QWidget* parent = nullptr);
+    ~CAuditDock() override;
+
+    // Reads the trail again with the filters shown; an answer of an earlier read is dropped.
+    void refresh();
+    // The filters as the inputs stand.
+    Hlx::CAuditFilter filter() const;
+    // Writes the rows shown to the file; false (and the reason in the dock) when it cannot.
+    bool exportCsv(const QString& path);
+
+    const std::vector<Hlx::CAuditEntry>& entries() const { return m_entries; }
+    Zu::COddEvenRowTable* table() const { return m_table; }
+    QString message() const;
+    bool isLoading() const { return m_loading; }
+
+private:
+    void createFilters(Zu::CWidgetList* outer);
+    void createTimeFilters(Zu::CWidgetList* bar);
+    void createTable(Zu::CWidgetList* outer);
+    void chooseExportFile();
+    void onEntries(const utils::RKError& error, const std::vector<Hlx::CAuditEntry>& entries);
+    void showEntries(const std::vector<Hlx::CAuditEntry>& entries);
+    void showMessage(const QString& text);
+
+    CAuditLoader m_loader;
+    std::vector<Hlx::CAuditEntry> m_entries;
+    bool m_loading = false;
+    QLineEdit* m_account = nullptr;
+    QComboBox* m_action = nullptr;
+    QCheckBox* m_sinceEnabled = nullptr;
+    QDateTimeEdit* m_since = nullptr;
+    QCheckBox* m_untilEnabled = nullptr;
+    QDateTimeEdit* m_until = nullptr;
+    QLabel* m_message = nullptr;
+    Zu::COddEvenRowTable* m_table = nullptr;
+};

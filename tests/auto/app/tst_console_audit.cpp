@@ -1,0 +1,347 @@
+// The console's read-only audit dock: the trail newest first in local time, its filters, the
+// refusal of a caller without the administrator right, the CSV export, and a dock destroyed
+// while its read is still on a worker.
+
+#include <QAction>
+#include <QCheckBox>
+#include <QComboBox>
+#include <QDateTimeEdit>
+#include <QFile>
+#include <QLabel>
+#include <QLineEdit>
+#include <QSettings>
+#include <QTemporaryDir>
+#include <QThreadPool>
+#include <QtTest>
+#include <ctime>
+#include <memory>
+
+#include "CAuditDock.h"
+#include "CAuditRows.h"
+#include "CCaller.h"
+#include "CConsoleWindow.h"
+#include "EmbeddedService.h"
+#include "RecordBuilders.h"
+#include "ScriptedAuditAdmin.h"
+#include "Zu/COddEvenRowTable.h"
+#include "model/CAuditVocabulary.h"
+#include "rkservice/DataTypeIds.h"
+
+namespace {
+
+using Entries = std::vector<Hlx::CAuditEntry>;
+
+// A zone far from UTC without daylight saving, so that a time shown in UTC cannot pass for local.
+constexpr int kZoneOffsetSeconds = 8 * 3600;
+const QString kShownTime = QStringLiteral("yyyy-MM-dd HH:mm:ss.zzz");
+
+Hlx::CAuditEntry scriptedEntry(long long timeMs, const std::string& account, bool local,
+                               const std::string& error) {
+    Hlx::CAuditEntry entry;
+    entry.timeMs = timeMs;
+    entry.account = account;
+    entry.local = local;
+    entry.osUser = local ? "ops" : "";
+    entry.clientAddress = local ? "" : "192.0.2.7";
+    entry.subsystem = "sys1";
+    entry.action = "modify";
+    entry.dataType = "quote_source";
+    entry.ids = "7,8";
+    entry.error = error;
+    return entry;
+}
+
+}  // namespace
+
+class TestConsoleAudit : public QObject {
+    Q_OBJECT
+
+    std::unique_ptr<EmbeddedService> m_embedded;
+    QTemporaryDir m_dir;
+
+    utils::RKError change(int operateType, const rkservice::COrinQuoterSourceInfoPtr& source) {
+        rkservice::COperateDataReq request;
+        request.dataType = rkservice::kDataQuoteSources;
+        request.operateType = operateType;
+        request.datas.push_back(source);
+        return m_embedded->admin()->operate(Hlx::CRequestTarget::subsystem("sys1"), request,
+                                            nullptr);
+    }
+
+    utils::RKError addStock(int port) {
+        return change(rkservice::kOperateAdd,
+                      RecordBuilders::source(0, 10000, 2, "10.0.0.1", port));
+    }
+
+    // The trail as its owner reads it, newest first.
+    Entries stored(Hlx::CAuditFilter filter = Hlx::CAuditFilter()) {
+        Entries entries;
+        filter.limit = 100000;
+        const utils::RKError error = m_embedded->administrator().auditEntries(filter, &entries);
+        if (!error.isSuccess())
+            qWarning("%s", error.errorMsg().c_str());
+        return entries;
+    }
+
+    // Reads with the filters as they stand and waits for the answer.
+    static bool reload(CAuditDock& dock) {
+        dock.refresh();
+        return QTest::qWaitFor([&] { return !dock.isLoading(); }, 10000);
+    }
+
+    static QStringList column(const CAuditDock& dock, int columnId) {
+        QStringList texts;
+        for (int row = 0; row < dock.table()->rowCount(); ++row)
+            texts << dock.table()->itemText(row, columnId);
+        return texts;
+    }
+
+    static QString expectedLocal(long long ms) {
+        return QDateTime::fromMSecsSinceEpoch(ms, Qt::UTC)
+            .addSecs(kZoneOffsetSeconds)
+            .toString(kShownTime);
+    }
+
+    // Adds, adds and deletes the first as admin: three entries, the delete the newest.
+    void makeThreeChanges() {
+        QVERIFY(addStock(9001).isSuccess());
+        QVERIFY(addStock(9002).isSuccess());
+        const Entries entries = stored();
+        QVERIFY(!entries.empty());
+        const int firstId = std::stoi(entries.back().details.at(0).recordId);
+        QVERIFY(change(rkservice::kOperateDelete,
+                       RecordBuilders::source(firstId, 10000, 2, "10.0.0.1", 9001))
+                    .isSuccess());
+    }
+
+private slots:
+    void initTestCase() {
+        qputenv("TZ", "CST-8");
+        ::tzset();
+        const QDateTime probe = QDateTime::fromMSecsSinceEpoch(0);
+        QCOMPARE(probe.offsetFromUtc(), kZoneOffsetSeconds);
+    }
+
+    void init() {
+        m_embedded.reset(new EmbeddedService);
+        QVERIFY2(m_embedded->isOpen(), qPrintable(m_embedded->error()));
+        QVERIFY(m_embedded->loginAs("admin"));
+    }
+
+    void cleanup() {
+        // Reads still on a worker hold the service: let them end before it closes.
+        QThreadPool::globalInstance()->waitForDone();
+        m_embedded.reset();
+    }
+
+    void entriesAppearNewestFirstInLocalTime() {
+        makeThreeChanges();
+        const Entries entries = stored();
+        QCOMPARE(int(entries.size()), 3);
+        CAuditDock dock(m_embedded->admin());
+        QVERIFY(reload(dock));
+        QCOMPARE(dock.table()->rowCount(), 3);
+        QStringList times;
+        for (const Hlx::CAuditEntry& entry : entries)
+            times << expectedLocal(entry.timeMs);
+        QCOMPARE(column(dock, CAuditRows::Time), times);
+        QCOMPARE(column(dock, CAuditRows::Action), QStringList({"delete", "add", "add"}));
+        QVERIFY(entries.front().id > entries.back().id);
+        const QString who = QStringLiteral("admin (本地 %1)")
+                                .arg(QString::fromStdString(CCaller::operatingSystemUser()));
+        QCOMPARE(column(dock, CAuditRows::Account), QStringList({who, who, who}));
+        QCOMPARE(dock.table()->itemText(0, CAuditRows::DataType), QString("quote_source"));
+        QCOMPARE(dock.table()->itemText(0, CAuditRows::Subsystem), QString("sys1"));
+        QCOMPARE(dock.table()->itemText(0, CAuditRows::Ids),
+                 QString::fromStdString(entries.front().ids));
+    }
+
+    void accountFilterNarrowsTheRows() {
+        QVERIFY(addStock(9001).isSuccess());
+        QVERIFY(m_embedded->loginAs("futures_op"));
+        // Refused (no right on stock sources) and recorded under futures_op.
+        QVERIFY(!addStock(9002).isSuccess());
+        QVERIFY(m_embedded->loginAs("admin"));
+        Hlx::CAuditFilter theirs;
+        theirs.account = "futures_op";
+        const Entries expected = stored(theirs);
+        QCOMPARE(int(expected.size()), 1);
+        QVERIFY(stored().size() > expected.size());
+
+        CAuditDock dock(m_embedded->admin());
+        dock.findChild<QLineEdit*>("auditAccount")->setText("futures_op");
+        QVERIFY(reload(dock));
+        QCOMPARE(dock.table()->rowCount(), 1);
+        QVERIFY(dock.table()->itemText(0, CAuditRows::Account).startsWith("futures_op "));
+        QVERIFY(!dock.table()->itemText(0, CAuditRows::Error).isEmpty());
+    }
+
+    void actionFilterNarrowsTheRows() {
+        makeThreeChanges();
+        CAuditDock dock(m_embedded->admin());
+        auto* actions = dock.findChild<QComboBox*>("auditAction");
+        QCOMPARE(actions->itemText(0), QString("全部"));
+        for (const char* action : CAuditVocabulary::kActions)
+            QVERIFY2(actions->findData(QString(action)) > 0, action);
+        actions->setCurrentIndex(actions->findData(QString("delete")));
+        QVERIFY(reload(dock));
+        QCOMPARE(column(dock, CAuditRows::Action), QStringList({"delete"}));
+        actions->setCurrentIndex(actions->findData(QString("add")));
+        QVERIFY(reload(dock));
+        QCOMPARE(column(dock, CAuditRows::Action), QStringList({"add", "add"}));
+        actions->setCurrentIndex(0);
+        QVERIFY(reload(dock));
+        QCOMPARE(dock.table()->rowCount(), 3);
+    }
+
+    void timeFiltersNarrowTheRows() {
+        QVERIFY(addStock(9001).isSuccess());
+        const long long first = stored().front().timeMs;
+        // The edits hold whole seconds: the second change lands in a later one.
+        QVERIFY(QTest::qWaitFor(
+            [&] { return QDateTime::currentMSecsSinceEpoch() / 1000 > first / 1000; }, 3000));
+        QVERIFY(addStock(9002).isSuccess());
+        const long long second = stored().front().timeMs;
+        QVERIFY(second / 1000 > first / 1000);
+
+        CAuditDock dock(m_embedded->admin());
+        auto* since = dock.findChild<QDateTimeEdit*>("auditSince");
+        auto* until = dock.findChild<QDateTimeEdit*>("auditUntil");
+        since->setDateTime(QDateTime::fromMSecsSinceEpoch(second));
+        dock.findChild<QCheckBox*>("auditSinceEnabled")->setChecked(true);
+        QVERIFY(since->isEnabled());
+        QVERIFY(reload(dock));
+        QCOMPARE(column(dock, CAuditRows::Time), QStringList({expectedLocal(second)}));
+
+        dock.findChild<QCheckBox*>("auditSinceEnabled")->setChecked(false);
+        until->setDateTime(QDateTime::fromMSecsSinceEpoch(first));
+        dock.findChild<QCheckBox*>("auditUntilEnabled")->setChecked(true);
+        QVERIFY(reload(dock));
+        // The second shown is included.
+        QCOMPARE(column(dock, CAuditRows::Time), QStringList({expectedLocal(first)}));
+
+        dock.findChild<QCheckBox*>("auditUntilEnabled")->setChecked(false);
+        QVERIFY(reload(dock));
+        QCOMPARE(dock.table()->rowCount(), 2);
+    }
+
+    void callerWithoutTheRightSeesTheRefusal() {
+        QVERIFY(addStock(9001).isSuccess());
+        CAuditDock dock(m_embedded->admin());
+        dock.show();
+        QTRY_COMPARE(dock.table()->rowCount(), 1);
+        QVERIFY(dock.message().isEmpty());
+
+        QVERIFY(m_embedded->loginAs("viewer"));
+        Entries ignored;
+        const utils::RKError refusal =
+            m_embedded->admin()->auditEntries(Hlx::CAuditFilter(), &ignored);
+        QVERIFY(!refusal.isSuccess());
+        const QString expected = QString::fromStdString(refusal.errorMsg());
+        QVERIFY(!expected.isEmpty());
+        // A shown dock reads again for the new user.
+        QTRY_COMPARE(dock.message(), expected);
+        QCOMPARE(dock.table()->rowCount(), 0);
+        QVERIFY(dock.findChild<QLabel*>("auditMessage")->isVisible());
+
+        QVERIFY(m_embedded->loginAs("admin"));
+        QTRY_COMPARE(dock.table()->rowCount(), 1);
+        QVERIFY(dock.message().isEmpty());
+    }
+
+    void csvExportIsExact() {
+        auto admin = boost::make_shared<ScriptedAuditAdmin>();
+        admin->setEntries({scriptedEntry(1718000000123LL, "张三,\"老\"\n王", false, ""),
+                           scriptedEntry(1718000001000LL, "admin", true, "拒绝, 没有权限")});
+        CAuditDock dock(admin);
+        QVERIFY(reload(dock));
+        QCOMPARE(dock.table()->rowCount(), 2);
+        const QString path = m_dir.filePath("audit.csv");
+        QVERIFY(dock.exportCsv(path));
+        QFile file(path);
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        const QByteArray expected =
+            QByteArray("\xEF\xBB\xBF") +
+            QStringLiteral(
+                "时间,账户,客户端地址,分系统,操作,数据类型,编号,错误信息\r\n"
+                "2024-06-10T06:13:20.123Z,\"张三,\"\"老\"\"\n王\",192.0.2.7,sys1,modify,"
+                "quote_source,\"7,8\",\r\n"
+                "2024-06-10T06:13:21.000Z,admin (本地 ops),,sys1,modify,quote_source,\"7,8\","
+                "\"拒绝, 没有权限\"\r\n")
+                .toUtf8();
+        QCOMPARE(file.readAll(), expected);
+    }
+
+    void exportFailureIsShown() {
+        auto admin = boost::make_shared<ScriptedAuditAdmin>();
+        CAuditDock dock(admin);
+        QVERIFY(!dock.exportCsv(m_dir.filePath("missing/dir/audit.csv")));
+        QVERIFY(dock.message().contains("missing/dir/audit.csv"));
+    }
+
+    void dockDestroyedWithAReadInFlightIsSafe() {
+        auto admin = boost::make_shared<ScriptedAuditAdmin>();
+        admin->setEntries({scriptedEntry(1718000000123LL, "admin", false, "")});
+        admin->holdNextRead();
+        auto* dock = new CAuditDock(admin);
+        // The read runs on a worker: refresh returns while the server holds the answer.
+        dock->refresh();
+        QVERIFY(dock->isLoading());
+        QTRY_COMPARE(admin->readsStarted(), 1);
+        delete dock;
+        admin->release();
+        QTRY_COMPARE(admin->readsAnswered(), 1);
+        QThreadPool::globalInstance()->waitForDone();
+        QCoreApplication::sendPostedEvents();
+        QCoreApplication::processEvents();
+    }
+
+    void onlyTheNewestReadIsShown() {
+        auto admin = boost::make_shared<ScriptedAuditAdmin>();
+        admin->setRefusal("older read");
+        admin->holdNextRead();
+        CAuditDock dock(admin);
+        dock.refresh();
+        QTRY_COMPARE(admin->readsStarted(), 1);
+        admin->setEntries({scriptedEntry(1718000000123LL, "admin", false, "")});
+        QVERIFY(reload(dock));
+        QCOMPARE(dock.table()->rowCount(), 1);
+        // The older read answers last, with its refusal: it must not replace the newer rows.
+        admin->release();
+        QTRY_COMPARE(admin->readsAnswered(), 2);
+        QThreadPool::globalInstance()->waitForDone();
+        QCoreApplication::sendPostedEvents();
+        QCoreApplication::processEvents();
+        QCOMPARE(dock.table()->rowCount(), 1);
+        QVERIFY(dock.message().isEmpty());
+        QVERIFY(!dock.isLoading());
+    }
+
+    void opensFromTheMenuAndKeepsItsPlace() {
+        QVERIFY(addStock(9001).isSuccess());
+        const QString settings = m_dir.filePath("console.ini");
+        QFile::remove(settings);
+        {
+            CConsoleWindow window(m_embedded->admin(), settings);
+            window.restoreSettings();
+            window.show();
+            auto* dock = window.findChild<CAuditDock*>("auditTrail");
+            QVERIFY(dock);
+            QVERIFY(!dock->isVisible());
+            QCOMPARE(dock->windowTitle(), QString("操作记录"));
+            window.findChild<QAction*>("open_auditTrail")->trigger();
+            QVERIFY(dock->isVisible());
+            QTRY_COMPARE(dock->table()->rowCount(), 1);
+            window.saveSettings();
+        }
+        CConsoleWindow window(m_embedded->admin(), settings);
+        QVERIFY(window.restoreSettings());
+        window.show();
+        auto* dock = window.findChild<CAuditDock*>("auditTrail");
+        QVERIFY(dock->isVisible());
+        QTRY_COMPARE(dock->table()->rowCount(), 1);
+    }
+};
+
+QTEST_MAIN(TestConsoleAudit)
+#include "tst_console_audit.moc"
