@@ -71,6 +71,14 @@ class TestConsoleLive : public QObject {
         return run.code == 0 ? run.out.trimmed().toInt() : 0;
     }
 
+    // The console on the embedded service, shown with its default panels.
+    std::unique_ptr<CConsoleWindow> openConsole(const QString& user = QString()) {
+        auto window = std::make_unique<CConsoleWindow>(m_embedded->admin(), settingsFile(), user);
+        window->restoreSettings();
+        window->show();
+        return window;
+    }
+
     static CQuotesManagePanel* loadedStocks(CConsoleWindow& window) {
         auto* stocks = qobject_cast<CQuotesManagePanel*>(window.panel("stq"));
         if (stocks && !QTest::qWaitFor([stocks] { return !stocks->isLoading(); }))
@@ -96,9 +104,8 @@ private slots:
     void cleanup() { m_embedded.reset(); }
 
     void changeByAnotherProcessShowsWithoutAClick() {
-        CConsoleWindow window(m_embedded->admin(), settingsFile());
-        window.restoreSettings();
-        window.show();
+        const auto console = openConsole();
+        CConsoleWindow& window = *console;
         CQuotesManagePanel* stocks = loadedStocks(window);
         QVERIFY(stocks);
         QSignalSpy messages(window.statusBar(), &QStatusBar::messageChanged);
@@ -111,9 +118,8 @@ private slots:
     }
 
     void ownChangesAreNotNoted() {
-        CConsoleWindow window(m_embedded->admin(), settingsFile());
-        window.restoreSettings();
-        window.show();
+        const auto console = openConsole();
+        CConsoleWindow& window = *console;
         CQuotesManagePanel* stocks = loadedStocks(window);
         QVERIFY(stocks);
         QSignalSpy messages(window.statusBar(), &QStatusBar::messageChanged);
@@ -133,9 +139,8 @@ private slots:
     void aPendingDeleteQuestionKeepsItsSource() {
         const int asked = addStockSource(9404);
         QVERIFY(asked > 0);
-        CConsoleWindow window(m_embedded->admin(), settingsFile());
-        window.restoreSettings();
-        window.show();
+        const auto console = openConsole();
+        CConsoleWindow& window = *console;
         CQuotesManagePanel* stocks = loadedStocks(window);
         QVERIFY(stocks);
         const int row = rowOf(stocks, asked);
@@ -167,9 +172,8 @@ private slots:
     }
 
     void reloadsAreSpacedAndNeverDuringALoad() {
-        CConsoleWindow window(m_embedded->admin(), settingsFile());
-        window.restoreSettings();
-        window.show();
+        const auto console = openConsole();
+        CConsoleWindow& window = *console;
         CQuotesManagePanel* stocks = loadedStocks(window);
         QVERIFY(stocks);
         QElapsedTimer clock;
@@ -194,9 +198,8 @@ private slots:
     }
 
     void shownAuditTrailFollows() {
-        CConsoleWindow window(m_embedded->admin(), settingsFile());
-        window.restoreSettings();
-        window.show();
+        const auto console = openConsole();
+        CConsoleWindow& window = *console;
         CAuditDock* audit = window.openAuditTrail();
         QVERIFY(audit);
         QTRY_VERIFY(!audit->isLoading());
@@ -206,9 +209,8 @@ private slots:
     }
 
     void level2PanelFollowsEvenWhenHidden() {
-        CConsoleWindow window(m_embedded->admin(), settingsFile());
-        window.restoreSettings();
-        window.show();
+        const auto console = openConsole();
+        CConsoleWindow& window = *console;
         auto* level2 = qobject_cast<CLevel2QuotesManagePanel*>(window.openPanel("level2quote"));
         QVERIFY(level2);
         QTRY_COMPARE(level2->table()->rowCount(), 0);
@@ -219,9 +221,8 @@ private slots:
     }
 
     void rightsOfTheConsoleUserRebuildThePanels() {
-        CConsoleWindow window(m_embedded->admin(), settingsFile(), QStringLiteral("viewer"));
-        window.restoreSettings();
-        window.show();
+        const auto console = openConsole(QStringLiteral("viewer"));
+        CConsoleWindow& window = *console;
         QCOMPARE(window.currentUser(), QStringLiteral("viewer"));
         QPointer<QWidget> before = window.panel("stq");
         QVERIFY(before);

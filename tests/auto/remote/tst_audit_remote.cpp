@@ -10,7 +10,7 @@
 
 #include "CRemoteAdmin.h"
 #include "QuotesctlRun.h"
-#include "QuotesdProcess.h"
+#include "QuotesdLogin.h"
 #include "RecordBuilders.h"
 #include "rkservice/DataTypeIds.h"
 
@@ -38,11 +38,7 @@ class TestAuditRemote : public QObject {
     }
 
     std::unique_ptr<CRemoteAdmin> loggedIn(const std::string& name, const QString& password) {
-        std::unique_ptr<CRemoteAdmin> admin = client();
-        const utils::RKError error = admin->login(name, password.toStdString());
-        if (!error.isSuccess())
-            qWarning("%s", error.errorMsg().c_str());
-        return admin;
+        return loggedInTo(m_server, name, password);
     }
 
     Entries entries(const Hlx::CAuditFilter& filter = Hlx::CAuditFilter()) {
@@ -77,9 +73,8 @@ private slots:
     void initTestCase() {
         QVERIFY(m_files.isValid());
         QString output;
-        QVERIFY2(m_server.init(kAdminPassword, &output), qPrintable(output));
-        QVERIFY(m_server.setPassword(QStringLiteral("viewer"), kViewerPassword));
-        QVERIFY2(m_server.start(), qPrintable(m_server.log()));
+        QVERIFY2(startWithViewer(m_server, kAdminPassword, kViewerPassword, &output),
+                 qPrintable(output + m_server.log()));
     }
 
     void cleanupTestCase() {

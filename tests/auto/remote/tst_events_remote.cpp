@@ -6,7 +6,7 @@
 
 #include "CRemoteAdmin.h"
 #include "ChangeLog.h"
-#include "QuotesdProcess.h"
+#include "QuotesdLogin.h"
 #include "RecordBuilders.h"
 #include "rkservice/DataTypeIds.h"
 
@@ -35,21 +35,14 @@ class TestEventsRemote : public QObject {
     QuotesdProcess m_server;
 
     std::unique_ptr<CRemoteAdmin> loggedIn(const std::string& name, const QString& password) {
-        auto admin = std::make_unique<CRemoteAdmin>(
-            std::vector<std::string>{m_server.address().toStdString()},
-            m_server.certificatePem().toStdString());
-        const utils::RKError error = admin->login(name, password.toStdString());
-        if (!error.isSuccess())
-            qWarning("%s", error.errorMsg().c_str());
-        return admin;
+        return loggedInTo(m_server, name, password);
     }
 
 private slots:
     void initTestCase() {
         QString output;
-        QVERIFY2(m_server.init(kAdminPassword, &output), qPrintable(output));
-        QVERIFY(m_server.setPassword(QStringLiteral("viewer"), kViewerPassword));
-        QVERIFY2(m_server.start(), qPrintable(m_server.log()));
+        QVERIFY2(startWithViewer(m_server, kAdminPassword, kViewerPassword, &output),
+                 qPrintable(output + m_server.log()));
     }
 
     void cleanupTestCase() {

@@ -14,6 +14,7 @@
 #include "PostgresCluster.h"
 #include "QuotesctlRun.h"
 #include "RecordBuilders.h"
+#include "TestDatabases.h"
 #include "rkservice/DataTypeIds.h"
 
 namespace {
@@ -45,13 +46,11 @@ class TestChangeFeed : public QObject {
 
 public:
     explicit TestChangeFeed(PostgresCluster* postgres = nullptr, QString down = QString())
-        : m_postgres(postgres), m_down(std::move(down)) {}
+        : m_postgres(postgres), m_databases(QStringLiteral("feed"), postgres, std::move(down)) {}
 
 private:
     PostgresCluster* m_postgres;
-    QString m_down;
-    int m_databases = 0;
-    QTemporaryDir* m_dir = nullptr;
+    TestDatabases m_databases;
     CServiceOptions m_options;
     // The observer and the changer: two services on one database, as two processes would be.
     boost::shared_ptr<CQuotesService> m_observer;
@@ -67,22 +66,12 @@ private:
 
 private slots:
     void initTestCase() {
-        if (m_postgres && !m_down.isEmpty()) {
-            if (qEnvironmentVariable("CI") == QLatin1String("true"))
-                QFAIL(qPrintable(m_down));
-            QSKIP(qPrintable(m_down));
-        }
+        if (m_databases.unavailable())
+            return;
     }
 
     void init() {
-        m_dir = new QTemporaryDir;
-        m_options = CServiceOptions();
-        m_options.dataDir = m_dir->path();
-        if (m_postgres) {
-            const QString name = QStringLiteral("feed_%1").arg(++m_databases);
-            QVERIFY(m_postgres->createDatabase(name));
-            m_options.dbUrl = m_postgres->url(name);
-        }
+        m_options = m_databases.fresh();
         m_observer = open();
         QVERIFY(m_observer);
         m_changer = open();
@@ -92,8 +81,7 @@ private slots:
     void cleanup() {
         m_observer.reset();
         m_changer.reset();
-        delete m_dir;
-        m_dir = nullptr;
+        m_databases.release();
     }
 
     void changeThroughAnotherServiceIsAnnounced() {
@@ -185,7 +173,7 @@ private slots:
         ChangeLog log;
         const auto handle = m_observer->changes().subscribe(log.handler());
         const QuotesctlRun added = QuotesctlRun::start(
-            program, {"--data", m_dir->path(), "sources", "add", "--platform", "10000",
+            program, {"--data", m_options.dataDir, "sources", "add", "--platform", "10000",
                       "--trade-type", "2", "--address", "10.0.0.2", "--port", "9300"});
         QCOMPARE(added.code, 0);
         QTRY_COMPARE(log.size(), 1);
@@ -224,15 +212,6 @@ public:
 
 int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
-    int status = 0;
-    {
-        TestChangeFeed onSqlite;
-        status |= QTest::qExec(&onSqlite, argc, argv);
-    }
-    PostgresCluster postgres;
-    const QString down = postgres.start();
-    TestChangeFeedPostgres onPostgres(&postgres, down);
-    status |= QTest::qExec(&onPostgres, argc, argv);
-    return status;
+    return TestDatabases::runBoth<TestChangeFeed, TestChangeFeedPostgres>(argc, argv);
 }
 #include "tst_changefeed.moc"
