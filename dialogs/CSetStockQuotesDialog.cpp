@@ -251,6 +251,13 @@ bool CSetStockQuotesDialog::checkField(int fieldId, bool strict) {
             passed = !text.isEmpty() && (!strict || matches(passwordPattern(), text));
             target = m_pPasswordEdit;
             tip = QStringLiteral("请输入字母或者数字 ");
+            // The edit counts characters, the service bytes: a Chinese password can fill the
+            // edit and still not fit.
+            const int maxBytes = CFieldLimits::of(CFieldLimit::Password).maxBytes;
+            if (passed && text.toUtf8().size() > maxBytes) {
+                passed = false;
+                tip = QStringLiteral("密码不能超过%1字节").arg(maxBytes);
+            }
             break;
         }
         default:

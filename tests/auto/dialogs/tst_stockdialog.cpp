@@ -562,6 +562,16 @@ private slots:
         QVERIFY(widest.toUtf8().size() <= CFieldLimits::of(CFieldLimit::UserName).maxBytes);
     }
 
+    // A Chinese password the edit holds but the service could not store is refused here, with
+    // the limit named, instead of by the service after the dialog closed.
+    void passwordFitsTheServiceInBytes() {
+        const int maxBytes = CFieldLimits::of(CFieldLimit::Password).maxBytes;
+        const QString fits(maxBytes / 3, QChar(0x5BC6));
+        const QString tooLong(maxBytes / 3 + 1, QChar(0x5BC6));
+        verifyFieldCheck(4, fits, true, QString());
+        verifyFieldCheck(4, tooLong, false, QStringLiteral("密码不能超过%1字节").arg(maxBytes));
+    }
+
     void passwordCheck() {
         QFETCH(QString, password);
         QFETCH(bool, passesSubmit);
