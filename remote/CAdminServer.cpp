@@ -288,9 +288,15 @@ grpc::Status CAdminServer::ImportDocument(grpc::ServerContext* context,
                                       reply->mutable_error());
             return grpc::Status::OK;
         }
+        Hlx::CImportOptions options;
+        options.dryRun = request->dry_run();
+        Hlx::CImportReport report;
         QString error;
-        const bool done = m_service->importDocument(caller, document.object(), &error);
+        const bool done =
+            m_service->importDocument(caller, document.object(), options, &report, &error);
         CRecordCodec::encodeError(outcome(done, error), reply->mutable_error());
+        if (done)
+            CRecordCodec::encodeImportReport(report, reply);
         return grpc::Status::OK;
     });
 }

@@ -605,3 +605,25 @@ Hlx::CChangeEvent CRecordCodec::decodeChange(const quotes::v1::Event& in) {
     change.own = in.own();
     return change;
 }
+
+void CRecordCodec::encodeImportReport(const Hlx::CImportReport& report,
+                                      quotes::v1::ImportReply* out) {
+    for (const Hlx::CSectionChange& change : report.sections) {
+        quotes::v1::SectionChange* section = out->add_sections();
+        section->set_section(change.section);
+        section->set_before(change.before);
+        section->set_after(change.after);
+        section->set_added(change.added);
+        section->set_removed(change.removed);
+    }
+    out->set_backup_file(report.backupFile);
+}
+
+Hlx::CImportReport CRecordCodec::decodeImportReport(const quotes::v1::ImportReply& in) {
+    Hlx::CImportReport report;
+    for (const quotes::v1::SectionChange& section : in.sections())
+        report.sections.push_back({section.section(), section.before(), section.after(),
+                                   section.added(), section.removed()});
+    report.backupFile = in.backup_file();
+    return report;
+}

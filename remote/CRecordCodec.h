@@ -8,6 +8,7 @@
 #include "Hlx/CChangeEvent.h"
 #include "Hlx/CRequestTarget.h"
 #include "Hlx/IDataServiceBackend.h"
+#include "Hlx/IQuotesAdmin.h"
 #include "bson/BSONObj.h"
 #include "quotes.pb.h"
 #include "rkservice/COperateDataReq.h"
@@ -83,6 +84,9 @@ public:
                                             Hlx::CAuditFilter* out);
     static void encodeAuditEntries(const std::vector<Hlx::CAuditEntry>& entries, AuditEntries* out);
     static std::vector<Hlx::CAuditEntry> decodeAuditEntries(const AuditEntries& in);
+
+    static void encodeImportReport(const Hlx::CImportReport& report, quotes::v1::ImportReply* out);
+    static Hlx::CImportReport decodeImportReport(const quotes::v1::ImportReply& in);
 
     // A change as the server streams it; own when the receiver's session made it.
     static void encodeChange(const Hlx::CChangeEvent& change, const std::string& receiverSession,

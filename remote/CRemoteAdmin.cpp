@@ -450,6 +450,16 @@ RKError CRemoteAdmin::exportDocument(QJsonObject* document) {
 }
 
 RKError CRemoteAdmin::importDocument(const QJsonObject& document) {
+    Hlx::CImportReport report;
+    return importDocument(document, Hlx::CImportOptions(), &report);
+}
+
+RKError CRemoteAdmin::importDocument(const QJsonObject& document,
+                                     const Hlx::CImportOptions& options,
+                                     Hlx::CImportReport* report) {
+    // The server keeps its own backups; a path of the client's means nothing there.
+    if (!options.backupFile.empty())
+        return RKError::fail("指定备份文件只能直接打开数据库时使用；服务器自己保留备份");
     const QByteArray json = QJsonDocument(document).toJson(QJsonDocument::Compact);
     // Refused here rather than by the server, with the reason the operator can act on.
     if (json.size() > CRecordCodec::kMaxMessageBytes - kEnvelopeBytes)
@@ -457,11 +467,20 @@ RKError CRemoteAdmin::importDocument(const QJsonObject& document) {
                              " MiB），服务器最多接受 16 MiB");
     v1::ImportRequest request;
     request.set_document(json.toStdString());
+    request.set_dry_run(options.dryRun);
     v1::ImportReply reply;
-    const RKError error = change([&](Stub* stub, grpc::ClientContext* context) {
+    // A dry run changes nothing: it may be asked again on another server.
+    const Rpc rpc = [&](Stub* stub, grpc::ClientContext* context) {
+        reply.Clear();
         return stub->ImportDocument(context, request, &reply);
-    });
-    return error.isSuccess() ? CRecordCodec::decodeError(reply.error()) : error;
+    };
+    const RKError error = options.dryRun ? read(rpc, true) : change(rpc);
+    if (!error.isSuccess())
+        return error;
+    const RKError outcome = CRecordCodec::decodeError(reply.error());
+    if (outcome.isSuccess() && report)
+        *report = CRecordCodec::decodeImportReport(reply);
+    return outcome;
 }
 
 RKError CRemoteAdmin::status(Hlx::CServiceStatus* status) {

@@ -83,6 +83,10 @@ public:
     utils::RKError setLoginTypeAuth(int loginType, bool granted) override;
     utils::RKError exportDocument(QJsonObject* document) override;
     utils::RKError importDocument(const QJsonObject& document) override;
+    // A dry run, or a real import whose backup the server writes and names; a backup file of
+    // the client's choosing is refused.
+    utils::RKError importDocument(const QJsonObject& document, const Hlx::CImportOptions& options,
+                                  Hlx::CImportReport* report) override;
     utils::RKError checkIntegrity() override;
     utils::RKError status(Hlx::CServiceStatus* status) override;
     utils::RKError auditEntries(const Hlx::CAuditFilter& filter,

@@ -156,6 +156,40 @@ private slots:
         QCOMPARE(prune.value("account").toString(), QStringLiteral("admin"));
         QCOMPARE(prune.value("client_address").toString(), QStringLiteral("127.0.0.1"));
     }
+
+    // An import through the server: a dry run counts and changes nothing; a real one is recorded
+    // and the server names the backup it wrote in its own data directory; a backup path of the
+    // client's is refused.
+    void importThroughTheServer() {
+        int code = -1;
+        const QByteArray exported = quotesctl({"export"}, &code);
+        QCOMPARE(code, 0);
+        QFile document(m_files.filePath(QStringLiteral("document.json")));
+        QVERIFY(document.open(QIODevice::WriteOnly));
+        document.write(exported);
+        document.close();
+        const int entriesBefore = int(entries().size());
+
+        const QString dryRun =
+            QString::fromUtf8(quotesctl({"import", "--dry-run", document.fileName()}, &code));
+        QCOMPARE(code, 0);
+        QVERIFY2(dryRun.contains(QStringLiteral("sources ")), qPrintable(dryRun));
+        QVERIFY(!dryRun.contains(QStringLiteral("backup ")));
+        QCOMPARE(int(entries().size()), entriesBefore);
+
+        quotesctl({"import", "--backup", m_files.filePath("mine.json"), document.fileName()},
+                  &code);
+        QCOMPARE(code, 1);
+        QVERIFY(!QFile::exists(m_files.filePath("mine.json")));
+
+        const QString imported =
+            QString::fromUtf8(quotesctl({"import", document.fileName()}, &code));
+        QCOMPARE(code, 0);
+        const QString backup =
+            imported.section(QLatin1Char('\n'), 0, 0).section(QLatin1Char(' '), 1).trimmed();
+        QVERIFY2(backup.startsWith(m_server.dataDir()), qPrintable(imported));
+        QCOMPARE(entries().front().action, std::string("import"));
+    }
 };
 
 QTEST_GUILESS_MAIN(TestAuditRemote)
