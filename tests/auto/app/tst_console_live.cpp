@@ -21,6 +21,7 @@
 #include "Zu/COddEvenRowTable.h"
 #include "panels/CLevel2QuotesManagePanel.h"
 #include "panels/CQuotesManagePanel.h"
+#include "rkservice/CGlobalFeaturePermissionInfo.h"
 #include "rkservice/DataTypeIds.h"
 
 using namespace Hlx;
@@ -206,6 +207,28 @@ private slots:
         const int before = audit->table()->rowCount();
         QVERIFY(addStockSource(9420) > 0);
         QTRY_COMPARE(audit->table()->rowCount(), before + 1);
+    }
+
+    // Whole-quote settings are read again by the all-types panel alone (its onActive()).
+    void wholeQuoteSettingsAreReadByTheAllTypesPanel() {
+        const auto console = openConsole();
+        CConsoleWindow& window = *console;
+        QVERIFY(loadedStocks(window));
+        QSignalSpy reloads(window.liveUpdates(), &CLiveUpdates::reloading);
+        auto permission = boost::make_shared<rkservice::CGlobalFeaturePermissionInfo>();
+        permission->m_wholeQuote = boost::make_shared<rkservice::CWholeQuotedivision>();
+        permission->m_wholeQuote->setEnabled("SH", true);
+        rkservice::COperateDataReq request;
+        request.dataType = rkservice::kDataGlobalPermission;
+        request.operateType = rkservice::kOperateSaveWholeQuote;
+        request.datas = {permission};
+        QVERIFY(m_embedded->administrator()
+                    .operate(CRequestTarget::subsystem("sys1"), request, nullptr)
+                    .isSuccess());
+        QTRY_VERIFY(!reloads.isEmpty() && reloads.last().at(0).toString() == "allq");
+        QTRY_VERIFY(!window.liveUpdates()->isPending());
+        for (const QList<QVariant>& reload : reloads)
+            QVERIFY2(reload.at(0).toString() == "allq", qPrintable(reload.at(0).toString()));
     }
 
     void level2PanelFollowsEvenWhenHidden() {
