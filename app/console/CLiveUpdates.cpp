@@ -103,17 +103,21 @@ void CLiveUpdates::schedule(Work work, const QString& panel) {
 }
 
 void CLiveUpdates::flush() {
-    // A rebuild builds every panel anew: what waits for a panel is then done too.
+    // A rebuild builds every panel anew: what waits for a panel is then done too; what is not
+    // bound to a panel (caches, the audit dock) still waits.
     const auto rebuild = qMakePair(int(Rebuild), QString());
     if (m_pending.contains(rebuild)) {
         if (!perform(Rebuild, QString())) {
             m_retry.start();
             return;
         }
-        const bool caches = m_pending.contains(qMakePair(int(ReadCaches), QString()));
-        m_pending.clear();
-        if (caches)
-            perform(ReadCaches, QString());
+        for (auto it = m_pending.begin(); it != m_pending.end();) {
+            if (it->second.isEmpty())
+                ++it;
+            else
+                it = m_pending.erase(it);
+        }
+        m_pending.remove(rebuild);
     }
     // A reload may run a nested event loop (a failure's box); its work is taken out first.
     const QSet<QPair<int, QString>> due = m_pending;
