@@ -1,6 +1,7 @@
 #include <QApplication>
 #include <QCheckBox>
 #include <QJsonArray>
+#include <QJsonDocument>
 #include <QJsonObject>
 #include <QSignalSpy>
 #include <QtTest>
@@ -215,6 +216,56 @@ private slots:
         QCOMPARE(panel.table()->rowCount(), 0);
     }
 
+    // Each action of the panel is one request, recorded as one entry of the audit trail with a
+    // detail row per source it touched, and none holds a password.
+    void panelActionsEachMakeOneAuditEntry() {
+        CStockQuotesManagePanel panel(nullptr);
+        panel.switchSystem(0, "sys1");
+        waitUntilIdle();
+        const std::size_t before = auditEntries().size();
+        for (const char* address : {"10.2.0.1", "10.2.0.2"}) {
+            const QString text = QString::fromLatin1(address);
+            submitStockDialog(&panel, [text](CSetStockQuotesDialog* dialog) {
+                dialog->addressEdit()->setText(text);
+                dialog->portEdit()->setText("9000");
+                dialog->userEdit()->setText("u");
+                dialog->passwordEdit()->setText("secretpw77");
+            });
+            waitUntilIdle();
+        }
+        QTRY_COMPARE(panel.table()->rowCount(), 2);
+        panel.table()->selectRow(1);
+        ModalDriver::onNext([](QWidget* modal) {
+            auto* dialog = qobject_cast<CSetStockQuotesDialog*>(modal);
+            QVERIFY(dialog);
+            dialog->portEdit()->setText("9100");
+            dialog->handleEvent(5, 0, 0, QString(), nullptr);
+        });
+        panel.deliverEvent(228, 0, 5, "1", nullptr);
+        QTRY_COMPARE(panel.table()->itemText(1, Panel::kColPort), QString("9100"));
+        panel.table()->selectRow(0);
+        ModalDriver::answerNextBox(QMessageBox::Ok);
+        panel.deliverEvent(228, 0, 6, "0", nullptr);
+        QTRY_COMPARE(panel.table()->rowCount(), 1);
+        waitUntilIdle();
+
+        const std::vector<Hlx::CAuditEntry> entries = auditEntries();
+        QCOMPARE(entries.size(), before + 4);
+        const std::vector<std::string> actions{entries[0].action, entries[1].action,
+                                               entries[2].action, entries[3].action};
+        QCOMPARE(actions, (std::vector<std::string>{"delete", "modify", "add", "add"}));
+        for (std::size_t i = 0; i < 4; ++i) {
+            QCOMPARE(entries[i].dataType, std::string("quote_source"));
+            QCOMPARE(entries[i].account, std::string("admin"));
+            QCOMPARE(int(entries[i].details.size()), 1);
+            for (const auto& detail : entries[i].details) {
+                const QString fields = QString::fromUtf8(
+                    QJsonDocument(QJsonArray{detail.before, detail.after}).toJson());
+                QVERIFY2(!fields.contains(QStringLiteral("secretpw77")), qPrintable(fields));
+            }
+        }
+    }
+
     // A row shown before an import may name another source now: its delete is refused, the
     // panel says so and reloads, and the reloaded row deletes.
     void staleDeleteAfterAnImportReloads() {
@@ -351,6 +402,16 @@ private:
                  .isSuccess())
             return -1;
         return int(datas.size());
+    }
+
+    std::vector<Hlx::CAuditEntry> auditEntries() {
+        Hlx::CAuditFilter filter;
+        filter.limit = 1000;
+        std::vector<Hlx::CAuditEntry> entries;
+        const utils::RKError error = m_service->administrator().auditEntries(filter, &entries);
+        if (!error.isSuccess())
+            qWarning("%s", error.errorMsg().c_str());
+        return entries;
     }
 
     static void waitUntilIdle() {
