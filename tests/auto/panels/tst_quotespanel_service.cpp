@@ -174,28 +174,11 @@ private slots:
         CStockQuotesManagePanel panel(nullptr);
         panel.switchSystem(0, "sys1");
         waitUntilIdle();
-        for (const char* address : {"10.1.0.1", "10.1.0.2", "10.1.0.3"}) {
-            const QString text = QString::fromLatin1(address);
-            submitStockDialog(&panel, [text](CSetStockQuotesDialog* dialog) {
-                dialog->addressEdit()->setText(text);
-                dialog->portEdit()->setText("9000");
-                dialog->userEdit()->setText("u");
-                dialog->passwordEdit()->setText("p");
-            });
-            waitUntilIdle();
-        }
+        addStockSources(&panel, {"10.1.0.1", "10.1.0.2", "10.1.0.3"}, "p");
         QTRY_COMPARE(panel.table()->rowCount(), 3);
 
         // Edit the second source's port.
-        panel.table()->selectRow(1);
-        ModalDriver::onNext([](QWidget* modal) {
-            auto* dialog = qobject_cast<CSetStockQuotesDialog*>(modal);
-            QVERIFY(dialog);
-            QCOMPARE(dialog->addressEdit()->text(), QString("10.1.0.2"));
-            dialog->portEdit()->setText("9100");
-            dialog->handleEvent(5, 0, 0, QString(), nullptr);
-        });
-        panel.deliverEvent(228, 0, 5, "1", nullptr);
+        editPort(&panel, 1, "10.1.0.2", "9100");
         QTRY_COMPARE(panel.table()->itemText(1, Panel::kColPort), QString("9100"));
 
         // Delete the first.
@@ -223,25 +206,9 @@ private slots:
         panel.switchSystem(0, "sys1");
         waitUntilIdle();
         const std::size_t before = auditEntries().size();
-        for (const char* address : {"10.2.0.1", "10.2.0.2"}) {
-            const QString text = QString::fromLatin1(address);
-            submitStockDialog(&panel, [text](CSetStockQuotesDialog* dialog) {
-                dialog->addressEdit()->setText(text);
-                dialog->portEdit()->setText("9000");
-                dialog->userEdit()->setText("u");
-                dialog->passwordEdit()->setText("secretpw77");
-            });
-            waitUntilIdle();
-        }
+        addStockSources(&panel, {"10.2.0.1", "10.2.0.2"}, "secretpw77");
         QTRY_COMPARE(panel.table()->rowCount(), 2);
-        panel.table()->selectRow(1);
-        ModalDriver::onNext([](QWidget* modal) {
-            auto* dialog = qobject_cast<CSetStockQuotesDialog*>(modal);
-            QVERIFY(dialog);
-            dialog->portEdit()->setText("9100");
-            dialog->handleEvent(5, 0, 0, QString(), nullptr);
-        });
-        panel.deliverEvent(228, 0, 5, "1", nullptr);
+        editPort(&panel, 1, "10.2.0.2", "9100");
         QTRY_COMPARE(panel.table()->itemText(1, Panel::kColPort), QString("9100"));
         panel.table()->selectRow(0);
         ModalDriver::answerNextBox(QMessageBox::Ok);
@@ -423,6 +390,32 @@ private:
 
     QString lastMessage() const {
         return m_messages->isEmpty() ? QString() : m_messages->last().at(4).toString();
+    }
+
+    // Adds one stock source per address through the panel's dialog.
+    void addStockSources(Panel* panel, const QStringList& addresses, const QString& password) {
+        for (const QString& address : addresses) {
+            submitStockDialog(panel, [address, password](CSetStockQuotesDialog* dialog) {
+                dialog->addressEdit()->setText(address);
+                dialog->portEdit()->setText("9000");
+                dialog->userEdit()->setText("u");
+                dialog->passwordEdit()->setText(password);
+            });
+            waitUntilIdle();
+        }
+    }
+
+    // Edits the port of the row's source through the panel's dialog, which shows its address.
+    static void editPort(Panel* panel, int row, const QString& address, const QString& port) {
+        panel->table()->selectRow(row);
+        ModalDriver::onNext([address, port](QWidget* modal) {
+            auto* dialog = qobject_cast<CSetStockQuotesDialog*>(modal);
+            QVERIFY(dialog);
+            QCOMPARE(dialog->addressEdit()->text(), address);
+            dialog->portEdit()->setText(port);
+            dialog->handleEvent(5, 0, 0, QString(), nullptr);
+        });
+        panel->deliverEvent(228, 0, 5, QString::number(row), nullptr);
     }
 
     void submitStockDialog(Panel* panel, std::function<void(CSetStockQuotesDialog*)> fill) {
