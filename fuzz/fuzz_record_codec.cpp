@@ -20,6 +20,15 @@ void decodeRequest(const uint8_t* data, size_t size,
     decode(message, &target, &request);
 }
 
+void decodePatch(const uint8_t* data, size_t size) {
+    quotes::v1::ModifySourceRequest message;
+    if (!message.ParseFromArray(data, int(size)))
+        return;
+    int id = 0;
+    Hlx::CSourcePatch patch;
+    CRecordCodec::decodeSourcePatch(message, &id, &patch);
+}
+
 void decodeReply(const uint8_t* data, size_t size) {
     quotes::v1::LoginReply message;
     if (!message.ParseFromArray(data, int(size)))
@@ -35,12 +44,15 @@ void decodeReply(const uint8_t* data, size_t size) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size == 0)
         return 0;
-    switch (data[0] % 3) {
+    switch (data[0] % 4) {
         case 0:
             decodeRequest(data + 1, size - 1, &CRecordCodec::decodeOperate);
             break;
         case 1:
             decodeRequest(data + 1, size - 1, &CRecordCodec::decodeQuery);
+            break;
+        case 3:
+            decodePatch(data + 1, size - 1);
             break;
         default:
             decodeReply(data + 1, size - 1);

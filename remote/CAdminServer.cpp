@@ -241,6 +241,22 @@ grpc::Status CAdminServer::Operate(grpc::ServerContext* context,
     });
 }
 
+grpc::Status CAdminServer::ModifySource(grpc::ServerContext* context,
+                                        const quotes::v1::ModifySourceRequest* request,
+                                        quotes::v1::AdminReply* reply) {
+    return asAccount(context, [&](const CCaller& caller) {
+        int id = 0;
+        Hlx::CSourcePatch patch;
+        const utils::RKError decoded = CRecordCodec::decodeSourcePatch(*request, &id, &patch);
+        if (!decoded.isSuccess())
+            return invalid(decoded);
+        QString error;
+        const bool done = m_service->modifySource(caller, id, patch, &error);
+        CRecordCodec::encodeError(outcome(done, error), reply->mutable_error());
+        return grpc::Status::OK;
+    });
+}
+
 grpc::Status CAdminServer::Subsystems(grpc::ServerContext* context,
                                       const quotes::v1::SubsystemsRequest*,
                                       quotes::v1::SubsystemsReply* reply) {

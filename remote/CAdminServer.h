@@ -37,6 +37,9 @@ public:
                        grpc::ServerWriter<quotes::v1::QueryChunk>* writer) override;
     grpc::Status Operate(grpc::ServerContext* context, const quotes::v1::OperateRequest* request,
                          quotes::v1::OperateReply* reply) override;
+    grpc::Status ModifySource(grpc::ServerContext* context,
+                              const quotes::v1::ModifySourceRequest* request,
+                              quotes::v1::AdminReply* reply) override;
     grpc::Status Subsystems(grpc::ServerContext* context,
                             const quotes::v1::SubsystemsRequest* request,
                             quotes::v1::SubsystemsReply* reply) override;

@@ -380,6 +380,62 @@ RKError CRecordCodec::decodeOperate(const quotes::v1::OperateRequest& in,
     return RKError::ok();
 }
 
+// ---- a source patch
+
+RKError CRecordCodec::encodeSourcePatch(int id, const Hlx::CSourcePatch& patch,
+                                        quotes::v1::ModifySourceRequest* out) {
+    out->Clear();
+    out->set_id(id);
+    quotes::v1::SourcePatch* p = out->mutable_patch();
+    Checks c;
+    if (patch.platformId)
+        p->set_platform_id(*patch.platformId);
+    if (patch.brokerId)
+        p->set_broker_id(*patch.brokerId);
+    if (patch.serverGroupId)
+        p->set_server_group_id(*patch.serverGroupId);
+    if (patch.address)
+        p->set_address(c.text(*patch.address, "source_patch.address"));
+    if (patch.port)
+        p->set_port(*patch.port);
+    if (patch.userName)
+        p->set_user_name(c.text(*patch.userName, "source_patch.user_name"));
+    if (patch.password)
+        p->set_password(c.text(*patch.password, "source_patch.password"));
+    if (patch.tradeType)
+        p->set_trade_type(*patch.tradeType);
+    if (patch.markets)
+        p->set_markets(c.text(*patch.markets, "source_patch.markets"));
+    return c.error();
+}
+
+RKError CRecordCodec::decodeSourcePatch(const quotes::v1::ModifySourceRequest& in, int* id,
+                                        Hlx::CSourcePatch* out) {
+    Checks c;
+    *id = c.narrow(in.id(), "modify_source.id");
+    const quotes::v1::SourcePatch& p = in.patch();
+    *out = Hlx::CSourcePatch();
+    if (p.has_platform_id())
+        out->platformId = c.narrow(p.platform_id(), "source_patch.platform_id");
+    if (p.has_broker_id())
+        out->brokerId = c.narrow(p.broker_id(), "source_patch.broker_id");
+    if (p.has_server_group_id())
+        out->serverGroupId = c.narrow(p.server_group_id(), "source_patch.server_group_id");
+    if (p.has_address())
+        out->address = p.address();
+    if (p.has_port())
+        out->port = c.narrow(p.port(), "source_patch.port");
+    if (p.has_user_name())
+        out->userName = p.user_name();
+    if (p.has_password())
+        out->password = p.password();
+    if (p.has_trade_type())
+        out->tradeType = c.narrow(p.trade_type(), "source_patch.trade_type");
+    if (p.has_markets())
+        out->markets = p.markets();
+    return c.error();
+}
+
 // ---- answers
 
 void CRecordCodec::encodeError(const utils::RKError& error, quotes::v1::Error* out) {

@@ -7,6 +7,7 @@
 #include "Hlx/CAuditFilter.h"
 #include "Hlx/CChangeEvent.h"
 #include "Hlx/CRequestTarget.h"
+#include "Hlx/CSourcePatch.h"
 #include "Hlx/IDataServiceBackend.h"
 #include "Hlx/IQuotesAdmin.h"
 #include "bson/BSONObj.h"
@@ -59,6 +60,12 @@ public:
     static utils::RKError decodeOperate(const quotes::v1::OperateRequest& in,
                                         Hlx::CRequestTarget* target,
                                         rkservice::COperateDataReq* out);
+
+    // A patch of one source: the fields it names, and no others.
+    static utils::RKError encodeSourcePatch(int id, const Hlx::CSourcePatch& patch,
+                                            quotes::v1::ModifySourceRequest* out);
+    static utils::RKError decodeSourcePatch(const quotes::v1::ModifySourceRequest& in, int* id,
+                                            Hlx::CSourcePatch* out);
 
     // An error always gets through: a message that is not UTF-8 is sent with its bad bytes
     // replaced.

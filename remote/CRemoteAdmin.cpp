@@ -366,6 +366,17 @@ RKError CRemoteAdmin::operate(const Hlx::CRequestTarget& target,
     return error;
 }
 
+RKError CRemoteAdmin::modifySource(int id, const Hlx::CSourcePatch& patch) {
+    v1::ModifySourceRequest request;
+    RKError error = CRecordCodec::encodeSourcePatch(id, patch, &request);
+    if (error.isSuccess())
+        error = administer([&](Stub* stub, grpc::ClientContext* context, v1::AdminReply* reply) {
+            return stub->ModifySource(context, request, reply);
+        });
+    wipe(request.mutable_patch()->mutable_password());
+    return error;
+}
+
 std::vector<Hlx::SubsystemInfo> CRemoteAdmin::subsystems() const {
     std::lock_guard<std::mutex> lock(m_sessionMutex);
     return m_subsystems;

@@ -76,6 +76,8 @@ public:
     utils::RKError operate(const Hlx::CRequestTarget& target,
                            const rkservice::COperateDataReq& request,
                            bson::BSONObj* result) override;
+    // Sent once as a patch that the server applies in one transaction.
+    utils::RKError modifySource(int id, const Hlx::CSourcePatch& patch) override;
     std::vector<Hlx::SubsystemInfo> subsystems() const override;
     bool hasClientLoginTypeAuth(int loginType) const override;
     utils::RKError users(std::vector<rkservice::CUserInfoPtr>* users) override;

@@ -78,7 +78,7 @@ utils::RKError CEmbeddedAdmin::importDocument(const QJsonObject& document,
     return outcome(m_service->importDocument(m_caller(), document, options, report, &error), error);
 }
 
-utils::RKError CEmbeddedAdmin::modifySource(int id, const SourcePatch& patch) {
+utils::RKError CEmbeddedAdmin::modifySource(int id, const Hlx::CSourcePatch& patch) {
     QString error;
     return outcome(m_service->modifySource(m_caller(), id, patch, &error), error);
 }

@@ -33,7 +33,7 @@ public:
     utils::RKError setLoginTypeAuth(int loginType, bool granted) override;
     utils::RKError exportDocument(QJsonObject* document) override;
     utils::RKError importDocument(const QJsonObject& document) override;
-    utils::RKError modifySource(int id, const SourcePatch& patch) override;
+    utils::RKError modifySource(int id, const Hlx::CSourcePatch& patch) override;
     utils::RKError importDocument(const QJsonObject& document, const Hlx::CImportOptions& options,
                                   Hlx::CImportReport* report) override;
     utils::RKError checkIntegrity() override;

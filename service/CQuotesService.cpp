@@ -587,17 +587,19 @@ void CQuotesService::auditSources(
     m_audit->write(db, caller, entry);
 }
 
-bool CQuotesService::modifySource(const CCaller& caller, int id,
-                                  const Hlx::IQuotesAdmin::SourcePatch& patch, QString* error) {
+bool CQuotesService::modifySource(const CCaller& caller, int id, const Hlx::CSourcePatch& patch,
+                                  QString* error) {
     rkservice::COperateDataReq request;
     request.dataType = rkservice::kDataQuoteSources;
     request.operateType = rkservice::kOperateModify;
     try {
+        if (patch.isEmpty())
+            throw CServiceError("没有要修改的字段");
         const CQuoteSourceStore store(*m_database);
         m_database->transact(true, [&](QSqlDatabase& db) {
             const rkservice::COrinQuoterSourceInfoPtr source = store.find(db, id);
             const rkservice::COrinQuoterSourceInfo before = *source;
-            patch(source.get());
+            patch.applyTo(source.get());
             source->m_nId = id;
             request.datas = {source};
             const std::vector<rkservice::COrinQuoterSourceInfoPtr> sources = {source};

@@ -52,9 +52,10 @@ public:
                                const rkservice::COperateDataReq& request,
                                bson::BSONObj* result = nullptr);
 
-    // Changes some fields of one source: reads it, lets patch change it and writes it back in
-    // one transaction, with the rights and checks of a modify.
-    bool modifySource(const CCaller& caller, int id, const Hlx::IQuotesAdmin::SourcePatch& patch,
+    // Changes the fields the patch names of one source: reads it, applies the patch and writes
+    // it back in one transaction, with the rights and checks of a modify. A patch that names no
+    // field is refused.
+    bool modifySource(const CCaller& caller, int id, const Hlx::CSourcePatch& patch,
                       QString* error = nullptr);
 
     // "SQLite /path/quotes.db" or "PostgreSQL db@host:port".

@@ -86,7 +86,9 @@ QString CQuotesCtl::helpText() {
                "              [--user NAME] [--password-file FILE|-] [--markets LIST] [--broker "
                "N]\n"
                "              [--server-group N]\n"
-               "      Change the given fields of source ID; the others keep their values.\n"
+               "      Change the given fields of source ID; the others keep their values. The\n"
+               "      service reads and changes the source in one transaction (also through\n"
+               "      --server), so a field someone else changed meanwhile is kept.\n"
                "      --password-file: the password is the first line of FILE, or of standard\n"
                "      input for -; --password TEXT still works but warns (other local users\n"
                "      can read the command line).\n"
@@ -413,6 +415,8 @@ int CQuotesCtl::parse(const QStringList& arguments) {
         return usage(QStringLiteral("import into PostgreSQL needs --backup FILE"));
     if (handler == &CQuotesCtl::sourcesModify && m_positional.size() != 1)
         return usage(QStringLiteral("sources modify needs one ID"));
+    if (handler == &CQuotesCtl::sourcesModify && !namesASourceField())
+        return usage(QStringLiteral("sources modify needs at least one field to change"));
     if (handler == &CQuotesCtl::sourcesDelete && m_positional.isEmpty())
         return usage(QStringLiteral("sources delete needs at least one ID"));
     if (handler == &CQuotesCtl::audit) {
@@ -693,39 +697,53 @@ int CQuotesCtl::sourcesAdd() {
     return kOk;
 }
 
+bool CQuotesCtl::namesASourceField() const {
+    for (const char* name : {"platform", "trade-type", "address", "port", "user", "password",
+                             "password-file", "markets", "broker", "server-group"}) {
+        if (m_options.count(QLatin1String(name)))
+            return true;
+    }
+    return false;
+}
+
 int CQuotesCtl::sourcesModify() {
     const int id = m_positional.front().toInt(nullptr, 10);
-    const std::map<QString, QString> options = m_options;
-    const bool newPassword =
-        options.count(QStringLiteral("password")) || options.count(QStringLiteral("password-file"));
-    std::string password;
-    if (newPassword && !sourcePassword(&password))
-        return refused(
-            QStringLiteral("无法读取密码文件: %1").arg(m_options[QStringLiteral("password-file")]));
-    // Applied to the stored source inside the service's transaction.
-    auto patch = [&options, &password, newPassword](rkservice::COrinQuoterSourceInfo* source) {
-        auto number = [&options](const char* name, int* field) {
-            const auto it = options.find(QLatin1String(name));
-            if (it != options.end())
-                *field = it->second.toInt(nullptr, 10);
-        };
-        auto text = [&options](const char* name, std::string* field) {
-            const auto it = options.find(QLatin1String(name));
-            if (it != options.end())
-                *field = it->second.toStdString();
-        };
-        number("platform", &source->m_nPlatformId);
-        number("trade-type", &source->m_nTradeType);
-        number("port", &source->m_nPort);
-        number("broker", &source->m_nBrokerId);
-        number("server-group", &source->m_nServerGroupId);
-        text("address", &source->m_strAddress);
-        text("user", &source->m_strUserName);
-        if (newPassword)
-            source->m_strPassword = password;
-        text("markets", &source->m_strMarkets);
+    Hlx::CSourcePatch patch;
+    const auto number = [this](const char* name, std::optional<int>* field) {
+        int value = 0;
+        if (intOption(QLatin1String(name), &value))
+            *field = value;
     };
-    const utils::RKError error = m_admin->modifySource(id, patch);
+    const auto text = [this](const char* name, std::optional<std::string>* field) {
+        const auto it = m_options.find(QLatin1String(name));
+        if (it != m_options.end())
+            *field = it->second.toStdString();
+    };
+    number("platform", &patch.platformId);
+    number("trade-type", &patch.tradeType);
+    number("port", &patch.port);
+    number("broker", &patch.brokerId);
+    number("server-group", &patch.serverGroupId);
+    text("address", &patch.address);
+    text("user", &patch.userName);
+    text("markets", &patch.markets);
+    if (m_options.count(QStringLiteral("password")) ||
+        m_options.count(QStringLiteral("password-file"))) {
+        std::string password;
+        if (!sourcePassword(&password))
+            return refused(QStringLiteral("无法读取密码文件: %1")
+                               .arg(m_options[QStringLiteral("password-file")]));
+        patch.password = std::move(password);
+    }
+    // The id is the operator's own, like a delete's: the read tells a server that this login's
+    // view is current. The patch itself is applied to the stored source in the service's
+    // transaction, so a field changed meanwhile by someone else is kept.
+    std::map<int, int> platforms;
+    utils::RKError error = storedPlatforms(&platforms);
+    if (error.isSuccess())
+        error = m_admin->modifySource(id, patch);
+    if (patch.password)
+        std::fill(patch.password->begin(), patch.password->end(), '\0');
     if (!error.isSuccess())
         return refused(QString::fromStdString(error.errorMsg()));
     return kOk;

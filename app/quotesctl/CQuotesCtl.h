@@ -46,6 +46,8 @@ private:
     // Checks the options of an add before the database is opened.
     bool checkAdd();
     int sourcesAdd();
+    // Whether the options name a field of a source (what a modify changes).
+    bool namesASourceField() const;
     int sourcesModify();
     int sourcesDelete();
     // Every stored source's platform by id; the error when the query fails.

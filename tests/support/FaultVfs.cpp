@@ -21,6 +21,7 @@ struct State {
     std::map<std::string, QByteArray> durable;
     std::map<std::string, int> opens;
     std::atomic<bool> failLog{false};
+    std::atomic<int> busyWriteLocks{0};
     sqlite3_vfs* real = nullptr;
     sqlite3_vfs vfs;
     sqlite3_io_methods methods;
@@ -102,7 +103,12 @@ int shimShmMap(sqlite3_file* f, int page, int size, int extend, void volatile** 
     return real(f)->pMethods->xShmMap(real(f), page, size, extend, out);
 }
 int shimShmLock(sqlite3_file* f, int offset, int n, int flags) {
-    return real(f)->pMethods->xShmLock(real(f), offset, n, flags);
+    const int rc = real(f)->pMethods->xShmLock(real(f), offset, n, flags);
+    // Slot 0 of the shared-memory locks is the write-ahead log's writer lock.
+    const int exclusive = SQLITE_SHM_LOCK | SQLITE_SHM_EXCLUSIVE;
+    if (rc == SQLITE_BUSY && offset == 0 && (flags & exclusive) == exclusive)
+        ++state().busyWriteLocks;
+    return rc;
 }
 void shimShmBarrier(sqlite3_file* f) {
     real(f)->pMethods->xShmBarrier(real(f));
@@ -232,6 +238,10 @@ void FaultVfs::install() {
 
 void FaultVfs::failLogWrites(bool fail) {
     state().failLog = fail;
+}
+
+int FaultVfs::busyWriteLocks() {
+    return state().busyWriteLocks;
 }
 
 int FaultVfs::opened(const QString& part) {

@@ -101,6 +101,10 @@ utils::RKError ScriptedAuditAdmin::checkIntegrity() {
     return unsupported();
 }
 
+utils::RKError ScriptedAuditAdmin::modifySource(int, const Hlx::CSourcePatch&) {
+    return unsupported();
+}
+
 utils::RKError ScriptedAuditAdmin::accounts(std::vector<Hlx::CAdminAccount>*) {
     return unsupported();
 }

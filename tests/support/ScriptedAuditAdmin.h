@@ -42,6 +42,7 @@ public:
     utils::RKError exportDocument(QJsonObject* document) override;
     utils::RKError importDocument(const QJsonObject& document) override;
     utils::RKError checkIntegrity() override;
+    utils::RKError modifySource(int id, const Hlx::CSourcePatch& patch) override;
     utils::RKError accounts(std::vector<Hlx::CAdminAccount>* accounts) override;
     utils::RKError setPassword(const std::string& name, const std::string& password) override;
     utils::RKError setAccountEnabled(const std::string& name, bool enabled) override;

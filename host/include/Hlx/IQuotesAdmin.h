@@ -10,6 +10,7 @@
 #include "Hlx/CAuditEntry.h"
 #include "Hlx/CAuditFilter.h"
 #include "Hlx/CChangeEvent.h"
+#include "Hlx/CSourcePatch.h"
 #include "Hlx/IDataServiceBackend.h"
 #include "bson/BSONObj.h"
 #include "rkservice/COrinQuoterSourceInfo.h"
@@ -83,11 +84,10 @@ public:
     virtual utils::RKError importDocument(const QJsonObject& document,
                                           const CImportOptions& options, CImportReport* report);
     virtual utils::RKError checkIntegrity() = 0;
-    // Changes some fields of one source: patch receives the stored record and changes it. Where
-    // the database is in this process, the read and the write are one transaction, so a change
-    // made meanwhile by someone else is never overwritten.
-    using SourcePatch = std::function<void(rkservice::COrinQuoterSourceInfo*)>;
-    virtual utils::RKError modifySource(int id, const SourcePatch& patch);
+    // Changes the fields the patch names of one stored source, leaving the others: the read and
+    // the write are one transaction of the service, so a change made meanwhile by someone else is
+    // never overwritten.
+    virtual utils::RKError modifySource(int id, const CSourcePatch& patch) = 0;
     // Accounts (the administrator right).
     virtual utils::RKError accounts(std::vector<CAdminAccount>* accounts) = 0;
     virtual utils::RKError setPassword(const std::string& name, const std::string& password) = 0;

@@ -9,7 +9,7 @@
 #include <QtTest>
 
 #include "CRemoteAdmin.h"
-#include "QuotesctlRun.h"
+#include "QuotesctlOnServer.h"
 #include "QuotesdLogin.h"
 #include "RecordBuilders.h"
 #include "rkservice/DataTypeIds.h"
@@ -51,20 +51,8 @@ class TestAuditRemote : public QObject {
     }
 
     QByteArray quotesctl(const QStringList& arguments, int* code) {
-        QFile password(m_files.filePath(QStringLiteral("password")));
-        password.open(QIODevice::WriteOnly);
-        password.write(kAdminPassword.toUtf8() + "\n");
-        password.close();
-        QFile ca(m_files.filePath(QStringLiteral("ca.pem")));
-        ca.open(QIODevice::WriteOnly);
-        ca.write(m_server.certificatePem());
-        ca.close();
-        const QuotesctlRun run = QuotesctlRun::start(
-            qEnvironmentVariable("QUOTES_BINARY_DIR") + QStringLiteral("/bin/quotesctl"),
-            QStringList{QStringLiteral("--server"), m_server.address(), QStringLiteral("--ca"),
-                        ca.fileName(), QStringLiteral("--login"), QStringLiteral("admin"),
-                        QStringLiteral("--login-password-file"), password.fileName()} +
-                arguments);
+        const QuotesctlRun run =
+            QuotesctlOnServer(m_server, QStringLiteral("admin"), kAdminPassword).run(arguments);
         *code = run.code;
         return run.out;
     }

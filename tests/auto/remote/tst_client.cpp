@@ -303,6 +303,31 @@ private slots:
         QCOMPARE(m_first->calls("Operate"), 2);
     }
 
+    // A modify of some fields is one call that carries just those fields: nothing is read first
+    // and written back whole, where a change made in between would be lost.
+    void modifySourceSendsOnlyThePatch() {
+        auto admin = loggedIn({m_first->address()});
+        const int queries = m_first->calls("Query");
+        Hlx::CSourcePatch patch;
+        patch.port = 9001;
+        patch.password = "新-1";
+        QVERIFY(admin->modifySource(5, patch).isSuccess());
+        QCOMPARE(m_first->calls("ModifySource"), 1);
+        QCOMPARE(m_first->calls("Query"), queries);
+        QCOMPARE(m_first->calls("Operate"), 0);
+        const quotes::v1::ModifySourceRequest sent = m_first->lastModify();
+        QCOMPARE(sent.id(), int64_t(5));
+        QVERIFY(sent.patch().has_port() && sent.patch().port() == 9001);
+        QCOMPARE(sent.patch().password(), std::string("新-1"));
+        QVERIFY(!sent.patch().has_user_name() && !sent.patch().has_address() &&
+                !sent.patch().has_markets() && !sent.patch().has_platform_id() &&
+                !sent.patch().has_trade_type() && !sent.patch().has_broker_id() &&
+                !sent.patch().has_server_group_id());
+        // The server's refusal is the answer.
+        m_first->setOperateAnswer(utils::RKError::fail("没有权限：修改证券行情源"));
+        QCOMPARE(text(admin->modifySource(5, patch)), QByteArray("没有权限：修改证券行情源"));
+    }
+
     void stalledServerAnswersOnceWithinTheDeadline() {
         // Through the client centre, as the console calls it.
         boost::shared_ptr<Hlx::IQuotesAdmin> admin(
@@ -459,8 +484,12 @@ private slots:
         QVERIFY(
             startsWith(admin->setAccountEnabled("viewer", true), CRemoteAdmin::kOutcomeUnknown));
         QVERIFY(startsWith(admin->setRights("viewer", {1, 2}, 2), CRemoteAdmin::kOutcomeUnknown));
-        for (const char* method :
-             {"Operate", "ImportDocument", "SetPassword", "SetAccountEnabled", "SetRights"})
+        Hlx::CSourcePatch patch;
+        patch.port = 9001;
+        QVERIFY(startsWith(admin->modifySource(5, patch), CRemoteAdmin::kOutcomeUnknown));
+        QCOMPARE(m_first->calls("ModifySource"), 1);
+        for (const char* method : {"Operate", "ImportDocument", "SetPassword", "SetAccountEnabled",
+                                   "SetRights", "ModifySource"})
             QVERIFY2(m_second->calls(method) == 0, method);
         QCOMPARE(m_second->totalCalls(), 0);
     }

@@ -512,6 +512,82 @@ private slots:
         QVERIFY(!CRecordCodec::encodeResult(result, &resultMessage).isSuccess());
     }
 
+    // A patch crosses with exactly the fields it names: every one of them set, then each one
+    // alone, so a field dropped or taken for another shows.
+    void sourcePatchRoundTripsWithExactlyItsFields() {
+        Hlx::CSourcePatch every;
+        every.platformId = 20000;
+        every.tradeType = 3;
+        every.brokerId = 1001;
+        every.serverGroupId = 2;
+        every.address = "198.51.100.7";
+        every.port = 9100;
+        every.userName = "用户";
+        every.password = "密码-1";
+        every.markets = "SH,SZ";
+        const auto roundTrip = [](const Hlx::CSourcePatch& patch, Hlx::CSourcePatch* out) {
+            quotes::v1::ModifySourceRequest message;
+            int id = 0;
+            return CRecordCodec::encodeSourcePatch(77, patch, &message).isSuccess() &&
+                   CRecordCodec::decodeSourcePatch(overTheWire(message), &id, out).isSuccess() &&
+                   id == 77;
+        };
+        const auto same = [](const Hlx::CSourcePatch& a, const Hlx::CSourcePatch& b) {
+            return a.platformId == b.platformId && a.tradeType == b.tradeType &&
+                   a.brokerId == b.brokerId && a.serverGroupId == b.serverGroupId &&
+                   a.address == b.address && a.port == b.port && a.userName == b.userName &&
+                   a.password == b.password && a.markets == b.markets;
+        };
+        Hlx::CSourcePatch decoded;
+        QVERIFY(roundTrip(every, &decoded));
+        QVERIFY(same(decoded, every));
+        QVERIFY(roundTrip(Hlx::CSourcePatch(), &decoded));
+        QVERIFY(decoded.isEmpty());
+
+        const std::vector<std::function<void(Hlx::CSourcePatch*)>> fields = {
+            [&](Hlx::CSourcePatch* p) { p->platformId = every.platformId; },
+            [&](Hlx::CSourcePatch* p) { p->tradeType = every.tradeType; },
+            [&](Hlx::CSourcePatch* p) { p->brokerId = every.brokerId; },
+            [&](Hlx::CSourcePatch* p) { p->serverGroupId = every.serverGroupId; },
+            [&](Hlx::CSourcePatch* p) { p->address = every.address; },
+            [&](Hlx::CSourcePatch* p) { p->port = every.port; },
+            [&](Hlx::CSourcePatch* p) { p->userName = every.userName; },
+            [&](Hlx::CSourcePatch* p) { p->password = every.password; },
+            [&](Hlx::CSourcePatch* p) { p->markets = every.markets; },
+        };
+        for (size_t i = 0; i < fields.size(); ++i) {
+            Hlx::CSourcePatch one;
+            fields[i](&one);
+            QVERIFY(roundTrip(one, &decoded));
+            QVERIFY2(same(decoded, one), qPrintable(QString::number(i)));
+        }
+        // Empty values are values: a patch may clear a text or set a number to 0.
+        Hlx::CSourcePatch clearing;
+        clearing.markets = std::string();
+        clearing.port = 0;
+        QVERIFY(roundTrip(clearing, &decoded));
+        QVERIFY(same(decoded, clearing));
+    }
+
+    void sourcePatchNumbersBeyondIntAndBadTextAreRefused() {
+        quotes::v1::ModifySourceRequest message;
+        message.set_id(1);
+        message.mutable_patch()->set_server_group_id(int64_t(INT_MAX) + 1);
+        int id = 0;
+        Hlx::CSourcePatch decoded;
+        const utils::RKError error = CRecordCodec::decodeSourcePatch(message, &id, &decoded);
+        QVERIFY(!error.isSuccess());
+        QVERIFY2(error.errorMsg().find("source_patch.server_group_id") != std::string::npos,
+                 error.errorMsg().c_str());
+        message.Clear();
+        message.set_id(int64_t(INT_MIN) - 1);
+        QVERIFY(!CRecordCodec::decodeSourcePatch(message, &id, &decoded).isSuccess());
+
+        Hlx::CSourcePatch bad;
+        bad.userName = "bad\xc3\x28";
+        QVERIFY(!CRecordCodec::encodeSourcePatch(1, bad, &message).isSuccess());
+    }
+
     void recordClassWithoutMessageIsRefused() {
         struct Unknown : IData {
             IDataPtr clone() const override { return IDataPtr(); }

@@ -19,6 +19,7 @@
 #include "CRecordCodec.h"
 #include "CRemoteAdmin.h"
 #include "CTlsIdentity.h"
+#include "QuotesctlOnServer.h"
 #include "QuotesdProcess.h"
 #include "RoleExpectations.h"
 #include "model/CStaleRows.h"
@@ -553,33 +554,59 @@ private slots:
         QCOMPARE(server.stop(), 0);
     }
 
+    // A patch is applied by the server to the stored source with the rights of a modify: the
+    // fields it names change, the others (the password among them) stay; a number out of range
+    // is refused before the service sees it.
+    void modifySourceAppliesAPatch() {
+        removeEverySource();
+        auto source = addressSource(10000, 2, "192.0.2.90", 9000);
+        source->m_strUserName = "before";
+        source->m_strPassword = "secret-1";
+        const int id = ownerAdd(source);
+        QVERIFY(id > 0);
+        const auto modify = [&](const std::string& token, const v1::SourcePatch& patch,
+                                v1::AdminReply* reply) {
+            v1::ModifySourceRequest request;
+            request.set_id(id);
+            *request.mutable_patch() = patch;
+            return m_stub->ModifySource(context(token).get(), request, reply);
+        };
+        v1::SourcePatch patch;
+        patch.set_user_name("after");
+        patch.set_port(9001);
+        v1::AdminReply reply;
+        QCOMPARE(modify(std::string(), patch, &reply).error_code(),
+                 grpc::StatusCode::UNAUTHENTICATED);
+        QVERIFY(modify(token("viewer"), patch, &reply).ok());
+        QVERIFY(!reply.error().success());
+        QCOMPARE(QString::fromStdString(reply.error().message()),
+                 QStringLiteral("没有权限：修改证券行情源"));
+        QCOMPARE(stored(id)->m_strUserName, std::string("before"));
+
+        QVERIFY(modify(token("admin"), patch, &reply).ok());
+        QVERIFY2(reply.error().success(), reply.error().message().c_str());
+        const auto changed = stored(id);
+        QCOMPARE(changed->m_strUserName, std::string("after"));
+        QCOMPARE(changed->m_nPort, 9001);
+        QCOMPARE(changed->m_strAddress, std::string("192.0.2.90"));
+        QCOMPARE(changed->m_strPassword, std::string("secret-1"));
+
+        v1::SourcePatch tooLarge;
+        tooLarge.set_port(int64_t(1) << 40);
+        QCOMPARE(modify(token("admin"), tooLarge, &reply).error_code(),
+                 grpc::StatusCode::INVALID_ARGUMENT);
+        QCOMPARE(stored(id)->m_nPort, 9001);
+    }
+
     // quotesctl runs every command through the server with the account's rights.
     void quotesctlThroughTheServer() {
         removeEverySource();
-        QTemporaryDir dir;
-        const QString ca = dir.filePath(QStringLiteral("ca.pem"));
-        const QString password = dir.filePath(QStringLiteral("password"));
-        QFile caFile(ca);
-        QVERIFY(caFile.open(QIODevice::WriteOnly));
-        caFile.write(m_server.certificatePem());
-        caFile.close();
         const auto ctl = [&](const QString& login, const QString& secret,
                              const QStringList& command, QByteArray* out = nullptr) {
-            QFile file(password);
-            file.open(QIODevice::WriteOnly | QIODevice::Truncate);
-            file.write(secret.toUtf8() + '\n');
-            file.close();
-            QProcess process;
-            process.start(
-                qEnvironmentVariable("QUOTES_BINARY_DIR") + QStringLiteral("/bin/quotesctl"),
-                QStringList{QStringLiteral("--server"), m_server.address(), QStringLiteral("--ca"),
-                            ca, QStringLiteral("--login"), login,
-                            QStringLiteral("--login-password-file"), password} +
-                    command);
-            process.waitForFinished(60000);
+            const QuotesctlRun run = QuotesctlOnServer(m_server, login, secret).run(command);
             if (out)
-                *out = process.readAllStandardOutput() + process.readAllStandardError();
-            return process.exitCode();
+                *out = run.out + run.err;
+            return run.code;
         };
         QByteArray out;
         QCOMPARE(ctl("stock_op", rolePassword("stock_op"),
@@ -593,6 +620,15 @@ private slots:
             ctl("viewer", rolePassword("viewer"), {"sources", "delete", QString::number(id)}, &out),
             1);
         QVERIFY2(QString::fromUtf8(out).contains("没有权限：删除证券行情源"), out.constData());
+        QCOMPARE(ctl("viewer", rolePassword("viewer"),
+                     {"sources", "modify", QString::number(id), "--port", "9001"}, &out),
+                 1);
+        QVERIFY2(QString::fromUtf8(out).contains("没有权限：修改证券行情源"), out.constData());
+        QCOMPARE(ctl("stock_op", rolePassword("stock_op"),
+                     {"sources", "modify", QString::number(id), "--port", "9001"}, &out),
+                 0);
+        QCOMPARE(stored(id)->m_nPort, 9001);
+        QCOMPARE(stored(id)->m_strAddress, std::string("192.0.2.60"));
         QCOMPARE(ctl("viewer", rolePassword("viewer"), {"sources", "list", "--json"}, &out), 0);
         QCOMPARE(QJsonDocument::fromJson(out).array().size(), 1);
         QCOMPARE(ctl("admin", kAdminPassword, {"ping"}, &out), 0);

@@ -1,12 +1,19 @@
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QSqlQuery>
 #include <QtTest>
 #include <boost/make_shared.hpp>
 #include <future>
 
+#include "CQuotesService.h"
 #include "CRemoteAdmin.h"
 #include "ChangeLog.h"
+#include "HeldTransaction.h"
 #include "Hlx/CAdminBackend.h"
 #include "Hlx/COrinClientCenter.h"
 #include "PostgresCluster.h"
+#include "QuotesctlOnServer.h"
 #include "QuotesdProcess.h"
 #include "RecordBuilders.h"
 #include "rkservice/DataTypeIds.h"
@@ -109,6 +116,81 @@ private slots:
             },
             20000);
         QVERIFY2(gone, listed.errorMsg().c_str());
+    }
+
+    // quotesctl's modify through a server is one transaction there: it waits for a change of
+    // another field that a console is writing and keeps it. (Read first and written back, the
+    // source would get its old user name again.)
+    void quotesctlModifyKeepsAConcurrentChange() {
+        QTemporaryDir data;
+        CServiceOptions options;
+        options.dbUrl = m_database.url(QStringLiteral("quotes"));
+        options.dataDir = data.path();
+        options.secretsKeyFile = m_first.secretsKeyFile();
+        options.createMissing = false;
+        QString error;
+        const auto console = CQuotesService::open(options, &error);
+        QVERIFY2(console, qPrintable(error));
+        rkservice::COperateDataReq add;
+        add.dataType = rkservice::kDataQuoteSources;
+        add.operateType = rkservice::kOperateAdd;
+        add.datas.push_back(RecordBuilders::source(0, 10000, 2, "192.0.2.81", 9000));
+        bson::BSONObj result;
+        QVERIFY(console
+                    ->operateSync(CCaller::owner(), Hlx::CRequestTarget::subsystem("sys1"), add,
+                                  &result)
+                    .isSuccess());
+        const int id = QString::fromStdString(result.getStringField("ids")).toInt();
+        const auto waitingLocks = [&] {
+            int count = 0;
+            console->database().transact(false, [&](QSqlDatabase& db) {
+                QSqlQuery query(db);
+                // A wait for a row that another transaction changes (the login and the read
+                // quotesctl makes before its change wait for no row).
+                if (query.exec(QStringLiteral("SELECT count(*) FROM pg_locks WHERE NOT granted "
+                                              "AND locktype = 'transactionid'")) &&
+                    query.next())
+                    count = query.value(0).toInt();
+            });
+            return count;
+        };
+
+        const QuotesctlOnServer quotesctl(m_first, QStringLiteral("admin"), kAdminPassword);
+        {
+            HeldTransaction change(
+                console->database(),
+                [&](QSqlDatabase& db) {
+                    console->database().exec(
+                        db, QStringLiteral("UPDATE kx_orin_quoter_source SET user_name = 'console' "
+                                           "WHERE id = %1")
+                                .arg(id));
+                },
+                HeldTransaction::Queue::Alone);
+            QVERIFY(change.isHolding());
+            QProcess modify;
+            modify.start(QuotesctlOnServer::program(),
+                         quotesctl.arguments({QStringLiteral("sources"), QStringLiteral("modify"),
+                                              QString::number(id), QStringLiteral("--port"),
+                                              QStringLiteral("9001")}));
+            QTRY_VERIFY_WITH_TIMEOUT(waitingLocks() > 0, 20000);
+            QVERIFY(change.release());
+            QVERIFY(modify.waitForFinished(60000));
+            QCOMPARE(modify.exitCode(), 0);
+        }
+        const QuotesctlRun listed = quotesctl.run({"sources", "list", "--json"});
+        QCOMPARE(listed.code, 0);
+        bool found = false;
+        for (const QJsonValue& value : QJsonDocument::fromJson(listed.out).array()) {
+            const QJsonObject source = value.toObject();
+            if (source.value(QStringLiteral("id")).toInt() != id)
+                continue;
+            found = true;
+            QCOMPARE(source.value(QStringLiteral("port")).toInt(), 9001);
+            QCOMPARE(source.value(QStringLiteral("userName")).toString(),
+                     QStringLiteral("console"));
+        }
+        QVERIFY2(found, listed.out.constData());
+        QCOMPARE(quotesctl.run({"sources", "delete", QString::number(id)}).code, 0);
     }
 
     void aLoginHoldsOnEveryServerAndTheOtherServesWhenOneDies() {

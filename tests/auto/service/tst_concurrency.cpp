@@ -6,7 +6,9 @@
 #include <atomic>
 #include <map>
 #include <mutex>
+#include <thread>
 
+#include "FaultVfs.h"
 #include "ServiceTestUtil.h"
 
 using namespace svctest;
@@ -15,10 +17,65 @@ class TestConcurrency : public QObject {
     Q_OBJECT
 
 private slots:
-    // quotesctl's modify reads and writes in one transaction: the console's change of another
-    // field, tried while the patch runs, is either held off until the patch has committed or
-    // kept; never overwritten by the patch.
+    void initTestCase() { FaultVfs::install(); }
+
+    // quotesctl's modify reads and writes in one transaction: the patch waits for a console's
+    // change of another field that is being written, then applies itself to the row as that
+    // change left it; a patch that read first would write the old user name back.
     void patchKeepsAConcurrentChange() {
+        QTemporaryDir dir;
+        CServiceOptions options;
+        options.dataDir = dir.path();
+        options.busyTimeoutMs = 30000;
+        QString error;
+        auto service = CQuotesService::open(options, &error);
+        QVERIFY2(service, qPrintable(error));
+        auto admin = CEmbeddedAdmin::asOwner(service);
+        rkservice::COperateDataReq add;
+        add.dataType = rkservice::kDataQuoteSources;
+        add.operateType = rkservice::kOperateAdd;
+        add.datas.push_back(stockSource(10000, 2, "10.0.0.1", 1, "before"));
+        QVERIFY(admin->operate(Hlx::CRequestTarget::centre(), add, nullptr).isSuccess());
+
+        // The console: another connection, in the middle of writing its change.
+        {
+            QSqlDatabase console =
+                QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), QStringLiteral("console"));
+            console.setDatabaseName(service->databaseFile());
+            QVERIFY(console.open());
+            QSqlQuery change(console);
+            QVERIFY(change.exec(QStringLiteral("BEGIN IMMEDIATE")));
+            QVERIFY(change.exec(QStringLiteral(
+                "UPDATE kx_orin_quoter_source SET user_name = 'console' WHERE id = 1")));
+
+            const int waitingBefore = FaultVfs::busyWriteLocks();
+            Hlx::CSourcePatch patch;
+            patch.port = 2;
+            utils::RKError patched = utils::RKError::fail("not run");
+            std::thread quotesctl([&] { patched = admin->modifySource(1, patch); });
+            QTRY_VERIFY(FaultVfs::busyWriteLocks() > waitingBefore);
+            QVERIFY(change.exec(QStringLiteral("COMMIT")));
+            quotesctl.join();
+            QVERIFY2(patched.isSuccess(), patched.errorMsg().c_str());
+            change.finish();
+            console.close();
+        }
+        QSqlDatabase::removeDatabase(QStringLiteral("console"));
+
+        std::vector<rkservice::IDataPtr> datas;
+        rkservice::COrinQueryDataReq query;
+        query.dataType = rkservice::kDataQuoteSources;
+        QVERIFY(admin->query(Hlx::CRequestTarget::centre(), query, &datas).isSuccess());
+        QCOMPARE(int(datas.size()), 1);
+        const auto& source = static_cast<const rkservice::COrinQuoterSourceInfo&>(*datas.front());
+        QCOMPARE(source.m_nPort, 2);
+        QCOMPARE(source.m_strUserName, std::string("console"));
+        QCOMPARE(source.m_strAddress, std::string("10.0.0.1"));
+    }
+
+    // A patch changes exactly the fields it names; one of a source that does not exist, or one
+    // that names no field, is refused.
+    void patchChangesOnlyItsFields() {
         QTemporaryDir dir;
         CServiceOptions options;
         options.dataDir = dir.path();
@@ -31,41 +88,40 @@ private slots:
         add.operateType = rkservice::kOperateAdd;
         add.datas.push_back(stockSource(10000, 2, "10.0.0.1", 1, "before"));
         QVERIFY(admin->operate(Hlx::CRequestTarget::centre(), add, nullptr).isSuccess());
-
-        // The console: another connection that gives up at once when the database is locked.
-        QSqlDatabase console =
-            QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), QStringLiteral("console"));
-        console.setDatabaseName(service->databaseFile());
-        console.setConnectOptions(QStringLiteral("QSQLITE_BUSY_TIMEOUT=0"));
-        QVERIFY(console.open());
-        auto consoleChange = [&console] {
-            QSqlQuery q(console);
-            return q.exec(QStringLiteral(
-                "UPDATE kx_orin_quoter_source SET user_name = 'console' WHERE id = 1"));
+        const auto stored = [&] {
+            std::vector<rkservice::IDataPtr> datas;
+            rkservice::COrinQueryDataReq query;
+            query.dataType = rkservice::kDataQuoteSources;
+            admin->query(Hlx::CRequestTarget::centre(), query, &datas);
+            return datas.size() == 1
+                       ? static_cast<const rkservice::COrinQuoterSourceInfo&>(*datas.front())
+                       : rkservice::COrinQuoterSourceInfo();
         };
-        bool changedDuringPatch = false;
-        const utils::RKError patched =
-            admin->modifySource(1, [&](rkservice::COrinQuoterSourceInfo* source) {
-                changedDuringPatch = consoleChange();
-                source->m_nPort = 2;
-            });
-        QVERIFY2(patched.isSuccess(), patched.errorMsg().c_str());
-        if (!changedDuringPatch)
-            QVERIFY(consoleChange());
-        console.close();
-        console = QSqlDatabase();
-        QSqlDatabase::removeDatabase(QStringLiteral("console"));
+        const rkservice::COrinQuoterSourceInfo before = stored();
 
-        std::vector<rkservice::IDataPtr> datas;
-        rkservice::COrinQueryDataReq query;
-        query.dataType = rkservice::kDataQuoteSources;
-        QVERIFY(admin->query(Hlx::CRequestTarget::centre(), query, &datas).isSuccess());
-        QCOMPARE(int(datas.size()), 1);
-        const auto& source = static_cast<const rkservice::COrinQuoterSourceInfo&>(*datas.front());
-        QCOMPARE(source.m_nPort, 2);
-        QCOMPARE(source.m_strUserName, std::string("console"));
-        // A patch of a source that does not exist is refused.
-        QVERIFY(!admin->modifySource(99, [](rkservice::COrinQuoterSourceInfo*) {}).isSuccess());
+        Hlx::CSourcePatch patch;
+        patch.address = "10.0.0.2";
+        patch.password = "新密码";
+        QVERIFY(admin->modifySource(1, patch).isSuccess());
+        const rkservice::COrinQuoterSourceInfo after = stored();
+        QCOMPARE(after.m_strAddress, std::string("10.0.0.2"));
+        QCOMPARE(after.m_strPassword, std::string("新密码"));
+        QCOMPARE(after.m_strUserName, before.m_strUserName);
+        QCOMPARE(after.m_strMarkets, before.m_strMarkets);
+        QCOMPARE(after.m_nPort, before.m_nPort);
+        QCOMPARE(after.m_nPlatformId, before.m_nPlatformId);
+        QCOMPARE(after.m_nTradeType, before.m_nTradeType);
+        QCOMPARE(after.m_nBrokerId, before.m_nBrokerId);
+
+        const utils::RKError missing = admin->modifySource(99, patch);
+        QVERIFY(!missing.isSuccess());
+        const utils::RKError empty = admin->modifySource(1, Hlx::CSourcePatch());
+        QCOMPARE(QString::fromStdString(empty.errorMsg()), QStringLiteral("没有要修改的字段"));
+        // The patch is checked like any modify.
+        Hlx::CSourcePatch badPort;
+        badPort.port = 70000;
+        QVERIFY(!admin->modifySource(1, badPort).isSuccess());
+        QCOMPARE(stored().m_nPort, before.m_nPort);
     }
 
     void mixedOperationsFromEightThreads() {

@@ -3,9 +3,8 @@
 
 #include <unistd.h>
 
-#include <condition_variable>
+#include <algorithm>
 #include <csignal>
-#include <mutex>
 #include <thread>
 
 #include <QJsonArray>
@@ -15,6 +14,8 @@
 #include <atomic>
 
 #include "CDatabase.h"
+#include "CEmbeddedAdmin.h"
+#include "HeldTransaction.h"
 #include "PostgresCluster.h"
 #include "ServiceTestUtil.h"
 
@@ -43,6 +44,15 @@ private:
     std::vector<rkservice::COrinQuoterSourceInfoPtr> sources(const std::string& condition = "") {
         return as<rkservice::COrinQuoterSourceInfo>(
             query(rkservice::kDataQuoteSources, condition).datas);
+    }
+
+    // Locks that requests wait for now, of those the condition selects.
+    int waitingLocks(const char* condition = "true") {
+        return backendValue(
+                   qPrintable(
+                       QStringLiteral("SELECT count(*) FROM pg_locks WHERE NOT granted AND (%1)")
+                           .arg(QLatin1String(condition))))
+            .toInt();
     }
 
     // One value read on the service's own connection of this thread.
@@ -246,22 +256,8 @@ private slots:
 
     // Writers queue on the database, so none can interleave its checks with another's write.
     void writersQueue() {
-        std::mutex gate;
-        std::condition_variable changed;
-        bool holding = false;
-        bool release = false;
-        std::thread holder([&] {
-            m_service->database().transact(true, [&](QSqlDatabase&) {
-                std::unique_lock<std::mutex> lock(gate);
-                holding = true;
-                changed.notify_all();
-                changed.wait(lock, [&] { return release; });
-            });
-        });
-        {
-            std::unique_lock<std::mutex> lock(gate);
-            changed.wait(lock, [&] { return holding; });
-        }
+        HeldTransaction holder(m_service->database(), [](QSqlDatabase&) {});
+        QVERIFY(holder.isHolding());
         std::atomic<bool> done{false};
         utils::RKError added;
         std::thread writer([&] {
@@ -272,18 +268,97 @@ private slots:
             added = m_service->operateSync(CCaller::owner(), Hlx::CRequestTarget::centre(), add);
             done = true;
         });
-        QTRY_COMPARE(backendValue("SELECT count(*) FROM pg_locks WHERE locktype = 'advisory' AND "
-                                  "NOT granted"),
-                     QStringLiteral("1"));
+        QTRY_COMPARE(waitingLocks("locktype = 'advisory'"), 1);
         QVERIFY(!done);
-        {
-            std::lock_guard<std::mutex> lock(gate);
-            release = true;
-        }
-        changed.notify_all();
-        holder.join();
+        QVERIFY(holder.release());
         writer.join();
         QVERIFY2(added.isSuccess(), added.errorMsg().c_str());
+    }
+
+    // quotesctl's modify reads the source in its own write transaction: it waits for a change
+    // of another field being written and keeps it, where a read before the write would put the
+    // old user name back.
+    void patchKeepsAConcurrentChange() {
+        rkservice::COperateDataReq add;
+        add.dataType = rkservice::kDataQuoteSources;
+        add.operateType = rkservice::kOperateAdd;
+        add.datas = list({stockSource(10000, 2, "10.42.0.1", 1, "before")});
+        bson::BSONObj result;
+        QVERIFY(
+            m_service->operateSync(CCaller::owner(), Hlx::CRequestTarget::centre(), add, &result)
+                .isSuccess());
+        const int id = QString::fromStdString(result.getStringField("ids")).toInt();
+        HeldTransaction console(
+            m_service->database(),
+            [&](QSqlDatabase& db) {
+                m_service->database().exec(
+                    db, QStringLiteral(
+                            "UPDATE kx_orin_quoter_source SET user_name = 'console' WHERE id = %1")
+                            .arg(id));
+            },
+            HeldTransaction::Queue::Alone);
+        QVERIFY(console.isHolding());
+        Hlx::CSourcePatch patch;
+        patch.port = 2;
+        utils::RKError patched = utils::RKError::fail("not run");
+        std::thread quotesctl(
+            [&] { patched = CEmbeddedAdmin::asOwner(m_service)->modifySource(id, patch); });
+        QTRY_COMPARE(waitingLocks("locktype = 'transactionid'"), 1);
+        QVERIFY(console.release());
+        quotesctl.join();
+        QVERIFY2(patched.isSuccess(), patched.errorMsg().c_str());
+        const auto stored = sources();
+        const auto found = std::find_if(stored.begin(), stored.end(),
+                                        [id](const auto& source) { return source->m_nId == id; });
+        QVERIFY(found != stored.end());
+        QCOMPARE((*found)->m_nPort, 2);
+        QCOMPARE((*found)->m_strUserName, std::string("console"));
+    }
+
+    // An export is one snapshot: changes committed while it runs, to a table it has read and to
+    // the one it still has to read, show in neither.
+    void exportIsOneSnapshot() {
+        QJsonObject before;
+        QString error;
+        QVERIFY2(m_service->exportDocument(CCaller::owner(), &before, &error), qPrintable(error));
+        const auto change = [&](const char* subsystems, const char* users) {
+            return [this, subsystems, users](QSqlDatabase& db) {
+                // users is read last: an export that meets this lock has read the others.
+                m_service->database().exec(
+                    db, QStringLiteral("LOCK TABLE users IN ACCESS EXCLUSIVE MODE"));
+                m_service->database().exec(db, QLatin1String(subsystems));
+                m_service->database().exec(db, QLatin1String(users));
+            };
+        };
+        QJsonObject during;
+        bool exported = false;
+        {
+            HeldTransaction console(
+                m_service->database(),
+                change("UPDATE subsystems SET display_name = display_name || '+'",
+                       "UPDATE users SET system_id = system_id + 1000"));
+            QVERIFY(console.isHolding());
+            std::thread exporter(
+                [&] { exported = m_service->exportDocument(CCaller::owner(), &during, &error); });
+            QTRY_COMPARE(waitingLocks("relation = 'users'::regclass"), 1);
+            QVERIFY(console.release());
+            exporter.join();
+        }
+        QVERIFY2(exported, qPrintable(error));
+        QJsonObject after;
+        QVERIFY(m_service->exportDocument(CCaller::owner(), &after, &error));
+        HeldTransaction(m_service->database(),
+                        change("UPDATE subsystems SET display_name = left(display_name, -1)",
+                               "UPDATE users SET system_id = system_id - 1000"))
+            .release();
+        QCOMPARE(during, before);
+        // The changes were committed before the export ended.
+        QVERIFY(after.value(QStringLiteral("subsystems")) !=
+                before.value(QStringLiteral("subsystems")));
+        QVERIFY(after.value(QStringLiteral("users")) != before.value(QStringLiteral("users")));
+        QJsonObject restored;
+        QVERIFY(m_service->exportDocument(CCaller::owner(), &restored, &error));
+        QCOMPARE(restored, before);
     }
 
     // A backend that stops answering: the statement is cancelled, then its connection cut, and

@@ -320,9 +320,8 @@ private slots:
         const int id = add(9012);
         QVERIFY(reimport());
         QString error;
-        const auto patch = [](rkservice::COrinQuoterSourceInfo* source) {
-            source->m_strUserName = "patched";
-        };
+        Hlx::CSourcePatch patch;
+        patch.userName = "patched";
         QVERIFY(!m_service->modifySource(admin("console"), id, patch, &error));
         QCOMPARE(error, QString::fromUtf8(CStaleRows::kRefusal));
         QCOMPARE(newestEntry().error, std::string(CStaleRows::kRefusal));

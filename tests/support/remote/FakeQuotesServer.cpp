@@ -134,6 +134,11 @@ v1::OperateRequest FakeQuotesServer::lastOperate() const {
     return m_lastOperate;
 }
 
+v1::ModifySourceRequest FakeQuotesServer::lastModify() const {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_lastModify;
+}
+
 std::string FakeQuotesServer::lastImport() const {
     std::lock_guard<std::mutex> lock(m_mutex);
     return m_lastImport;
@@ -324,6 +329,18 @@ grpc::Status FakeQuotesServer::Operate(grpc::ServerContext* context,
         reply->mutable_result()->add_ids(id);
     if (!m_operateIds.empty())
         reply->mutable_result()->set_count(static_cast<int>(m_operateIds.size()));
+    return grpc::Status::OK;
+}
+
+grpc::Status FakeQuotesServer::ModifySource(grpc::ServerContext* context,
+                                            const v1::ModifySourceRequest* request,
+                                            v1::AdminReply* reply) {
+    const grpc::Status entered = enter(context, "ModifySource");
+    if (!entered.ok())
+        return entered;
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_lastModify = *request;
+    fill(reply->mutable_error(), m_operateError);
     return grpc::Status::OK;
 }
 

@@ -56,6 +56,8 @@ public:
     void setOperateAnswer(const utils::RKError& error, const std::vector<int>& ids = {});
     void setExportDocument(const std::string& json);
     quotes::v1::OperateRequest lastOperate() const;
+    // ModifySource answers as Operate does.
+    quotes::v1::ModifySourceRequest lastModify() const;
     std::string lastImport() const;
     // The chunk sizes of the last query answered.
     std::vector<int> lastChunkSizes() const;
@@ -80,6 +82,9 @@ public:
                        grpc::ServerWriter<quotes::v1::QueryChunk>* writer) override;
     grpc::Status Operate(grpc::ServerContext* context, const quotes::v1::OperateRequest* request,
                          quotes::v1::OperateReply* reply) override;
+    grpc::Status ModifySource(grpc::ServerContext* context,
+                              const quotes::v1::ModifySourceRequest* request,
+                              quotes::v1::AdminReply* reply) override;
     grpc::Status Subsystems(grpc::ServerContext* context,
                             const quotes::v1::SubsystemsRequest* request,
                             quotes::v1::SubsystemsReply* reply) override;
@@ -147,6 +152,7 @@ private:
     std::vector<int> m_operateIds;
     std::string m_exportDocument = "{}";
     quotes::v1::OperateRequest m_lastOperate;
+    quotes::v1::ModifySourceRequest m_lastModify;
     std::string m_lastImport;
     std::vector<int> m_lastChunkSizes;
 };
