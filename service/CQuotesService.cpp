@@ -606,7 +606,8 @@ bool CQuotesService::modifySource(const CCaller& caller, int id, const Hlx::CSou
             m_generations->checkModify(db, caller);
             CAccessPolicy::checkModify(caller, sources, store.kinds(db, QString(), {id}));
             store.modify(db, QString(), sources);
-            auditSources(db, caller, request, QString(), {{id, before}}, {{id, *source}});
+            auditSources(db, caller, request, QString::fromStdString(before.getSystemTag()),
+                         {{id, before}}, {{id, *source}});
         });
         return true;
     } catch (const CServiceError& e) {

@@ -219,6 +219,21 @@ private slots:
         QCOMPARE(modified.details[0].after.value("password_changed").toBool(), true);
         QCOMPARE(modified.details[1].after.value("password_changed").toBool(), false);
 
+        // A patch (quotesctl's modify) is recorded with the stored source's sub-system.
+        Hlx::CSourcePatch patch;
+        patch.port = 9021;
+        Hlx::CAuditEntry patched = onlyNewEntry([&] {
+            const utils::RKError error = admin->modifySource(std::stoi(first), patch);
+            QVERIFY2(error.isSuccess(), error.errorMsg().c_str());
+        });
+        QCOMPARE(patched.action, std::string("modify"));
+        QCOMPARE(patched.subsystem, std::string("sys1"));
+        QCOMPARE(patched.ids, first);
+        QCOMPARE(int(patched.details.size()), 1);
+        QCOMPARE(patched.details[0].before.value("port").toInt(), 9011);
+        QCOMPARE(patched.details[0].after.value("port").toInt(), 9021);
+        QCOMPARE(patched.details[0].after.value("password_changed").toBool(), false);
+
         // Deleting all of them: one entry, one row per source, nothing after.
         Hlx::CAuditEntry deleted = onlyNewEntry([&] {
             QVERIFY(operate(*admin, rkservice::kDataQuoteSources, rkservice::kOperateDelete,

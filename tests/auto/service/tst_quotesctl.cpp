@@ -392,6 +392,7 @@ private slots:
              "--server-group", "1", "--address", "1.2.3.4"},
             {"sources", "modify"},
             {"sources", "modify", "abc"},
+            {"sources", "modify", "1"},
             {"sources", "delete"},
             {"sources", "delete", "1", "x"},
             {"token", "set"},
