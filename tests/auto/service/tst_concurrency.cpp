@@ -16,6 +16,40 @@ using namespace svctest;
 class TestConcurrency : public QObject {
     Q_OBJECT
 
+    // A service on a database of its own that holds one stock source, id 1.
+    struct OneSource {
+        QTemporaryDir dir;
+        boost::shared_ptr<CQuotesService> service;
+        boost::shared_ptr<CEmbeddedAdmin> admin;
+
+        bool open(int busyTimeoutMs = 5000) {
+            CServiceOptions options;
+            options.dataDir = dir.path();
+            options.busyTimeoutMs = busyTimeoutMs;
+            QString error;
+            service = CQuotesService::open(options, &error);
+            if (!service)
+                return false;
+            admin = CEmbeddedAdmin::asOwner(service);
+            rkservice::COperateDataReq add;
+            add.dataType = rkservice::kDataQuoteSources;
+            add.operateType = rkservice::kOperateAdd;
+            add.datas.push_back(stockSource(10000, 2, "10.0.0.1", 1, "before"));
+            return admin->operate(Hlx::CRequestTarget::centre(), add, nullptr).isSuccess();
+        }
+
+        // The source as stored now (all fields 0 or empty when there is not exactly one).
+        rkservice::COrinQuoterSourceInfo stored() const {
+            std::vector<rkservice::IDataPtr> datas;
+            rkservice::COrinQueryDataReq query;
+            query.dataType = rkservice::kDataQuoteSources;
+            admin->query(Hlx::CRequestTarget::centre(), query, &datas);
+            return datas.size() == 1
+                       ? static_cast<const rkservice::COrinQuoterSourceInfo&>(*datas.front())
+                       : rkservice::COrinQuoterSourceInfo();
+        }
+    };
+
 private slots:
     void initTestCase() { FaultVfs::install(); }
 
@@ -23,25 +57,13 @@ private slots:
     // change of another field that is being written, then applies itself to the row as that
     // change left it; a patch that read first would write the old user name back.
     void patchKeepsAConcurrentChange() {
-        QTemporaryDir dir;
-        CServiceOptions options;
-        options.dataDir = dir.path();
-        options.busyTimeoutMs = 30000;
-        QString error;
-        auto service = CQuotesService::open(options, &error);
-        QVERIFY2(service, qPrintable(error));
-        auto admin = CEmbeddedAdmin::asOwner(service);
-        rkservice::COperateDataReq add;
-        add.dataType = rkservice::kDataQuoteSources;
-        add.operateType = rkservice::kOperateAdd;
-        add.datas.push_back(stockSource(10000, 2, "10.0.0.1", 1, "before"));
-        QVERIFY(admin->operate(Hlx::CRequestTarget::centre(), add, nullptr).isSuccess());
-
+        OneSource db;
+        QVERIFY(db.open(30000));
         // The console: another connection, in the middle of writing its change.
         {
             QSqlDatabase console =
                 QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), QStringLiteral("console"));
-            console.setDatabaseName(service->databaseFile());
+            console.setDatabaseName(db.service->databaseFile());
             QVERIFY(console.open());
             QSqlQuery change(console);
             QVERIFY(change.exec(QStringLiteral("BEGIN IMMEDIATE")));
@@ -52,7 +74,7 @@ private slots:
             Hlx::CSourcePatch patch;
             patch.port = 2;
             utils::RKError patched = utils::RKError::fail("not run");
-            std::thread quotesctl([&] { patched = admin->modifySource(1, patch); });
+            std::thread quotesctl([&] { patched = db.admin->modifySource(1, patch); });
             QTRY_VERIFY(FaultVfs::busyWriteLocks() > waitingBefore);
             QVERIFY(change.exec(QStringLiteral("COMMIT")));
             quotesctl.join();
@@ -62,12 +84,7 @@ private slots:
         }
         QSqlDatabase::removeDatabase(QStringLiteral("console"));
 
-        std::vector<rkservice::IDataPtr> datas;
-        rkservice::COrinQueryDataReq query;
-        query.dataType = rkservice::kDataQuoteSources;
-        QVERIFY(admin->query(Hlx::CRequestTarget::centre(), query, &datas).isSuccess());
-        QCOMPARE(int(datas.size()), 1);
-        const auto& source = static_cast<const rkservice::COrinQuoterSourceInfo&>(*datas.front());
+        const rkservice::COrinQuoterSourceInfo source = db.stored();
         QCOMPARE(source.m_nPort, 2);
         QCOMPARE(source.m_strUserName, std::string("console"));
         QCOMPARE(source.m_strAddress, std::string("10.0.0.1"));
@@ -76,34 +93,16 @@ private slots:
     // A patch changes exactly the fields it names; one of a source that does not exist, or one
     // that names no field, is refused.
     void patchChangesOnlyItsFields() {
-        QTemporaryDir dir;
-        CServiceOptions options;
-        options.dataDir = dir.path();
-        QString error;
-        auto service = CQuotesService::open(options, &error);
-        QVERIFY2(service, qPrintable(error));
-        auto admin = CEmbeddedAdmin::asOwner(service);
-        rkservice::COperateDataReq add;
-        add.dataType = rkservice::kDataQuoteSources;
-        add.operateType = rkservice::kOperateAdd;
-        add.datas.push_back(stockSource(10000, 2, "10.0.0.1", 1, "before"));
-        QVERIFY(admin->operate(Hlx::CRequestTarget::centre(), add, nullptr).isSuccess());
-        const auto stored = [&] {
-            std::vector<rkservice::IDataPtr> datas;
-            rkservice::COrinQueryDataReq query;
-            query.dataType = rkservice::kDataQuoteSources;
-            admin->query(Hlx::CRequestTarget::centre(), query, &datas);
-            return datas.size() == 1
-                       ? static_cast<const rkservice::COrinQuoterSourceInfo&>(*datas.front())
-                       : rkservice::COrinQuoterSourceInfo();
-        };
-        const rkservice::COrinQuoterSourceInfo before = stored();
+        OneSource db;
+        QVERIFY(db.open());
+        const rkservice::COrinQuoterSourceInfo before = db.stored();
+        QCOMPARE(before.m_nId, 1);
 
         Hlx::CSourcePatch patch;
         patch.address = "10.0.0.2";
         patch.password = "新密码";
-        QVERIFY(admin->modifySource(1, patch).isSuccess());
-        const rkservice::COrinQuoterSourceInfo after = stored();
+        QVERIFY(db.admin->modifySource(1, patch).isSuccess());
+        const rkservice::COrinQuoterSourceInfo after = db.stored();
         QCOMPARE(after.m_strAddress, std::string("10.0.0.2"));
         QCOMPARE(after.m_strPassword, std::string("新密码"));
         QCOMPARE(after.m_strUserName, before.m_strUserName);
@@ -113,15 +112,14 @@ private slots:
         QCOMPARE(after.m_nTradeType, before.m_nTradeType);
         QCOMPARE(after.m_nBrokerId, before.m_nBrokerId);
 
-        const utils::RKError missing = admin->modifySource(99, patch);
-        QVERIFY(!missing.isSuccess());
-        const utils::RKError empty = admin->modifySource(1, Hlx::CSourcePatch());
+        QVERIFY(!db.admin->modifySource(99, patch).isSuccess());
+        const utils::RKError empty = db.admin->modifySource(1, Hlx::CSourcePatch());
         QCOMPARE(QString::fromStdString(empty.errorMsg()), QStringLiteral("没有要修改的字段"));
         // The patch is checked like any modify.
         Hlx::CSourcePatch badPort;
         badPort.port = 70000;
-        QVERIFY(!admin->modifySource(1, badPort).isSuccess());
-        QCOMPARE(stored().m_nPort, before.m_nPort);
+        QVERIFY(!db.admin->modifySource(1, badPort).isSuccess());
+        QCOMPARE(db.stored().m_nPort, before.m_nPort);
     }
 
     void mixedOperationsFromEightThreads() {
