@@ -6,6 +6,7 @@
 #include <functional>
 
 #include "CRecordCodec.h"
+#include "SourceChecks.h"
 #include "rkservice/CGlobalFeaturePermissionInfo.h"
 #include "rkservice/CLevel2Token.h"
 #include "rkservice/COrinBrokerInfo.h"
@@ -83,20 +84,6 @@ boost::shared_ptr<CUserInfo> fullUser() {
     user->m_nSystemId = -1;
     user->setSystemTag("sys3");
     return user;
-}
-
-void compareSources(const COrinQuoterSourceInfo& a, const COrinQuoterSourceInfo& b) {
-    QCOMPARE(a.m_nId, b.m_nId);
-    QCOMPARE(a.m_nPlatformId, b.m_nPlatformId);
-    QCOMPARE(a.m_nBrokerId, b.m_nBrokerId);
-    QCOMPARE(a.m_nServerGroupId, b.m_nServerGroupId);
-    QCOMPARE(a.m_strAddress, b.m_strAddress);
-    QCOMPARE(a.m_nPort, b.m_nPort);
-    QCOMPARE(a.m_strUserName, b.m_strUserName);
-    QCOMPARE(a.m_strPassword, b.m_strPassword);
-    QCOMPARE(a.m_nTradeType, b.m_nTradeType);
-    QCOMPARE(a.m_strMarkets, b.m_strMarkets);
-    QCOMPARE(a.getSystemTag(), b.getSystemTag());
 }
 
 // A record whose one field holds a value no int can.

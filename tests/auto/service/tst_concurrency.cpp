@@ -10,6 +10,7 @@
 
 #include "FaultVfs.h"
 #include "ServiceTestUtil.h"
+#include "SourceChecks.h"
 
 using namespace svctest;
 
@@ -102,15 +103,10 @@ private slots:
         patch.address = "10.0.0.2";
         patch.password = "新密码";
         QVERIFY(db.admin->modifySource(1, patch).isSuccess());
-        const rkservice::COrinQuoterSourceInfo after = db.stored();
-        QCOMPARE(after.m_strAddress, std::string("10.0.0.2"));
-        QCOMPARE(after.m_strPassword, std::string("新密码"));
-        QCOMPARE(after.m_strUserName, before.m_strUserName);
-        QCOMPARE(after.m_strMarkets, before.m_strMarkets);
-        QCOMPARE(after.m_nPort, before.m_nPort);
-        QCOMPARE(after.m_nPlatformId, before.m_nPlatformId);
-        QCOMPARE(after.m_nTradeType, before.m_nTradeType);
-        QCOMPARE(after.m_nBrokerId, before.m_nBrokerId);
+        rkservice::COrinQuoterSourceInfo expected = before;
+        expected.m_strAddress = "10.0.0.2";
+        expected.m_strPassword = "新密码";
+        compareSources(db.stored(), expected);
 
         QVERIFY(!db.admin->modifySource(99, patch).isSuccess());
         const utils::RKError empty = db.admin->modifySource(1, Hlx::CSourcePatch());
