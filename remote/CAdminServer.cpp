@@ -10,6 +10,7 @@
 #include "CLoginManager.h"
 #include "CQuotesService.h"
 #include "CRecordCodec.h"
+#include "Hlx/QuotesVersion.h"
 #include "model/CAuditVocabulary.h"
 
 namespace {
@@ -146,7 +147,7 @@ grpc::Status CAdminServer::Ping(grpc::ServerContext*, const quotes::v1::PingRequ
     const CallScope scope(this);
     if (m_refusing)
         return refusing();
-    reply->set_server_version(QUOTES_VERSION);
+    reply->set_server_version(Hlx::quotesVersion());
     reply->set_database(m_service->databaseDescription().toStdString());
     reply->set_uptime_seconds(m_started.elapsed() / 1000);
     return grpc::Status::OK;

@@ -16,6 +16,7 @@ packages=(
   qttranslations5-l10n
   xvfb openbox x11-utils
   lintian systemd dpkg-dev file man-db
+  ccache ninja-build clang-tidy
 )
 
 missing=()

@@ -4,6 +4,7 @@
 
 #include "CChangeFeed.h"
 #include "CQuotesService.h"
+#include "Hlx/QuotesVersion.h"
 
 namespace {
 
@@ -89,7 +90,7 @@ utils::RKError CEmbeddedAdmin::checkIntegrity() {
 }
 
 utils::RKError CEmbeddedAdmin::status(Hlx::CServiceStatus* status) {
-    status->version = QUOTES_VERSION;
+    status->version = Hlx::quotesVersion();
     status->database = m_service->databaseDescription().toStdString();
     status->uptimeMs = m_started.elapsed();
     return utils::RKError::ok();

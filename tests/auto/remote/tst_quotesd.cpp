@@ -16,6 +16,7 @@
 #include <memory>
 
 #include "CPasswordHasher.h"
+#include "Hlx/QuotesVersion.h"
 #include "CRecordCodec.h"
 #include "CRemoteAdmin.h"
 #include "CTlsIdentity.h"
@@ -253,7 +254,7 @@ private slots:
     void pingNeedsNoLoginButReadsDo() {
         v1::PingReply ping;
         QVERIFY(m_stub->Ping(context().get(), v1::PingRequest(), &ping).ok());
-        QCOMPARE(QString::fromStdString(ping.server_version()), QString(QUOTES_VERSION));
+        QCOMPARE(QString::fromStdString(ping.server_version()), QString(Hlx::quotesVersion()));
         QVERIFY(QString::fromStdString(ping.database()).contains(m_server.dataDir()));
         std::vector<v1::Record> records;
         QCOMPARE(query(std::string(), &records).error_code(), grpc::StatusCode::UNAUTHENTICATED);
@@ -632,7 +633,7 @@ private slots:
         QCOMPARE(ctl("viewer", rolePassword("viewer"), {"sources", "list", "--json"}, &out), 0);
         QCOMPARE(QJsonDocument::fromJson(out).array().size(), 1);
         QCOMPARE(ctl("admin", kAdminPassword, {"ping"}, &out), 0);
-        QVERIFY(out.startsWith("version " QUOTES_VERSION));
+        QVERIFY(out.startsWith(QByteArray("version ") + Hlx::quotesVersion()));
         QCOMPARE(ctl("admin", QStringLiteral("wrong-password-1"), {"ping"}, &out), 3);
         QVERIFY2(QString::fromUtf8(out).contains("用户名或密码错误"), out.constData());
         // Accounts are the administrator's: the server refuses them to others.

@@ -7,6 +7,7 @@
 #include <QProcess>
 #include <QtTest>
 
+#include "Hlx/QuotesVersion.h"
 #include "QuotesctlRun.h"
 
 class TestQuotesctl : public QObject {
@@ -302,12 +303,12 @@ private slots:
         Run r = run({"ping", "--json"});
         QCOMPARE(r.code, 0);
         const QJsonObject status = QJsonDocument::fromJson(r.out).object();
-        QCOMPARE(status.value("version").toString(), QString(QUOTES_VERSION));
+        QCOMPARE(status.value("version").toString(), QString(Hlx::quotesVersion()));
         QVERIFY2(status.value("database").toString().contains(m_dir->path()), r.out.constData());
         QVERIFY(status.value("uptimeMs").toDouble() >= 0);
         r = run({"ping"});
         QCOMPARE(r.code, 0);
-        QVERIFY(r.out.startsWith("version " QUOTES_VERSION "\ndatabase SQLite "));
+        QVERIFY(r.out.startsWith(QByteArray("version ") + Hlx::quotesVersion() + "\ndatabase SQLite "));
         QCOMPARE(run({"ping", "extra"}).code, 2);
     }
 
