@@ -27,12 +27,9 @@ declare -A runs=(
 all=(fuzz_import_document fuzz_source_validator fuzz_database_url fuzz_quotesctl_args
      fuzz_record_codec)
 
-launcher=()
-if command -v ccache > /dev/null; then
-    launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DCMAKE_C_COMPILER_LAUNCHER=ccache)
-fi
+export CMAKE_GENERATOR=${CMAKE_GENERATOR:-Ninja}
 CC=clang CXX=clang++ cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-    -DQUOTES_BUILD_FUZZ=ON -DQUOTES_BUILD_TESTS=OFF -DQUOTES_BUILD_BENCH=OFF "${launcher[@]}" \
+    -DQUOTES_BUILD_FUZZ=ON -DQUOTES_BUILD_TESTS=OFF -DQUOTES_BUILD_BENCH=OFF \
     > "$build.configure.log" || { cat "$build.configure.log"; exit 1; }
 cmake --build "$build" -j"$jobs" --target fuzz_targets
 

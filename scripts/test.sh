@@ -15,6 +15,8 @@ stage() {
 }
 
 jobs=${JOBS:-2}
+# Ninja for a new build tree: a rebuild that changes little starts at once.
+export CMAKE_GENERATOR=${CMAKE_GENERATOR:-Ninja}
 export QT_QPA_PLATFORM=offscreen
 
 stage setup bash scripts/setup.sh
