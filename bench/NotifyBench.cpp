@@ -90,7 +90,9 @@ void runNotifyBench() {
     const auto service = openBenchService(options);
     if (!service)
         return;
-    for (const auto& user : service->users()) {
+    std::vector<rkservice::CUserInfoPtr> users;
+    service->users(CCaller::owner(), &users);
+    for (const auto& user : users) {
         if (user->m_strName == "admin")
             Hlx::CUserManager::instance()->setCurrentUser(user);
     }

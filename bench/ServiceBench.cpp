@@ -9,9 +9,12 @@
 #include <string>
 #include <vector>
 
+#include <QSqlQuery>
+
 #include "BenchRegistry.h"
 #include "BenchService.h"
 #include "BenchSources.h"
+#include "CDatabase.h"
 #include "CEmbeddedBackends.h"
 #include "CQuotesService.h"
 #include "Hlx/COrinClientCenter.h"
@@ -51,6 +54,102 @@ double addRate(int perRequest, int requests, int offset) {
     return double(perRequest) * requests / (double(timer.nsecsElapsed()) / 1e9);
 }
 
+// Fills the service with sources up to `total`, in large batches as the owner.
+void fillTo(CQuotesService& service, int stored, int total, int first) {
+    rkservice::COperateDataReq fill;
+    fill.dataType = rkservice::kDataQuoteSources;
+    fill.operateType = rkservice::kOperateAdd;
+    int n = first;
+    while (stored < total) {
+        fill.datas.clear();
+        for (int k = 0; k < 5000 && stored < total; ++k, ++stored)
+            fill.datas.push_back(source(n++));
+        service.operateSync(CCaller::owner(), Hlx::CRequestTarget::centre(), fill);
+    }
+}
+
+double median(std::vector<double> times) {
+    std::sort(times.begin(), times.end());
+    return times.empty() ? 0 : times[times.size() / 2];
+}
+
+// The stored sources, as the owner reads them.
+std::vector<rkservice::IDataPtr> storedSources(CQuotesService& service) {
+    rkservice::COrinQueryDataReq request;
+    request.dataType = rkservice::kDataQuoteSources;
+    std::vector<rkservice::IDataPtr> datas;
+    service.querySync(CCaller::owner(), Hlx::CRequestTarget::centre(), request, &datas);
+    return datas;
+}
+
+// Milliseconds of one modify of one source (its port), the median of `count` spread over the
+// table; each writes its audit entry as every change does.
+double modifyMs(CQuotesService& service, int count) {
+    const std::vector<rkservice::IDataPtr> stored = storedSources(service);
+    std::vector<double> times;
+    for (int i = 0; i < count && !stored.empty(); ++i) {
+        const auto& old = static_cast<const rkservice::COrinQuoterSourceInfo&>(
+            *stored[size_t(i) * stored.size() / size_t(count)]);
+        auto changed = boost::make_shared<rkservice::COrinQuoterSourceInfo>(old);
+        changed->m_nPort = 9001 + i % 1000;
+        const int id = old.m_nId;
+        rkservice::COperateDataReq modify;
+        modify.dataType = rkservice::kDataQuoteSources;
+        modify.operateType = rkservice::kOperateModify;
+        modify.datas.push_back(changed);
+        QElapsedTimer timer;
+        timer.start();
+        const utils::RKError error =
+            service.operateSync(CCaller::owner(), Hlx::CRequestTarget::centre(), modify);
+        times.push_back(double(timer.nsecsElapsed()) / 1e6);
+        if (!error.isSuccess())
+            std::fprintf(stderr, "service bench: modify %d: %s\n", id, error.errorMsg().c_str());
+    }
+    return median(times);
+}
+
+// The floor of a query of every source of trade type 2: a forward-only Qt SQL select of the
+// same rows and columns, each value read, no record built.
+double rawSelectMs(CQuotesService& service) {
+    std::vector<double> times;
+    for (int round = 0; round < 5; ++round) {
+        QElapsedTimer timer;
+        timer.start();
+        service.database().transact(false, [&](QSqlDatabase& db) {
+            QSqlQuery query(db);
+            query.setForwardOnly(true);
+            query.prepare(QStringLiteral(
+                "SELECT id, subsystem, platform_id, broker_id, server_group_id, address, port, "
+                "user_name, password, trade_type, markets FROM kx_orin_quoter_source WHERE "
+                "trade_type = ? ORDER BY id"));
+            query.addBindValue(2);
+            query.exec();
+            while (query.next()) {
+                for (int column = 0; column < 11; ++column)
+                    query.value(column);
+            }
+        });
+        times.push_back(double(timer.nsecsElapsed()) / 1e6);
+    }
+    return median(times);
+}
+
+// Milliseconds of the service's own query of every source of trade type 2 for the caller.
+double queryMs(CQuotesService& service, const CCaller& caller) {
+    std::vector<double> times;
+    for (int round = 0; round < 5; ++round) {
+        rkservice::COrinQueryDataReq request;
+        request.dataType = rkservice::kDataQuoteSources;
+        request.condition = "2";
+        std::vector<rkservice::IDataPtr> datas;
+        QElapsedTimer timer;
+        timer.start();
+        service.querySync(caller, Hlx::CRequestTarget::centre(), request, &datas);
+        times.push_back(double(timer.nsecsElapsed()) / 1e6);
+    }
+    return median(times);
+}
+
 boost::shared_ptr<CQuotesService> openService(const QString& dir, bool full) {
     CServiceOptions options;
     options.dataDir = dir;
@@ -71,18 +170,24 @@ void runServiceBench() {
         benchReport("service_add_single_per_s", addRate(1, 200, 0), "sources/s");
         benchReport("service_add_batch_per_s", addRate(100, 30, 1000), "sources/s");
 
-        // 100,000 sources, filled directly in large batches.
-        rkservice::COperateDataReq fill;
-        fill.dataType = rkservice::kDataQuoteSources;
-        fill.operateType = rkservice::kOperateAdd;
-        int n = 10000;
-        int stored = 200 + 3000;
-        while (stored < 100000) {
-            fill.datas.clear();
-            for (int k = 0; k < 5000 && stored < 100000; ++k, ++stored)
-                fill.datas.push_back(source(n++));
-            service->operateSync(CCaller::owner(), Hlx::CRequestTarget::centre(), fill);
-        }
+        // The cost of one change on 1,000 sources, then on 100,000 (filled directly in large
+        // batches): it must not grow with the table.
+        fillTo(*service, 200 + 3000, 1000 + 3200, 10000);
+        const double modify1k = modifyMs(*service, 200);
+        fillTo(*service, 1000 + 3200, 100000, 20000);
+        const double modify100k = modifyMs(*service, 200);
+        benchReport("service_modify_ms_1k", modify1k, "ms");
+        benchReport("service_modify_ms_100k", modify100k, "ms");
+        benchReport("service_modify_ratio_100k_1k", modify100k / modify1k, "x");
+        const double raw = rawSelectMs(*service);
+        const double owner = queryMs(*service, CCaller::owner());
+        benchReport("raw_select_ms_100k", raw, "ms");
+        benchReport("service_query_owner_ms_100k", owner, "ms");
+        benchReport("service_query_ratio_100k", owner / raw, "x");
+        // A viewer receives no password, so none is decrypted for it.
+        const double viewer = queryMs(*service, CCaller::user("viewer", {10385}));
+        benchReport("service_query_viewer_ms_100k", viewer, "ms");
+        benchReport("service_query_viewer_ratio_100k", viewer / raw, "x");
         std::vector<double> times;
         size_t received = 0;
         for (int round = 0; round < 5; ++round) {

@@ -5,20 +5,22 @@
 #include <boost/shared_ptr.hpp>
 #include <chrono>
 #include <condition_variable>
-#include <functional>
 #include <mutex>
 #include <string>
 
-#include "CAccount.h"
+#include "CCallCodec.h"
 #include "CCaller.h"
+#include "CQuotesService.h"
+#include "CServiceCall.h"
 #include "quotes.grpc.pb.h"
 
 class CLoginManager;
-class CQuotesService;
 
 // quotesd's side of the protocol: a thin transport over the data service. Every call but Login
-// and Ping authenticates its token first; the service then checks the account's rights on the
-// stored data (CAccessPolicy), so nothing here decides what an account may do.
+// and Ping takes one path (serve): counted for a stop's drain, authenticated by its token, then
+// decoded by the codec into the service method's parameters, run by the service for the token's
+// account (which checks the rights on the stored data), and encoded into the reply. Nothing here
+// decides what an account may do.
 class CAdminServer final : public quotes::v1::QuotesAdmin::Service {
 public:
     CAdminServer(boost::shared_ptr<CQuotesService> service, CLoginManager& logins);
@@ -27,63 +29,97 @@ public:
     // finished, or the timeout has passed. True when none is left.
     bool drain(std::chrono::milliseconds timeout);
 
+    // Without a token.
     grpc::Status Login(grpc::ServerContext* context, const quotes::v1::LoginRequest* request,
                        quotes::v1::LoginReply* reply) override;
-    grpc::Status Logout(grpc::ServerContext* context, const quotes::v1::LogoutRequest* request,
-                        quotes::v1::LogoutReply* reply) override;
     grpc::Status Ping(grpc::ServerContext* context, const quotes::v1::PingRequest* request,
                       quotes::v1::PingReply* reply) override;
+
+    // Streamed.
     grpc::Status Query(grpc::ServerContext* context, const quotes::v1::QueryRequest* request,
                        grpc::ServerWriter<quotes::v1::QueryChunk>* writer) override;
-    grpc::Status Operate(grpc::ServerContext* context, const quotes::v1::OperateRequest* request,
-                         quotes::v1::OperateReply* reply) override;
-    grpc::Status ModifySource(grpc::ServerContext* context,
-                              const quotes::v1::ModifySourceRequest* request,
-                              quotes::v1::AdminReply* reply) override;
-    grpc::Status Subsystems(grpc::ServerContext* context,
-                            const quotes::v1::SubsystemsRequest* request,
-                            quotes::v1::SubsystemsReply* reply) override;
-    grpc::Status LoginTypeAuth(grpc::ServerContext* context,
-                               const quotes::v1::LoginTypeAuthRequest* request,
-                               quotes::v1::LoginTypeAuthReply* reply) override;
-    grpc::Status ExportDocument(grpc::ServerContext* context,
-                                const quotes::v1::ExportRequest* request,
-                                quotes::v1::ExportReply* reply) override;
-    grpc::Status ImportDocument(grpc::ServerContext* context,
-                                const quotes::v1::ImportRequest* request,
-                                quotes::v1::ImportReply* reply) override;
-    grpc::Status SetSubsystems(grpc::ServerContext* context,
-                               const quotes::v1::SetSubsystemsRequest* request,
-                               quotes::v1::AdminReply* reply) override;
-    grpc::Status SetLoginTypeAuth(grpc::ServerContext* context,
-                                  const quotes::v1::SetLoginTypeAuthRequest* request,
-                                  quotes::v1::AdminReply* reply) override;
-    grpc::Status CheckIntegrity(grpc::ServerContext* context,
-                                const quotes::v1::CheckIntegrityRequest* request,
-                                quotes::v1::AdminReply* reply) override;
-    grpc::Status ListAccounts(grpc::ServerContext* context,
-                              const quotes::v1::ListAccountsRequest* request,
-                              quotes::v1::ListAccountsReply* reply) override;
-    grpc::Status SetPassword(grpc::ServerContext* context,
-                             const quotes::v1::SetPasswordRequest* request,
-                             quotes::v1::AdminReply* reply) override;
-    grpc::Status SetAccountEnabled(grpc::ServerContext* context,
-                                   const quotes::v1::SetAccountEnabledRequest* request,
-                                   quotes::v1::AdminReply* reply) override;
-    grpc::Status SetRights(grpc::ServerContext* context,
-                           const quotes::v1::SetRightsRequest* request,
-                           quotes::v1::AdminReply* reply) override;
-
-    grpc::Status Audit(grpc::ServerContext* context, const quotes::v1::AuditRequest* request,
-                       quotes::v1::AuditReply* reply) override;
-    grpc::Status PruneAudit(grpc::ServerContext* context,
-                            const quotes::v1::PruneAuditRequest* request,
-                            quotes::v1::PruneAuditReply* reply) override;
-
-    // Streams the changes committed from now on to a logged-in client, until the client goes,
-    // its login ends or the server stops.
+    // The changes committed from now on, until the client goes, its login ends or the server
+    // stops.
     grpc::Status Events(grpc::ServerContext* context, const quotes::v1::EventsRequest* request,
                         grpc::ServerWriter<quotes::v1::Event>* writer) override;
+    grpc::Status Logout(grpc::ServerContext* context, const quotes::v1::LogoutRequest* request,
+                        quotes::v1::LogoutReply* reply) override;
+
+    // One service method each.
+    grpc::Status Operate(grpc::ServerContext* context, const quotes::v1::OperateRequest* request,
+                         quotes::v1::OperateReply* reply) override {
+        return serve(context, request, reply, &CQuotesService::operateSync);
+    }
+    grpc::Status ModifySource(grpc::ServerContext* context,
+                              const quotes::v1::ModifySourceRequest* request,
+                              quotes::v1::AdminReply* reply) override {
+        return serve(context, request, reply, &CQuotesService::modifySource);
+    }
+    grpc::Status Subsystems(grpc::ServerContext* context,
+                            const quotes::v1::SubsystemsRequest* request,
+                            quotes::v1::SubsystemsReply* reply) override {
+        return serve(context, request, reply, &CQuotesService::currentSubsystems);
+    }
+    grpc::Status LoginTypeAuth(grpc::ServerContext* context,
+                               const quotes::v1::LoginTypeAuthRequest* request,
+                               quotes::v1::LoginTypeAuthReply* reply) override {
+        return serve(context, request, reply, &CQuotesService::currentLoginTypeAuth);
+    }
+    grpc::Status ExportDocument(grpc::ServerContext* context,
+                                const quotes::v1::ExportRequest* request,
+                                quotes::v1::ExportReply* reply) override {
+        return serve(context, request, reply, &CQuotesService::exportDocument);
+    }
+    grpc::Status ImportDocument(grpc::ServerContext* context,
+                                const quotes::v1::ImportRequest* request,
+                                quotes::v1::ImportReply* reply) override {
+        return serve(context, request, reply, &CQuotesService::importDocument);
+    }
+    grpc::Status SetSubsystems(grpc::ServerContext* context,
+                               const quotes::v1::SetSubsystemsRequest* request,
+                               quotes::v1::AdminReply* reply) override {
+        return serve(context, request, reply, &CQuotesService::setSubsystems);
+    }
+    grpc::Status SetLoginTypeAuth(grpc::ServerContext* context,
+                                  const quotes::v1::SetLoginTypeAuthRequest* request,
+                                  quotes::v1::AdminReply* reply) override {
+        return serve(context, request, reply, &CQuotesService::setLoginTypeAuth);
+    }
+    grpc::Status CheckIntegrity(grpc::ServerContext* context,
+                                const quotes::v1::CheckIntegrityRequest* request,
+                                quotes::v1::AdminReply* reply) override {
+        return serve(context, request, reply, &CQuotesService::checkIntegrity);
+    }
+    grpc::Status ListAccounts(grpc::ServerContext* context,
+                              const quotes::v1::ListAccountsRequest* request,
+                              quotes::v1::ListAccountsReply* reply) override {
+        return serve(context, request, reply, &CQuotesService::accounts);
+    }
+    grpc::Status SetPassword(grpc::ServerContext* context,
+                             const quotes::v1::SetPasswordRequest* request,
+                             quotes::v1::AdminReply* reply) override {
+        return serve(context, request, reply, &CQuotesService::setPassword);
+    }
+    grpc::Status SetAccountEnabled(grpc::ServerContext* context,
+                                   const quotes::v1::SetAccountEnabledRequest* request,
+                                   quotes::v1::AdminReply* reply) override {
+        return serve(context, request, reply, &CQuotesService::setAccountEnabled);
+    }
+    grpc::Status SetRights(grpc::ServerContext* context,
+                           const quotes::v1::SetRightsRequest* request,
+                           quotes::v1::AdminReply* reply) override {
+        return serve(context, request, reply, &CQuotesService::setRights);
+    }
+    grpc::Status Audit(grpc::ServerContext* context, const quotes::v1::AuditRequest* request,
+                       quotes::v1::AuditReply* reply) override {
+        return serve(context, request, reply, &CQuotesService::auditEntries);
+    }
+    grpc::Status PruneAudit(grpc::ServerContext* context,
+                            const quotes::v1::PruneAuditRequest* request,
+                            quotes::v1::PruneAuditReply* reply) override {
+        return serve(context, request, reply, &CQuotesService::pruneAudit);
+    }
+
     // How often a stream checks that its login still lives, and waits for changes at most.
     static constexpr int kStreamLoginCheckMs = 5000;
     static constexpr int kStreamWaitMs = 200;
@@ -92,23 +128,6 @@ public:
     static std::string peerAddress(const std::string& peer);
 
 private:
-    // The account behind the call's token; a non-OK status when there is none (or the server
-    // is stopping).
-    grpc::Status authenticate(grpc::ServerContext* context, CCaller* caller, CAccount* account);
-    grpc::Status refusing() const;
-    // Runs a call of a logged-in account: counted for a stop's drain, refused without a valid
-    // token before the work sees it.
-    template <class Work>
-    grpc::Status asAccount(grpc::ServerContext* context, Work work) {
-        const CallScope scope(this);
-        CCaller caller = CCaller::user(std::string(), {});
-        const grpc::Status status = authenticate(context, &caller, nullptr);
-        return status.ok() ? work(caller) : status;
-    }
-    // Runs an administrative call of the service for the call's account; its outcome in reply.
-    grpc::Status administer(grpc::ServerContext* context, quotes::v1::AdminReply* reply,
-                            const std::function<bool(const CCaller&, QString*)>& change);
-
     // Counts a call from its start to its end, so that a stop can wait for the calls in flight.
     class CallScope {
     public:
@@ -119,9 +138,46 @@ private:
         CAdminServer* m_server;
     };
 
+    // The one path of a call: authenticate, decode, call the service, encode.
+    template <class Request, class Reply, class... Args>
+    grpc::Status serve(grpc::ServerContext* context, const Request* request, Reply* reply,
+                       utils::RKError (CQuotesService::*method)(const CCaller&, Args...)) {
+        using Call = CServiceCall<Args...>;
+        const CallScope scope(this);
+        CCaller caller = CCaller::owner();
+        typename Call::Params params;
+        const grpc::Status admitted = admit(context, *request, &caller, &params);
+        if (!admitted.ok())
+            return admitted;
+        const utils::RKError error = Call::invoke(*m_service, method, caller, params);
+        CCallCodec::encode(error, params, reply);
+        return grpc::Status::OK;
+    }
+
+    // The first steps of every call with a token, streams included: the account behind the
+    // token, then the request decoded into the parameters. A malformed request is refused as
+    // INVALID_ARGUMENT before the service sees it.
+    template <class Request, class Params>
+    grpc::Status admit(grpc::ServerContext* context, const Request& request, CCaller* caller,
+                       Params* params) {
+        const grpc::Status authenticated = authenticate(context, caller);
+        if (!authenticated.ok())
+            return authenticated;
+        const utils::RKError decoded = CCallCodec::decode(request, params);
+        return decoded.isSuccess() ? grpc::Status::OK : invalid(decoded);
+    }
+
+    // The account behind the call's token; a non-OK status when there is none (or the server
+    // is stopping).
+    grpc::Status authenticate(grpc::ServerContext* context, CCaller* caller);
+    grpc::Status refusing() const;
+    static grpc::Status invalid(const utils::RKError& error);
+    // Writes the answer of a query in chunks of a bounded size.
+    grpc::Status streamAnswer(utils::RKError error, const rkservice::IDataList& datas,
+                              grpc::ServerWriter<quotes::v1::QueryChunk>* writer) const;
+
     boost::shared_ptr<CQuotesService> m_service;
     CLoginManager& m_logins;
-    QElapsedTimer m_started;
     std::atomic<bool> m_refusing{false};
     std::mutex m_callMutex;
     std::condition_variable m_callsDone;

@@ -7,6 +7,7 @@
 #include <climits>
 #include <typeinfo>
 
+#include "CCodecChecks.h"
 #include "rkservice/CGlobalFeaturePermissionInfo.h"
 #include "rkservice/CLevel2Token.h"
 #include "rkservice/COrinBrokerInfo.h"
@@ -20,69 +21,7 @@ using utils::RKError;
 
 namespace {
 
-// Strict UTF-8 (no overlong forms, no surrogates, nothing above U+10FFFF): what the peer's
-// protobuf parser accepts in a string field.
-bool isUtf8(const std::string& text) {
-    const auto* p = reinterpret_cast<const unsigned char*>(text.data());
-    const auto* end = p + text.size();
-    while (p < end) {
-        unsigned code = *p++;
-        if (code < 0x80)
-            continue;
-        int extra = 0;
-        unsigned minimum = 0;
-        if ((code & 0xE0) == 0xC0) {
-            extra = 1, code &= 0x1F, minimum = 0x80;
-        } else if ((code & 0xF0) == 0xE0) {
-            extra = 2, code &= 0x0F, minimum = 0x800;
-        } else if ((code & 0xF8) == 0xF0) {
-            extra = 3, code &= 0x07, minimum = 0x10000;
-        } else {
-            return false;
-        }
-        if (end - p < extra)
-            return false;
-        for (int i = 0; i < extra; ++i, ++p) {
-            if ((*p & 0xC0) != 0x80)
-                return false;
-            code = (code << 6) | (*p & 0x3F);
-        }
-        if (code < minimum || code > 0x10FFFF || (code >= 0xD800 && code <= 0xDFFF))
-            return false;
-    }
-    return true;
-}
-
-// Collects the first problem of a conversion, so that each record is converted in one straight
-// pass and checked once at the end.
-class Checks {
-public:
-    // The wire's int64 as the records' int.
-    int narrow(int64 value, const char* field) {
-        if (value < INT_MIN || value > INT_MAX) {
-            fail(std::string("消息中的数值超出范围: ") + field + " = " + std::to_string(value));
-            return 0;
-        }
-        return static_cast<int>(value);
-    }
-
-    const std::string& text(const std::string& value, const char* field) {
-        if (!isUtf8(value))
-            fail(std::string("文本不是有效的 UTF-8: ") + field);
-        return value;
-    }
-
-    void fail(const std::string& message) {
-        if (m_error.isSuccess())
-            m_error = RKError::fail(message);
-    }
-
-    bool ok() const { return m_error.isSuccess(); }
-    const RKError& error() const { return m_error; }
-
-private:
-    RKError m_error;
-};
+using Checks = CCodecChecks;
 
 // ---- records to messages
 
@@ -206,7 +145,7 @@ rkservice::IDataPtr decodeUser(const quotes::v1::User& in, Checks* c) {
 }
 
 RKError unknownDataType(int64 dataType) {
-    return RKError::fail("未知的数据类型: " + std::to_string(dataType));
+    return RKError::fail(utils::ErrorKind::Invalid, "未知的数据类型: " + std::to_string(dataType));
 }
 
 }  // namespace
@@ -258,10 +197,10 @@ RKError CRecordCodec::decodeRecord(const quotes::v1::Record& in, rkservice::IDat
             break;
         case quotes::v1::Record::KIND_NOT_SET:
             // Also what a record of a newer schema looks like: refused, not dropped.
-            return RKError::fail("未知的记录类型");
+            return RKError::fail(utils::ErrorKind::Invalid, "未知的记录类型");
     }
     if (!c.ok() || !record)
-        return c.ok() ? RKError::fail("未知的记录类型") : c.error();
+        return c.ok() ? RKError::fail(utils::ErrorKind::Invalid, "未知的记录类型") : c.error();
     record->setSystemTag(in.system_tag());
     *out = record;
     return RKError::ok();
@@ -272,7 +211,7 @@ RKError CRecordCodec::encodeRecords(const rkservice::IDataList& datas, Records* 
     out->Reserve(static_cast<int>(datas.size()));
     for (const rkservice::IDataPtr& data : datas) {
         if (!data)
-            return RKError::fail("请求中有空的记录");
+            return RKError::fail(utils::ErrorKind::Invalid, "请求中有空的记录");
         const RKError error = encodeRecord(*data, out->Add());
         if (!error.isSuccess())
             return error;
@@ -319,7 +258,7 @@ RKError CRecordCodec::decodeTarget(const quotes::v1::Target& in, Hlx::CRequestTa
         case quotes::v1::Target::WHERE_NOT_SET:
             break;
     }
-    return RKError::fail("请求没有指明目标(数据中心或子系统)");
+    return RKError::fail(utils::ErrorKind::Invalid, "请求没有指明目标(数据中心或子系统)");
 }
 
 RKError CRecordCodec::encodeQuery(const Hlx::CRequestTarget& target,
@@ -354,7 +293,8 @@ RKError CRecordCodec::encodeOperate(const Hlx::CRequestTarget& target,
     if (!isKnownDataType(request.dataType))
         return unknownDataType(request.dataType);
     if (!isKnownOperateType(request.operateType))
-        return RKError::fail("未知的操作类型: " + std::to_string(request.operateType));
+        return RKError::fail(utils::ErrorKind::Invalid,
+                             "未知的操作类型: " + std::to_string(request.operateType));
     out->Clear();
     out->set_data_type(request.dataType);
     out->set_operate_type(request.operateType);
@@ -369,7 +309,8 @@ RKError CRecordCodec::decodeOperate(const quotes::v1::OperateRequest& in,
     if (!isKnownDataType(in.data_type()))
         return unknownDataType(in.data_type());
     if (!isKnownOperateType(in.operate_type()))
-        return RKError::fail("未知的操作类型: " + std::to_string(in.operate_type()));
+        return RKError::fail(utils::ErrorKind::Invalid,
+                             "未知的操作类型: " + std::to_string(in.operate_type()));
     RKError error = decodeTarget(in.target(), target);
     if (error.isSuccess())
         error = decodeRecords(in.records(), &out->datas);
@@ -438,10 +379,28 @@ RKError CRecordCodec::decodeSourcePatch(const quotes::v1::ModifySourceRequest& i
 
 // ---- answers
 
+namespace {
+
+// The kinds by their wire names; the same order on both sides.
+const std::pair<utils::ErrorKind, quotes::v1::ErrorKind> kErrorKinds[] = {
+    {utils::ErrorKind::None, quotes::v1::ERROR_KIND_UNSPECIFIED},
+    {utils::ErrorKind::Refused, quotes::v1::ERROR_KIND_REFUSED},
+    {utils::ErrorKind::Invalid, quotes::v1::ERROR_KIND_INVALID},
+    {utils::ErrorKind::NotFound, quotes::v1::ERROR_KIND_NOT_FOUND},
+    {utils::ErrorKind::Conflict, quotes::v1::ERROR_KIND_CONFLICT},
+    {utils::ErrorKind::Unavailable, quotes::v1::ERROR_KIND_UNAVAILABLE},
+};
+
+}  // namespace
+
 void CRecordCodec::encodeError(const utils::RKError& error, quotes::v1::Error* out) {
     out->set_success(error.isSuccess());
+    for (const auto& kind : kErrorKinds) {
+        if (kind.first == error.kind())
+            out->set_kind(kind.second);
+    }
     const std::string& message = error.errorMsg();
-    if (isUtf8(message)) {
+    if (CCodecChecks::isUtf8(message)) {
         out->set_message(message);
         return;
     }
@@ -450,7 +409,14 @@ void CRecordCodec::encodeError(const utils::RKError& error, quotes::v1::Error* o
 }
 
 RKError CRecordCodec::decodeError(const quotes::v1::Error& in) {
-    return RKError(in.success(), in.message());
+    if (in.success())
+        return RKError(true, in.message());
+    // A kind this client does not know (or none, from an older server) is a plain refusal.
+    for (const auto& kind : kErrorKinds) {
+        if (kind.second == in.kind())
+            return RKError::fail(kind.first, in.message());
+    }
+    return RKError::fail(in.message());
 }
 
 RKError CRecordCodec::encodeResult(const bson::BSONObj& result, quotes::v1::OperateResult* out) {
@@ -465,7 +431,8 @@ RKError CRecordCodec::encodeResult(const bson::BSONObj& result, quotes::v1::Oper
         bool isNumber = false;
         const int id = text.trimmed().toInt(&isNumber);
         if (!isNumber)
-            return RKError::fail("操作结果中的编号无效: " + text.toStdString());
+            return RKError::fail(utils::ErrorKind::Invalid,
+                                 "操作结果中的编号无效: " + text.toStdString());
         out->add_ids(id);
     }
     return RKError::ok();
@@ -573,7 +540,8 @@ void CRecordCodec::encodeAuditFilter(const Hlx::CAuditFilter& filter,
 RKError CRecordCodec::decodeAuditFilter(const quotes::v1::AuditRequest& in,
                                         Hlx::CAuditFilter* out) {
     if (in.limit() < 0 || in.limit() > INT_MAX)
-        return RKError::fail("操作记录条数超出范围: " + std::to_string(in.limit()));
+        return RKError::fail(utils::ErrorKind::Invalid,
+                             "操作记录条数超出范围: " + std::to_string(in.limit()));
     out->sinceMs = in.since_ms();
     out->untilMs = in.until_ms();
     out->account = in.account();
@@ -582,104 +550,101 @@ RKError CRecordCodec::decodeAuditFilter(const quotes::v1::AuditRequest& in,
     return RKError::ok();
 }
 
-void CRecordCodec::encodeAuditEntries(const std::vector<Hlx::CAuditEntry>& entries,
-                                      AuditEntries* out) {
+RKError CRecordCodec::encodeAuditEntries(const std::vector<Hlx::CAuditEntry>& entries,
+                                         AuditEntries* out) {
+    Checks c;
     for (const Hlx::CAuditEntry& entry : entries) {
         quotes::v1::AuditEntry* message = out->Add();
         message->set_id(entry.id);
         message->set_time_ms(entry.timeMs);
-        message->set_account(entry.account);
-        message->set_os_user(entry.osUser);
+        message->set_account(c.text(entry.account, "audit.account"));
+        message->set_os_user(c.text(entry.osUser, "audit.os_user"));
         message->set_local(entry.local);
-        message->set_client_address(entry.clientAddress);
-        message->set_subsystem(entry.subsystem);
-        message->set_action(entry.action);
+        message->set_client_address(c.text(entry.clientAddress, "audit.client_address"));
+        message->set_subsystem(c.text(entry.subsystem, "audit.subsystem"));
+        message->set_action(c.text(entry.action, "audit.action"));
         message->set_data_type(entry.dataType);
-        message->set_ids(entry.ids);
-        message->set_error(entry.error);
+        message->set_ids(c.text(entry.ids, "audit.ids"));
+        message->set_error(c.text(entry.error, "audit.error"));
         message->set_summary_json(compactJson(entry.summary));
         for (const Hlx::CAuditEntry::Detail& detail : entry.details) {
             quotes::v1::AuditDetail* row = message->add_details();
-            row->set_record_id(detail.recordId);
+            row->set_record_id(c.text(detail.recordId, "audit.record_id"));
             row->set_before_json(compactJson(detail.before));
             row->set_after_json(compactJson(detail.after));
         }
     }
+    return c.error();
 }
 
-std::vector<Hlx::CAuditEntry> CRecordCodec::decodeAuditEntries(const AuditEntries& in) {
+RKError CRecordCodec::decodeAuditEntries(const AuditEntries& in,
+                                         std::vector<Hlx::CAuditEntry>* out) {
+    Checks c;
     std::vector<Hlx::CAuditEntry> entries;
     for (const quotes::v1::AuditEntry& message : in) {
         Hlx::CAuditEntry entry;
         entry.id = message.id();
         entry.timeMs = message.time_ms();
-        entry.account = message.account();
-        entry.osUser = message.os_user();
+        entry.account = c.text(message.account(), "audit.account");
+        entry.osUser = c.text(message.os_user(), "audit.os_user");
         entry.local = message.local();
-        entry.clientAddress = message.client_address();
-        entry.subsystem = message.subsystem();
-        entry.action = message.action();
+        entry.clientAddress = c.text(message.client_address(), "audit.client_address");
+        entry.subsystem = c.text(message.subsystem(), "audit.subsystem");
+        entry.action = c.text(message.action(), "audit.action");
         entry.dataType = message.data_type();
-        entry.ids = message.ids();
-        entry.error = message.error();
+        entry.ids = c.text(message.ids(), "audit.ids");
+        entry.error = c.text(message.error(), "audit.error");
         entry.summary = jsonObject(message.summary_json());
         for (const quotes::v1::AuditDetail& row : message.details())
-            entry.details.push_back(
-                {row.record_id(), jsonObject(row.before_json()), jsonObject(row.after_json())});
+            entry.details.push_back({c.text(row.record_id(), "audit.record_id"),
+                                     jsonObject(row.before_json()), jsonObject(row.after_json())});
         entries.push_back(entry);
     }
-    return entries;
+    if (c.ok())
+        out->swap(entries);
+    return c.error();
 }
 
-void CRecordCodec::encodeChange(const Hlx::CChangeEvent& change, const std::string& receiverSession,
-                                quotes::v1::Event* out) {
+RKError CRecordCodec::encodeChange(const Hlx::CChangeEvent& change,
+                                   const std::string& receiverSession, quotes::v1::Event* out) {
+    Checks c;
     out->set_entry_id(change.entryId);
     out->set_data_type(change.dataType);
-    out->set_action(change.action);
-    out->set_subsystem(change.subsystem);
-    out->set_account(change.account);
+    out->set_action(c.text(change.action, "event.action"));
+    out->set_subsystem(c.text(change.subsystem, "event.subsystem"));
+    out->set_account(c.text(change.account, "event.account"));
     for (const std::string& id : change.ids)
-        out->add_ids(id);
+        out->add_ids(c.text(id, "event.ids"));
     out->set_all_ids(change.allIds);
     out->set_resync(change.resync);
     // The session itself (a token's hash) stays on the server.
     out->set_own(!receiverSession.empty() && change.session == receiverSession);
+    return c.error();
 }
 
 Hlx::CChangeEvent CRecordCodec::decodeChange(const quotes::v1::Event& in) {
+    // A text that is not UTF-8 is passed over: the event then means every record.
+    Checks c;
     Hlx::CChangeEvent change;
     change.entryId = in.entry_id();
     change.dataType = in.data_type();
-    change.action = in.action();
-    change.subsystem = in.subsystem();
-    change.account = in.account();
+    change.action = c.text(in.action(), "event.action");
+    change.subsystem = c.text(in.subsystem(), "event.subsystem");
+    change.account = c.text(in.account(), "event.account");
     // More ids than announced are a peer's fault: the change then means every record.
     change.allIds = in.all_ids() || std::size_t(in.ids_size()) > Hlx::CChangeEvent::kMaxIds;
     if (!change.allIds)
         change.ids.assign(in.ids().begin(), in.ids().end());
+    for (const std::string& id : change.ids)
+        c.text(id, "event.ids");
     change.resync = in.resync();
     change.own = in.own();
-    return change;
-}
-
-void CRecordCodec::encodeImportReport(const Hlx::CImportReport& report,
-                                      quotes::v1::ImportReply* out) {
-    for (const Hlx::CSectionChange& change : report.sections) {
-        quotes::v1::SectionChange* section = out->add_sections();
-        section->set_section(change.section);
-        section->set_before(change.before);
-        section->set_after(change.after);
-        section->set_added(change.added);
-        section->set_removed(change.removed);
+    if (!c.ok()) {
+        change.allIds = true;
+        change.ids.clear();
+        change.subsystem.clear();
+        change.account.clear();
+        change.action.clear();
     }
-    out->set_backup_file(report.backupFile);
-}
-
-Hlx::CImportReport CRecordCodec::decodeImportReport(const quotes::v1::ImportReply& in) {
-    Hlx::CImportReport report;
-    for (const quotes::v1::SectionChange& section : in.sections())
-        report.sections.push_back({section.section(), section.before(), section.after(),
-                                   section.added(), section.removed()});
-    report.backupFile = in.backup_file();
-    return report;
+    return change;
 }

@@ -89,15 +89,14 @@ public:
     static void encodeAuditFilter(const Hlx::CAuditFilter& filter, quotes::v1::AuditRequest* out);
     static utils::RKError decodeAuditFilter(const quotes::v1::AuditRequest& in,
                                             Hlx::CAuditFilter* out);
-    static void encodeAuditEntries(const std::vector<Hlx::CAuditEntry>& entries, AuditEntries* out);
-    static std::vector<Hlx::CAuditEntry> decodeAuditEntries(const AuditEntries& in);
-
-    static void encodeImportReport(const Hlx::CImportReport& report, quotes::v1::ImportReply* out);
-    static Hlx::CImportReport decodeImportReport(const quotes::v1::ImportReply& in);
+    static utils::RKError encodeAuditEntries(const std::vector<Hlx::CAuditEntry>& entries,
+                                             AuditEntries* out);
+    static utils::RKError decodeAuditEntries(const AuditEntries& in,
+                                             std::vector<Hlx::CAuditEntry>* out);
 
     // A change as the server streams it; own when the receiver's session made it.
-    static void encodeChange(const Hlx::CChangeEvent& change, const std::string& receiverSession,
-                             quotes::v1::Event* out);
+    static utils::RKError encodeChange(const Hlx::CChangeEvent& change,
+                                       const std::string& receiverSession, quotes::v1::Event* out);
     static Hlx::CChangeEvent decodeChange(const quotes::v1::Event& in);
 
     // Whether the data service knows the data type / the operation.

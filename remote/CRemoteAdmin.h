@@ -1,20 +1,13 @@
 #pragma once
 
-#include <grpcpp/grpcpp.h>
-
-#include <QJsonObject>
-#include <atomic>
 #include <chrono>
 #include <functional>
-#include <map>
 #include <memory>
-#include <mutex>
 #include <set>
 #include <string>
 #include <vector>
 
 #include "Hlx/IQuotesAdmin.h"
-#include "quotes.grpc.pb.h"
 #include "rkservice/CUserInfo.h"
 
 // The administration of quotesd over gRPC with TLS, for the console and quotesctl.
@@ -24,7 +17,8 @@
 // change whose answer was lost may have been applied. Every call has a deadline and answers
 // exactly once, on the calling thread. The session (token, account, sub-systems, login types)
 // is cached at login, so subsystems() and hasClientLoginTypeAuth() never touch the network.
-// Thread-safe: the client centre's workers call it concurrently.
+// Thread-safe: the client centre's workers call it concurrently. gRPC stays in the private
+// implementation, so its headers reach only this class's source.
 class CRemoteAdmin : public Hlx::IQuotesAdmin {
 public:
     // The beginnings of the texts the operator sees (details follow), for callers that react
@@ -62,14 +56,7 @@ public:
     void shutdown();
     int callsInFlight() const;
 
-    // Accounts.
-    utils::RKError accounts(std::vector<Account>* accounts) override;
-    utils::RKError setPassword(const std::string& name, const std::string& password) override;
-    utils::RKError setAccountEnabled(const std::string& name, bool enabled) override;
-    utils::RKError setRights(const std::string& name, const std::set<int>& rights) override;
-    utils::RKError setRights(const std::string& name, const std::set<int>& rights, int systemId);
-
-    // Hlx::IQuotesAdmin
+    // Quote data and settings.
     utils::RKError query(const Hlx::CRequestTarget& target,
                          const rkservice::COrinQueryDataReq& request,
                          std::vector<rkservice::IDataPtr>* datas) override;
@@ -80,9 +67,19 @@ public:
     utils::RKError modifySource(int id, const Hlx::CSourcePatch& patch) override;
     std::vector<Hlx::SubsystemInfo> subsystems() const override;
     bool hasClientLoginTypeAuth(int loginType) const override;
-    utils::RKError users(std::vector<rkservice::CUserInfoPtr>* users) override;
     utils::RKError setSubsystems(const std::vector<Hlx::SubsystemInfo>& subsystems) override;
     utils::RKError setLoginTypeAuth(int loginType, bool granted) override;
+    utils::RKError reloadSettings() override { return refreshSession(); }
+
+    // Accounts.
+    utils::RKError users(std::vector<rkservice::CUserInfoPtr>* users) override;
+    utils::RKError accounts(std::vector<Account>* accounts) override;
+    utils::RKError setPassword(const std::string& name, const std::string& password) override;
+    utils::RKError setAccountEnabled(const std::string& name, bool enabled) override;
+    utils::RKError setRights(const std::string& name, const std::set<int>& rights) override;
+    utils::RKError setRights(const std::string& name, const std::set<int>& rights, int systemId);
+
+    // Audit and transfer.
     utils::RKError exportDocument(QJsonObject* document) override;
     utils::RKError importDocument(const QJsonObject& document) override;
     // A dry run, or a real import whose backup the server writes and names; a backup file of
@@ -94,67 +91,12 @@ public:
     utils::RKError auditEntries(const Hlx::CAuditFilter& filter,
                                 std::vector<Hlx::CAuditEntry>* entries) override;
     utils::RKError pruneAudit(long long beforeMs, int* removed) override;
+
     // Through an Events call kept open to the current server (reopened on the next one after a
     // failure), with the token of the login at each opening.
     std::shared_ptr<void> watchChanges(const ChangeHandler& handler) override;
-    utils::RKError reloadSettings() override { return refreshSession(); }
 
 private:
-    using Stub = quotes::v1::QuotesAdmin::Stub;
-    using Deadline = std::chrono::system_clock::time_point;
-    // One remote call on a stub; outputs are reset by the call itself, as it may be repeated
-    // on another server.
-    using Rpc = std::function<grpc::Status(Stub*, grpc::ClientContext*)>;
-
-    struct Endpoint {
-        std::string address;
-        std::shared_ptr<grpc::Channel> channel;
-        std::shared_ptr<Stub> stub;
-    };
-
-    // Reads: the current server, then the others. Changes: the current server, once.
-    utils::RKError read(const Rpc& rpc, bool needsToken);
-    utils::RKError change(const Rpc& rpc);
-    // An administrative change: its outcome is the error the server answers.
-    using AdminRpc =
-        std::function<grpc::Status(Stub*, grpc::ClientContext*, quotes::v1::AdminReply*)>;
-    utils::RKError administer(const AdminRpc& rpc);
-    utils::RKError tryServers(size_t first, const std::string& token, const Rpc& rpc,
-                              size_t* answered);
-    grpc::Status readFrom(size_t server, const std::string& token, const Rpc& rpc);
-    grpc::Status attempt(size_t server, const std::string& token, Deadline deadline,
-                         const Rpc& rpc);
-    utils::RKError connect(size_t server, Deadline deadline);
-
-    bool admit(bool needsToken, std::string* token, utils::RKError* refusal) const;
-    bool track(grpc::ClientContext* context);
-    void untrack(grpc::ClientContext* context);
-
-    std::shared_ptr<grpc::Channel> channel(size_t server, std::shared_ptr<Stub>* stub);
-    void dropChannel(size_t server);
-    std::shared_ptr<grpc::Channel> newChannel(const std::string& address) const;
-
-    utils::RKError failure(size_t server, const grpc::Status& status, const std::string& token);
-    std::string unreachableReason(const grpc::Status& status) const;
-    void sessionEnded(const std::string& token);
-    utils::RKError cacheSession(const quotes::v1::LoginReply& reply, size_t server);
-
-    const std::chrono::milliseconds m_deadline;
-    const std::string m_caPem;
-    std::atomic<size_t> m_current{0};
-    std::atomic<bool> m_closed{false};
-
-    mutable std::mutex m_channelMutex;
-    std::vector<Endpoint> m_endpoints;
-
-    mutable std::mutex m_callMutex;
-    std::set<grpc::ClientContext*> m_calls;
-
-    mutable std::mutex m_sessionMutex;
-    std::string m_token;
-    bool m_expired = false;
-    rkservice::CUserInfoPtr m_account;
-    std::vector<Hlx::SubsystemInfo> m_subsystems;
-    std::map<int, bool> m_loginTypeAuth;
-    std::function<void()> m_expiredHandler;
+    class Impl;
+    std::unique_ptr<Impl> d;
 };

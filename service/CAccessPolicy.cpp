@@ -10,7 +10,7 @@ namespace {
 
 void require(const CCaller& caller, CRecordAction action, int tradeType, int platformId) {
     if (!caller.holdsAny(CRightsTable::sourceRights(action, tradeType, platformId)))
-        throw CServiceError(CRightsTable::sourceRefusal(action, tradeType, platformId));
+        throw CServiceError::refused(CRightsTable::sourceRefusal(action, tradeType, platformId));
 }
 
 }  // namespace
@@ -53,17 +53,17 @@ void CAccessPolicy::checkDelete(const CCaller& caller, const std::vector<int>& i
 
 void CAccessPolicy::checkLevel2(const CCaller& caller, CRecordAction action) {
     if (!caller.holds(CRightsTable::level2Right(action)))
-        throw CServiceError(CRightsTable::level2Refusal(action));
+        throw CServiceError::refused(CRightsTable::level2Refusal(action));
 }
 
 void CAccessPolicy::checkWholeQuote(const CCaller& caller) {
     if (!caller.holds(CRightsTable::kWholeQuoteSave))
-        throw CServiceError(CRightsTable::refusal("保存行情全推设置"));
+        throw CServiceError::refused(CRightsTable::refusal("保存行情全推设置"));
 }
 
 void CAccessPolicy::checkAdminister(const CCaller& caller, const std::string& what) {
     if (!caller.holds(CRightsTable::kAdminister))
-        throw CServiceError(CRightsTable::refusal(what));
+        throw CServiceError::refused(CRightsTable::refusal(what));
 }
 
 bool CAccessPolicy::mayReadPassword(const CCaller& caller,

@@ -1,7 +1,10 @@
 #pragma once
 
 #include <QString>
+#include <boost/make_shared.hpp>
 #include <set>
+
+#include "rkservice/CUserInfo.h"
 
 // An account of the platform as the login machinery sees it; never holds its password or hash.
 struct CAccount {
@@ -10,4 +13,13 @@ struct CAccount {
     std::set<int> rights;
     bool enabled = true;
     bool hasPassword = false;
+
+    // The account as the platform's user records carry it.
+    rkservice::CUserInfoPtr userInfo() const {
+        auto user = boost::make_shared<rkservice::CUserInfo>();
+        user->m_strName = name.toStdString();
+        user->m_nSystemId = systemId;
+        user->m_rights = rights;
+        return user;
+    }
 };

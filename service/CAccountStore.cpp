@@ -7,13 +7,14 @@
 #include "CDatabase.h"
 #include "CPasswordHasher.h"
 #include "CServiceError.h"
+#include "model/CRightsTable.h"
 
 namespace {
 
 constexpr int kMaxNameLength = 64;
 
 [[noreturn]] void unknownAccount(const QString& name) {
-    throw CServiceError("用户不存在: " + name.toStdString());
+    throw CServiceError::notFound("用户不存在: " + name.toStdString());
 }
 
 }  // namespace
@@ -66,6 +67,11 @@ void CAccountStore::writeRights(const CDatabase& database, QSqlDatabase& db, con
     clear.prepare(QStringLiteral("DELETE FROM user_rights WHERE user_name = ?"));
     clear.addBindValue(name);
     database.exec(clear);
+    insertRights(database, db, name, rights);
+}
+
+void CAccountStore::insertRights(const CDatabase& database, QSqlDatabase& db, const QString& name,
+                                 const std::set<int>& rights) {
     QSqlQuery insert(db);
     insert.prepare(QStringLiteral("INSERT INTO user_rights (user_name, right_id) VALUES (?, ?)"));
     for (int id : rights) {
@@ -145,7 +151,7 @@ void CAccountStore::createAccount(const QString& name, int systemId, const std::
         runHook(db);
         CAccount existing;
         if (read(m_database, db, name, &existing, nullptr))
-            throw CServiceError("用户已存在: " + name.toStdString());
+            throw CServiceError::conflict("用户已存在: " + name.toStdString());
         QSqlQuery insert(db);
         insert.prepare(
             QStringLiteral("INSERT INTO users (name, system_id, enabled) VALUES (?, ?, 1)"));
@@ -202,4 +208,102 @@ void CAccountStore::setPasswordHash(const QString& name, const std::string& enco
 
 void CAccountStore::clearPassword(const QString& name) {
     update(name, QStringLiteral("password_hash = ?"), QVariant(QVariant::String), true);
+}
+
+std::vector<CAccountStore::Row> CAccountStore::rows(const CDatabase& database, QSqlDatabase& db) {
+    std::map<QString, std::set<int>> rightsOf;
+    QSqlQuery rights(db);
+    rights.setForwardOnly(true);
+    rights.prepare(QStringLiteral("SELECT user_name, right_id FROM user_rights"));
+    database.exec(rights);
+    while (rights.next())
+        rightsOf[rights.value(0).toString()].insert(rights.value(1).toInt());
+    std::vector<Row> result;
+    QSqlQuery users(db);
+    users.setForwardOnly(true);
+    users.prepare(
+        QStringLiteral("SELECT name, system_id, enabled, password_hash FROM users ORDER BY name"));
+    database.exec(users);
+    while (users.next()) {
+        Row row;
+        row.name = users.value(0).toString();
+        row.systemId = users.value(1).toInt();
+        row.rights = rightsOf[row.name];
+        row.hasLogin = true;
+        row.enabled = users.value(2).toInt() != 0;
+        row.passwordHash = users.value(3).toString();
+        result.push_back(row);
+    }
+    return result;
+}
+
+bool CAccountStore::hasAdministrator(const CDatabase& database, QSqlDatabase& db) {
+    QSqlQuery query(db);
+    query.prepare(
+        QStringLiteral("SELECT count(*) FROM users JOIN user_rights ON user_rights.user_name = "
+                       "users.name WHERE users.enabled = 1 AND user_rights.right_id = ?"));
+    query.addBindValue(int(Hlx::CRightsTable::kAdminister));
+    database.exec(query);
+    return query.next() && query.value(0).toInt() > 0;
+}
+
+void CAccountStore::writeLogin(const CDatabase& database, QSqlDatabase& db, const Row& row) {
+    CAccount current;
+    std::string currentHash;
+    read(database, db, row.name, &current, &currentHash);
+    // Logins end when the row disables the account or gives it another password.
+    if (!row.enabled || currentHash != row.passwordHash.toStdString())
+        endLogins(database, db, row.name);
+    QSqlQuery write(db);
+    write.prepare(QStringLiteral("UPDATE users SET enabled = ?, password_hash = ? WHERE name = ?"));
+    write.addBindValue(row.enabled ? 1 : 0);
+    write.addBindValue(row.passwordHash.isEmpty() ? QVariant(QVariant::String)
+                                                  : QVariant(row.passwordHash));
+    write.addBindValue(row.name);
+    database.exec(write);
+}
+
+void CAccountStore::removeAllBut(const CDatabase& database, QSqlDatabase& db,
+                                 const std::set<QString>& kept) {
+    std::vector<QString> gone;
+    QSqlQuery existing(db);
+    existing.prepare(QStringLiteral("SELECT name FROM users"));
+    database.exec(existing);
+    while (existing.next()) {
+        if (!kept.count(existing.value(0).toString()))
+            gone.push_back(existing.value(0).toString());
+    }
+    existing.finish();
+    QSqlQuery erase(db);
+    erase.prepare(QStringLiteral("DELETE FROM users WHERE name = ?"));
+    for (const QString& name : gone) {
+        erase.addBindValue(name);
+        database.exec(erase);
+    }
+}
+
+void CAccountStore::replaceRows(const CDatabase& database, QSqlDatabase& db,
+                                const std::vector<Row>& rows) {
+    std::set<QString> named;
+    for (const Row& row : rows)
+        named.insert(row.name);
+    database.exec(db, QStringLiteral("DELETE FROM user_rights"));
+    removeAllBut(database, db, named);
+    QSqlQuery update(db);
+    update.prepare(QStringLiteral("UPDATE users SET system_id = ? WHERE name = ?"));
+    QSqlQuery insert(db);
+    insert.prepare(QStringLiteral("INSERT INTO users (name, system_id) VALUES (?, ?)"));
+    for (const Row& row : rows) {
+        update.addBindValue(row.systemId);
+        update.addBindValue(row.name);
+        database.exec(update);
+        if (update.numRowsAffected() < 1) {
+            insert.addBindValue(row.name);
+            insert.addBindValue(row.systemId);
+            database.exec(insert);
+        }
+        if (row.hasLogin)
+            writeLogin(database, db, row);
+        insertRights(database, db, row.name, row.rights);
+    }
 }

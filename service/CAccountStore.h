@@ -17,6 +17,17 @@ class CDatabase;
 // access away (disable, new or cleared password) also end its logins.
 class CAccountStore {
 public:
+    // An account as a backup carries it: its hash, never a password.
+    struct Row {
+        QString name;
+        int systemId = 0;
+        std::set<int> rights;
+        // Whether the enabled flag and the hash are known (documents of version 2 and later).
+        bool hasLogin = false;
+        bool enabled = true;
+        QString passwordHash;  // Argon2id; empty: no password
+    };
+
     explicit CAccountStore(CDatabase& database);
 
     // Runs inside the transaction of each change, before the change (which reads the state
@@ -43,13 +54,28 @@ public:
                      CAccount* account, std::string* passwordHash);
     // Within the caller's transaction: ends every login of the account.
     static void endLogins(const CDatabase& database, QSqlDatabase& db, const QString& name);
+    // Within the caller's transaction: every account by name, its hash included (export). The
+    // rights are read before the accounts.
+    static std::vector<Row> rows(const CDatabase& database, QSqlDatabase& db);
+    // Within the caller's transaction: makes the accounts exactly these (import). An account the
+    // rows name keeps its logins (and, without a known login, its password and enabled flag);
+    // an account they leave out goes, and its logins with it.
+    static void replaceRows(const CDatabase& database, QSqlDatabase& db,
+                            const std::vector<Row>& rows);
+    // Within the caller's transaction: whether an enabled account holds the administrator right.
+    static bool hasAdministrator(const CDatabase& database, QSqlDatabase& db);
 
 private:
     static std::set<int> readRights(const CDatabase& database, QSqlDatabase& db,
                                     const QString& name);
     static void writeRights(const CDatabase& database, QSqlDatabase& db, const QString& name,
                             const std::set<int>& rights);
+    static void insertRights(const CDatabase& database, QSqlDatabase& db, const QString& name,
+                             const std::set<int>& rights);
     static void checkName(const QString& name);
+    static void writeLogin(const CDatabase& database, QSqlDatabase& db, const Row& row);
+    static void removeAllBut(const CDatabase& database, QSqlDatabase& db,
+                             const std::set<QString>& kept);
     void update(const QString& name, const QString& assignment, const QVariant& value,
                 bool endsLogins);
 

@@ -11,7 +11,6 @@
 #include "CAccountStore.h"
 #include "CCaller.h"
 #include "CDatabase.h"
-#include "CQuoteSourceStore.h"
 #include "CServiceError.h"
 #include "model/CAuditVocabulary.h"
 #include "rkservice/DataTypeIds.h"
@@ -127,7 +126,7 @@ long long CAuditTrail::insertEntry(QSqlDatabase& db, const Entry& entry) const {
     m_database.exec(insert);
     if (postgres) {
         if (!insert.next())
-            throw CServiceError("操作记录写入失败");
+            throw CServiceError::unavailable("操作记录写入失败");
         return insert.value(0).toLongLong();
     }
     return insert.lastInsertId().toLongLong();
@@ -259,19 +258,6 @@ int CAuditTrail::prune(QSqlDatabase& db, long long beforeMs) const {
     entries.addBindValue(beforeMs);
     m_database.exec(entries);
     return entries.numRowsAffected();
-}
-
-std::map<int, rkservice::COrinQuoterSourceInfo> CAuditTrail::storedSources(
-    const CQuoteSourceStore& store, QSqlDatabase& db, const QString& subsystem,
-    const std::vector<int>& ids) {
-    const std::set<int> wanted(ids.begin(), ids.end());
-    std::map<int, rkservice::COrinQuoterSourceInfo> result;
-    for (const rkservice::IDataPtr& data : store.query(db, subsystem, false, 0)) {
-        const auto* source = static_cast<const rkservice::COrinQuoterSourceInfo*>(data.get());
-        if (wanted.count(source->m_nId))
-            result.emplace(source->m_nId, *source);
-    }
-    return result;
 }
 
 QJsonObject CAuditTrail::secret(bool changed) {

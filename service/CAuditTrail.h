@@ -15,7 +15,6 @@
 
 class CCaller;
 class CDatabase;
-class CQuoteSourceStore;
 
 // The audit trail: who changed what, and which requests were refused. The one place that
 // builds and writes entries; the changes call it inside their own transaction, so an entry
@@ -49,11 +48,6 @@ public:
     // Removes the entries older than the time, within the caller's transaction; how many.
     int prune(QSqlDatabase& db, long long beforeMs) const;
 
-    // The stored sources with the ids as detail fields, by id (password included, for the
-    // comparison; details only ever show it masked).
-    static std::map<int, rkservice::COrinQuoterSourceInfo> storedSources(
-        const CQuoteSourceStore& store, QSqlDatabase& db, const QString& subsystem,
-        const std::vector<int>& ids);
     // One detail row per source: before (absent when added) and after (absent when deleted).
     static void addSourceDetails(Entry* entry,
                                  const std::map<int, rkservice::COrinQuoterSourceInfo>& before,

@@ -91,7 +91,7 @@ private:
     void listen(QSqlDatabase& db) {
         QSqlDriver* driver = db.driver();
         if (!driver->subscribeToNotification(QString::fromLatin1(CAuditTrail::kChangeChannel)))
-            throw CServiceError("无法订阅数据变更通知");
+            throw CServiceError::unavailable("无法订阅数据变更通知");
         m_listening = db.connectionName();
         QObject::connect(
             driver,

@@ -13,8 +13,10 @@
 #include "CQuoteSourceStore.h"
 #include "CReferenceData.h"
 #include "CServiceError.h"
+#include "CSettingsStore.h"
 #include "CSourceValidator.h"
 #include "CTokenStore.h"
+#include "CWholeQuoteStore.h"
 #include "model/CRightsTable.h"
 #include "rkservice/CWholeQuotedivision.h"
 
@@ -83,66 +85,62 @@ void parseLogin(const QJsonObject& u, CDataTransfer::User* user) {
     user->passwordHash = hash.toString();
 }
 
-}  // namespace
-
-void CDataTransfer::checkSubsystems(const std::vector<Hlx::SubsystemInfo>& subsystems) {
-    if (subsystems.empty())
-        throw CServiceError("至少需要一个分系统");
-    std::set<std::string> names;
-    for (const auto& info : subsystems) {
-        if (info.name.empty() || info.displayName.empty())
-            throw CServiceError("分系统的名称和显示名称不能为空");
-        if (!names.insert(info.name).second)
-            throw CServiceError("分系统名称重复: " + info.name);
-    }
+QJsonArray subsystemsToJson(const std::vector<Hlx::SubsystemInfo>& subsystems) {
+    QJsonArray result;
+    for (const auto& info : subsystems)
+        result.append(
+            QJsonObject{{QStringLiteral("name"), QString::fromStdString(info.name)},
+                        {QStringLiteral("displayName"), QString::fromStdString(info.displayName)}});
+    return result;
 }
 
-void CDataTransfer::writeSubsystems(const CDatabase& database, QSqlDatabase& db,
-                                    const std::vector<Hlx::SubsystemInfo>& subsystems,
-                                    bool keepSources) {
-    std::set<QString> wanted;
-    for (const auto& info : subsystems)
-        wanted.insert(QString::fromStdString(info.name));
-    QStringList existing;
-    {
-        QSqlQuery query(db);
-        query.prepare(QStringLiteral("SELECT name FROM subsystems"));
-        database.exec(query);
-        while (query.next())
-            existing << query.value(0).toString();
+QJsonObject loginTypeAuthToJson(const std::map<int, bool>& settings) {
+    QJsonObject result;
+    for (const auto& setting : settings)
+        result.insert(QString::number(setting.first), setting.second);
+    return result;
+}
+
+QJsonObject wholeQuoteToJson(const std::map<QString, CWholeQuoteStore::Flags>& all) {
+    QJsonObject result;
+    for (const auto& subsystem : all) {
+        QJsonObject flags;
+        for (const auto& flag : subsystem.second)
+            flags.insert(flag.first, flag.second);
+        result.insert(subsystem.first, flags);
     }
-    for (const QString& name : existing) {
-        if (wanted.count(name))
-            continue;
-        if (keepSources) {
-            QSqlQuery count(db);
-            count.prepare(
-                QStringLiteral("SELECT count(*) FROM kx_orin_quoter_source WHERE subsystem = ?"));
-            count.addBindValue(name);
-            database.exec(count);
-            if (count.next() && count.value(0).toInt() > 0)
-                throw CServiceError("分系统 " + name.toStdString() + " 仍有行情源，不能删除");
-        }
-        QSqlQuery erase(db);
-        erase.prepare(QStringLiteral("DELETE FROM subsystems WHERE name = ?"));
-        erase.addBindValue(name);
-        database.exec(erase);
+    return result;
+}
+
+QJsonArray usersToJson(const std::vector<CAccountStore::Row>& rows) {
+    QJsonArray result;
+    for (const CAccountStore::Row& row : rows) {
+        QJsonArray rights;
+        for (int right : row.rights)
+            rights.append(right);
+        result.append(QJsonObject{{QStringLiteral("name"), row.name},
+                                  {QStringLiteral("systemId"), row.systemId},
+                                  {QStringLiteral("rights"), rights},
+                                  {QStringLiteral("enabled"), row.enabled},
+                                  {QStringLiteral("passwordHash"),
+                                   row.passwordHash.isEmpty() ? QJsonValue(QJsonValue::Null)
+                                                              : QJsonValue(row.passwordHash)}});
     }
-    int order = 0;
-    for (const auto& info : subsystems) {
-        const QString name = QString::fromStdString(info.name);
-        QSqlQuery write(db);
-        if (existing.contains(name))
-            write.prepare(
-                QStringLiteral("UPDATE subsystems SET display_name = ?, ord = ? WHERE name = ?"));
-        else
-            write.prepare(QStringLiteral(
-                "INSERT INTO subsystems (display_name, ord, name) VALUES (?, ?, ?)"));
-        write.addBindValue(QString::fromStdString(info.displayName));
-        write.addBindValue(order++);
-        write.addBindValue(name);
-        database.exec(write);
+    return result;
+}
+
+}  // namespace
+
+QJsonArray CDataTransfer::sourcesToJson(const CDatabase& database, QSqlDatabase& db) {
+    QJsonArray sources;
+    for (const auto& data : CQuoteSourceStore(database).query(db, QString(), false, 0)) {
+        const auto& s = static_cast<const rkservice::COrinQuoterSourceInfo&>(*data);
+        QJsonObject source = sourceToJson(s);
+        if (s.m_nBrokerId == rkservice::COrinQuoterSourceInfo::kNoBroker)
+            source.insert(QStringLiteral("brokerId"), QJsonValue(QJsonValue::Null));
+        sources.append(source);
     }
+    return sources;
 }
 
 QJsonObject CDataTransfer::sourceToJson(const rkservice::COrinQuoterSourceInfo& s) {
@@ -162,87 +160,24 @@ QJsonObject CDataTransfer::sourceToJson(const rkservice::COrinQuoterSourceInfo& 
 }
 
 QJsonObject CDataTransfer::exportAll(const CDatabase& database, QSqlDatabase& db) {
+    // Accounts come last: a PostgreSQL export is one snapshot, and its test holds that table.
     QJsonObject document;
     document.insert(QStringLiteral("format"), QLatin1String(kFormat));
     document.insert(QStringLiteral("version"), kFormatVersion);
-
-    QJsonArray subsystems;
-    QSqlQuery systems(db);
-    systems.prepare(QStringLiteral("SELECT name, display_name FROM subsystems ORDER BY ord, name"));
-    database.exec(systems);
-    while (systems.next()) {
-        QJsonObject info;
-        info.insert(QStringLiteral("name"), systems.value(0).toString());
-        info.insert(QStringLiteral("displayName"), systems.value(1).toString());
-        subsystems.append(info);
-    }
-    document.insert(QStringLiteral("subsystems"), subsystems);
-
-    QJsonObject auth;
-    QSqlQuery settings(db);
-    settings.prepare(QStringLiteral(
-        "SELECT name, val FROM meta WHERE name LIKE 'login_type_auth.%' ORDER BY name"));
-    database.exec(settings);
-    while (settings.next())
-        auth.insert(settings.value(0).toString().section(QLatin1Char('.'), 1),
-                    settings.value(1).toString() == QLatin1String("1"));
-    document.insert(QStringLiteral("loginTypeAuth"), auth);
-
+    const CSettingsStore settings(database);
+    document.insert(QStringLiteral("subsystems"), subsystemsToJson(settings.subsystems(db)));
+    document.insert(QStringLiteral("loginTypeAuth"),
+                    loginTypeAuthToJson(settings.loginTypeAuth(db)));
     document.insert(QStringLiteral("platforms"), CReferenceData::readPlatforms(database, db));
     document.insert(QStringLiteral("brokers"), CReferenceData::readBrokers(database, db));
-
-    QJsonArray sources;
-    const CQuoteSourceStore store(database);
-    for (const auto& data : store.query(db, QString(), false, 0)) {
-        const auto& s = static_cast<const rkservice::COrinQuoterSourceInfo&>(*data);
-        QJsonObject source = sourceToJson(s);
-        if (s.m_nBrokerId == rkservice::COrinQuoterSourceInfo::kNoBroker)
-            source.insert(QStringLiteral("brokerId"), QJsonValue(QJsonValue::Null));
-        sources.append(source);
-    }
-    document.insert(QStringLiteral("sources"), sources);
-
-    QJsonObject wholeQuote;
-    QSqlQuery markets(db);
-    markets.prepare(QStringLiteral(
-        "SELECT subsystem, market, enabled FROM whole_quote ORDER BY subsystem, market"));
-    database.exec(markets);
-    while (markets.next()) {
-        QJsonObject flags = wholeQuote.value(markets.value(0).toString()).toObject();
-        flags.insert(markets.value(1).toString(), markets.value(2).toInt() != 0);
-        wholeQuote.insert(markets.value(0).toString(), flags);
-    }
-    document.insert(QStringLiteral("wholeQuote"), wholeQuote);
-
+    document.insert(QStringLiteral("sources"), sourcesToJson(database, db));
+    document.insert(QStringLiteral("wholeQuote"),
+                    wholeQuoteToJson(CWholeQuoteStore(database).readAll(db)));
     std::string token;
     document.insert(QStringLiteral("level2Token"), CTokenStore(database).read(db, &token)
                                                        ? QJsonValue(QString::fromStdString(token))
                                                        : QJsonValue());
-
-    std::map<QString, QJsonArray> rightsOf;
-    QSqlQuery rights(db);
-    rights.prepare(
-        QStringLiteral("SELECT user_name, right_id FROM user_rights ORDER BY user_name, right_id"));
-    database.exec(rights);
-    while (rights.next())
-        rightsOf[rights.value(0).toString()].append(rights.value(1).toInt());
-    QJsonArray users;
-    QSqlQuery people(db);
-    people.prepare(
-        QStringLiteral("SELECT name, system_id, enabled, password_hash FROM users ORDER BY name"));
-    database.exec(people);
-    while (people.next()) {
-        QJsonObject user;
-        user.insert(QStringLiteral("name"), people.value(0).toString());
-        user.insert(QStringLiteral("systemId"), people.value(1).toInt());
-        user.insert(QStringLiteral("rights"), rightsOf[people.value(0).toString()]);
-        user.insert(QStringLiteral("enabled"), people.value(2).toInt() != 0);
-        const QString hash = people.value(3).toString();
-        user.insert(QStringLiteral("passwordHash"),
-                    hash.isEmpty() ? QJsonValue(QJsonValue::Null) : QJsonValue(hash));
-        users.append(user);
-    }
-    document.insert(QStringLiteral("users"), users);
+    document.insert(QStringLiteral("users"), usersToJson(CAccountStore::rows(database, db)));
     return document;
 }
 
@@ -355,7 +290,7 @@ void CDataTransfer::parseSubsystems(const QJsonObject& document, Content* conten
              stringField(info, "displayName", QStringLiteral("分系统")).toStdString()});
     }
     try {
-        checkSubsystems(content->subsystems);
+        CSettingsStore::checkSubsystems(content->subsystems);
     } catch (const CServiceError& e) {
         refuse(QString::fromStdString(e.what()));
     }
@@ -521,119 +456,23 @@ CDataTransfer::Content CDataTransfer::parse(const QJsonObject& document) {
 }
 
 void CDataTransfer::importAll(const CDatabase& database, QSqlDatabase& db, const Content& content) {
-    const bool hadAdministrator = hasAdministrator(database, db);
-    for (const char* table :
-         {"kx_orin_quoter_source", "whole_quote", "level2_token", "user_rights"})
+    const bool hadAdministrator = CAccountStore::hasAdministrator(database, db);
+    // What refers to a sub-system goes before the sub-systems change.
+    for (const char* table : {"kx_orin_quoter_source", "whole_quote", "level2_token"})
         database.exec(db, QStringLiteral("DELETE FROM %1").arg(QLatin1String(table)));
-    database.exec(db, QStringLiteral("DELETE FROM meta WHERE name LIKE 'login_type_auth.%'"));
-    writeSubsystems(database, db, content.subsystems, false);
-
-    QSqlQuery setting(db);
-    setting.prepare(QStringLiteral("INSERT INTO meta (name, val) VALUES (?, ?)"));
-    for (const auto& auth : content.loginTypeAuth) {
-        setting.addBindValue(QStringLiteral("login_type_auth.%1").arg(auth.first));
-        setting.addBindValue(auth.second ? QStringLiteral("1") : QStringLiteral("0"));
-        database.exec(setting);
-    }
-
+    const CSettingsStore settings(database);
+    settings.replaceLoginTypeAuth(db, content.loginTypeAuth);
+    settings.writeSubsystems(db, content.subsystems, false);
+    CWholeQuoteStore(database).replaceAll(db, content.wholeQuote);
     CReferenceData::write(database, db, content.platforms, content.brokers);
-
     const CQuoteSourceStore store(database);
     for (const auto& entry : content.sources)
         store.insertRaw(db, entry.first, entry.second);
     store.resetIdSequence(db);
-
-    QSqlQuery market(db);
-    market.prepare(
-        QStringLiteral("INSERT INTO whole_quote (subsystem, market, enabled) VALUES (?, ?, ?)"));
-    for (const auto& system : content.wholeQuote) {
-        for (const auto& flag : system.second) {
-            market.addBindValue(system.first);
-            market.addBindValue(flag.first);
-            market.addBindValue(flag.second ? 1 : 0);
-            database.exec(market);
-        }
-    }
-
     if (content.hasToken)
         CTokenStore(database).insert(db, content.level2Token.toStdString());
-
-    writeUsers(database, db, content.users);
-    if (hadAdministrator && !hasAdministrator(database, db))
+    CAccountStore::replaceRows(database, db, content.users);
+    if (hadAdministrator && !CAccountStore::hasAdministrator(database, db))
         refuse(QStringLiteral("导入后将没有启用且有管理权限(%1)的账户")
                    .arg(int(Hlx::CRightsTable::kAdminister)));
-}
-
-bool CDataTransfer::hasAdministrator(const CDatabase& database, QSqlDatabase& db) {
-    QSqlQuery query(db);
-    query.prepare(
-        QStringLiteral("SELECT count(*) FROM users JOIN user_rights ON user_rights.user_name = "
-                       "users.name WHERE users.enabled = 1 AND user_rights.right_id = ?"));
-    query.addBindValue(int(Hlx::CRightsTable::kAdminister));
-    database.exec(query);
-    return query.next() && query.value(0).toInt() > 0;
-}
-
-void CDataTransfer::writeLogin(const CDatabase& database, QSqlDatabase& db, const User& user) {
-    CAccount current;
-    std::string currentHash;
-    CAccountStore::read(database, db, user.name, &current, &currentHash);
-    // Logins end when the document disables the account or gives it another password.
-    if (!user.enabled || currentHash != user.passwordHash.toStdString())
-        CAccountStore::endLogins(database, db, user.name);
-    QSqlQuery write(db);
-    write.prepare(QStringLiteral("UPDATE users SET enabled = ?, password_hash = ? WHERE name = ?"));
-    write.addBindValue(user.enabled ? 1 : 0);
-    write.addBindValue(user.passwordHash.isEmpty() ? QVariant(QVariant::String)
-                                                   : QVariant(user.passwordHash));
-    write.addBindValue(user.name);
-    database.exec(write);
-}
-
-void CDataTransfer::writeUsers(const CDatabase& database, QSqlDatabase& db,
-                               const std::vector<User>& users) {
-    // An account the document names keeps its logins (and, from a version-1 document, its
-    // password and enabled flag); an account it leaves out goes, and its logins with it.
-    std::set<QString> named;
-    for (const User& u : users)
-        named.insert(u.name);
-    std::vector<QString> gone;
-    QSqlQuery existing(db);
-    existing.prepare(QStringLiteral("SELECT name FROM users"));
-    database.exec(existing);
-    while (existing.next()) {
-        if (!named.count(existing.value(0).toString()))
-            gone.push_back(existing.value(0).toString());
-    }
-    existing.finish();
-    QSqlQuery erase(db);
-    erase.prepare(QStringLiteral("DELETE FROM users WHERE name = ?"));
-    for (const QString& name : gone) {
-        erase.addBindValue(name);
-        database.exec(erase);
-    }
-
-    QSqlQuery update(db);
-    update.prepare(QStringLiteral("UPDATE users SET system_id = ? WHERE name = ?"));
-    QSqlQuery insert(db);
-    insert.prepare(QStringLiteral("INSERT INTO users (name, system_id) VALUES (?, ?)"));
-    QSqlQuery right(db);
-    right.prepare(QStringLiteral("INSERT INTO user_rights (user_name, right_id) VALUES (?, ?)"));
-    for (const User& u : users) {
-        update.addBindValue(u.systemId);
-        update.addBindValue(u.name);
-        database.exec(update);
-        if (update.numRowsAffected() < 1) {
-            insert.addBindValue(u.name);
-            insert.addBindValue(u.systemId);
-            database.exec(insert);
-        }
-        if (u.hasLogin)
-            writeLogin(database, db, u);
-        for (int id : u.rights) {
-            right.addBindValue(u.name);
-            right.addBindValue(id);
-            database.exec(right);
-        }
-    }
 }

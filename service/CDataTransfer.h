@@ -9,6 +9,8 @@
 #include <utility>
 #include <vector>
 
+#include "CAccountStore.h"
+#include "CWholeQuoteStore.h"
 #include "Hlx/IDataServiceBackend.h"
 #include "Hlx/IQuotesAdmin.h"
 #include "rkservice/COrinQuoterSourceInfo.h"
@@ -19,15 +21,7 @@ class CDatabase;
 // and its replacement from one.
 class CDataTransfer {
 public:
-    struct User {
-        QString name;
-        int systemId = 0;
-        std::set<int> rights;
-        // Version 2: the enabled flag and the Argon2id hash (empty: no password).
-        bool hasLogin = false;
-        bool enabled = true;
-        QString passwordHash;
-    };
+    using User = CAccountStore::Row;
     // A parsed and checked document.
     struct Content {
         std::vector<Hlx::SubsystemInfo> subsystems;
@@ -35,7 +29,7 @@ public:
         QJsonArray platforms;
         QJsonArray brokers;
         std::vector<std::pair<QString, rkservice::COrinQuoterSourceInfo>> sources;
-        std::map<QString, std::map<QString, bool>> wholeQuote;
+        std::map<QString, CWholeQuoteStore::Flags> wholeQuote;
         bool hasToken = false;
         QString level2Token;
         std::vector<User> users;
@@ -56,21 +50,10 @@ public:
     static std::vector<Hlx::CSectionChange> changes(const QJsonObject& before,
                                                     const QJsonObject& after);
 
-    static void checkSubsystems(const std::vector<Hlx::SubsystemInfo>& subsystems);
-    // Makes the sub-system table hold exactly the list; a sub-system that still holds sources
-    // cannot be removed when keepSources is set.
-    static void writeSubsystems(const CDatabase& database, QSqlDatabase& db,
-                                const std::vector<Hlx::SubsystemInfo>& subsystems,
-                                bool keepSources);
-
 private:
     static void parseSubsystems(const QJsonObject& document, Content* content);
     static void parseSources(const QJsonObject& document, Content* content);
     static void parseWholeQuote(const QJsonObject& document, Content* content);
     static void parseUsers(const QJsonObject& document, int version, Content* content);
-    // Whether an enabled account holds the administrator right.
-    static bool hasAdministrator(const CDatabase& database, QSqlDatabase& db);
-    static void writeUsers(const CDatabase& database, QSqlDatabase& db,
-                           const std::vector<User>& users);
-    static void writeLogin(const CDatabase& database, QSqlDatabase& db, const User& user);
+    static QJsonArray sourcesToJson(const CDatabase& database, QSqlDatabase& db);
 };

@@ -138,7 +138,7 @@ bool CDatabase::prepareSqliteFile(const QString& path, bool dataDirectory, QStri
 std::shared_ptr<const CSecretBox> CDatabase::secrets() const {
     std::lock_guard<std::mutex> lock(m_secretsMutex);
     if (!m_secrets)
-        throw CServiceError("密钥尚未载入");
+        throw CServiceError::unavailable("密钥尚未载入");
     return m_secrets;
 }
 
@@ -230,7 +230,7 @@ QSqlDatabase CDatabase::connection() {
         db.close();
     }
     QSqlDatabase::removeDatabase(name);
-    throw CServiceError(failure);
+    throw CServiceError::unavailable(failure);
 }
 
 void CDatabase::dropConnection() {
@@ -334,7 +334,9 @@ void CDatabase::run(QSqlQuery& query, const std::function<bool()>& exec) const {
     CStatementWatchdog::Watch watch(m_watchdog.get(), pgConnection(query.driver()));
     if (exec())
         return;
-    throw CServiceError(watch.expired() ? std::string(kNoResponse) : describe(query.lastError()));
+    if (watch.expired())
+        throw CServiceError::unavailable(kNoResponse);
+    throw failure(query.lastError());
 }
 
 void CDatabase::exec(QSqlQuery& query) const {
@@ -344,6 +346,16 @@ void CDatabase::exec(QSqlQuery& query) const {
 void CDatabase::exec(QSqlDatabase& db, const QString& sql) const {
     QSqlQuery query(db);
     run(query, [&query, &sql] { return query.exec(sql); });
+}
+
+CServiceError CDatabase::failure(const QSqlError& error) const {
+    // A statement the stored data refuses clashes with it; every other failure is the
+    // database's (busy, gone, full, broken), which a later try may not meet.
+    const QString code = error.nativeErrorCode();
+    const bool constraint = m_engine == SQLite ? (code.toInt() & 0xff) == 19  // SQLITE_CONSTRAINT
+                                               : code.startsWith(QLatin1String("23"));
+    return CServiceError(describe(error),
+                         constraint ? utils::ErrorKind::Conflict : utils::ErrorKind::Unavailable);
 }
 
 std::string CDatabase::describe(const QSqlError& error) const {

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "CGroupCommit.h"
+#include "CServiceError.h"
 #include "CServiceOptions.h"
 
 class CStatementWatchdog;
@@ -54,6 +55,8 @@ public:
     QString connectOptions() const { return m_pgOptions; }
     // The operator's text (Chinese, UTF-8) for a database error.
     std::string describe(const QSqlError& error) const;
+    // The error of a failed statement, its kind from the database's code.
+    CServiceError failure(const QSqlError& error) const;
 
     // SQLite writers of this process queued or running now.
     std::size_t queuedWriters() const { return m_groupCommit.queued(); }

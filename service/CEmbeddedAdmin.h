@@ -1,16 +1,14 @@
 #pragma once
 
-#include <QElapsedTimer>
 #include <boost/shared_ptr.hpp>
 #include <functional>
 
 #include "CCaller.h"
+#include "CQuotesService.h"
 #include "Hlx/IQuotesAdmin.h"
 
-class CQuotesService;
-
 // The data service in this process, administered for the caller its provider names at the time
-// of each call.
+// of each call. Every call is the service's own, with that caller.
 class CEmbeddedAdmin : public Hlx::IQuotesAdmin {
 public:
     using CallerProvider = std::function<CCaller()>;
@@ -20,38 +18,78 @@ public:
     // With every right, as the owner of the database file (quotesctl on its own file).
     static boost::shared_ptr<CEmbeddedAdmin> asOwner(boost::shared_ptr<CQuotesService> service);
 
+    const boost::shared_ptr<CQuotesService>& service() const { return m_service; }
+
+    // Quote data and settings.
     utils::RKError query(const Hlx::CRequestTarget& target,
                          const rkservice::COrinQueryDataReq& request,
-                         std::vector<rkservice::IDataPtr>* datas) override;
+                         std::vector<rkservice::IDataPtr>* datas) override {
+        return m_service->querySync(m_caller(), target, request, datas);
+    }
     utils::RKError operate(const Hlx::CRequestTarget& target,
                            const rkservice::COperateDataReq& request,
-                           bson::BSONObj* result) override;
-    std::vector<Hlx::SubsystemInfo> subsystems() const override;
-    bool hasClientLoginTypeAuth(int loginType) const override;
-    utils::RKError users(std::vector<rkservice::CUserInfoPtr>* users) override;
-    utils::RKError setSubsystems(const std::vector<Hlx::SubsystemInfo>& subsystems) override;
-    utils::RKError setLoginTypeAuth(int loginType, bool granted) override;
-    utils::RKError exportDocument(QJsonObject* document) override;
-    utils::RKError importDocument(const QJsonObject& document) override;
-    utils::RKError modifySource(int id, const Hlx::CSourcePatch& patch) override;
-    utils::RKError importDocument(const QJsonObject& document, const Hlx::CImportOptions& options,
-                                  Hlx::CImportReport* report) override;
-    utils::RKError checkIntegrity() override;
-    utils::RKError status(Hlx::CServiceStatus* status) override;
-    utils::RKError accounts(std::vector<Hlx::CAdminAccount>* accounts) override;
-    utils::RKError setPassword(const std::string& name, const std::string& password) override;
-    utils::RKError setAccountEnabled(const std::string& name, bool enabled) override;
-    utils::RKError setRights(const std::string& name, const std::set<int>& rights) override;
-    utils::RKError auditEntries(const Hlx::CAuditFilter& filter,
-                                std::vector<Hlx::CAuditEntry>* entries) override;
-    utils::RKError pruneAudit(long long beforeMs, int* removed) override;
-    std::shared_ptr<void> watchChanges(const ChangeHandler& handler) override;
-    utils::RKError reloadSettings() override;
+                           bson::BSONObj* result) override {
+        return m_service->operateSync(m_caller(), target, request, result);
+    }
+    utils::RKError modifySource(int id, const Hlx::CSourcePatch& patch) override {
+        return m_service->modifySource(m_caller(), id, patch);
+    }
+    std::vector<Hlx::SubsystemInfo> subsystems() const override { return m_service->subsystems(); }
+    bool hasClientLoginTypeAuth(int loginType) const override {
+        return m_service->hasClientLoginTypeAuth(loginType);
+    }
+    utils::RKError setSubsystems(const std::vector<Hlx::SubsystemInfo>& subsystems) override {
+        return m_service->setSubsystems(m_caller(), subsystems);
+    }
+    utils::RKError setLoginTypeAuth(int loginType, bool granted) override {
+        return m_service->setLoginTypeAuth(m_caller(), loginType, granted);
+    }
+    utils::RKError reloadSettings() override { return m_service->reloadSettings(m_caller()); }
 
-    const boost::shared_ptr<CQuotesService>& service() const { return m_service; }
+    // Accounts.
+    utils::RKError users(std::vector<rkservice::CUserInfoPtr>* users) override {
+        return m_service->users(m_caller(), users);
+    }
+    utils::RKError accounts(std::vector<Hlx::CAdminAccount>* accounts) override {
+        return m_service->accounts(m_caller(), accounts);
+    }
+    utils::RKError setPassword(const std::string& name, const std::string& password) override {
+        return m_service->setPassword(m_caller(), name, password);
+    }
+    utils::RKError setAccountEnabled(const std::string& name, bool enabled) override {
+        return m_service->setAccountEnabled(m_caller(), name, enabled);
+    }
+    utils::RKError setRights(const std::string& name, const std::set<int>& rights) override {
+        return m_service->setRights(m_caller(), name, rights);
+    }
+
+    // Audit and transfer.
+    utils::RKError exportDocument(QJsonObject* document) override {
+        return m_service->exportDocument(m_caller(), document);
+    }
+    utils::RKError importDocument(const QJsonObject& document) override {
+        return m_service->importDocument(m_caller(), document, {}, nullptr);
+    }
+    utils::RKError importDocument(const QJsonObject& document, const Hlx::CImportOptions& options,
+                                  Hlx::CImportReport* report) override {
+        return m_service->importDocument(m_caller(), document, options, report);
+    }
+    utils::RKError checkIntegrity() override { return m_service->checkIntegrity(m_caller()); }
+    utils::RKError status(Hlx::CServiceStatus* status) override {
+        return m_service->status(m_caller(), status);
+    }
+    utils::RKError auditEntries(const Hlx::CAuditFilter& filter,
+                                std::vector<Hlx::CAuditEntry>* entries) override {
+        return m_service->auditEntries(m_caller(), filter, entries);
+    }
+    utils::RKError pruneAudit(long long beforeMs, int* removed) override {
+        return m_service->pruneAudit(m_caller(), beforeMs, removed);
+    }
+
+    // Change events.
+    std::shared_ptr<void> watchChanges(const ChangeHandler& handler) override;
 
 private:
     boost::shared_ptr<CQuotesService> m_service;
     CallerProvider m_caller;
-    QElapsedTimer m_started;
 };

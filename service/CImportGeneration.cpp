@@ -107,5 +107,5 @@ long long CImportGeneration::sessionGeneration(QSqlDatabase& db, const std::stri
 }
 
 void CImportGeneration::refuse() {
-    throw CServiceError(CStaleRows::kRefusal);
+    throw CServiceError::conflict(CStaleRows::kRefusal);
 }

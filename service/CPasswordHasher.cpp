@@ -63,7 +63,7 @@ void CPasswordHasher::ensureInitialised() {
     static bool ok = false;
     std::call_once(once, [] { ok = sodium_init() >= 0; });
     if (!ok)
-        throw CServiceError("密码库初始化失败");
+        throw CServiceError::unavailable("密码库初始化失败");
 }
 
 QString CPasswordHasher::checkPolicy(const std::string& password) {
@@ -85,7 +85,7 @@ std::string CPasswordHasher::hash(const std::string& password) {
     if (crypto_pwhash_str(encoded, password.data(), password.size(),
                           crypto_pwhash_OPSLIMIT_INTERACTIVE,
                           crypto_pwhash_MEMLIMIT_INTERACTIVE) != 0)
-        throw CServiceError("计算密码摘要失败（内存不足）");
+        throw CServiceError::unavailable("计算密码摘要失败（内存不足）");
     return std::string(encoded);
 }
 

@@ -1,7 +1,9 @@
 #include "CQuoteSourceStore.h"
 
 #include <QSqlQuery>
+#include <QStringList>
 #include <QVariant>
+#include <algorithm>
 #include <boost/make_shared.hpp>
 
 #include "CDatabase.h"
@@ -35,12 +37,54 @@ void bindColumns(QSqlQuery& query, const rkservice::COrinQuoterSourceInfo& sourc
 
 }  // namespace
 
+namespace {
+
+const QString kColumns = QStringLiteral(
+    "SELECT id, subsystem, platform_id, broker_id, server_group_id, address, port, user_name, "
+    "password, trade_type, markets FROM kx_orin_quoter_source");
+// Ids bound in one statement of a read by ids, well below every engine's limit of parameters.
+const size_t kIdsPerStatement = 500;
+
+// Sub-system names repeat on every row: each is converted once.
+struct TagCache {
+    QString tag;
+    std::string utf8;
+
+    const std::string& of(const QString& next) {
+        if (next != tag) {
+            tag = next;
+            utf8 = next.toStdString();
+        }
+        return utf8;
+    }
+};
+
+// Reads the row the query stands on; the password is opened only where mayRead allows, so that
+// a large answer for a caller who receives none costs no decryption.
+void readRow(const QSqlQuery& query, const CSecretBox& secrets,
+             const CQuoteSourceStore::PasswordFilter& mayRead, TagCache* tags,
+             rkservice::COrinQuoterSourceInfo* source) {
+    source->m_nId = query.value(0).toInt();
+    source->setSystemTag(tags->of(query.value(1).toString()));
+    source->m_nPlatformId = query.value(2).toInt();
+    source->m_nBrokerId = query.value(3).toInt();
+    source->m_nServerGroupId = query.value(4).toInt();
+    source->m_strAddress = query.value(5).toString().toStdString();
+    source->m_nPort = query.value(6).toInt();
+    source->m_strUserName = query.value(7).toString().toStdString();
+    source->m_nTradeType = query.value(9).toInt();
+    source->m_strMarkets = query.value(10).toString().toStdString();
+    if (!mayRead || mayRead(*source))
+        source->m_strPassword = secrets.open(query.value(8).toString());
+}
+
+}  // namespace
+
 std::vector<rkservice::IDataPtr> CQuoteSourceStore::query(QSqlDatabase& db,
                                                           const QString& subsystem, bool filter,
-                                                          int tradeType) const {
-    QString sql = QStringLiteral(
-        "SELECT id, subsystem, platform_id, broker_id, server_group_id, address, port, user_name, "
-        "password, trade_type, markets FROM kx_orin_quoter_source");
+                                                          int tradeType,
+                                                          const PasswordFilter& mayRead) const {
+    QString sql = kColumns;
     QStringList where;
     if (!subsystem.isEmpty())
         where << QStringLiteral("subsystem = ?");
@@ -66,9 +110,7 @@ std::vector<rkservice::IDataPtr> CQuoteSourceStore::query(QSqlDatabase& db,
     };
     const size_t kBlock = 4096;
     boost::shared_ptr<Block> block;
-    // Sub-system names repeat on every row: convert each only once.
-    QString lastTag;
-    std::string lastTagUtf8;
+    TagCache tags;
     while (query.next()) {
         if (!block || block->records.size() == kBlock) {
             block = boost::make_shared<Block>();
@@ -76,24 +118,37 @@ std::vector<rkservice::IDataPtr> CQuoteSourceStore::query(QSqlDatabase& db,
             block->records.reserve(kBlock);
         }
         block->records.emplace_back();
-        rkservice::COrinQuoterSourceInfo& source = block->records.back();
-        source.m_nId = query.value(0).toInt();
-        const QString tag = query.value(1).toString();
-        if (tag != lastTag) {
-            lastTag = tag;
-            lastTagUtf8 = tag.toStdString();
+        readRow(query, *secrets, mayRead, &tags, &block->records.back());
+        result.push_back(rkservice::IDataPtr(block, &block->records.back()));
+    }
+    return result;
+}
+
+std::map<int, rkservice::COrinQuoterSourceInfo> CQuoteSourceStore::byIds(
+    QSqlDatabase& db, const QString& subsystem, const std::vector<int>& ids) const {
+    const auto secrets = m_database.secrets();
+    std::map<int, rkservice::COrinQuoterSourceInfo> result;
+    TagCache tags;
+    for (size_t first = 0; first < ids.size(); first += kIdsPerStatement) {
+        const size_t count = std::min(kIdsPerStatement, ids.size() - first);
+        QStringList marks;
+        for (size_t i = 0; i < count; ++i)
+            marks << QStringLiteral("?");
+        QSqlQuery query(db);
+        query.setForwardOnly(true);
+        query.prepare(kColumns +
+                      QStringLiteral(" WHERE id IN (%1)").arg(marks.join(QLatin1Char(','))) +
+                      (subsystem.isEmpty() ? QString() : QStringLiteral(" AND subsystem = ?")));
+        for (size_t i = 0; i < count; ++i)
+            query.addBindValue(ids[first + i]);
+        if (!subsystem.isEmpty())
+            query.addBindValue(subsystem);
+        m_database.exec(query);
+        while (query.next()) {
+            rkservice::COrinQuoterSourceInfo source;
+            readRow(query, *secrets, PasswordFilter(), &tags, &source);
+            result.emplace(source.m_nId, source);
         }
-        source.setSystemTag(lastTagUtf8);
-        source.m_nPlatformId = query.value(2).toInt();
-        source.m_nBrokerId = query.value(3).toInt();
-        source.m_nServerGroupId = query.value(4).toInt();
-        source.m_strAddress = query.value(5).toString().toStdString();
-        source.m_nPort = query.value(6).toInt();
-        source.m_strUserName = query.value(7).toString().toStdString();
-        source.m_strPassword = secrets->open(query.value(8).toString());
-        source.m_nTradeType = query.value(9).toInt();
-        source.m_strMarkets = query.value(10).toString().toStdString();
-        result.push_back(rkservice::IDataPtr(block, &source));
     }
     return result;
 }
@@ -121,8 +176,9 @@ void CQuoteSourceStore::check(QSqlDatabase& db, const QString& subsystem,
         duplicate.addBindValue(excludeId);
         m_database.exec(duplicate);
         if (duplicate.next())
-            throw CServiceError("行情源已存在（同一分系统、交易类型、平台、地址和端口）: " +
-                                source.m_strAddress + ":" + std::to_string(source.m_nPort));
+            throw CServiceError::conflict(
+                "行情源已存在（同一分系统、交易类型、平台、地址和端口）: " + source.m_strAddress +
+                ":" + std::to_string(source.m_nPort));
     } else {
         if (!CReferenceData::hasBroker(m_database, db, platform, source.m_nBrokerId))
             throw CServiceError("期货公司不存在: 平台 " + std::to_string(platform) +
@@ -142,7 +198,8 @@ void CQuoteSourceStore::check(QSqlDatabase& db, const QString& subsystem,
         duplicate.addBindValue(excludeId);
         m_database.exec(duplicate);
         if (duplicate.next())
-            throw CServiceError("行情源已存在（同一分系统、交易类型、平台、期货公司和服务器组）");
+            throw CServiceError::conflict(
+                "行情源已存在（同一分系统、交易类型、平台、期货公司和服务器组）");
     }
 }
 
@@ -166,13 +223,13 @@ std::vector<int> CQuoteSourceStore::add(
         qlonglong id = 0;
         if (returning) {
             if (!insert.next())
-                throw CServiceError("数据库没有返回新行情源的编号");
+                throw CServiceError::unavailable("数据库没有返回新行情源的编号");
             id = insert.value(0).toLongLong();
         } else {
             id = insert.lastInsertId().toLongLong();
         }
         if (id <= 0 || id >= kNoBroker)
-            throw CServiceError("行情源编号已用尽");
+            throw CServiceError::conflict("行情源编号已用尽");
         ids.push_back(int(id));
     }
     return ids;
@@ -188,12 +245,10 @@ rkservice::COrinQuoterSourceInfoPtr CQuoteSourceStore::find(QSqlDatabase& db, in
         lock.addBindValue(id);
         m_database.exec(lock);
     }
-    for (const auto& data : query(db, QString(), false, 0)) {
-        const auto& stored = static_cast<const rkservice::COrinQuoterSourceInfo&>(*data);
-        if (stored.m_nId == id)
-            return boost::make_shared<rkservice::COrinQuoterSourceInfo>(stored);
-    }
-    throw CServiceError("行情源不存在: " + std::to_string(id));
+    const auto stored = byIds(db, QString(), {id});
+    if (!stored.empty())
+        return boost::make_shared<rkservice::COrinQuoterSourceInfo>(stored.begin()->second);
+    throw CServiceError::notFound("行情源不存在: " + std::to_string(id));
 }
 
 void CQuoteSourceStore::modify(
@@ -211,7 +266,7 @@ void CQuoteSourceStore::modify(
             find.addBindValue(subsystem);
         m_database.exec(find);
         if (!find.next())
-            throw CServiceError("行情源不存在: " + std::to_string(incoming->m_nId));
+            throw CServiceError::notFound("行情源不存在: " + std::to_string(incoming->m_nId));
         const QString owner = find.value(0).toString();
         rkservice::COrinQuoterSourceInfo source(*incoming);
         // The all-types panel edits with trade type -1 and no market list: both mean "unchanged".
@@ -231,7 +286,7 @@ void CQuoteSourceStore::modify(
         m_database.exec(update);
         // Gone since it was read (a writer outside this service): a change of nothing is no change.
         if (update.numRowsAffected() != 1)
-            throw CServiceError("行情源不存在: " + std::to_string(source.m_nId));
+            throw CServiceError::notFound("行情源不存在: " + std::to_string(source.m_nId));
     }
 }
 
@@ -269,7 +324,7 @@ void CQuoteSourceStore::remove(QSqlDatabase& db, const QString& subsystem,
             erase.addBindValue(subsystem);
         m_database.exec(erase);
         if (erase.numRowsAffected() != 1)
-            throw CServiceError("行情源不存在: " + std::to_string(id));
+            throw CServiceError::notFound("行情源不存在: " + std::to_string(id));
     }
 }
 

@@ -2,9 +2,9 @@
 
 #include <QSqlDatabase>
 #include <QString>
-#include <vector>
-
+#include <functional>
 #include <map>
+#include <vector>
 
 #include "CAccessPolicy.h"
 #include "rkservice/COrinQuoterSourceInfo.h"
@@ -15,12 +15,21 @@ class CDatabase;
 // export and import. Every call runs inside the caller's transaction.
 class CQuoteSourceStore {
 public:
+    // Which rows' passwords a read opens (null: every row's); the others stay empty.
+    using PasswordFilter = std::function<bool(const rkservice::COrinQuoterSourceInfo&)>;
+
     explicit CQuoteSourceStore(const CDatabase& database) : m_database(database) {}
 
     // Sources of one sub-system (all when empty), of one trade type when filter is set, by id;
     // each tagged with its sub-system.
     std::vector<rkservice::IDataPtr> query(QSqlDatabase& db, const QString& subsystem, bool filter,
-                                           int tradeType) const;
+                                           int tradeType,
+                                           const PasswordFilter& mayRead = PasswordFilter()) const;
+    // The stored sources with the ids, within the sub-system (any when empty), by id; ids not
+    // found are left out. One indexed statement for a change's few rows, whatever the table holds.
+    std::map<int, rkservice::COrinQuoterSourceInfo> byIds(QSqlDatabase& db,
+                                                          const QString& subsystem,
+                                                          const std::vector<int>& ids) const;
     // The stored source with the id, locked for this transaction; throws when there is none.
     rkservice::COrinQuoterSourceInfoPtr find(QSqlDatabase& db, int id) const;
     // Adds the sources to the sub-system; returns the ids assigned, in order.

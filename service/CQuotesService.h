@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QElapsedTimer>
 #include <QJsonObject>
 #include <QSqlDatabase>
 #include <QString>
@@ -8,11 +9,13 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <vector>
 
-#include "CAccount.h"
+#include "CAuditTrail.h"
 #include "CCaller.h"
 #include "CServiceOptions.h"
+#include "CSettingsCache.h"
 #include "Hlx/CAuditEntry.h"
 #include "Hlx/CAuditFilter.h"
 #include "Hlx/IDataServiceBackend.h"
@@ -21,14 +24,17 @@
 #include "rkservice/CUserInfo.h"
 
 class CAccountStore;
-class CAuditTrail;
 class CChangeFeed;
 class CDatabase;
+class CImportBackups;
 class CImportGeneration;
+class CSecretKeys;
 
-// The platform's data service: answers requests from a SQLite file or a PostgreSQL database,
-// checking every change against the caller's rights (CAccessPolicy). Thread-safe; each worker
-// thread uses its own connection. CEmbeddedAdmin administers it for a caller.
+// The platform's data service over a SQLite file or a PostgreSQL database, and the one facade
+// of every call: it checks the caller's rights (CAccessPolicy, on the stored rows), runs the
+// change in one transaction of the stores and writes its audit entry in the same transaction. A
+// refused change is recorded in a transaction of its own. Every call answers with its outcome,
+// a failure's kind saying why. Thread-safe; each worker thread uses its own connection.
 class CQuotesService {
 public:
     // Opens (creating, migrating and seeding as needed) the database the options name. Null with
@@ -39,131 +45,134 @@ public:
 
     ~CQuotesService();
 
-    // The sub-systems (first = default) and the login-type settings, from the cache.
+    // From the cache: the sub-systems (first = default) and the login-type settings.
     std::vector<Hlx::SubsystemInfo> subsystems() const;
     bool hasClientLoginTypeAuth(int loginType) const;
+    std::map<int, bool> loginTypeAuth() const;
 
     // A request of the client centre, answered on the calling thread. A source's password is
-    // read only by a caller who may modify the source; others receive it empty.
+    // read only for a caller who may modify the source; others receive it empty.
     utils::RKError querySync(const CCaller& caller, const Hlx::CRequestTarget& target,
                              const rkservice::COrinQueryDataReq& request,
                              std::vector<rkservice::IDataPtr>* datas);
     utils::RKError operateSync(const CCaller& caller, const Hlx::CRequestTarget& target,
                                const rkservice::COperateDataReq& request,
                                bson::BSONObj* result = nullptr);
-
     // Changes the fields the patch names of one source: reads it, applies the patch and writes
     // it back in one transaction, with the rights and checks of a modify. A patch that names no
     // field is refused.
-    bool modifySource(const CCaller& caller, int id, const Hlx::CSourcePatch& patch,
-                      QString* error = nullptr);
+    utils::RKError modifySource(const CCaller& caller, int id, const Hlx::CSourcePatch& patch);
 
+    // The platform's users, by name.
+    utils::RKError users(const CCaller& caller, std::vector<rkservice::CUserInfoPtr>* users);
+    // Replaces the sub-systems (first = default). Refused when a removed one still holds sources.
+    utils::RKError setSubsystems(const CCaller& caller,
+                                 const std::vector<Hlx::SubsystemInfo>& subsystems);
+    // Whether clients count as logged in with the login type (0: plain product names).
+    utils::RKError setLoginTypeAuth(const CCaller& caller, int loginType, bool granted);
+
+    // The whole content as one JSON document, and its replacement by one (checked first, applied
+    // all or nothing), with a dry run or a backup file of the caller's choosing; the report
+    // (may be null) counts the changes per section and names the backup.
+    utils::RKError exportDocument(const CCaller& caller, QJsonObject* document);
+    utils::RKError importDocument(const CCaller& caller, const QJsonObject& document,
+                                  const Hlx::CImportOptions& options, Hlx::CImportReport* report);
+
+    // Accounts, with the administrator right; never a password or hash in what they return.
+    utils::RKError accounts(const CCaller& caller, std::vector<Hlx::CAdminAccount>* accounts);
+    utils::RKError setPassword(const CCaller& caller, const std::string& name,
+                               const std::string& password);
+    utils::RKError setAccountEnabled(const CCaller& caller, const std::string& name, bool enabled);
+    utils::RKError setRights(const CCaller& caller, const std::string& name,
+                             const std::set<int>& rights);
+
+    // Seals every stored secret under a new key in one transaction and replaces the key file;
+    // needs the administrator right. Other processes on the database need the new file.
+    utils::RKError rekey(const CCaller& caller);
+    // The database's own consistency check (SQLite integrity_check), with the administrator
+    // right.
+    utils::RKError checkIntegrity(const CCaller& caller);
+    // The version, the database and how long this service has been open.
+    utils::RKError status(const CCaller& caller, Hlx::CServiceStatus* status);
+
+    // The audit trail, newest first, and its pruning: both need the administrator right; a
+    // prune is itself recorded.
+    utils::RKError auditEntries(const CCaller& caller, const Hlx::CAuditFilter& filter,
+                                std::vector<Hlx::CAuditEntry>* entries);
+    utils::RKError pruneAudit(const CCaller& caller, long long beforeMs, int* removed);
+
+    // The cached settings as a call answers them.
+    utils::RKError currentSubsystems(const CCaller& caller,
+                                     std::vector<Hlx::SubsystemInfo>* subsystems);
+    utils::RKError currentLoginTypeAuth(const CCaller& caller, std::map<int, bool>* settings);
+    // Reads the cached settings again, after another process changed them.
+    utils::RKError reloadSettings(const CCaller& caller);
+
+    // The key file of the stored secrets.
+    QString keyFile() const;
+    // Where a real import keeps the backups of what it replaced; empty when there is no data
+    // directory (a PostgreSQL database opened by URL alone).
+    QString backupDir() const;
     // "SQLite /path/quotes.db" or "PostgreSQL db@host:port".
     QString databaseDescription() const;
     // The SQLite file, empty for PostgreSQL.
     QString databaseFile() const;
     // The database itself, for the account and login machinery that shares its connections.
     CDatabase& database() const { return *m_database; }
-    // Every login type's setting, from the cache.
-    std::map<int, bool> loginTypeAuth() const;
-
-    // The platform's users, by name.
-    std::vector<rkservice::CUserInfoPtr> users(QString* error = nullptr);
-
-    // Whether clients count as logged in with the login type (0: plain product names). Kept in
-    // the database.
-    bool setLoginTypeAuth(const CCaller& caller, int loginType, bool granted,
-                          QString* error = nullptr);
-
-    // Replaces the sub-systems (first = default). Refused when a removed one still holds sources.
-    bool setSubsystems(const CCaller& caller, const std::vector<Hlx::SubsystemInfo>& subsystems,
-                       QString* error = nullptr);
-
-    // The whole content as one JSON document, and its replacement by one (checked first, applied
-    // all or nothing).
-    bool exportDocument(const CCaller& caller, QJsonObject* document, QString* error = nullptr);
-    bool importDocument(const CCaller& caller, const QJsonObject& document,
-                        QString* error = nullptr);
-    // The same with a dry run or a backup file of the caller's choosing; the report counts the
-    // changes per section and names the backup.
-    bool importDocument(const CCaller& caller, const QJsonObject& document,
-                        const Hlx::CImportOptions& options, Hlx::CImportReport* report,
-                        QString* error = nullptr);
-    // Where a real import keeps the backups of what it replaced; empty when there is no data
-    // directory (a PostgreSQL database opened by URL alone).
-    QString backupDir() const { return m_backupDir; }
-
-    // Accounts, with the administrator right; never a password or hash in what they return.
-    bool accounts(const CCaller& caller, std::vector<CAccount>* accounts, QString* error = nullptr);
-    bool setPassword(const CCaller& caller, const QString& name, const std::string& password,
-                     QString* error = nullptr);
-    bool setAccountEnabled(const CCaller& caller, const QString& name, bool enabled,
-                           QString* error = nullptr);
-    bool setRights(const CCaller& caller, const QString& name, const std::set<int>& rights,
-                   QString* error = nullptr);
-
-    // Seals every stored secret under a new key in one transaction and replaces the key file;
-    // needs the administrator right. Other processes on the database need the new file.
-    bool rekey(const CCaller& caller, QString* error = nullptr);
-    // The key file of the stored secrets.
-    QString keyFile() const;
-
-    // The database's own consistency check (SQLite integrity_check); true when it passes.
-    // Needs the administrator right.
-    bool checkIntegrity(const CCaller& caller, QString* error = nullptr);
-
-    // The audit trail, newest first, and its pruning: both need the administrator right; a
-    // prune is itself recorded.
-    bool auditEntries(const CCaller& caller, const Hlx::CAuditFilter& filter,
-                      std::vector<Hlx::CAuditEntry>* entries, QString* error = nullptr);
-    bool pruneAudit(const CCaller& caller, long long beforeMs, int* removed,
-                    QString* error = nullptr);
     // For what the service does not see itself (failed logins).
     const CAuditTrail& auditTrail() const { return *m_audit; }
-
     // The changes committed to the database by anyone, announced as they commit; started on
     // first use.
     CChangeFeed& changes();
-    // Reads the cached settings (sub-systems, login types) again, after another process
-    // changed them.
-    bool reloadCaches(QString* error = nullptr);
 
 private:
     CQuotesService();
 
-    // What the in-process caches hold, read in a transaction and applied after its commit, so
-    // that a change that fails at commit leaves them as they were.
-    struct Caches {
-        std::vector<Hlx::SubsystemInfo> subsystems;
-        std::map<int, bool> loginTypeAuth;
-    };
-
     void initialise(bool seed, bool createMissing);
-    Caches readCaches(QSqlDatabase& db) const;
-    void applyCaches(const Caches& caches);
-    // The backup file of a real import: the caller's, or the next one in the backup directory.
-    QString backupTarget(const Hlx::CImportOptions& options) const;
-    void writeBackup(const QJsonObject& content, const QString& path) const;
-    // Keeps the newest kKeptBackups of the backup directory.
-    void pruneBackups() const;
-    static const int kKeptBackups = 10;
-    static QString keyFilePath(const CServiceOptions& options, const CDatabase& database);
-    // Loads the key (creating it for a database that has none yet, version 0 being an empty one)
-    // and proves it against the database's check value; throws CServiceError with the operator's
-    // text when it fails.
-    void unlockSecrets(QSqlDatabase& db, int version);
-    QString pendingKeyFile() const;
+    CSettingsCache::Settings readSettings(QSqlDatabase& db) const;
+
+    // Runs one call: a CServiceError (or any failure) it throws becomes its answer, and a
+    // refusal is recorded when refusal names the entry to record.
+    utils::RKError answer(const CCaller& caller, const CAuditTrail::Entry* refusal,
+                          const std::function<void()>& work);
+    // The same for a call that needs the administrator right; what names it in the refusal.
+    utils::RKError administer(const CCaller& caller, const std::string& what,
+                              const CAuditTrail::Entry* refusal, const std::function<void()>& work);
+    // An account change, recorded with the change in its transaction.
+    utils::RKError changeAccount(const CCaller& caller, const std::string& what,
+                                 const std::string& action, const std::string& name,
+                                 const QJsonObject& after,
+                                 const std::function<void(CAccountStore&)>& change);
+
     QString resolveTarget(const Hlx::CRequestTarget& target) const;
-    QString defaultSubsystem() const;
-    bool knowsSubsystem(const QString& name) const;
+    // The sub-systems a request to the target speaks for: the one it names, or all.
+    std::vector<std::string> scopeOf(const QString& subsystem) const;
 
     std::vector<rkservice::IDataPtr> doQuery(const CCaller& caller,
                                              const Hlx::CRequestTarget& target,
                                              const rkservice::COrinQueryDataReq& request);
+    std::vector<rkservice::IDataPtr> querySources(const CCaller& caller, const QString& subsystem,
+                                                  const rkservice::COrinQueryDataReq& request);
+    std::vector<rkservice::IDataPtr> queryReference(const QString& subsystem,
+                                                    const rkservice::COrinQueryDataReq& request);
+    std::vector<rkservice::IDataPtr> queryWholeQuote(const QString& subsystem);
+    std::vector<rkservice::IDataPtr> queryToken(const QString& subsystem);
+    std::vector<rkservice::IDataPtr> queryUsers(const QString& subsystem,
+                                                const rkservice::COrinQueryDataReq& request);
+
     void doOperate(const CCaller& caller, const Hlx::CRequestTarget& target,
                    const rkservice::COperateDataReq& request, bson::BSONObj* result);
     void operateSources(const CCaller& caller, const Hlx::CRequestTarget& target,
                         const rkservice::COperateDataReq& request, bson::BSONObj* result);
+    std::vector<int> addSources(const CCaller& caller, const QString& subsystem,
+                                const rkservice::COperateDataReq& request,
+                                const std::vector<rkservice::COrinQuoterSourceInfoPtr>& sources);
+    void modifySources(const CCaller& caller, const QString& subsystem,
+                       const rkservice::COperateDataReq& request,
+                       const std::vector<rkservice::COrinQuoterSourceInfoPtr>& sources);
+    void deleteSources(const CCaller& caller, const QString& subsystem,
+                       const rkservice::COperateDataReq& request,
+                       const std::vector<rkservice::COrinQuoterSourceInfoPtr>& sources);
     void operateToken(const CCaller& caller, const rkservice::COperateDataReq& request);
     void operatePermission(const CCaller& caller, const Hlx::CRequestTarget& target,
                            const rkservice::COperateDataReq& request);
@@ -172,24 +181,17 @@ private:
                       const rkservice::COperateDataReq& request, const QString& subsystem,
                       const std::map<int, rkservice::COrinQuoterSourceInfo>& before,
                       const std::map<int, rkservice::COrinQuoterSourceInfo>& after) const;
-    QJsonObject wholeQuote(QSqlDatabase& db, const QString& subsystem) const;
-    // Runs an administrative change: refused without the administrator right. A refusal of a
-    // change (refusal set) is recorded in the audit trail.
-    bool administer(const CCaller& caller, const std::string& what, QString* error,
-                    const std::function<void()>& change, const Hlx::CAuditEntry* refusal = nullptr);
-    // An account change, recorded with the change in its transaction.
-    bool changeAccount(const CCaller& caller, const std::string& what, const std::string& action,
-                       const QString& name, const QJsonObject& after,
-                       const std::function<void(CAccountStore&)>& change, QString* error);
+    void runImport(const CCaller& caller, const QJsonObject& document,
+                   const Hlx::CImportOptions& options, Hlx::CImportReport* report,
+                   CAuditTrail::Entry* entry);
 
     std::unique_ptr<CDatabase> m_database;
     std::unique_ptr<CAuditTrail> m_audit;
     std::unique_ptr<CImportGeneration> m_generations;
-    QString m_keyFile;
-    mutable std::mutex m_cacheMutex;
-    std::vector<Hlx::SubsystemInfo> m_subsystems;
-    std::map<int, bool> m_loginTypeAuth;
-    QString m_backupDir;
+    std::unique_ptr<CSecretKeys> m_keys;
+    std::unique_ptr<CImportBackups> m_backups;
+    CSettingsCache m_settings;
+    QElapsedTimer m_opened;
     std::mutex m_changesMutex;
     // Last, so that it stops before the database it reads goes away.
     std::unique_ptr<CChangeFeed> m_changes;

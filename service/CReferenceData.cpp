@@ -19,7 +19,7 @@ namespace {
 QJsonArray loadSeed(const QString& path, const QString& key) {
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly))
-        throw CServiceError("缺少内置参考数据: " + path.toStdString());
+        throw CServiceError::unavailable("缺少内置参考数据: " + path.toStdString());
     return QJsonDocument::fromJson(file.readAll()).object().value(key).toArray();
 }
 

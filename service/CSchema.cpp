@@ -160,7 +160,7 @@ int CSchema::version(const CDatabase& database, QSqlDatabase& db) {
     bool ok = false;
     const int v = read.value(0).toString().toInt(&ok);
     if (!ok || v < 1)
-        throw CServiceError("数据库结构版本无法识别");
+        throw CServiceError::unavailable("数据库结构版本无法识别");
     return v;
 }
 
@@ -187,7 +187,8 @@ void CSchema::migrate(const CDatabase& database, QSqlDatabase& db, int from, int
                 statements = importGeneration(database.engine());
                 break;
             default:
-                throw CServiceError("没有到数据库结构版本 " + std::to_string(step) + " 的迁移");
+                throw CServiceError::unavailable("没有到数据库结构版本 " + std::to_string(step) +
+                                                 " 的迁移");
         }
         for (const QString& sql : statements)
             database.exec(db, sql);

@@ -54,14 +54,14 @@ std::string CSecretBox::open(const QString& sealed) const {
     const QByteArray bytes = QByteArray::fromBase64(sealed.mid(kPrefix.size()).toLatin1(),
                                                     QByteArray::AbortOnBase64DecodingErrors);
     if (!sealed.startsWith(kPrefix) || bytes.size() < minimum)
-        throw CServiceError("数据库中的密码未加密或已损坏");
+        throw CServiceError::unavailable("数据库中的密码未加密或已损坏");
     std::string plain(size_t(bytes.size() - minimum), '\0');
     const auto* nonce = reinterpret_cast<const unsigned char*>(bytes.constData());
     if (crypto_secretbox_open_easy(reinterpret_cast<unsigned char*>(&plain[0]),
                                    nonce + crypto_secretbox_NONCEBYTES,
                                    size_t(bytes.size()) - crypto_secretbox_NONCEBYTES, nonce,
                                    reinterpret_cast<const unsigned char*>(m_key.constData())) != 0)
-        throw CServiceError("无法解密数据库中的密码: 密钥与数据库不符");
+        throw CServiceError::unavailable("无法解密数据库中的密码: 密钥与数据库不符");
     return plain;
 }
 

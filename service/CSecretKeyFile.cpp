@@ -23,7 +23,7 @@ void makeDirectory(const QString& dir) {
     if (QFileInfo(dir).isDir())
         return;
     if (!QDir().mkpath(dir))
-        throw CServiceError("无法创建密钥文件所在目录: " + name(dir));
+        throw CServiceError::unavailable("无法创建密钥文件所在目录: " + name(dir));
     QFile::setPermissions(dir,
                           QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
 }
@@ -41,12 +41,12 @@ bool CSecretKeyFile::exists(const QString& path) {
 CSecretBox CSecretKeyFile::read(const QString& path) {
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly))
-        throw CServiceError("无法读取密钥文件: " + name(path));
+        throw CServiceError::unavailable("无法读取密钥文件: " + name(path));
     QByteArray text = file.read(256).trimmed();
     const QByteArray key = QByteArray::fromBase64(text, QByteArray::AbortOnBase64DecodingErrors);
     text.fill('\0');
     if (key.size() != CSecretBox::kKeyBytes)
-        throw CServiceError("密钥文件格式错误: " + name(path));
+        throw CServiceError::unavailable("密钥文件格式错误: " + name(path));
     return CSecretBox(key);
 }
 
@@ -67,7 +67,7 @@ bool CSecretKeyFile::place(const QString& path, const CSecretBox& box, bool repl
     const QByteArray target = QFile::encodeName(path);
     const int fd = ::open(native.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
     if (fd < 0)
-        throw CServiceError("无法写入密钥文件: " + name(path));
+        throw CServiceError::unavailable("无法写入密钥文件: " + name(path));
     const bool written =
         CPrivateFile::writeAll(fd, box.key().toBase64() + '\n') && ::fsync(fd) == 0;
     ::close(fd);
@@ -81,5 +81,5 @@ bool CSecretKeyFile::place(const QString& path, const CSecretBox& box, bool repl
         return true;
     if (written && !replace && cause == EEXIST)
         return false;
-    throw CServiceError("无法写入密钥文件: " + name(path));
+    throw CServiceError::unavailable("无法写入密钥文件: " + name(path));
 }

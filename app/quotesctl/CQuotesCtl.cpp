@@ -1007,9 +1007,9 @@ QJsonObject CQuotesCtl::withoutSecrets(QJsonObject document) {
 }
 
 int CQuotesCtl::rekey() {
-    QString error;
-    if (!m_service->rekey(CCaller::owner(), &error))
-        return refused(error);
+    const utils::RKError error = m_service->rekey(CCaller::owner());
+    if (!error.isSuccess())
+        return refused(QString::fromStdString(error.errorMsg()));
     print(QStringLiteral("key %1\n").arg(m_service->keyFile()));
     return kOk;
 }

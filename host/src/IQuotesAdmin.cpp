@@ -2,21 +2,30 @@
 
 namespace Hlx {
 
-IQuotesAdmin::~IQuotesAdmin() = default;
+IQuoteData::~IQuoteData() = default;
 
-utils::RKError IQuotesAdmin::importDocument(const QJsonObject& document,
-                                            const CImportOptions& options, CImportReport*) {
+utils::RKError IQuoteData::reloadSettings() {
+    return utils::RKError();
+}
+
+IAccountAdmin::~IAccountAdmin() = default;
+
+IAuditTransfer::~IAuditTransfer() = default;
+
+utils::RKError IAuditTransfer::importDocument(const QJsonObject& document,
+                                              const CImportOptions& options, CImportReport*) {
     if (options.dryRun || !options.backupFile.empty())
-        return utils::RKError::fail("导入预演和指定备份文件只能直接打开数据库时使用");
+        return utils::RKError::fail(utils::ErrorKind::Invalid,
+                                    "导入预演和指定备份文件只能直接打开数据库时使用");
     return importDocument(document);
 }
 
-std::shared_ptr<void> IQuotesAdmin::watchChanges(const ChangeHandler&) {
+IChangeEvents::~IChangeEvents() = default;
+
+std::shared_ptr<void> IChangeEvents::watchChanges(const ChangeHandler&) {
     return nullptr;
 }
 
-utils::RKError IQuotesAdmin::reloadSettings() {
-    return utils::RKError();
-}
+IQuotesAdmin::~IQuotesAdmin() = default;
 
 }  // namespace Hlx

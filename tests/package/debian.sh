@@ -19,8 +19,11 @@ fail() {
     exit 1
 }
 
-packages=(libquoteshostcore1 libpanelquotesmanage1 libpanelquotesmanage-dev quotes-console
-    quotesctl quotesd)
+# The libraries' packages are named after their soname's version, the top changelog entry's major.
+major=$(sed -n '1s/^[^(]*(\([0-9]*\)\..*/\1/p' "$source_dir/packaging/changelog")
+[ -n "$major" ] || fail "no version at the top of packaging/changelog"
+packages=("libquoteshostcore$major" "libpanelquotesmanage$major" libpanelquotesmanage-dev
+    quotes-console quotesctl quotesd)
 
 echo "== cpack"
 (cd "$build_dir" && cpack -G DEB -B "$scratch/debs" >"$scratch/cpack.log") ||
@@ -45,7 +48,7 @@ done
 # A headless server installs quotesd and quotesctl without any widget or display library.
 for deb in "${debs[4]}" "${debs[5]}"; do
     depends=$(dpkg-deb -f "$deb" Depends)
-    ! grep -Eq 'libqt5gui|libqt5widgets|libx11|libxcb|libpanelquotesmanage1' <<<"$depends" ||
+    ! grep -Eq "libqt5gui|libqt5widgets|libx11|libxcb|libpanelquotesmanage$major" <<<"$depends" ||
         fail "$(dpkg-deb -f "$deb" Package) depends on a widget or display library: $depends"
 done
 root=$scratch/root

@@ -9,6 +9,7 @@
 #include "Hlx/CAdminBackend.h"
 #include "Hlx/COrinClientCenter.h"
 #include "Hlx/CUserManager.h"
+#include "ServiceResults.h"
 #include "ServiceUnderTest.h"
 
 // The embedded data service on a fresh temporary directory, installed in the client centre for
@@ -36,7 +37,7 @@ public:
     void restart() override { reopen(); }
 
     bool loginAs(const std::string& name) override {
-        for (const rkservice::CUserInfoPtr& user : m_service->users()) {
+        for (const rkservice::CUserInfoPtr& user : storedUsers(*m_service)) {
             if (user->m_strName == name) {
                 Hlx::CUserManager::instance()->setCurrentUser(user);
                 return true;

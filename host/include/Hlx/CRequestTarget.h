@@ -8,7 +8,9 @@ namespace Hlx {
 // for an add, the record's own for a modify or delete), or to one named sub-system's client.
 class CRequestTarget {
 public:
-    static CRequestTarget centre() { return CRequestTarget(std::string(), true); }
+    // The client centre, where a request goes unless it names a sub-system.
+    CRequestTarget() : CRequestTarget(std::string(), true) {}
+    static CRequestTarget centre() { return CRequestTarget(); }
     static CRequestTarget subsystem(const std::string& name) { return CRequestTarget(name, false); }
 
     bool isCentre() const { return m_centre; }

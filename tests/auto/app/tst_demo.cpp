@@ -9,6 +9,7 @@
 #include "CScreenshotter.h"
 #include "EmbeddedService.h"
 #include "Hlx/CUserManager.h"
+#include "ServiceResults.h"
 #include "Zu/COddEvenRowTable.h"
 #include "panels/CLevel2QuotesManagePanel.h"
 #include "panels/CQuotesManagePanel.h"
@@ -87,7 +88,7 @@ private slots:
 
     void usersOfEveryRole() {
         QStringList names;
-        for (const rkservice::CUserInfoPtr& user : m_embedded->service()->users())
+        for (const rkservice::CUserInfoPtr& user : storedUsers(*m_embedded->service()))
             names << QString::fromStdString(user->m_strName);
         for (const char* name : {"admin", "futures_op", "stock_op", "viewer"})
             QVERIFY2(names.contains(name), name);

@@ -1,3 +1,5 @@
+#include <google/protobuf/descriptor.h>
+#include <google/protobuf/dynamic_message.h>
 #include <grpcpp/generic/generic_stub.h>
 #include <grpcpp/grpcpp.h>
 #include <signal.h>
@@ -16,10 +18,10 @@
 #include <memory>
 
 #include "CPasswordHasher.h"
-#include "Hlx/QuotesVersion.h"
 #include "CRecordCodec.h"
 #include "CRemoteAdmin.h"
 #include "CTlsIdentity.h"
+#include "Hlx/QuotesVersion.h"
 #include "QuotesctlOnServer.h"
 #include "QuotesdProcess.h"
 #include "RoleExpectations.h"
@@ -58,6 +60,76 @@ std::unique_ptr<grpc::ClientContext> context(const std::string& token = std::str
     if (!token.empty())
         result->AddMetadata("authorization", "Bearer " + token);
     return result;
+}
+
+// Sets every number of the message out of the range the receiver accepts.
+void outOfRange(google::protobuf::Message* message) {
+    const google::protobuf::Reflection* reflection = message->GetReflection();
+    const google::protobuf::Descriptor* type = message->GetDescriptor();
+    for (int i = 0; i < type->field_count(); ++i) {
+        const google::protobuf::FieldDescriptor* field = type->field(i);
+        if (field->cpp_type() != google::protobuf::FieldDescriptor::CPPTYPE_INT64)
+            continue;
+        if (field->is_repeated())
+            reflection->AddInt64(message, field, INT64_MAX);
+        else
+            reflection->SetInt64(message, field, INT64_MAX);
+    }
+}
+
+// What a request to the method carries: nothing, every number out of range, or `padding` bytes
+// in a field no message has (the receiver parses it and keeps it as unknown).
+enum class Payload { Empty, OutOfRange, Oversized };
+
+std::string requestPayload(const google::protobuf::MethodDescriptor& method, Payload kind) {
+    std::unique_ptr<google::protobuf::Message> message(
+        google::protobuf::MessageFactory::generated_factory()
+            ->GetPrototype(method.input_type())
+            ->New());
+    if (kind == Payload::OutOfRange)
+        outOfRange(message.get());
+    if (kind == Payload::Oversized)
+        message->GetReflection()
+            ->MutableUnknownFields(message.get())
+            ->AddLengthDelimited(4095, std::string(8 * 1024 * 1024, 'x'));
+    return message->SerializeAsString();
+}
+
+// Calls the method with the payload and no token; the status it ends with.
+grpc::Status callWithoutToken(grpc::GenericStub& raw, v1::QuotesAdmin::Stub& stub,
+                              const google::protobuf::MethodDescriptor& method,
+                              const std::string& payload) {
+    const auto call = context();
+    if (!method.server_streaming()) {
+        grpc::Slice slice(payload.data(), payload.size());
+        grpc::ByteBuffer request(&slice, 1);
+        grpc::ByteBuffer response;
+        std::promise<grpc::Status> done;
+        raw.UnaryCall(call.get(), "/" + method.service()->full_name() + "/" + method.name(),
+                      grpc::StubOptions(), &request, &response,
+                      [&done](grpc::Status status) { done.set_value(status); });
+        return done.get_future().get();
+    }
+    // The streams, by their own stubs: each reads until the server ends the call.
+    if (method.name() == "Query") {
+        v1::QueryRequest request;
+        request.ParseFromString(payload);
+        auto reader = stub.Query(call.get(), request);
+        v1::QueryChunk chunk;
+        while (reader->Read(&chunk)) {
+        }
+        return reader->Finish();
+    }
+    if (method.name() == "Events") {
+        v1::EventsRequest request;
+        request.ParseFromString(payload);
+        auto reader = stub.Events(call.get(), request);
+        v1::Event event;
+        while (reader->Read(&event)) {
+        }
+        return reader->Finish();
+    }
+    return grpc::Status(grpc::StatusCode::UNIMPLEMENTED, "no way to call " + method.name());
 }
 
 }  // namespace
@@ -519,6 +591,37 @@ private slots:
                 .ok());
         for (const auto& account : accounts.accounts())
             QVERIFY(account.enabled());
+    }
+
+    // Every call of the protocol, the ones added later included, authenticates before anything
+    // else: without a token, an empty, a malformed and an oversized request are all refused as
+    // unauthenticated, never decoded or answered. Only Login and Ping need no token.
+    void everyCallButLoginAndPingNeedsAToken() {
+        grpc::SslCredentialsOptions tls;
+        tls.pem_root_certs = m_server.certificatePem().toStdString();
+        grpc::GenericStub raw(
+            grpc::CreateChannel(m_server.address().toStdString(), grpc::SslCredentials(tls)));
+        const google::protobuf::ServiceDescriptor* service =
+            google::protobuf::DescriptorPool::generated_pool()->FindServiceByName(
+                v1::QuotesAdmin::service_full_name());
+        QVERIFY(service);
+        QVERIFY(service->method_count() >= 20);
+        for (int i = 0; i < service->method_count(); ++i) {
+            const google::protobuf::MethodDescriptor& method = *service->method(i);
+            const bool open = method.name() == "Login" || method.name() == "Ping";
+            for (Payload payload : {Payload::Empty, Payload::OutOfRange, Payload::Oversized}) {
+                const grpc::Status status =
+                    callWithoutToken(raw, *m_stub, method, requestPayload(method, payload));
+                const grpc::StatusCode expected =
+                    open ? grpc::StatusCode::OK : grpc::StatusCode::UNAUTHENTICATED;
+                QVERIFY2(status.error_code() == expected,
+                         qPrintable(QStringLiteral("%1 (payload %2): %3 %4")
+                                        .arg(QString::fromStdString(method.name()))
+                                        .arg(int(payload))
+                                        .arg(int(status.error_code()))
+                                        .arg(QString::fromStdString(status.error_message()))));
+            }
+        }
     }
 
     void onlyTlsClientsThatTrustTheServer() {

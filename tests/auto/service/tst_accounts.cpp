@@ -6,6 +6,7 @@
 #include <pwd.h>
 #include <unistd.h>
 
+#include "ServiceResults.h"
 #include "model/CRightsTable.h"
 
 #include <QJsonArray>
@@ -648,14 +649,14 @@ private slots:
         m_store->setEnabled(QStringLiteral("viewer"), false);
         QJsonObject document;
         QString error;
-        QVERIFY2(m_service->exportDocument(CCaller::owner(), &document, &error), qPrintable(error));
+        QVERIFY_OK(m_service->exportDocument(CCaller::owner(), &document));
 
         QTemporaryDir other;
         CServiceOptions options;
         options.dataDir = other.path();
         const auto restored = CQuotesService::open(options, &error);
         QVERIFY2(restored, qPrintable(error));
-        QVERIFY2(restored->importDocument(CCaller::owner(), document, &error), qPrintable(error));
+        QVERIFY_OK(restored->importDocument(CCaller::owner(), document, {}, nullptr));
         CLoginManager manager(restored->database());
         QVERIFY(manager.login(QStringLiteral("stock_op"), kPassword, kHere, m_now).ok());
         QCOMPARE(manager.login(QStringLiteral("viewer"), kPassword, kHere, m_now).reason,
@@ -674,7 +675,7 @@ private slots:
         old.insert(QStringLiteral("users"), users);
         CAccountStore(restored->database())
             .setPassword(QStringLiteral("stock_op"), "another password");
-        QVERIFY2(restored->importDocument(CCaller::owner(), old, &error), qPrintable(error));
+        QVERIFY_OK(restored->importDocument(CCaller::owner(), old, {}, nullptr));
         QVERIFY(manager.login(QStringLiteral("stock_op"), "another password", kHere, m_now).ok());
 
         // A hash that is not Argon2id, or a missing flag, is refused whole.
@@ -684,13 +685,15 @@ private slots:
         first.insert(QStringLiteral("passwordHash"), QStringLiteral("plain text"));
         badUsers.replace(0, first);
         bad.insert(QStringLiteral("users"), badUsers);
-        QVERIFY(!restored->importDocument(CCaller::owner(), bad, &error));
+        error = failureOf(restored->importDocument(CCaller::owner(), bad, {}, nullptr));
+        QVERIFY(!error.isEmpty());
         QVERIFY2(error.contains(QStringLiteral("passwordHash")), qPrintable(error));
         first.insert(QStringLiteral("passwordHash"), QJsonValue(QJsonValue::Null));
         first.remove(QStringLiteral("enabled"));
         badUsers.replace(0, first);
         bad.insert(QStringLiteral("users"), badUsers);
-        QVERIFY(!restored->importDocument(CCaller::owner(), bad, &error));
+        error = failureOf(restored->importDocument(CCaller::owner(), bad, {}, nullptr));
+        QVERIFY(!error.isEmpty());
         QVERIFY2(error.contains(QStringLiteral("enabled")), qPrintable(error));
         QVERIFY(manager.login(QStringLiteral("stock_op"), "another password", kHere, m_now).ok());
     }
@@ -703,7 +706,7 @@ private slots:
         QVERIFY(admin.ok() && stock.ok());
         QJsonObject document;
         QString error;
-        QVERIFY2(m_service->exportDocument(CCaller::owner(), &document, &error), qPrintable(error));
+        QVERIFY_OK(m_service->exportDocument(CCaller::owner(), &document));
         // The document carries each account's hash, never a password.
         const QByteArray text = QJsonDocument(document).toJson();
         QVERIFY(text.contains("$argon2id$"));
@@ -725,7 +728,7 @@ private slots:
             users.append(user);
         }
         document.insert(QStringLiteral("users"), users);
-        QVERIFY2(m_service->importDocument(CCaller::owner(), document, &error), qPrintable(error));
+        QVERIFY_OK(m_service->importDocument(CCaller::owner(), document, {}, nullptr));
 
         const auto auth = manager.authenticate(admin.token, m_now + 1);
         QVERIFY2(auth.ok(), qPrintable(auth.message));

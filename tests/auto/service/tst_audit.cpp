@@ -19,6 +19,7 @@
 #include "CSeedData.h"
 #include "PostgresCluster.h"
 #include "RecordBuilders.h"
+#include "ServiceResults.h"
 #include "TestDatabases.h"
 #include "rkservice/CGlobalFeaturePermissionInfo.h"
 #include "rkservice/DataTypeIds.h"
@@ -57,7 +58,7 @@ private:
     boost::shared_ptr<CEmbeddedAdmin> m_owner;
 
     boost::shared_ptr<CEmbeddedAdmin> as(const std::string& name) {
-        for (const auto& user : m_service->users()) {
+        for (const auto& user : storedUsers(*m_service)) {
             if (user->m_strName == name) {
                 const CCaller caller = CCaller::user(*user).locally("os-" + name);
                 return boost::make_shared<CEmbeddedAdmin>(m_service, [caller] { return caller; });

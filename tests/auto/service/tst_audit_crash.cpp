@@ -11,6 +11,7 @@
 
 #include "CQuotesService.h"
 #include "OwnerCalls.h"
+#include "ServiceResults.h"
 #include "rkservice/DataTypeIds.h"
 
 namespace {
@@ -128,7 +129,8 @@ class TestAuditCrash : public QObject {
         everything.limit = 1000000;
         std::vector<Hlx::CAuditEntry> entries;
         QString error;
-        if (!service.auditEntries(CCaller::owner(), everything, &entries, &error))
+        error = failureOf(service.auditEntries(CCaller::owner(), everything, &entries));
+        if (!error.isEmpty())
             qWarning("%s", qPrintable(error));
         return entries;
     }

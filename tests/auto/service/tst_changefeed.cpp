@@ -14,6 +14,7 @@
 #include "PostgresCluster.h"
 #include "QuotesctlRun.h"
 #include "RecordBuilders.h"
+#include "ServiceResults.h"
 #include "TestDatabases.h"
 #include "rkservice/DataTypeIds.h"
 
@@ -30,7 +31,7 @@ utils::RKError addSources(Hlx::IQuotesAdmin& admin, int count, int firstPort = 9
 
 boost::shared_ptr<CEmbeddedAdmin> adminFor(const boost::shared_ptr<CQuotesService>& service,
                                            const std::string& name, const std::string& session) {
-    for (const auto& user : service->users()) {
+    for (const auto& user : storedUsers(*service)) {
         if (user->m_strName == name) {
             const CCaller caller = CCaller::user(*user).locally("os").inSession(session);
             return boost::make_shared<CEmbeddedAdmin>(service, [caller] { return caller; });

@@ -5,6 +5,7 @@
 #include <QJsonArray>
 
 #include "FaultVfs.h"
+#include "ServiceResults.h"
 #include "ServiceTestUtil.h"
 
 using namespace svctest;
@@ -77,7 +78,7 @@ private:
         if (!cutPower(live.path(), after.path()))
             return -1;
         auto restored = open(after.path());
-        if (!restored || !restored->checkIntegrity(CCaller::owner()))
+        if (!restored || !restored->checkIntegrity(CCaller::owner()).isSuccess())
             return -1;
         std::vector<rkservice::IDataPtr> datas;
         rkservice::COrinQueryDataReq request;
@@ -101,7 +102,7 @@ private slots:
         renamed.front().displayName = "改名";
         renamed.push_back({"sys9", "新分系统"});
         QJsonObject document;
-        QVERIFY(service->exportDocument(CCaller::owner(), &document));
+        QVERIFY(service->exportDocument(CCaller::owner(), &document).isSuccess());
         document.insert(QStringLiteral("subsystems"),
                         QJsonArray{QJsonObject{{"name", "only"}, {"displayName", "唯一"}}});
         document.insert(QStringLiteral("sources"), QJsonArray());
@@ -109,21 +110,22 @@ private slots:
         {
             FailingCommits failing;
             QString error;
-            QVERIFY(!service->setSubsystems(CCaller::owner(), renamed, &error));
+            error = failureOf(service->setSubsystems(CCaller::owner(), renamed));
+            QVERIFY(!error.isEmpty());
             QVERIFY2(!error.isEmpty(), "refused without a text");
             QCOMPARE(service->subsystems().size(), subsystems.size());
             QCOMPARE(service->subsystems().front().displayName, subsystems.front().displayName);
-            QVERIFY(!service->setLoginTypeAuth(CCaller::owner(), 0, !granted));
+            QVERIFY(!service->setLoginTypeAuth(CCaller::owner(), 0, !granted).isSuccess());
             QCOMPARE(service->hasClientLoginTypeAuth(0), granted);
-            QVERIFY(!service->importDocument(CCaller::owner(), document));
+            QVERIFY(!service->importDocument(CCaller::owner(), document, {}, nullptr).isSuccess());
             QCOMPARE(service->subsystems().front().name, subsystems.front().name);
         }
         // Once writes work again the same changes go through and the caches follow them.
-        QVERIFY(service->setSubsystems(CCaller::owner(), renamed));
+        QVERIFY(service->setSubsystems(CCaller::owner(), renamed).isSuccess());
         QCOMPARE(service->subsystems().size(), renamed.size());
-        QVERIFY(service->setLoginTypeAuth(CCaller::owner(), 0, !granted));
+        QVERIFY(service->setLoginTypeAuth(CCaller::owner(), 0, !granted).isSuccess());
         QCOMPARE(service->hasClientLoginTypeAuth(0), !granted);
-        QVERIFY(service->checkIntegrity(CCaller::owner()));
+        QVERIFY(service->checkIntegrity(CCaller::owner()).isSuccess());
     }
 
     void answeredChangesSurvivePowerCut() {

@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "FaultVfs.h"
+#include "ServiceResults.h"
 #include "ServiceTestUtil.h"
 #include "SourceChecks.h"
 
@@ -240,7 +241,7 @@ private slots:
             QCOMPARE(source->getSystemTag(), std::string(thread % 2 ? "sys2" : "sys1"));
         }
         QCOMPARE(int(query(rkservice::kDataQuoteSources, "6").datas.size()), 1);
-        QVERIFY(service->checkIntegrity(CCaller::owner()));
+        QVERIFY(service->checkIntegrity(CCaller::owner()).isSuccess());
 
         QVERIFY(Hlx::COrinClientCenter::instance()->waitForIdle());
         Hlx::COrinClientCenter::instance()->setBackend(nullptr);

@@ -9,6 +9,7 @@
 #include <QSqlError>
 #include <QSqlQuery>
 
+#include "ServiceResults.h"
 #include "ServiceTestUtil.h"
 
 using namespace svctest;
@@ -115,7 +116,7 @@ private slots:
         const OperateResult token = operate(rkservice::kDataLevel2Tokens, 2, list({tokenRecord}));
         QVERIFY2(errorText(token.error).contains(QStringLiteral("锁定")),
                  token.error.errorMsg().c_str());
-        QVERIFY(!service->setLoginTypeAuth(CCaller::owner(), 0, false));
+        QVERIFY(!service->setLoginTypeAuth(CCaller::owner(), 0, false).isSuccess());
         QVERIFY(timer.elapsed() < 10000);
         const QueryResult read = query(rkservice::kDataQuoteSources, "");
         QVERIFY(read.error.isSuccess());
@@ -156,7 +157,7 @@ private slots:
         QCOMPARE(int(query(rkservice::kDataQuoteSources, "").datas.size()), 0);
         // Small changes still fit, and reads go on.
         QVERIFY(operate(rkservice::kDataQuoteSources, 2, manySources(1)).error.isSuccess());
-        QVERIFY(service->checkIntegrity(CCaller::owner()));
+        QVERIFY(service->checkIntegrity(CCaller::owner()).isSuccess());
         uninstall();
     }
 
@@ -207,7 +208,8 @@ private slots:
                 operate(rkservice::kDataQuoteSources, 2, manySources(5, 5000));
             QVERIFY(!add.error.isSuccess());
             QString integrity;
-            QVERIFY(!service->checkIntegrity(CCaller::owner(), &integrity));
+            integrity = failureOf(service->checkIntegrity(CCaller::owner()));
+            QVERIFY(!integrity.isEmpty());
             uninstall();
         }
 

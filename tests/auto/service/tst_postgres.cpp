@@ -17,6 +17,7 @@
 #include "CEmbeddedAdmin.h"
 #include "HeldTransaction.h"
 #include "PostgresCluster.h"
+#include "ServiceResults.h"
 #include "ServiceTestUtil.h"
 
 using namespace svctest;
@@ -95,7 +96,7 @@ private slots:
         QVERIFY(m_service->databaseDescription().startsWith(QStringLiteral("PostgreSQL quotes@")));
         QVERIFY(!m_service->databaseDescription().contains(QStringLiteral("password")));
         QCOMPARE(int(m_service->subsystems().size()), 2);
-        QVERIFY(m_service->users().size() >= 3);
+        QVERIFY(storedUsers(*m_service).size() >= 3);
         QVERIFY(!query(rkservice::kDataBrokers, "1").datas.empty());
         QCOMPARE(int(queryAt(rkservice::kDataGlobalPermission, "", "sys2").datas.size()), 1);
     }
@@ -182,25 +183,25 @@ private slots:
     void exportToSqliteAndBack() {
         QJsonObject document;
         QString error;
-        QVERIFY2(m_service->exportDocument(CCaller::owner(), &document, &error), qPrintable(error));
+        QVERIFY_OK(m_service->exportDocument(CCaller::owner(), &document));
         QTemporaryDir dir;
         CServiceOptions sqlite;
         sqlite.dataDir = dir.path();
         sqlite.seed = false;
         auto local = CQuotesService::open(sqlite, &error);
         QVERIFY2(local, qPrintable(error));
-        QVERIFY2(local->importDocument(CCaller::owner(), document, &error), qPrintable(error));
+        QVERIFY_OK(local->importDocument(CCaller::owner(), document, {}, nullptr));
         QJsonObject copy;
-        QVERIFY(local->exportDocument(CCaller::owner(), &copy));
+        QVERIFY(local->exportDocument(CCaller::owner(), &copy).isSuccess());
         QCOMPARE(copy, document);
 
         // And into a second PostgreSQL database, which continues the ids after the imported ones.
         QVERIFY(m_cluster.createDatabase(QStringLiteral("quotes2")));
         auto second = CQuotesService::open(options(QStringLiteral("quotes2")), &error);
         QVERIFY2(second, qPrintable(error));
-        QVERIFY2(second->importDocument(CCaller::owner(), copy, &error), qPrintable(error));
+        QVERIFY_OK(second->importDocument(CCaller::owner(), copy, {}, nullptr));
         QJsonObject third;
-        QVERIFY(second->exportDocument(CCaller::owner(), &third));
+        QVERIFY(second->exportDocument(CCaller::owner(), &third).isSuccess());
         QCOMPARE(third, document);
         int highest = 0;
         for (const QJsonValue& s : document.value(QStringLiteral("sources")).toArray())
@@ -320,7 +321,7 @@ private slots:
     void exportIsOneSnapshot() {
         QJsonObject before;
         QString error;
-        QVERIFY2(m_service->exportDocument(CCaller::owner(), &before, &error), qPrintable(error));
+        QVERIFY_OK(m_service->exportDocument(CCaller::owner(), &before));
         const auto change = [&](const char* subsystems, const char* users) {
             return [this, subsystems, users](QSqlDatabase& db) {
                 // users is read last: an export that meets this lock has read the others.
@@ -338,15 +339,18 @@ private slots:
                 change("UPDATE subsystems SET display_name = display_name || '+'",
                        "UPDATE users SET system_id = system_id + 1000"));
             QVERIFY(console.isHolding());
-            std::thread exporter(
-                [&] { exported = m_service->exportDocument(CCaller::owner(), &during, &error); });
+            std::thread exporter([&] {
+                error = failureOf(m_service->exportDocument(CCaller::owner(), &during));
+                exported = error.isEmpty();
+            });
             QTRY_COMPARE(waitingLocks("relation = 'users'::regclass"), 1);
             QVERIFY(console.release());
             exporter.join();
         }
         QVERIFY2(exported, qPrintable(error));
         QJsonObject after;
-        QVERIFY(m_service->exportDocument(CCaller::owner(), &after, &error));
+        error = failureOf(m_service->exportDocument(CCaller::owner(), &after));
+        QVERIFY2(error.isEmpty(), qPrintable(error));
         HeldTransaction(m_service->database(),
                         change("UPDATE subsystems SET display_name = left(display_name, -1)",
                                "UPDATE users SET system_id = system_id - 1000"))
@@ -357,7 +361,8 @@ private slots:
                 before.value(QStringLiteral("subsystems")));
         QVERIFY(after.value(QStringLiteral("users")) != before.value(QStringLiteral("users")));
         QJsonObject restored;
-        QVERIFY(m_service->exportDocument(CCaller::owner(), &restored, &error));
+        error = failureOf(m_service->exportDocument(CCaller::owner(), &restored));
+        QVERIFY2(error.isEmpty(), qPrintable(error));
         QCOMPARE(restored, before);
     }
 

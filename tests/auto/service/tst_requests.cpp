@@ -7,6 +7,7 @@
 
 #include "CDatabase.h"
 #include "CSchema.h"
+#include "ServiceResults.h"
 #include "ServiceTestUtil.h"
 #include "rkservice/CUserInfo.h"
 
@@ -87,7 +88,7 @@ private slots:
         QVERIFY(!m_service->hasClientLoginTypeAuth(1));
 
         std::map<std::string, rkservice::CUserInfoPtr> users;
-        for (const auto& user : m_service->users())
+        for (const auto& user : storedUsers(*m_service))
             users[user->m_strName] = user;
         QVERIFY(users.count("admin") && users.count("futures_op") && users.count("viewer"));
         QVERIFY(users["admin"]->routesBySystem());
@@ -405,7 +406,7 @@ private slots:
             names[p->platformId] = p->platformName;
         QCOMPARE(int(names.size()), 3);
         QCOMPARE(names[20000], std::string("高级行情-期货"));
-        QVERIFY(m_service->setLoginTypeAuth(CCaller::owner(), 0, false));
+        QVERIFY(m_service->setLoginTypeAuth(CCaller::owner(), 0, false).isSuccess());
         QVERIFY(!Hlx::COrinClientCenter::instance()->hasClientLoginTypeAuth(0));
         const auto branded =
             as<rkservice::COrinPlatformInfo>(queryAt(rkservice::kDataPlatforms, "1", "sys1").datas);
@@ -508,12 +509,18 @@ private slots:
     void subsystemConfiguration() {
         QVERIFY(addOne(stockSource(10000, 2, "10.0.0.1", 9000), "sys2") > 0);
         QString error;
-        QVERIFY(!m_service->setSubsystems(CCaller::owner(), {{"sys1", "上海主站"}}, &error));
+        error = failureOf(m_service->setSubsystems(CCaller::owner(), {{"sys1", "上海主站"}}));
+        QVERIFY(!error.isEmpty());
         QVERIFY(error.contains(QStringLiteral("仍有行情源")));
-        QVERIFY(!m_service->setSubsystems(CCaller::owner(), {}, &error));
-        QVERIFY(!m_service->setSubsystems(CCaller::owner(), {{"a", "A"}, {"a", "B"}}, &error));
-        QVERIFY(m_service->setSubsystems(
-            CCaller::owner(), {{"sys2", "深圳主站"}, {"sys1", "上海备站"}, {"sys3", "北京站"}}));
+        error = failureOf(m_service->setSubsystems(CCaller::owner(), {}));
+        QVERIFY(!error.isEmpty());
+        error = failureOf(m_service->setSubsystems(CCaller::owner(), {{"a", "A"}, {"a", "B"}}));
+        QVERIFY(!error.isEmpty());
+        QVERIFY(
+            m_service
+                ->setSubsystems(CCaller::owner(),
+                                {{"sys2", "深圳主站"}, {"sys1", "上海备站"}, {"sys3", "北京站"}})
+                .isSuccess());
         auto* centre = Hlx::COrinClientCenter::instance();
         QCOMPARE(centre->getServerNameBySystemTag("sys2"), QStringLiteral("深圳主站"));
         QCOMPARE(m_service->subsystems().front().name, std::string("sys2"));
@@ -522,7 +529,8 @@ private slots:
         QCOMPARE(int(sources("", "sys2").size()), 2);
         QVERIFY(addOne(stockSource(10000, 2, "10.0.0.3", 9000), "sys3") > 0);
         QVERIFY(
-            m_service->setSubsystems(CCaller::owner(), {{"sys2", "深圳主站"}, {"sys3", "北京站"}}));
+            m_service->setSubsystems(CCaller::owner(), {{"sys2", "深圳主站"}, {"sys3", "北京站"}})
+                .isSuccess());
         QVERIFY(!centre->isMultiServers() || m_service->subsystems().size() == 2);
 
         closeService();
@@ -534,8 +542,8 @@ private slots:
     }
 
     void settingsAndDataPersist() {
-        QVERIFY(m_service->setLoginTypeAuth(CCaller::owner(), 0, false));
-        QVERIFY(m_service->setLoginTypeAuth(CCaller::owner(), 3, true));
+        QVERIFY(m_service->setLoginTypeAuth(CCaller::owner(), 0, false).isSuccess());
+        QVERIFY(m_service->setLoginTypeAuth(CCaller::owner(), 3, true).isSuccess());
         const int id = addOne(stockSource(10000, 2, "10.0.0.1", 9000, "u", "secret"));
         closeService();
         openService();
@@ -554,7 +562,9 @@ private slots:
         openService(false);
         QCOMPARE(int(m_service->subsystems().size()), 1);
         QVERIFY(!Hlx::COrinClientCenter::instance()->isMultiServers());
-        QVERIFY(m_service->users().empty());
+        std::vector<rkservice::CUserInfoPtr> users;
+        QVERIFY_OK(m_service->users(CCaller::owner(), &users));
+        QVERIFY(users.empty());
         QVERIFY(query(rkservice::kDataBrokers, "1").datas.empty());
         QVERIFY(addOne(stockSource(10000, 2, "10.0.0.1", 9000)) > 0);
         QCOMPARE(sources().front()->getSystemTag(), m_service->subsystems().front().name);

@@ -4,6 +4,7 @@
 
 #include "Hlx/CUserManager.h"
 #include "RoleExpectations.h"
+#include "ServiceResults.h"
 #include "ServiceTestUtil.h"
 #include "rkservice/CUserInfo.h"
 
@@ -23,7 +24,7 @@ class TestRights : public QObject {
     int m_nextPort = 20000;
 
     rkservice::CUserInfoPtr seeded(const QString& name) {
-        for (const auto& user : m_service->users()) {
+        for (const auto& user : storedUsers(*m_service)) {
             if (QString::fromStdString(user->m_strName) == name)
                 return user;
         }
@@ -321,20 +322,26 @@ private slots:
         const CCaller admin = CCaller::user(*seeded("admin"));
         QJsonObject document;
         QString error;
-        QVERIFY(!m_service->exportDocument(stockOp, &document, &error));
+        error = failureOf(m_service->exportDocument(stockOp, &document));
+        QVERIFY(!error.isEmpty());
         QCOMPARE(error, QString("没有权限：导出数据"));
         QVERIFY(document.isEmpty());
-        QVERIFY(m_service->exportDocument(admin, &document, &error));
-        QVERIFY(!m_service->importDocument(stockOp, document, &error));
+        error = failureOf(m_service->exportDocument(admin, &document));
+        QVERIFY2(error.isEmpty(), qPrintable(error));
+        error = failureOf(m_service->importDocument(stockOp, document, {}, nullptr));
+        QVERIFY(!error.isEmpty());
         QCOMPARE(error, QString("没有权限：导入数据"));
-        QVERIFY(!m_service->setLoginTypeAuth(stockOp, 0, false, &error));
+        error = failureOf(m_service->setLoginTypeAuth(stockOp, 0, false));
+        QVERIFY(!error.isEmpty());
         QCOMPARE(error, QString("没有权限：修改登录类型设置"));
         QVERIFY(m_service->hasClientLoginTypeAuth(0));
-        QVERIFY(!m_service->setSubsystems(stockOp, {{"sys1", "甲"}, {"sys2", "乙"}}, &error));
+        error = failureOf(m_service->setSubsystems(stockOp, {{"sys1", "甲"}, {"sys2", "乙"}}));
+        QVERIFY(!error.isEmpty());
         QCOMPARE(error, QString("没有权限：修改分系统"));
         QCOMPARE(QString::fromStdString(m_service->subsystems().front().displayName),
                  QString("上海主站"));
-        QVERIFY(m_service->setLoginTypeAuth(admin, 0, true, &error));
+        error = failureOf(m_service->setLoginTypeAuth(admin, 0, true));
+        QVERIFY2(error.isEmpty(), qPrintable(error));
     }
 
     // A source's password reaches only who may modify the source.

@@ -19,6 +19,7 @@
 #include "CServiceOptions.h"
 #include "Hlx/CRequestTarget.h"
 #include "OwnerCalls.h"
+#include "ServiceResults.h"
 #include "rkservice/CLevel2Token.h"
 #include "rkservice/COrinQuoterSourceInfo.h"
 #include "rkservice/DataTypeIds.h"
@@ -146,7 +147,7 @@ private slots:
         QVERIFY(addSource(kMarker).isSuccess());
         QVERIFY(setToken(kTokenMarker).isSuccess());
         QJsonObject document;
-        QVERIFY(m_service->exportDocument(CCaller::owner(), &document));
+        QVERIFY(m_service->exportDocument(CCaller::owner(), &document).isSuccess());
         const QJsonObject source =
             document.value(QLatin1String("sources")).toArray().at(0).toObject();
         QCOMPARE(source.value(QLatin1String("password")).toString().toStdString(), kMarker);
@@ -159,7 +160,7 @@ private slots:
         auto restored = CQuotesService::open(o, nullptr);
         QVERIFY(restored);
         QString error;
-        QVERIFY2(restored->importDocument(CCaller::owner(), document, &error), qPrintable(error));
+        QVERIFY_OK(restored->importDocument(CCaller::owner(), document, {}, nullptr));
         m_service = restored;
         QCOMPARE(passwords(), std::vector<std::string>{kMarker});
         QCOMPARE(token(), kTokenMarker);
@@ -285,7 +286,7 @@ private slots:
         QVERIFY(setToken(kTokenMarker).isSuccess());
         const QByteArray before = CSecretKeyFile::read(keyFile()).key();
         QString error;
-        QVERIFY2(m_service->rekey(CCaller::owner(), &error), qPrintable(error));
+        QVERIFY_OK(m_service->rekey(CCaller::owner()));
         const QByteArray after = CSecretKeyFile::read(keyFile()).key();
         QVERIFY(before != after);
         QVERIFY(!QFileInfo::exists(keyFile() + QStringLiteral(".new")));
@@ -305,7 +306,8 @@ private slots:
         QVERIFY(open());
         const QByteArray before = CSecretKeyFile::read(keyFile()).key();
         QString error;
-        QVERIFY(!m_service->rekey(CCaller::user("viewer", {}), &error));
+        error = failureOf(m_service->rekey(CCaller::user("viewer", {})));
+        QVERIFY(!error.isEmpty());
         QCOMPARE(CSecretKeyFile::read(keyFile()).key(), before);
     }
 
@@ -313,7 +315,7 @@ private slots:
         QVERIFY(open());
         QVERIFY(addSource(kMarker).isSuccess());
         const QByteArray before = CSecretKeyFile::read(keyFile()).key();
-        QVERIFY(m_service->rekey(CCaller::owner()));
+        QVERIFY(m_service->rekey(CCaller::owner()).isSuccess());
         m_service.reset();
         // As if the process died after the commit, before the new file replaced the old one.
         const QByteArray after = CSecretKeyFile::read(keyFile()).key();

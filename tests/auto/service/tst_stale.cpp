@@ -16,6 +16,7 @@
 #include "CSchema.h"
 #include "PostgresCluster.h"
 #include "RecordBuilders.h"
+#include "ServiceResults.h"
 #include "TestDatabases.h"
 #include "model/CStaleRows.h"
 #include "rkservice/DataTypeIds.h"
@@ -51,7 +52,7 @@ private:
 
     // The seeded administrator, within a session.
     CCaller admin(const std::string& session) {
-        for (const auto& user : m_service->users()) {
+        for (const auto& user : storedUsers(*m_service)) {
             if (user->m_strName == "admin")
                 return CCaller::user(*user).inSession(session);
         }
@@ -125,7 +126,8 @@ private:
     bool reimport(const std::function<void(QJsonObject*)>& change = {}, bool dryRun = false) {
         QJsonObject document;
         QString error;
-        if (!m_service->exportDocument(CCaller::owner(), &document, &error)) {
+        error = failureOf(m_service->exportDocument(CCaller::owner(), &document));
+        if (!error.isEmpty()) {
             qWarning("export: %s", qPrintable(error));
             return false;
         }
@@ -139,7 +141,8 @@ private:
         Hlx::CImportOptions options;
         options.dryRun = dryRun;
         Hlx::CImportReport report;
-        if (!m_service->importDocument(CCaller::owner(), document, options, &report, &error)) {
+        error = failureOf(m_service->importDocument(CCaller::owner(), document, options, &report));
+        if (!error.isEmpty()) {
             qWarning("import: %s", qPrintable(error));
             return false;
         }
@@ -178,7 +181,7 @@ private:
         std::vector<Hlx::CAuditEntry> entries;
         Hlx::CAuditFilter filter;
         filter.limit = 1;
-        m_service->auditEntries(CCaller::owner(), filter, &entries);
+        m_service->auditEntries(CCaller::owner(), filter, &entries).isSuccess();
         return entries.empty() ? Hlx::CAuditEntry() : entries.front();
     }
 
@@ -322,10 +325,12 @@ private slots:
         QString error;
         Hlx::CSourcePatch patch;
         patch.userName = "patched";
-        QVERIFY(!m_service->modifySource(admin("console"), id, patch, &error));
+        error = failureOf(m_service->modifySource(admin("console"), id, patch));
+        QVERIFY(!error.isEmpty());
         QCOMPARE(error, QString::fromUtf8(CStaleRows::kRefusal));
         QCOMPARE(newestEntry().error, std::string(CStaleRows::kRefusal));
-        QVERIFY(m_service->modifySource(CCaller::owner(), id, patch, &error));
+        error = failureOf(m_service->modifySource(CCaller::owner(), id, patch));
+        QVERIFY2(error.isEmpty(), qPrintable(error));
         QCOMPARE(stored(id)->m_strUserName, std::string("patched"));
     }
 

@@ -9,6 +9,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 
+#include "ServiceResults.h"
 #include "ServiceTestUtil.h"
 #include "model/CRightsTable.h"
 
@@ -60,14 +61,16 @@ private:
     QJsonObject exported() {
         QJsonObject document;
         QString error;
-        if (!m_service->exportDocument(CCaller::owner(), &document, &error))
+        error = failureOf(m_service->exportDocument(CCaller::owner(), &document));
+        if (!error.isEmpty())
             qWarning("export: %s", qPrintable(error));
         return document;
     }
     // Imports and returns the refusal, empty when the import went through.
     QString importError(const QJsonObject& document) {
         QString error;
-        if (m_service->importDocument(CCaller::owner(), document, &error))
+        error = failureOf(m_service->importDocument(CCaller::owner(), document, {}, nullptr));
+        if (error.isEmpty())
             return QString();
         return error.isEmpty() ? QStringLiteral("(refused without a text)") : error;
     }
@@ -246,8 +249,7 @@ private slots:
         options.dryRun = true;
         Hlx::CImportReport report;
         QString error;
-        QVERIFY2(m_service->importDocument(CCaller::owner(), document, options, &report, &error),
-                 qPrintable(error));
+        QVERIFY_OK(m_service->importDocument(CCaller::owner(), document, options, &report));
         QCOMPARE(exported(), before);
         QVERIFY(backups().isEmpty());
         QVERIFY(report.backupFile.empty());
@@ -264,16 +266,16 @@ private slots:
         QCOMPARE(bySection["users"].added + bySection["users"].removed, 0);
         // A bad document is refused by a dry run as by an import.
         document.remove(QStringLiteral("users"));
-        QVERIFY(!m_service->importDocument(CCaller::owner(), document, options, &report, &error));
+        error = failureOf(m_service->importDocument(CCaller::owner(), document, options, &report));
+        QVERIFY(!error.isEmpty());
     }
 
     void importWritesPrivateBackupsKeepingTen() {
         const QJsonObject before = exported();
         Hlx::CImportReport report;
         QString error;
-        QVERIFY2(m_service->importDocument(CCaller::owner(), before, Hlx::CImportOptions(), &report,
-                                           &error),
-                 qPrintable(error));
+        QVERIFY_OK(
+            m_service->importDocument(CCaller::owner(), before, Hlx::CImportOptions(), &report));
         const QString first = QString::fromStdString(report.backupFile);
         QCOMPARE(QFileInfo(first).absolutePath(), QDir(m_dir->path()).absolutePath());
         QFile file(first);
@@ -290,7 +292,8 @@ private slots:
         Hlx::CImportOptions options;
         options.backupFile = m_dir->filePath("missing/dir/backup.json").toStdString();
         QJsonObject changed = withSources(before, QJsonArray());
-        QVERIFY(!m_service->importDocument(CCaller::owner(), changed, options, &report, &error));
+        error = failureOf(m_service->importDocument(CCaller::owner(), changed, options, &report));
+        QVERIFY(!error.isEmpty());
         QCOMPARE(exported(), before);
     }
 
