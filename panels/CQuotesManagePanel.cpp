@@ -394,7 +394,23 @@ void CQuotesManagePanel::quotesDelivered(bool bError, const QString& qsError, in
         queryKxFuture();
 }
 
-void CQuotesManagePanel::reload() {
+bool CQuotesManagePanel::shows(Content content) const {
+    switch (content) {
+        case QuoteSources:
+            return true;
+        case WholeQuoteSettings:
+            return m_tradeType == CTradeTypeTable::kAll;
+        case Level2Token:
+            break;
+    }
+    return false;
+}
+
+void CQuotesManagePanel::reloadWholeQuoteSettings() {
+    onActive();
+}
+
+void CQuotesManagePanel::reloadSources() {
     const int row = m_table ? m_table->selectedRow() : -1;
     const auto selected = m_rowRecords.constFind(row);
     m_reselectId =

@@ -19,6 +19,7 @@
 #include "Hlx/IQuotesAdmin.h"
 #include "Hlx/IorinDockableWidget.h"
 
+#include "model/CTradeTypeTable.h"
 namespace {
 
 // Bumped when the meaning of the stored settings changes; older settings are ignored.
@@ -68,7 +69,12 @@ CConsoleWindow::CConsoleWindow(const boost::shared_ptr<Hlx::IQuotesAdmin>& admin
         const int index = systemIndex(system);
         m_systemBox->setCurrentIndex(index >= 0 ? index : 0);
     }
-    m_live = new CLiveUpdates(m_admin, this);
+    // Made before any panel is docked: every docked panel is followed.
+    m_live = new CLiveUpdates(m_admin, m_auditDock, this);
+    // Direct: the rebuild is done when the live updates drop what waited for the old panels.
+    connect(m_live, &CLiveUpdates::rebuildWanted, this, &CConsoleWindow::rebuildForChanges,
+            Qt::DirectConnection);
+    connect(m_live, &CLiveUpdates::statusMessage, statusBar(), &QStatusBar::showMessage);
     connect(Hlx::COrinClientCenter::instance(), &Hlx::COrinClientCenter::serverMessageShown, this,
             [this](int, bool, QWidget*, const QString& title, const QString& text) {
                 // The latest outcome replaces the one before, a success an earlier error too.
@@ -185,6 +191,7 @@ QDockWidget* CConsoleWindow::createDock(const QString& objectName) {
     // Every time the operator brings a panel to the front, it reloads.
     connect(dock, &QDockWidget::visibilityChanged, panel, [panel](bool visible) {
         if (visible)
+    m_live->follow(panel);
             panel->onActive();
     });
     connect(dock, &QObject::destroyed, this, [this, objectName, dock] {
@@ -354,7 +361,8 @@ void CConsoleWindow::switchSystem(const QString& name) {
     }
     // The all-types panel's permission record must follow, or one sub-system's whole-quote
     // settings would be saved into another.
-    if (Hlx::IorinDockableWidget* all = panel(QStringLiteral("allq")))
+    if (Hlx::IorinDockableWidget* all =
+            panel(CPanelCatalogue::sourcesPanel(Hlx::CTradeTypeTable::kAll)))
         all->onActive();
     updateStatus();
 }
