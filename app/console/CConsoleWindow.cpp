@@ -14,12 +14,13 @@
 #include "CAuditDock.h"
 #include "CLiveUpdates.h"
 #include "CPanelCatalogue.h"
+#include "CStatusReader.h"
 #include "Hlx/COrinClientCenter.h"
 #include "Hlx/CUserManager.h"
 #include "Hlx/IQuotesAdmin.h"
 #include "Hlx/IorinDockableWidget.h"
-
 #include "model/CTradeTypeTable.h"
+
 namespace {
 
 // Bumped when the meaning of the stored settings changes; older settings are ignored.
@@ -159,9 +160,13 @@ void CConsoleWindow::createSystemChooser(QToolBar* bar) {
 void CConsoleWindow::createStatusBar() {
     m_userLabel = new QLabel(this);
     m_systemLabel = new QLabel(this);
-    Hlx::CServiceStatus status;
-    m_admin->status(&status);
-    m_databaseLabel = new QLabel(QString::fromStdString(status.database), this);
+    m_databaseLabel = new QLabel(this);
+    m_databaseLabel->setObjectName(QStringLiteral("databaseLabel"));
+    // On quotesd the status is a network call: asked on a worker, shown when it comes.
+    auto* reader = new CStatusReader(m_admin, this);
+    connect(reader, &CStatusReader::databaseRead, m_databaseLabel, &QLabel::setText,
+            Qt::QueuedConnection);
+    reader->start();
     statusBar()->addPermanentWidget(m_userLabel);
     statusBar()->addPermanentWidget(m_systemLabel);
     statusBar()->addPermanentWidget(m_databaseLabel);
@@ -186,12 +191,12 @@ QDockWidget* CConsoleWindow::createDock(const QString& objectName) {
     dock->setAttribute(Qt::WA_DeleteOnClose);
     Hlx::IorinDockableWidget* panel = entry->create(dock);
     dock->setWidget(panel);
+    m_live->follow(panel);
     panel->setParam(m_settings->value(paramKey(objectName)).toString());
     bindPanelToSystem(panel);
     // Every time the operator brings a panel to the front, it reloads.
     connect(dock, &QDockWidget::visibilityChanged, panel, [panel](bool visible) {
         if (visible)
-    m_live->follow(panel);
             panel->onActive();
     });
     connect(dock, &QObject::destroyed, this, [this, objectName, dock] {

@@ -8,6 +8,7 @@
 #include <QPixmap>
 #include <QScreen>
 #include <QThread>
+#include <QThreadPool>
 #include <boost/make_shared.hpp>
 #include <memory>
 
@@ -62,7 +63,10 @@ void CScreenshotter::waitUntilSettled(int timeoutMs) {
     int quietRounds = 0;
     while (quietRounds < 5 && timer.elapsed() < timeoutMs) {
         QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-        quietRounds = centre->pendingCount() == 0 ? quietRounds + 1 : 0;
+        // Workers (the service's status, the audit trail) answer through queued signals too.
+        const bool quiet =
+            centre->pendingCount() == 0 && QThreadPool::globalInstance()->activeThreadCount() == 0;
+        quietRounds = quiet ? quietRounds + 1 : 0;
         if (quietRounds == 0)
             QThread::msleep(5);
     }
