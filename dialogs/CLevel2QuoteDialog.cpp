@@ -7,6 +7,7 @@
 #include "Zu/CSimpleTextWidget.h"
 #include "Zu/CSmallNormalButton.h"
 #include "Zu/CWidgetList.h"
+#include "model/CLevel2Names.h"
 
 namespace Hlx {
 
@@ -30,7 +31,7 @@ void CLevel2QuoteDialog::showEvent(QShowEvent* event) {
 }
 
 void CLevel2QuoteDialog::createUi() {
-    setTitle(QStringLiteral("添加Level-2行情源token"));
+    setTitle(QStringLiteral("添加") + QString::fromUtf8(CLevel2Names::kTokenNoun));
 
     auto* outer = new Zu::CWidgetList(this, Qt::Vertical);
     outer->setMargins(20, 20, 0, 0);

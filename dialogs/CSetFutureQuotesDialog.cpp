@@ -31,8 +31,7 @@ namespace {
 
 const int kLabelWidth = 70;
 const int kLabelHeight = 24;
-// Right-aligned, vertically centred, single line.
-const int kLabelFlags = 386;
+const int kLabelFlags = int(Qt::AlignRight | Qt::AlignVCenter) | Qt::TextSingleLine;
 const int kInputWidth = 200;
 const int kInputHeight = 24;
 const int kButtonWidth = 57;
@@ -263,7 +262,9 @@ void CSetFutureQuotesDialog::onBrokerChanged() {
 void CSetFutureQuotesDialog::submit() {
     for (Zu::CComboBox* combo : {m_platformCombo, m_brokerCombo, m_serverGroupCombo}) {
         if (combo->currentText().isEmpty() || combo->currentIndex() == 0) {
-            Zu::CMessageTip::showTip(combo, 65, QStringLiteral("请选择 "), 2, 2, 300);
+            Zu::CMessageTip::showTip(combo, Zu::CMessageTip::kBelowLeft, QStringLiteral("请选择 "),
+                                     Zu::CMessageTip::StyleArrow, Zu::CMessageTip::LevelWarning,
+                                     300);
             return;
         }
     }
@@ -346,7 +347,7 @@ void CSetFutureQuotesDialog::slotOnOperationFinished(bool bError, QString qsErro
     COrinClientCenter::instance()->showServerMsgCallBack(0, true, this, title,
                                                          QStringLiteral("操作成功"), true, false);
     QPointer<CSetFutureQuotesDialog> self(this);
-    deliverEvent(3026, 0, 0, QString(), nullptr);
+    deliverEvent(Zu::EventQuoteSourcesChanged, 0, 0, QString(), nullptr);
     if (self)
         close();
 }

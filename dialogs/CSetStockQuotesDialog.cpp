@@ -33,9 +33,6 @@ namespace Hlx {
 
 namespace {
 
-const int kTipPlacement = 65;
-const int kTipStyle = 2;
-const int kTipLevel = 2;
 // Long enough to be read; the tip then stays until the field is edited.
 const int kTipMinimumMs = 3000;
 const int kPortMin = 1;
@@ -264,8 +261,9 @@ bool CSetStockQuotesDialog::checkField(int fieldId, bool strict) {
             return true;
     }
     if (!passed)
-        Zu::CMessageTip::showTipUntilEdited(target, kTipPlacement, tip, kTipStyle, kTipLevel,
-                                            kTipMinimumMs);
+        Zu::CMessageTip::showTipUntilEdited(target, Zu::CMessageTip::kBelowLeft, tip,
+                                            Zu::CMessageTip::StyleArrow,
+                                            Zu::CMessageTip::LevelWarning, kTipMinimumMs);
     return passed;
 }
 
@@ -396,7 +394,7 @@ void CSetStockQuotesDialog::slotOnOperationFinished(bool bError, QString qsError
                                              : qsError;
     COrinClientCenter::instance()->showServerMsgCallBack(bError ? 1 : 0, !bError, this, title, text,
                                                          true, false);
-    deliverEvent(3026, 0, 0, QString(), nullptr);
+    deliverEvent(Zu::EventQuoteSourcesChanged, 0, 0, QString(), nullptr);
     // A refusal leaves everything typed for another try, except when the edited row was read
     // before an import: its id may name another source now, so only the reload may go on.
     const bool stale = bError && qsError == QString::fromUtf8(CStaleRows::kRefusal);

@@ -3,28 +3,14 @@
 #include <QString>
 #include <vector>
 
+#include "model/CPlatformIds.h"
 #include "model/PanelQuotesManageGlobal.h"
 
 namespace Hlx {
 
 // The market-data platforms: their names and which trade types offer them.
-class PANELQUOTESMANAGE_EXPORT CPlatformTable {
+class PANELQUOTESMANAGE_EXPORT CPlatformTable : public CPlatformIds {
 public:
-    enum : int {
-        kKxStocks = 10000,
-        kKxStockOptions = 10001,
-        kKxNeeq = 10002,
-        kKxHgt = 10003,
-        kKxSgt = 10004,
-        kKxOuterFutures = 15000,
-        kKxFutures = 20000,
-        kCtpOptionsLive = 25011,
-        kCtpOptionsSimulated = 25012,
-        kKxGold = 31003,
-        kOuter = 32000,
-        kKxFuturesOptions = 70000,
-    };
-
     // The display name; the brand prefix "Kx" unless the client holds login type 0.
     static QString name(int platformId);
     // The platforms offered for a trade type, in order; futuresOnly restricts stocks to futures.

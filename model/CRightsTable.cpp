@@ -1,14 +1,15 @@
 #include "model/CRightsTable.h"
 
+#include "model/CLevel2Names.h"
+#include "model/CPlatformIds.h"
+#include "model/CTradeTypeIds.h"
+
 namespace Hlx {
 
 namespace {
 
-const int kStocks = 2;
-const int kFutures = 1;
-const int kFuturesOptions = 5;
-const int kKxFuturesPlatform = 20000;
-const int kKxFuturesOptionsPlatform = 70000;
+using T = CTradeTypeIds;
+using P = CPlatformIds;
 
 const char* verb(CRecordAction action) {
     switch (action) {
@@ -27,17 +28,17 @@ const char* verb(CRecordAction action) {
 const std::vector<CSourceRights>& CRightsTable::sources() {
     // kind, name, add, modify, delete
     static const std::vector<CSourceRights> table = {
-        {kFutures, "期货", 10385, 10385, 10387},
-        {kStocks, "证券", 10937, 10389, 10563},
-        {kFuturesOptions, "期货期权", 11231, 11231, 10387},
-        {6, "股票期权", 10709, 10711, 10713},
-        {7, "沪港通", 11029, 11031, 11033},
-        {10, "新三板", 11019, 11021, 11023},
-        {4, "贵金属", 12147, 12149, 12151},
-        {16, "外盘期货", 12353, 12355, 12357},
-        {1002, "IB外盘", 12361, 12363, 12365},
-        {8, "收益互换", 12369, 12370, 12372},
-        {11, "深港通", 11222, 11223, 11224},
+        {T::kFutures, "期货", 10385, 10385, 10387},
+        {T::kStocks, "证券", 10937, 10389, 10563},
+        {T::kFuturesOptions, "期货期权", 11231, 11231, 10387},
+        {T::kStockOptions, "股票期权", 10709, 10711, 10713},
+        {T::kHgt, "沪港通", 11029, 11031, 11033},
+        {T::kNeeq, "新三板", 11019, 11021, 11023},
+        {T::kGold, "贵金属", 12147, 12149, 12151},
+        {T::kOuterFutures, "外盘期货", 12353, 12355, 12357},
+        {T::kOuterIB, "IB外盘", 12361, 12363, 12365},
+        {T::kOuterStocks, "收益互换", 12369, 12370, 12372},
+        {T::kSgt, "深港通", 11222, 11223, 11224},
     };
     return table;
 }
@@ -51,14 +52,14 @@ const CSourceRights* CRightsTable::find(int tradeType) {
 }
 
 bool CRightsTable::isKxRow(int tradeType, int platformId) {
-    return tradeType == kStocks &&
-           (platformId == kKxFuturesPlatform || platformId == kKxFuturesOptionsPlatform);
+    return tradeType == T::kStocks &&
+           (platformId == P::kKxFutures || platformId == P::kKxFuturesOptions);
 }
 
 int CRightsTable::kindOf(int tradeType, int platformId) {
     if (!isKxRow(tradeType, platformId))
         return tradeType;
-    return platformId == kKxFuturesPlatform ? kFutures : kFuturesOptions;
+    return platformId == P::kKxFutures ? T::kFutures : T::kFuturesOptions;
 }
 
 std::vector<int> CRightsTable::sourceRights(CRecordAction action, int tradeType, int platformId) {
@@ -99,7 +100,7 @@ std::string CRightsTable::sourceRefusal(CRecordAction action, int tradeType, int
 }
 
 std::string CRightsTable::level2Refusal(CRecordAction action) {
-    return refusal(std::string(verb(action)) + "Level-2行情源token");
+    return refusal(std::string(verb(action)) + CLevel2Names::kTokenNoun);
 }
 
 std::string CRightsTable::refusal(const std::string& what) {

@@ -45,14 +45,6 @@ QString CTradeTypeTable::tradeType2String(int tradeType, int platformId) {
     return info ? QString::fromUtf8(info->displayName) : QString();
 }
 
-bool CTradeTypeTable::isFuturesType(int tradeType) {
-    return tradeType == kFutures || tradeType == kFuturesOptions;
-}
-
-bool CTradeTypeTable::isFuturesGroup(int tradeType) {
-    return tradeType == kAll || isFuturesType(tradeType);
-}
-
 int CTradeTypeTable::storedTradeType(int tradeType) {
     return isFuturesType(tradeType) ? int(kStocks) : tradeType;
 }

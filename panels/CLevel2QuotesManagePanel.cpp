@@ -1,5 +1,6 @@
 #include "panels/CLevel2QuotesManagePanel.h"
 
+#include <QDialog>
 #include <QMetaType>
 #include <QVector>
 #include <boost/bind/bind.hpp>
@@ -15,6 +16,7 @@
 #include "Zu/CWidgetList.h"
 #include "Zu/StringConvert.h"
 #include "dialogs/CLevel2QuoteDialog.h"
+#include "model/CLevel2Names.h"
 #include "model/CRequestFactory.h"
 #include "model/CRequestRouter.h"
 #include "model/CRightsTable.h"
@@ -37,7 +39,7 @@ QString messageTitle() {
 }  // namespace
 
 CLevel2QuotesManagePanel::CLevel2QuotesManagePanel(QWidget* parent)
-    : IorinDockableWidget(false, QStringLiteral("level2quote"), parent, true),
+    : IorinDockableWidget(false, QString::fromLatin1(CLevel2Names::kPanelObjectName), parent, true),
       m_tokenDialog(nullptr),
       m_table(nullptr),
       m_addButton(nullptr),
@@ -84,8 +86,9 @@ void CLevel2QuotesManagePanel::createUi() {
     refreshButton->setFixedSize(50, 26);
     toolBar->addWidget(refreshButton);
     if (CUserManager::instance()->checkUserAuth(CRightsTable::kLevel2Add)) {
-        m_addButton = new Zu::CSmallNormalButton(toolBar, AddButton,
-                                                 QStringLiteral("+添加Level-2行情源token"));
+        m_addButton = new Zu::CSmallNormalButton(
+            toolBar, AddButton,
+            QStringLiteral("+添加") + QString::fromUtf8(CLevel2Names::kTokenNoun));
         m_addButton->setFixedSize(150, 26);
         toolBar->addWidget(m_addButton);
     }
@@ -170,7 +173,7 @@ void CLevel2QuotesManagePanel::tryUpdateToken(const QString& token, int row) {
     // An empty token keeps what the dialog last held.
     if (!token.isEmpty())
         m_tokenDialog->setTokenText(token);
-    if (m_tokenDialog->exec() != 1)
+    if (m_tokenDialog->exec() != QDialog::Accepted)
         return;
     const QString text = m_tokenDialog->getTokenText();
     if (text.isEmpty())

@@ -7,6 +7,7 @@
 #include "bson/BSONObj.h"
 #include "model/CAnswerGuard.h"
 #include "model/PanelQuotesManageGlobal.h"
+#include "panels/IReloadable.h"
 #include "rkservice/IData.h"
 #include "utils/RKError.h"
 
@@ -23,7 +24,8 @@ class CLevel2QuoteDialog;
 
 // Keeps the access token of the Level-2 market-data source: lists the stored token and lets the
 // operator add one while none exists, edit it and delete it.
-class PANELQUOTESMANAGE_EXPORT CLevel2QuotesManagePanel : public IorinDockableWidget {
+class PANELQUOTESMANAGE_EXPORT CLevel2QuotesManagePanel : public IorinDockableWidget,
+                                                          public IReloadable {
     Q_OBJECT
 public:
     // Tool-bar button ids and row button ids.
@@ -38,6 +40,11 @@ public:
     QString param() const override;
 
     void refresh();
+
+    // For changes made elsewhere: the panel shows the token alone and reads it again even while a
+    // read runs (the later answer replaces the list).
+    bool shows(Content content) const override { return content == Level2Token; }
+    void reloadLevel2Token() override { refresh(); }
 
     bool handleEvent(int eventId, int widgetId, int arg, QString text, void* data) override;
 

@@ -1,6 +1,8 @@
 #include "panels/CQuotesManagePanel.h"
 
 #include <log4cxx/logger.h>
+#include <QDialog>
+#include <QMessageBox>
 #include <QPointer>
 #include <QStringList>
 #include <array>
@@ -12,6 +14,7 @@
 #include "Hlx/CUserManager.h"
 #include "Hlx/CWholeQuoteSettingDialog.h"
 #include "Zu/CBaseTableColumnMultiButtonsDelegate.h"
+#include "Zu/CEventDeliverer.h"
 #include "Zu/CLoadingMaskWidget.h"
 #include "Zu/CMessageBox.h"
 #include "Zu/COddEvenRowTable.h"
@@ -34,17 +37,6 @@ using namespace boost::placeholders;
 namespace Hlx {
 
 namespace {
-
-// Event types the panel takes.
-const int kEventButton = 5;
-const int kEventRowButton = 228;
-const int kEventSourcesChanged = 3026;
-
-// Qt's StandardButton values the questions use.
-const int kOk = 0x400;
-const int kCancel = 0x400000;
-const int kYes = 0x4000;
-const int kNo = 0x10000;
 
 QString text(int value) {
     return QString::number(value);
@@ -402,7 +394,23 @@ void CQuotesManagePanel::quotesDelivered(bool bError, const QString& qsError, in
         queryKxFuture();
 }
 
-void CQuotesManagePanel::reload() {
+bool CQuotesManagePanel::shows(Content content) const {
+    switch (content) {
+        case QuoteSources:
+            return true;
+        case WholeQuoteSettings:
+            return m_tradeType == CTradeTypeTable::kAll;
+        case Level2Token:
+            break;
+    }
+    return false;
+}
+
+void CQuotesManagePanel::reloadWholeQuoteSettings() {
+    onActive();
+}
+
+void CQuotesManagePanel::reloadSources() {
     const int row = m_table ? m_table->selectedRow() : -1;
     const auto selected = m_rowRecords.constFind(row);
     m_reselectId =
@@ -580,8 +588,9 @@ void CQuotesManagePanel::kxQuotesDelivered(bool bError, const QString& qsError, 
         return;
     if (!qsError.isEmpty()) {
         const QString title = QStringLiteral("%1行情源").arg(ownTradeTypeName());
-        if (!survives(this,
-                      [&] { Zu::CMessageBox::warning(this, title, qsError, kOk, 0, false); })) {
+        if (!survives(this, [&] {
+                Zu::CMessageBox::warning(this, title, qsError, QMessageBox::Ok, 0, false);
+            })) {
             lock.release();
             return;
         }
@@ -647,7 +656,7 @@ void CQuotesManagePanel::slotOnDataFinished() {
 
 bool CQuotesManagePanel::handleEvent(int eventId, int subId, int param, QString data, void* extra) {
     switch (eventId) {
-        case kEventButton:
+        case Zu::EventButtonClicked:
             switch (subId) {
                 case kBtnAdd:
                     addSource();
@@ -668,13 +677,13 @@ bool CQuotesManagePanel::handleEvent(int eventId, int subId, int param, QString 
                     break;
             }
             return true;
-        case kEventRowButton:
+        case Zu::EventRowButtonClicked:
             if (param == kBtnDeleteRow)
                 deleteRow(data);
             else
                 editSelectedRow();
             return true;
-        case kEventSourcesChanged:
+        case Zu::EventQuoteSourcesChanged:
             refresh();
             return true;
         default:
@@ -694,7 +703,8 @@ bool CQuotesManagePanel::showStockDialog(const QString& title, bool isAdd,
 }
 
 void CQuotesManagePanel::addSource() {
-    if (((m_tradeType - 1) & ~4) == 0) {
+    // The rule as written before: ((m_tradeType - 1) & ~4) == 0.
+    if (CTradeTypeTable::isFuturesType(m_tradeType)) {
         if (!m_futureDialog)
             m_futureDialog = new CSetFutureQuotesDialog(m_tradeType, this);
         if (!m_futureDialog)
@@ -711,8 +721,8 @@ void CQuotesManagePanel::addSource() {
 }
 
 void CQuotesManagePanel::addKxSource() {
-    const unsigned bit = unsigned(m_tradeType + 1);
-    if (m_tradeType + 1 > 6 || m_tradeType + 1 < 0 || !((0x45u >> bit) & 1u))
+    // The rule as written before: m_tradeType + 1 in [0, 6] and bit m_tradeType + 1 of 0x45 set.
+    if (!CTradeTypeTable::isFuturesGroup(m_tradeType))
         return;
     if (!m_stockDialog)
         m_stockDialog = new CSetStockQuotesDialog(m_tradeType, this, true);
@@ -762,9 +772,10 @@ void CQuotesManagePanel::deleteRow(const QString& rowText) {
                   [&] {
                       answer = Zu::CMessageBox::question(
                           this, QStringLiteral("操作提示"),
-                          QStringLiteral("确定删除%1行情源吗? ").arg(name), kOk | kCancel, 0);
+                          QStringLiteral("确定删除%1行情源吗? ").arg(name),
+                          QMessageBox::Ok | QMessageBox::Cancel, 0);
                   }) ||
-        answer != kOk)
+        answer != QMessageBox::Ok)
         return;
     const int row = rowText.toInt(nullptr, 10);
     if (!m_table || row >= m_table->rowCount())
@@ -791,9 +802,9 @@ void CQuotesManagePanel::deleteAllRows() {
                   [&] {
                       answer = Zu::CMessageBox::information(
                           this, QStringLiteral("提示"), QStringLiteral("确定要删除全部行情源吗?"),
-                          kYes | kNo, 0, false);
+                          QMessageBox::Yes | QMessageBox::No, 0, false);
                   }) ||
-        answer != kYes)
+        answer != QMessageBox::Yes)
         return;
     auto request =
         CRequestFactory::operate(rkservice::kDataQuoteSources, rkservice::kOperateDelete);
@@ -859,7 +870,7 @@ void CQuotesManagePanel::editWholeQuote() {
         lock.release();
         return;
     }
-    if (result != 1)
+    if (result != QDialog::Accepted)
         return;
     m_wholeQuoteDialog->getWholeQuote(m_permissionInfo->m_wholeQuote);
     if (m_loadingMask)

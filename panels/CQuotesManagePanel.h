@@ -13,6 +13,7 @@
 #include "model/CNameCache.h"
 #include "model/CPanelMutex.h"
 #include "model/PanelQuotesManageGlobal.h"
+#include "panels/IReloadable.h"
 #include "rkservice/CGlobalFeaturePermissionInfo.h"
 #include "rkservice/COperateDataReq.h"
 #include "rkservice/COrinQuoterSourceInfo.h"
@@ -39,7 +40,7 @@ class CWholeQuoteSettingDialog;
 // The dockable panel that lists the quote sources of one trade type and lets the operator add,
 // edit and delete them. Answers arrive on worker threads; they store under the panel's locks and
 // signal, and the slot of the same stem does the widget work on the user-interface thread.
-class PANELQUOTESMANAGE_EXPORT CQuotesManagePanel : public IorinDockableWidget {
+class PANELQUOTESMANAGE_EXPORT CQuotesManagePanel : public IorinDockableWidget, public IReloadable {
     Q_OBJECT
 public:
     // Table column ids.
@@ -78,11 +79,16 @@ public:
 
     QString tradeType2String(int tradeType, int platformId) const;
     void refresh();
+    // For changes made elsewhere: every panel shows quote sources, the all-types panel the
+    // whole-quote settings too.
+    bool shows(Content content) const override;
     // Reloads as refresh() does, then selects the row of the source that was selected (none when
-    // it is gone). For changes made elsewhere.
-    void reload();
+    // it is gone).
+    void reloadSources() override;
+    // As an activation does: the rows and the permission record that holds the settings.
+    void reloadWholeQuoteSettings() override;
     // From refresh() until its rows are built.
-    bool isLoading() const { return m_loading; }
+    bool isLoading() const override { return m_loading; }
     void queryKxFuture();
 
     // For the host and tests.
@@ -186,7 +192,7 @@ private:
     bool m_loadFlags[2] = {false, false};
     std::atomic<bool> m_deleteRefreshed{false};
     bool m_loading = false;  // user-interface thread only
-    int m_reselectId = -1;   // the source reload() selects again, -1 none
+    int m_reselectId = -1;   // the source reloadSources() selects again, -1 none
     bool m_reselect = false;
     void reselectSource();
     int m_tradeType;

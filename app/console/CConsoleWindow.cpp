@@ -14,10 +14,12 @@
 #include "CAuditDock.h"
 #include "CLiveUpdates.h"
 #include "CPanelCatalogue.h"
+#include "CStatusReader.h"
 #include "Hlx/COrinClientCenter.h"
 #include "Hlx/CUserManager.h"
 #include "Hlx/IQuotesAdmin.h"
 #include "Hlx/IorinDockableWidget.h"
+#include "model/CTradeTypeTable.h"
 
 namespace {
 
@@ -68,7 +70,12 @@ CConsoleWindow::CConsoleWindow(const boost::shared_ptr<Hlx::IQuotesAdmin>& admin
         const int index = systemIndex(system);
         m_systemBox->setCurrentIndex(index >= 0 ? index : 0);
     }
-    m_live = new CLiveUpdates(m_admin, this);
+    // Made before any panel is docked: every docked panel is followed.
+    m_live = new CLiveUpdates(m_admin, m_auditDock, this);
+    // Direct: the rebuild is done when the live updates drop what waited for the old panels.
+    connect(m_live, &CLiveUpdates::rebuildWanted, this, &CConsoleWindow::rebuildForChanges,
+            Qt::DirectConnection);
+    connect(m_live, &CLiveUpdates::statusMessage, statusBar(), &QStatusBar::showMessage);
     connect(Hlx::COrinClientCenter::instance(), &Hlx::COrinClientCenter::serverMessageShown, this,
             [this](int, bool, QWidget*, const QString& title, const QString& text) {
                 // The latest outcome replaces the one before, a success an earlier error too.
@@ -153,9 +160,13 @@ void CConsoleWindow::createSystemChooser(QToolBar* bar) {
 void CConsoleWindow::createStatusBar() {
     m_userLabel = new QLabel(this);
     m_systemLabel = new QLabel(this);
-    Hlx::CServiceStatus status;
-    m_admin->status(&status);
-    m_databaseLabel = new QLabel(QString::fromStdString(status.database), this);
+    m_databaseLabel = new QLabel(this);
+    m_databaseLabel->setObjectName(QStringLiteral("databaseLabel"));
+    // On quotesd the status is a network call: asked on a worker, shown when it comes.
+    auto* reader = new CStatusReader(m_admin, this);
+    connect(reader, &CStatusReader::databaseRead, m_databaseLabel, &QLabel::setText,
+            Qt::QueuedConnection);
+    reader->start();
     statusBar()->addPermanentWidget(m_userLabel);
     statusBar()->addPermanentWidget(m_systemLabel);
     statusBar()->addPermanentWidget(m_databaseLabel);
@@ -180,6 +191,7 @@ QDockWidget* CConsoleWindow::createDock(const QString& objectName) {
     dock->setAttribute(Qt::WA_DeleteOnClose);
     Hlx::IorinDockableWidget* panel = entry->create(dock);
     dock->setWidget(panel);
+    m_live->follow(panel);
     panel->setParam(m_settings->value(paramKey(objectName)).toString());
     bindPanelToSystem(panel);
     // Every time the operator brings a panel to the front, it reloads.
@@ -354,7 +366,8 @@ void CConsoleWindow::switchSystem(const QString& name) {
     }
     // The all-types panel's permission record must follow, or one sub-system's whole-quote
     // settings would be saved into another.
-    if (Hlx::IorinDockableWidget* all = panel(QStringLiteral("allq")))
+    if (Hlx::IorinDockableWidget* all =
+            panel(CPanelCatalogue::sourcesPanel(Hlx::CTradeTypeTable::kAll)))
         all->onActive();
     updateStatus();
 }

@@ -1,22 +1,17 @@
 #include "CLiveUpdates.h"
 
 #include <QApplication>
-#include <QStatusBar>
 #include <QThreadPool>
 #include <algorithm>
 
 #include "CAuditDock.h"
-#include "CConsoleWindow.h"
+#include "Hlx/CUserManager.h"
 #include "Hlx/IQuotesAdmin.h"
 #include "Hlx/IorinDockableWidget.h"
 #include "model/CAuditVocabulary.h"
-#include "panels/CLevel2QuotesManagePanel.h"
-#include "panels/CQuotesManagePanel.h"
+#include "panels/IReloadable.h"
 
 namespace {
-
-const QString kAllTypesPanel = QStringLiteral("allq");
-const QString kLevel2Panel = QStringLiteral("level2quote");
 
 // Whether a modal box is open that belongs to the widget (its dialogs and questions have it as
 // their parent).
@@ -28,16 +23,21 @@ bool ownsOpenModal(const QWidget* widget) {
     return false;
 }
 
-bool names(const Hlx::CChangeEvent& change, const QString& id) {
-    return change.allIds ||
-           std::find(change.ids.begin(), change.ids.end(), id.toStdString()) != change.ids.end();
+bool names(const Hlx::CChangeEvent& change, const std::string& id) {
+    return change.allIds || std::find(change.ids.begin(), change.ids.end(), id) != change.ids.end();
+}
+
+// The account this console works as: the user manager's current user.
+std::string currentAccount() {
+    const rkservice::CUserInfoPtr user = Hlx::CUserManager::instance()->getUserInfoPtr();
+    return user ? user->m_strName : std::string();
 }
 
 }  // namespace
 
 CLiveUpdates::CLiveUpdates(const boost::shared_ptr<Hlx::IQuotesAdmin>& admin,
-                           CConsoleWindow* window)
-    : QObject(window), m_admin(admin), m_window(window) {
+                           CAuditDock* auditTrail, QObject* parent)
+    : QObject(parent), m_admin(admin), m_auditTrail(auditTrail) {
     m_retry.setInterval(kRetryMs);
     connect(&m_retry, &QTimer::timeout, this, &CLiveUpdates::flush);
     restart();
@@ -61,6 +61,11 @@ void CLiveUpdates::stop() {
     m_subscription.reset();
 }
 
+void CLiveUpdates::follow(Hlx::IorinDockableWidget* panel) {
+    if (auto* reloadable = dynamic_cast<Hlx::IReloadable*>(panel))
+        m_panels.insert(panel->objectName(), {panel, reloadable});
+}
+
 void CLiveUpdates::onChange(const Hlx::CChangeEvent& change) {
     if (change.listening && !change.resync)
         return;
@@ -73,17 +78,14 @@ void CLiveUpdates::onChange(const Hlx::CChangeEvent& change) {
         schedule(ReadCaches);
         schedule(Rebuild);
     } else if (type == CAuditVocabulary::kQuoteSource) {
-        for (const QString& name : m_window->openPanels()) {
-            if (qobject_cast<Hlx::CQuotesManagePanel*>(m_window->panel(name)))
-                schedule(ReloadSources, name);
-        }
+        scheduleForPanels(ReloadSources);
     } else if (type == CAuditVocabulary::kWholeQuote) {
-        schedule(ReadSettings, kAllTypesPanel);
+        scheduleForPanels(ReadSettings);
     } else if (type == CAuditVocabulary::kLevel2Token) {
-        schedule(RefreshLevel2, kLevel2Panel);
+        scheduleForPanels(RefreshLevel2);
     } else if (type == CAuditVocabulary::kAccount) {
         // The rights of the account this console works as: read as a user switch reads them.
-        if (names(change, m_window->currentUser()))
+        if (names(change, currentAccount()))
             schedule(Rebuild);
     } else if (type == CAuditVocabulary::kSubsystems || type == CAuditVocabulary::kLoginType) {
         schedule(ReadCaches);
@@ -93,8 +95,31 @@ void CLiveUpdates::onChange(const Hlx::CChangeEvent& change) {
 void CLiveUpdates::note(const Hlx::CChangeEvent& change) {
     if (change.account.empty())
         return;
-    m_window->statusBar()->showMessage(
+    emit statusMessage(
         QStringLiteral("数据已由 %1 更新").arg(QString::fromStdString(change.account)), kNoteMs);
+}
+
+Hlx::IReloadable::Content CLiveUpdates::contentOf(Work work) {
+    switch (work) {
+        case ReadSettings:
+            return Hlx::IReloadable::WholeQuoteSettings;
+        case RefreshLevel2:
+            return Hlx::IReloadable::Level2Token;
+        default:
+            return Hlx::IReloadable::QuoteSources;
+    }
+}
+
+void CLiveUpdates::scheduleForPanels(Work work) {
+    const Hlx::IReloadable::Content content = contentOf(work);
+    // Named first: a rebuild while scheduling replaces the panels.
+    QStringList showing;
+    for (auto it = m_panels.constBegin(); it != m_panels.constEnd(); ++it) {
+        if (it->widget && it->reloadable->shows(content))
+            showing << it.key();
+    }
+    for (const QString& name : showing)
+        schedule(work, name);
 }
 
 void CLiveUpdates::schedule(Work work, const QString& panel) {
@@ -131,58 +156,67 @@ void CLiveUpdates::flush() {
         m_retry.start();
 }
 
-bool CLiveUpdates::canReload(const QString& objectName, QWidget* widget) const {
+bool CLiveUpdates::canReload(const QString& objectName, QWidget* widget, bool loading) const {
     if (ownsOpenModal(widget))
         return false;
     const auto last = m_lastReload.constFind(objectName);
     if (last != m_lastReload.constEnd() && !last->hasExpired(kMinReloadMs))
         return false;
-    if (auto* sources = qobject_cast<Hlx::CQuotesManagePanel*>(widget))
-        return !sources->isLoading();
-    if (auto* audit = qobject_cast<CAuditDock*>(widget))
-        return !audit->isLoading();
-    return true;
+    return !loading;
 }
 
 bool CLiveUpdates::perform(Work work, const QString& name) {
     switch (work) {
         case Rebuild:
-            // Never under an open box: it may belong to a panel being replaced.
+            // Never under an open box: it may belong to a panel being replaced. The window
+            // rebuilds at once (a direct connection), so that nothing waits for an old panel.
             if (QApplication::activeModalWidget())
                 return false;
-            m_window->rebuildForChanges();
+            emit rebuildWanted();
             return true;
         case ReadCaches:
             reloadCaches();
             return true;
         case ReadAudit:
             return readAudit();
-        default:
+        case ReloadSources:
+        case ReadSettings:
+        case RefreshLevel2:
             break;
     }
-    Hlx::IorinDockableWidget* panel = m_window->panel(name);
-    if (!panel)
+    return reloadPanel(work, name);
+}
+
+bool CLiveUpdates::reloadPanel(Work work, const QString& name) {
+    const Followed panel = m_panels.value(name);
+    // A panel closed meanwhile has nothing to reload.
+    if (!panel.widget)
         return true;
-    if (!canReload(name, panel))
+    if (!canReload(name, panel.widget, panel.reloadable->isLoading()))
         return false;
     m_lastReload[name].start();
     emit reloading(name);
-    if (work == ReadSettings)
-        panel->onActive();
-    else if (auto* sources = qobject_cast<Hlx::CQuotesManagePanel*>(panel))
-        sources->reload();
-    else if (auto* level2 = qobject_cast<Hlx::CLevel2QuotesManagePanel*>(panel))
-        level2->refresh();
+    switch (contentOf(work)) {
+        case Hlx::IReloadable::QuoteSources:
+            panel.reloadable->reloadSources();
+            break;
+        case Hlx::IReloadable::WholeQuoteSettings:
+            panel.reloadable->reloadWholeQuoteSettings();
+            break;
+        case Hlx::IReloadable::Level2Token:
+            panel.reloadable->reloadLevel2Token();
+            break;
+    }
     return true;
 }
 
 bool CLiveUpdates::readAudit() {
-    CAuditDock* dock = m_window->auditTrail();
+    CAuditDock* dock = m_auditTrail;
     // A hidden dock reads when it is shown.
     if (!dock || !dock->isVisible())
         return true;
     const QString name = dock->objectName();
-    if (!canReload(name, dock))
+    if (!canReload(name, dock, dock->isLoading()))
         return false;
     m_lastReload[name].start();
     emit reloading(name);

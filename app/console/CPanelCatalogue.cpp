@@ -2,6 +2,7 @@
 
 #include <QStringList>
 
+#include "model/CLevel2Names.h"
 #include "model/CTradeTypeTable.h"
 #include "panels/CLevel2QuotesManagePanel.h"
 #include "panels/QuotesManagePanel.h"
@@ -18,7 +19,7 @@ const std::vector<CPanelEntry>& CPanelCatalogue::entries() {
                      return Hlx::createQuotesPanel(tradeType, parent);
                  }});
         }
-        list.push_back({QStringLiteral("level2quote"), QStringLiteral("Level-2行情源token"),
+        list.push_back({level2Panel(), QString::fromUtf8(Hlx::CLevel2Names::kTokenNoun),
                         [](QWidget* parent) -> Hlx::IorinDockableWidget* {
                             return new Hlx::CLevel2QuotesManagePanel(parent);
                         }});
@@ -35,7 +36,17 @@ const CPanelEntry* CPanelCatalogue::find(const QString& objectName) {
     return nullptr;
 }
 
+QString CPanelCatalogue::sourcesPanel(int tradeType) {
+    const Hlx::CTradeTypeInfo* info = Hlx::CTradeTypeTable::find(tradeType);
+    return info ? QString::fromLatin1(info->objectName) : QString();
+}
+
+QString CPanelCatalogue::level2Panel() {
+    return QString::fromLatin1(Hlx::CLevel2Names::kPanelObjectName);
+}
+
 QStringList CPanelCatalogue::defaultPanels() {
-    return {QStringLiteral("stq"), QStringLiteral("ftq"), QStringLiteral("allq"),
-            QStringLiteral("level2quote")};
+    using Hlx::CTradeTypeTable;
+    return {sourcesPanel(CTradeTypeTable::kStocks), sourcesPanel(CTradeTypeTable::kFutures),
+            sourcesPanel(CTradeTypeTable::kAll), level2Panel()};
 }

@@ -11,7 +11,7 @@ class IorinDockableWidget;
 }
 
 // The panels the console can dock: the quote-source panels of every trade type and the Level-2
-// token panel.
+// token panel. The one place the console takes panel names and titles from.
 struct CPanelEntry {
     QString objectName;
     QString title;
@@ -22,6 +22,9 @@ class CPanelCatalogue {
 public:
     static const std::vector<CPanelEntry>& entries();
     static const CPanelEntry* find(const QString& objectName);
+    // The object name of a trade type's quote-source panel (empty for a type without a panel).
+    static QString sourcesPanel(int tradeType);
+    static QString level2Panel();
     // Opened on the first start.
     static QStringList defaultPanels();
 };

@@ -8,6 +8,7 @@
 #include <QPixmap>
 #include <QScreen>
 #include <QThread>
+#include <QThreadPool>
 #include <boost/make_shared.hpp>
 #include <memory>
 
@@ -21,6 +22,7 @@
 #include "dialogs/CLevel2QuoteDialog.h"
 #include "dialogs/CSetFutureQuotesDialog.h"
 #include "dialogs/CSetStockQuotesDialog.h"
+#include "model/CPlatformTable.h"
 #include "model/CTradeTypeTable.h"
 #include "panels/CLevel2QuotesManagePanel.h"
 #include "panels/CQuotesManagePanel.h"
@@ -33,7 +35,7 @@ const QSize kPanelSize(1100, 460);
 rkservice::COrinQuoterSourceInfoPtr sampleRecord(int tradeType) {
     auto record = boost::make_shared<rkservice::COrinQuoterSourceInfo>();
     record->m_nId = 1;
-    record->m_nPlatformId = 10000;
+    record->m_nPlatformId = Hlx::CPlatformTable::kKxStocks;
     record->m_nTradeType = tradeType;
     record->m_strAddress = "192.0.2.21";
     record->m_nPort = 7709;
@@ -61,7 +63,10 @@ void CScreenshotter::waitUntilSettled(int timeoutMs) {
     int quietRounds = 0;
     while (quietRounds < 5 && timer.elapsed() < timeoutMs) {
         QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-        quietRounds = centre->pendingCount() == 0 ? quietRounds + 1 : 0;
+        // Workers (the service's status, the audit trail) answer through queued signals too.
+        const bool quiet =
+            centre->pendingCount() == 0 && QThreadPool::globalInstance()->activeThreadCount() == 0;
+        quietRounds = quiet ? quietRounds + 1 : 0;
         if (quietRounds == 0)
             QThread::msleep(5);
     }
@@ -104,12 +109,14 @@ bool CScreenshotter::run(QString* error) {
     holdStill();
     m_window->show();
     waitUntilSettled();
+    using Hlx::CTradeTypeTable;
     return save(m_window, QStringLiteral("console"), error) && shootPanels(error) &&
-           shootStockDialogs(QStringLiteral("stq"), error) &&
-           shootStockDialogs(QStringLiteral("allq"), error) &&
-           shootFutureDialog(QStringLiteral("ftq"), error) &&
-           shootFutureDialog(QStringLiteral("foq"), error) && shootWholeQuoteDialog(error) &&
-           shootTokenDialog(error);
+           shootStockDialogs(CPanelCatalogue::sourcesPanel(CTradeTypeTable::kStocks), error) &&
+           shootStockDialogs(CPanelCatalogue::sourcesPanel(CTradeTypeTable::kAll), error) &&
+           shootFutureDialog(CPanelCatalogue::sourcesPanel(CTradeTypeTable::kFutures), error) &&
+           shootFutureDialog(CPanelCatalogue::sourcesPanel(CTradeTypeTable::kFuturesOptions),
+                             error) &&
+           shootWholeQuoteDialog(error) && shootTokenDialog(error);
 }
 
 bool CScreenshotter::shootPanels(QString* error) {
@@ -145,7 +152,8 @@ bool CScreenshotter::shootStockDialogs(const QString& panelName, QString* error)
     rkservice::COrinQuoterSourceInfoPtr record = panel->rowRecord(0);
     if (!record)
         record = sampleRecord(panel->tradeType());
-    const int tradeType = panel->tradeType() == -1 ? record->m_nTradeType : panel->tradeType();
+    const int tradeType = panel->tradeType() == Hlx::CTradeTypeTable::kAll ? record->m_nTradeType
+                                                                           : panel->tradeType();
     Hlx::CSetStockQuotesDialog edit(tradeType, panel, false);
     edit.setTitle(QStringLiteral("编辑行情源"));
     edit.setBasicInfo(panel->systemName());
@@ -172,8 +180,8 @@ bool CScreenshotter::shootFutureDialog(const QString& panelName, QString* error)
 }
 
 bool CScreenshotter::shootWholeQuoteDialog(QString* error) {
-    auto* panel =
-        qobject_cast<Hlx::CQuotesManagePanel*>(m_window->openPanel(QStringLiteral("allq")));
+    const QString panelName = CPanelCatalogue::sourcesPanel(Hlx::CTradeTypeTable::kAll);
+    auto* panel = qobject_cast<Hlx::CQuotesManagePanel*>(m_window->openPanel(panelName));
     if (!panel)
         return true;
     panel->onActive();
@@ -184,7 +192,7 @@ bool CScreenshotter::shootWholeQuoteDialog(QString* error) {
                               : boost::make_shared<rkservice::CWholeQuotedivision>());
     dialog.show();
     waitUntilSettled();
-    return save(&dialog, QStringLiteral("allq_wholequote"), error);
+    return save(&dialog, panelName + QStringLiteral("_wholequote"), error);
 }
 
 bool CScreenshotter::shootTokenDialog(QString* error) {
@@ -193,5 +201,5 @@ bool CScreenshotter::shootTokenDialog(QString* error) {
     dialog.setTokenText(QStringLiteral("A1b2C3d4E5f6G7h8"));
     dialog.show();
     waitUntilSettled();
-    return save(&dialog, QStringLiteral("level2quote_dialog"), error);
+    return save(&dialog, CPanelCatalogue::level2Panel() + QStringLiteral("_dialog"), error);
 }

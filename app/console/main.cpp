@@ -15,6 +15,7 @@
 #include "CDataDirectory.h"
 #include "CDatabaseUrl.h"
 #include "CDemoData.h"
+#include "CDisplayCheck.h"
 #include "CEmbeddedAdmin.h"
 #include "CEmbeddedBackends.h"
 #include "CQuotesService.h"
@@ -122,6 +123,11 @@ int runOnServers(QApplication& app, const CConsoleOptions& options, const QStrin
 }  // namespace
 
 int main(int argc, char** argv) {
+    QString noDisplay;
+    if (!CDisplayCheck::prepare(argc, argv, &noDisplay)) {
+        std::fprintf(stderr, "quotes-console: %s\n", noDisplay.toLocal8Bit().constData());
+        return 1;
+    }
     QApplication app(argc, argv);
     QApplication::setOrganizationName(QStringLiteral("PanelQuotesManage"));
     QApplication::setApplicationName(QStringLiteral("quotes-console"));

@@ -12,6 +12,8 @@ enum KitEventType {
     EventComboIndexChanged = 71,
     EventFieldLeft = 101,
     EventRowButtonClicked = 228,
+    // Quote sources changed: the quote-source dialogs deliver it to their panel, which reloads.
+    EventQuoteSourcesChanged = 3026,
 };
 
 // Receives the kit's widget events. An event is offered to the widget that raised it and then to

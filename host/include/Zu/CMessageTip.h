@@ -1,5 +1,6 @@
 #pragma once
 
+#include <qnamespace.h>
 #include <QString>
 
 class QWidget;
@@ -11,6 +12,9 @@ class CMessageTip {
 public:
     // Levels: 0 information, 1 success, 2 warning, 3 error.
     enum Level { LevelInfo = 0, LevelSuccess = 1, LevelWarning = 2, LevelError = 3 };
+    enum Style { StylePlain = 1, StyleArrow = 2 };
+    // The placement of the dialogs' tips: below the target, from its left edge.
+    static constexpr int kBelowLeft = Qt::AlignLeft | Qt::AlignBottom;
 
     // placement: Qt::Alignment bits; AlignTop/AlignBottom put the balloon above or below target,
     // otherwise it sits beside it; AlignLeft/AlignRight/AlignHCenter align it along that edge.

@@ -16,7 +16,8 @@ public:
     void setText(const QString& text);
     QString text() const { return m_text; }
 
-    // Qt::AlignmentFlag and Qt::TextFlag bits, e.g. 386 = right, vertically centred, one line.
+    // Qt::AlignmentFlag and Qt::TextFlag bits, e.g. Qt::AlignRight | Qt::AlignVCenter |
+    // Qt::TextSingleLine.
     void setTextFlags(int flags);
     int textFlags() const { return m_flags; }
 

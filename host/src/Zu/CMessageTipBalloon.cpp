@@ -10,6 +10,7 @@
 #include <QTimer>
 #include <QVariantAnimation>
 
+#include "Zu/CMessageTip.h"
 #include "Zu/CUiResources.h"
 
 namespace Zu {
@@ -29,13 +30,13 @@ struct LevelLook {
 
 LevelLook lookOf(int level) {
     switch (level) {
-        case 1:
+        case CMessageTip::LevelSuccess:
             return {QColor(0xe9, 0xf7, 0xec), QColor(0x3c, 0xa0, 0x55), QColor(0x1f, 0x5c, 0x2e)};
-        case 2:
+        case CMessageTip::LevelWarning:
             return {CUiResources::color(QStringLiteral("clr_tip_warning")),
                     CUiResources::color(QStringLiteral("clr_tip_warning_border")),
                     QColor(0x8a, 0x4b, 0x00)};
-        case 3:
+        case CMessageTip::LevelError:
             return {QColor(0xfd, 0xec, 0xec), QColor(0xd9, 0x3b, 0x3b), QColor(0x9b, 0x1c, 0x1c)};
         default:
             return {QColor(0xee, 0xf4, 0xfd), QColor(0x1a, 0x6f, 0xd8), QColor(0x1d, 0x3f, 0x6e)};
@@ -126,7 +127,7 @@ void CMessageTipBalloon::place() {
     const QFontMetrics metrics(font());
     const QRect textRect = metrics.boundingRect(QRect(0, 0, kMaxTextWidth, 1000),
                                                 Qt::TextWordWrap | Qt::AlignLeft, m_text);
-    const bool arrow = m_style == 2;
+    const bool arrow = m_style == CMessageTip::StyleArrow;
     // A little slack keeps rounding from wrapping the last character away.
     const QSize bubble(textRect.width() + 2 * kPadX + 4, textRect.height() + 2 * kPadY);
 
@@ -170,7 +171,7 @@ void CMessageTipBalloon::mousePressEvent(QMouseEvent*) {
 
 QRectF CMessageTipBalloon::bodyRect() const {
     QRectF body = QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5);
-    if (m_style == 2) {
+    if (m_style == CMessageTip::StyleArrow) {
         if (m_arrowSide) {
             body.setLeft(body.left() + kArrow);
         } else if (m_arrowUp) {
@@ -183,7 +184,7 @@ QRectF CMessageTipBalloon::bodyRect() const {
 }
 
 QPainterPath CMessageTipBalloon::outline() const {
-    const bool arrow = m_style == 2;
+    const bool arrow = m_style == CMessageTip::StyleArrow;
     const QRectF body = bodyRect();
     QPainterPath path;
     path.addRoundedRect(body, 4, 4);

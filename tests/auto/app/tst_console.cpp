@@ -9,11 +9,13 @@
 #include "CPanelCatalogue.h"
 #include "CQuotesService.h"
 #include "CScreenshotter.h"
+#include "ConsolePanels.h"
 #include "EmbeddedService.h"
 #include "Hlx/COrinClientCenter.h"
 #include "Hlx/CUserManager.h"
 #include "Hlx/CWholeQuoteSettingDialog.h"
 #include "ModalDriver.h"
+#include "PanelEvents.h"
 #include "ServerMessages.h"
 #include "Zu/COddEvenRowTable.h"
 #include "Zu/CSmallNormalButton.h"
@@ -44,7 +46,7 @@ private slots:
         QVERIFY(showsTheDefaultPanels(window));
         QCOMPARE(window.currentUser(), QString("admin"));
         QCOMPARE(window.currentSystem(), QString("sys1"));
-        auto* stocks = qobject_cast<CQuotesManagePanel*>(window.panel("stq"));
+        auto* stocks = qobject_cast<CQuotesManagePanel*>(window.panel(ConsolePanels::stocks()));
         QVERIFY(stocks);
         QCOMPARE(stocks->systemName(), QString("sys1"));
     }
@@ -61,8 +63,8 @@ private slots:
         }
         QCOMPARE(window.openPanels().size(), int(CPanelCatalogue::entries().size()));
         // Opening again raises the same panel.
-        IorinDockableWidget* again = window.openPanel("stq");
-        QCOMPARE(again, window.panel("stq"));
+        IorinDockableWidget* again = window.openPanel(ConsolePanels::stocks());
+        QCOMPARE(again, window.panel(ConsolePanels::stocks()));
         QCOMPARE(window.openPanels().size(), int(CPanelCatalogue::entries().size()));
     }
 
@@ -71,8 +73,8 @@ private slots:
         {
             CConsoleWindow window(m_admin, settingsFile());
             window.restoreSettings();
-            window.openPanel("god");
-            auto* stocks = qobject_cast<CQuotesManagePanel*>(window.panel("stq"));
+            window.openPanel(ConsolePanels::gold());
+            auto* stocks = qobject_cast<CQuotesManagePanel*>(window.panel(ConsolePanels::stocks()));
             stocks->table()->view()->setColumnWidth(2, 231);
             savedParam = stocks->param();
             QVERIFY(!savedParam.isEmpty());
@@ -81,9 +83,9 @@ private slots:
         }
         CConsoleWindow window(m_admin, settingsFile());
         QVERIFY(window.restoreSettings());
-        QVERIFY(window.openPanels().contains("god"));
+        QVERIFY(window.openPanels().contains(ConsolePanels::gold()));
         QCOMPARE(window.currentSystem(), QString("sys2"));
-        auto* stocks = qobject_cast<CQuotesManagePanel*>(window.panel("stq"));
+        auto* stocks = qobject_cast<CQuotesManagePanel*>(window.panel(ConsolePanels::stocks()));
         QCOMPARE(stocks->param(), savedParam);
         QCOMPARE(stocks->systemName(), QString("sys2"));
     }
@@ -92,7 +94,7 @@ private slots:
         {
             QSettings settings(settingsFile(), QSettings::IniFormat);
             settings.setValue("version", 1);
-            settings.setValue("panels", QStringList{"nonsense", "stq"});
+            settings.setValue("panels", QStringList{"nonsense", ConsolePanels::stocks()});
             settings.setValue("windowState", QByteArray("not a state"));
             settings.setValue("geometry", QByteArray("\x01\x02"));
             settings.setValue("param/stq", "zt1|garbage");
@@ -109,7 +111,7 @@ private slots:
         window.switchSystem("sys2");
         for (const QString& name : window.openPanels())
             QCOMPARE(window.panel(name)->systemName(), QString("sys2"));
-        auto* all = qobject_cast<CQuotesManagePanel*>(window.panel("allq"));
+        auto* all = qobject_cast<CQuotesManagePanel*>(window.panel(ConsolePanels::allTypes()));
         QTRY_VERIFY(all->permissionInfo());
         QCOMPARE(all->permissionInfo()->getSystemTag(), std::string("sys2"));
     }
@@ -117,16 +119,16 @@ private slots:
     void switchingTheUserRebuildsThePanels() {
         CConsoleWindow window(m_admin, settingsFile());
         window.restoreSettings();
-        auto* before = qobject_cast<CQuotesManagePanel*>(window.panel("stq"));
+        auto* before = qobject_cast<CQuotesManagePanel*>(window.panel(ConsolePanels::stocks()));
         QVERIFY(before->addButton());
         window.switchUser("viewer");
         QCOMPARE(window.currentUser(), QString("viewer"));
         QCOMPARE(QString::fromStdString(CUserManager::instance()->getUserInfoPtr()->m_strName),
                  QString("viewer"));
-        auto* after = qobject_cast<CQuotesManagePanel*>(window.panel("stq"));
+        auto* after = qobject_cast<CQuotesManagePanel*>(window.panel(ConsolePanels::stocks()));
         QVERIFY(after);
         QVERIFY(!after->addButton());
-        QVERIFY(window.openPanels().contains("level2quote"));
+        QVERIFY(window.openPanels().contains(ConsolePanels::level2()));
         window.switchUser("admin");
     }
 
@@ -139,7 +141,7 @@ private slots:
         QCOMPARE(getPlatformName(20000), QString("高级行情-期货"));
         brand->setChecked(true);
         QCOMPARE(getPlatformName(20000), QString("Kx高级行情-期货"));
-        auto* futures = qobject_cast<CQuotesManagePanel*>(window.panel("ftq"));
+        auto* futures = qobject_cast<CQuotesManagePanel*>(window.panel(ConsolePanels::futures()));
         QVERIFY(futures);
         bool brandedButton = false;
         for (auto* button : futures->findChildren<Zu::CSmallNormalButton*>())
@@ -153,7 +155,7 @@ private slots:
             CConsoleWindow window(m_admin, settingsFile());
             window.restoreSettings();
             window.switchSystem("sys2");
-            auto* all = qobject_cast<CQuotesManagePanel*>(window.panel("allq"));
+            auto* all = qobject_cast<CQuotesManagePanel*>(window.panel(ConsolePanels::allTypes()));
             QTRY_VERIFY(all->permissionInfo());
             ModalDriver::onNext([](QWidget* modal) {
                 auto* dialog = qobject_cast<CWholeQuoteSettingDialog*>(modal);
@@ -162,7 +164,7 @@ private slots:
                 dialog->accept();
             });
             ServerMessages messages;
-            all->deliverEvent(5, 4, 0, QString(), nullptr);
+            PanelEvents::press(*all, CQuotesManagePanel::kBtnWholeQuote);
             QTRY_COMPARE(messages.size(), 1);
             QCOMPARE(messages.last().text, QString("保存成功"));
             window.saveSettings();
@@ -173,7 +175,7 @@ private slots:
         CConsoleWindow window(m_admin, settingsFile());
         QVERIFY(window.restoreSettings());
         QCOMPARE(window.currentSystem(), QString("sys2"));
-        auto* all = qobject_cast<CQuotesManagePanel*>(window.panel("allq"));
+        auto* all = qobject_cast<CQuotesManagePanel*>(window.panel(ConsolePanels::allTypes()));
         all->onActive();
         QTRY_VERIFY(all->permissionInfo() &&
                     all->permissionInfo()->m_wholeQuote->isEnabled("NEEQ"));

@@ -23,9 +23,12 @@
 #include "EmbeddedService.h"
 #include "RecordBuilders.h"
 #include "ScriptedAuditAdmin.h"
+#include "TestIds.h"
 #include "Zu/COddEvenRowTable.h"
 #include "model/CAuditVocabulary.h"
 #include "rkservice/DataTypeIds.h"
+
+using namespace TestIds;
 
 namespace {
 
@@ -70,7 +73,7 @@ class TestConsoleAudit : public QObject {
 
     utils::RKError addStock(int port) {
         return change(rkservice::kOperateAdd,
-                      RecordBuilders::source(0, 10000, 2, "10.0.0.1", port));
+                      RecordBuilders::source(0, kKxStocks, kStocks, "10.0.0.1", port));
     }
 
     // The trail as its owner reads it, newest first.
@@ -110,7 +113,7 @@ class TestConsoleAudit : public QObject {
         QVERIFY(!entries.empty());
         const int firstId = std::stoi(entries.back().details.at(0).recordId);
         QVERIFY(change(rkservice::kOperateDelete,
-                       RecordBuilders::source(firstId, 10000, 2, "10.0.0.1", 9001))
+                       RecordBuilders::source(firstId, kKxStocks, kStocks, "10.0.0.1", 9001))
                     .isSuccess());
     }
 

@@ -14,10 +14,13 @@
 #include "CConsoleWindow.h"
 #include "CLiveUpdates.h"
 #include "CQuotesService.h"
+#include "ConsolePanels.h"
 #include "EmbeddedService.h"
 #include "ModalDriver.h"
+#include "PanelEvents.h"
 #include "QuotesctlRun.h"
 #include "RecordBuilders.h"
+#include "TestIds.h"
 #include "Zu/COddEvenRowTable.h"
 #include "panels/CLevel2QuotesManagePanel.h"
 #include "panels/CQuotesManagePanel.h"
@@ -25,6 +28,7 @@
 #include "rkservice/DataTypeIds.h"
 
 using namespace Hlx;
+using namespace TestIds;
 
 namespace {
 
@@ -81,7 +85,7 @@ class TestConsoleLive : public QObject {
     }
 
     static CQuotesManagePanel* loadedStocks(CConsoleWindow& window) {
-        auto* stocks = qobject_cast<CQuotesManagePanel*>(window.panel("stq"));
+        auto* stocks = qobject_cast<CQuotesManagePanel*>(window.panel(ConsolePanels::stocks()));
         if (stocks && !QTest::qWaitFor([stocks] { return !stocks->isLoading(); }))
             return nullptr;
         return stocks;
@@ -127,7 +131,7 @@ private slots:
         rkservice::COperateDataReq request;
         request.dataType = rkservice::kDataQuoteSources;
         request.operateType = rkservice::kOperateAdd;
-        request.datas.push_back(RecordBuilders::source(0, 10000, 2, "10.0.0.8", 9402));
+        request.datas.push_back(RecordBuilders::source(0, kKxStocks, kStocks, "10.0.0.8", 9402));
         QVERIFY(
             m_embedded->admin()->operate(CRequestTarget::centre(), request, nullptr).isSuccess());
         // Changes are announced in order: once the later one is noted, the own one was heard.
@@ -159,8 +163,7 @@ private slots:
             unchanged = !shows(stocks, added) && rowOf(stocks, asked) == row;
             box->button(QMessageBox::Ok)->click();
         });
-        QVERIFY(stocks->deliverEvent(228, 0, CQuotesManagePanel::kBtnDeleteRow,
-                                     QString::number(row), nullptr));
+        QVERIFY(PanelEvents::pressDeleteInRow(*stocks, row));
         QVERIFY(added > 0);
         QVERIFY(deferred);
         QVERIFY(unchanged);
@@ -182,7 +185,7 @@ private slots:
         QList<qint64> starts;
         bool duringLoad = false;
         connect(window.liveUpdates(), &CLiveUpdates::reloading, this, [&](const QString& name) {
-            if (name != QLatin1String("stq"))
+            if (name != ConsolePanels::stocks())
                 return;
             starts << clock.elapsed();
             duringLoad = duringLoad || stocks->isLoading();
@@ -225,19 +228,22 @@ private slots:
         QVERIFY(m_embedded->administrator()
                     .operate(CRequestTarget::subsystem("sys1"), request, nullptr)
                     .isSuccess());
-        QTRY_VERIFY(!reloads.isEmpty() && reloads.last().at(0).toString() == "allq");
+        QTRY_VERIFY(!reloads.isEmpty() &&
+                    reloads.last().at(0).toString() == ConsolePanels::allTypes());
         QTRY_VERIFY(!window.liveUpdates()->isPending());
         for (const QList<QVariant>& reload : reloads)
-            QVERIFY2(reload.at(0).toString() == "allq", qPrintable(reload.at(0).toString()));
+            QVERIFY2(reload.at(0).toString() == ConsolePanels::allTypes(),
+                     qPrintable(reload.at(0).toString()));
     }
 
     void level2PanelFollowsEvenWhenHidden() {
         const auto console = openConsole();
         CConsoleWindow& window = *console;
-        auto* level2 = qobject_cast<CLevel2QuotesManagePanel*>(window.openPanel("level2quote"));
+        auto* level2 =
+            qobject_cast<CLevel2QuotesManagePanel*>(window.openPanel(ConsolePanels::level2()));
         QVERIFY(level2);
         QTRY_COMPARE(level2->table()->rowCount(), 0);
-        window.findChild<QDockWidget*>(QStringLiteral("dock_level2quote"))->hide();
+        window.findChild<QDockWidget*>(QStringLiteral("dock_") + ConsolePanels::level2())->hide();
         QVERIFY(!level2->isVisible());
         QCOMPARE(quotesctl({"token", "set", "LiveToken77"}).code, 0);
         QTRY_COMPARE(level2->table()->rowCount(), 1);
@@ -247,11 +253,11 @@ private slots:
         const auto console = openConsole(QStringLiteral("viewer"));
         CConsoleWindow& window = *console;
         QCOMPARE(window.currentUser(), QStringLiteral("viewer"));
-        QPointer<QWidget> before = window.panel("stq");
+        QPointer<QWidget> before = window.panel(ConsolePanels::stocks());
         QVERIFY(before);
         QCOMPARE(quotesctl({"accounts", "rights", "viewer", "--rights", "10385"}).code, 0);
         QTRY_VERIFY(before.isNull());
-        QVERIFY(window.panel("stq"));
+        QVERIFY(window.panel(ConsolePanels::stocks()));
         QCOMPARE(window.currentUser(), QStringLiteral("viewer"));
     }
 };

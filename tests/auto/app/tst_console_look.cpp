@@ -11,11 +11,13 @@
 #include "CConsoleWindow.h"
 #include "CPanelCatalogue.h"
 #include "CScreenshotter.h"
+#include "ConsolePanels.h"
 #include "EmbeddedService.h"
 #include "Hlx/COrinClientCenter.h"
 #include "Hlx/CSafeLineEdit.h"
 #include "Hlx/CWholeQuoteSettingDialog.h"
 #include "ModalDriver.h"
+#include "PanelEvents.h"
 #include "ServerMessages.h"
 #include "Zu/CMessageBox.h"
 #include "Zu/CSmallNormalButton.h"
@@ -135,20 +137,21 @@ private slots:
         BoxWatch watch;
         // The kit's boxes with the buttons the panels and the console ask for.
         watch.answerNext();
-        Zu::CMessageBox::question(nullptr, "操作提示", "q", 0x400400, 0);
+        Zu::CMessageBox::question(nullptr, "操作提示", "q", QMessageBox::Ok | QMessageBox::Cancel,
+                                  0);
         watch.answerNext();
         Zu::CMessageBox::information(nullptr, "提示", "i", 0x14000, 0, false);
         watch.answerNext();
-        Zu::CMessageBox::warning(nullptr, "证券行情源", "w", 0x400, 0, false);
+        Zu::CMessageBox::warning(nullptr, "证券行情源", "w", QMessageBox::Ok, 0, false);
         watch.answerNext();
         Zu::CMessageBox::critical(nullptr, "行情源管理", "c", 0, 0, false);
 
         // The panel's questions before a delete and before deleting all.
         CConsoleWindow window(m_admin, m_embedded->path() + "/console.ini");
-        auto* panel = qobject_cast<CQuotesManagePanel*>(window.openPanel("stq"));
+        auto* panel = qobject_cast<CQuotesManagePanel*>(window.openPanel(ConsolePanels::stocks()));
         QVERIFY(panel);
         watch.answerNext();
-        panel->deliverEvent(5, 3, 0, QString(), nullptr);
+        PanelEvents::press(*panel, CQuotesManagePanel::kBtnDeleteAll);
         CScreenshotter::waitUntilSettled();
 
         // The service's outcome boxes, refused and accepted.

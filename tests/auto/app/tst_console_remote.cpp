@@ -13,14 +13,18 @@
 #include "CLoginDialog.h"
 #include "CRemoteAdmin.h"
 #include "CRemoteSession.h"
+#include "ConsolePanels.h"
 #include "Hlx/CAdminBackend.h"
 #include "Hlx/COrinClientCenter.h"
 #include "Hlx/CUserManager.h"
 #include "ModalDriver.h"
 #include "QuotesdProcess.h"
 #include "RecordBuilders.h"
+#include "TestIds.h"
 #include "Zu/COddEvenRowTable.h"
 #include "panels/QuotesManagePanel.h"
+
+using namespace TestIds;
 
 namespace {
 
@@ -75,9 +79,9 @@ private slots:
         auto admin = client();
         QVERIFY(admin->login("admin", kAdminPassword.toStdString()).isSuccess());
         rkservice::COperateDataReq add;
-        add.dataType = 12300;
-        add.operateType = 2;
-        auto source = RecordBuilders::source(0, 10000, 2, "192.0.2.70", 9000);
+        add.dataType = kDataQuoteSources;
+        add.operateType = rkservice::kOperateAdd;
+        auto source = RecordBuilders::source(0, kKxStocks, kStocks, "192.0.2.70", 9000);
         source->setSystemTag(std::string());
         add.datas.push_back(source);
         bson::BSONObj result;
@@ -125,7 +129,7 @@ private slots:
         QVERIFY(window.findChild<QAction*>(QStringLiteral("logout")));
         QCOMPARE(window.currentUser(), QString("viewer"));
         auto* panel =
-            qobject_cast<Hlx::CQuotesManagePanel*>(window.openPanel(QStringLiteral("stq")));
+            qobject_cast<Hlx::CQuotesManagePanel*>(window.openPanel(ConsolePanels::stocks()));
         QVERIFY(panel);
         panel->refresh();
         QTRY_COMPARE(panel->table()->rowCount(), 1);
@@ -140,7 +144,7 @@ private slots:
         QString firstError;
         int dialogs = 0;
         loginThroughTheDialog(QStringLiteral("viewer"), kViewerPassword, &firstError, &dialogs);
-        window.panel(QStringLiteral("stq"))->onActive();
+        window.panel(ConsolePanels::stocks())->onActive();
         panel->refresh();
         QTRY_COMPARE(dialogs, 1);
         QTRY_VERIFY(m_remote->isLoggedIn());
@@ -148,7 +152,8 @@ private slots:
         QCoreApplication::processEvents();
         QCOMPARE(expiries.load(), 1);
         QCOMPARE(dialogs, 1);
-        auto* rebuilt = qobject_cast<Hlx::CQuotesManagePanel*>(window.panel(QStringLiteral("stq")));
+        auto* rebuilt =
+            qobject_cast<Hlx::CQuotesManagePanel*>(window.panel(ConsolePanels::stocks()));
         QVERIFY(rebuilt);
         rebuilt->refresh();
         QTRY_COMPARE(rebuilt->table()->rowCount(), 1);
@@ -165,7 +170,7 @@ private slots:
         CConsoleWindow window(m_remote, m_settings.filePath(QStringLiteral("live.ini")), QString(),
                               nullptr, session);
         auto* panel =
-            qobject_cast<Hlx::CQuotesManagePanel*>(window.openPanel(QStringLiteral("stq")));
+            qobject_cast<Hlx::CQuotesManagePanel*>(window.openPanel(ConsolePanels::stocks()));
         QVERIFY(panel);
         panel->refresh();
         QTRY_VERIFY(!panel->isLoading());
@@ -178,9 +183,9 @@ private slots:
         QTRY_VERIFY_WITH_TIMEOUT(
             [&] {
                 rkservice::COperateDataReq add;
-                add.dataType = 12300;
-                add.operateType = 2;
-                auto source = RecordBuilders::source(0, 10000, 2, "192.0.2.71", port++);
+                add.dataType = kDataQuoteSources;
+                add.operateType = rkservice::kOperateAdd;
+                auto source = RecordBuilders::source(0, kKxStocks, kStocks, "192.0.2.71", port++);
                 source->setSystemTag(std::string());
                 add.datas.push_back(source);
                 if (!admin->operate(Hlx::CRequestTarget::centre(), add, nullptr).isSuccess())

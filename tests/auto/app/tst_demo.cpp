@@ -7,6 +7,7 @@
 #include "CDemoData.h"
 #include "CPanelCatalogue.h"
 #include "CScreenshotter.h"
+#include "ConsolePanels.h"
 #include "EmbeddedService.h"
 #include "Hlx/CUserManager.h"
 #include "ServiceResults.h"
@@ -74,7 +75,7 @@ private slots:
                 for (const QString& part : address.split(QRegExp("[,;\\s]+"), Qt::SkipEmptyParts))
                     QVERIFY2(documentationAddress(hostOf(part)), qPrintable(part));
             }
-            if (entry.objectName == "ftq") {
+            if (entry.objectName == ConsolePanels::futures()) {
                 QSet<QString> brokers;
                 for (int row = 0; row < table->rowCount(); ++row)
                     brokers << table->itemText(row, CQuotesManagePanel::kColName);

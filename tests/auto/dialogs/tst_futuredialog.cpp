@@ -8,6 +8,7 @@
 #include "Hlx/CSafeLineEdit.h"
 #include "ScriptedBackend.h"
 #include "ServerMessages.h"
+#include "TestIds.h"
 #include "TestUsers.h"
 #include "Zu/CBaseWidget.h"
 #include "Zu/CComboBox.h"
@@ -21,6 +22,7 @@
 #include "rkservice/COrinQuoterSourceInfo.h"
 
 using namespace Hlx;
+using namespace TestIds;
 using rkservice::COrinQuoterSourceInfo;
 
 namespace {
@@ -33,7 +35,7 @@ public:
         Q_UNUSED(text);
         Q_UNUSED(extra);
         types.append(type);
-        return type == 3026;
+        return type == Zu::EventQuoteSourcesChanged;
     }
     QVector<int> types;
 };
@@ -92,12 +94,13 @@ private:
     ServerMessages m_messages;
 
     void scriptStandardLists() {
-        m_backend->setQueryAnswer(12262,
-                                  {platform(20000, "上期所行情"), platform(20001, "中金所行情")});
         m_backend->setQueryAnswer(
-            12261, {broker(20000, "1234_abc", "甲期货", {group(1, "电信"), group(2, "联通")}),
-                    broker(20000, "77", "乙期货", {group(3, "主站")}),
-                    broker(20001, "abc_1", "丙期货", {group(4, "备用")})});
+            kDataPlatforms, {platform(kKxFutures, "上期所行情"), platform(20001, "中金所行情")});
+        m_backend->setQueryAnswer(
+            kDataBrokers,
+            {broker(kKxFutures, "1234_abc", "甲期货", {group(1, "电信"), group(2, "联通")}),
+             broker(kKxFutures, "77", "乙期货", {group(3, "主站")}),
+             broker(20001, "abc_1", "丙期货", {group(4, "备用")})});
     }
 
     // Loads the lists and waits until both answers have been taken in.
@@ -230,7 +233,7 @@ private slots:
             QCOMPARE(request.condition, std::to_string(tradeType));
             types.insert(request.dataType);
         }
-        QCOMPARE(types, QSet<int>({12262, 12261}));
+        QCOMPARE(types, QSet<int>({kDataPlatforms, kDataBrokers}));
     }
 
     void routing_data() {
@@ -290,7 +293,8 @@ private slots:
         m_backend->setSubsystems({{"sys1", "上海"}, {"sys2", "深圳"}});
         CSetFutureQuotesDialog dialog(1, nullptr);
         dialog.setBasicInfo(QString());
-        dialog.slotInitPlatform({platform(20000, "P"), broker(20000, "5_x", "B", {group(9, "G")})});
+        dialog.slotInitPlatform(
+            {platform(kKxFutures, "P"), broker(kKxFutures, "5_x", "B", {group(9, "G")})});
         choose(&dialog, "P", "B", "G");
         press(&dialog, 0);
         QCOMPARE(m_backend->requestCount(), 0);
@@ -329,10 +333,10 @@ private slots:
     }
 
     void duplicatePlatformNames() {
-        m_backend->setQueryAnswer(12262,
+        m_backend->setQueryAnswer(kDataPlatforms,
                                   {platform(1, "同名"), platform(2, "其他"), platform(3, "同名")});
-        m_backend->setQueryAnswer(12261, {broker(3, "8_a", "后者", {group(1, "g")}),
-                                          broker(1, "9_a", "前者", {group(2, "h")})});
+        m_backend->setQueryAnswer(kDataBrokers, {broker(3, "8_a", "后者", {group(1, "g")}),
+                                                 broker(1, "9_a", "前者", {group(2, "h")})});
         CSetFutureQuotesDialog dialog(1, nullptr);
         load(&dialog);
         QCOMPARE(itemTexts(dialog.platformCombo()), QStringList({kChoose, "同名", "其他"}));
@@ -356,10 +360,11 @@ private slots:
     }
 
     void brokersOfTheSameNamePoolTheirGroups() {
-        m_backend->setQueryAnswer(12262, {platform(20000, "P")});
+        m_backend->setQueryAnswer(kDataPlatforms, {platform(kKxFutures, "P")});
         m_backend->setQueryAnswer(
-            12261, {broker(20000, "11_first", "同名期货", {group(1, "A"), group(2, "共同")}),
-                    broker(20000, "22_second", "同名期货", {group(3, "共同"), group(4, "B")})});
+            kDataBrokers,
+            {broker(kKxFutures, "11_first", "同名期货", {group(1, "A"), group(2, "共同")}),
+             broker(kKxFutures, "22_second", "同名期货", {group(3, "共同"), group(4, "B")})});
         CSetFutureQuotesDialog dialog(1, nullptr);
         load(&dialog);
         dialog.platformCombo()->setCurrentIndex(1);
@@ -399,8 +404,8 @@ private slots:
     }
 
     void foreignOrFailedAnswersLeaveListsPending() {
-        m_backend->setQueryAnswer(12262, {}, utils::RKError::fail("no platforms"));
-        m_backend->setQueryAnswer(12261, {}, utils::RKError::fail("no brokers"));
+        m_backend->setQueryAnswer(kDataPlatforms, {}, utils::RKError::fail("no platforms"));
+        m_backend->setQueryAnswer(kDataBrokers, {}, utils::RKError::fail("no brokers"));
         CSetFutureQuotesDialog dialog(1, nullptr);
         dialog.setBasicInfo(QString());
         // Both failed answers have come back and their slots have run.
@@ -421,8 +426,8 @@ private slots:
         CSetFutureQuotesDialog dialog(1, nullptr);
         load(&dialog);
         choose(&dialog, "上期所行情", "甲期货", "电信");
-        m_backend->setQueryAnswer(12262, {platform(30000, "新平台")});
-        m_backend->setQueryAnswer(12261, {broker(30000, "5", "新期货", {group(5, "新组")})});
+        m_backend->setQueryAnswer(kDataPlatforms, {platform(30000, "新平台")});
+        m_backend->setQueryAnswer(kDataBrokers, {broker(30000, "5", "新期货", {group(5, "新组")})});
         load(&dialog, "sys1");
         QCOMPARE(itemTexts(dialog.platformCombo()), QStringList({kChoose, "新平台"}));
         QCOMPARE(itemTexts(dialog.brokerCombo()), QStringList{kChoose});
@@ -480,9 +485,9 @@ private slots:
     void brokerIdFromKey() {
         QFETCH(QString, key);
         QFETCH(int, brokerId);
-        m_backend->setQueryAnswer(12262, {platform(70000, "期权平台")});
-        m_backend->setQueryAnswer(
-            12261, {broker(70000, key.toStdString(), "期货公司", {group(17, "组")})});
+        m_backend->setQueryAnswer(kDataPlatforms, {platform(kKxFuturesOptions, "期权平台")});
+        m_backend->setQueryAnswer(kDataBrokers, {broker(kKxFuturesOptions, key.toStdString(),
+                                                        "期货公司", {group(17, "组")})});
         CSetFutureQuotesDialog dialog(5, nullptr);
         load(&dialog);
         choose(&dialog, "期权平台", "期货公司", "组");
@@ -490,7 +495,7 @@ private slots:
         press(&dialog, 0);
         const auto sent = operations();
         QCOMPARE(int(sent.size()), 1);
-        QCOMPARE(sent[0].dataType, 12300);
+        QCOMPARE(sent[0].dataType, kDataQuoteSources);
         QCOMPARE(sent[0].operateType, 2);
         QCOMPARE(int(sent[0].datas.size()), 1);
         auto record = boost::dynamic_pointer_cast<COrinQuoterSourceInfo>(sent[0].datas[0]);
@@ -555,7 +560,7 @@ private slots:
         QCOMPARE(dialog->exec(), 1);
         QCOMPARE(closes.closes, 1);
         QCOMPARE(m_backend->requestCount(), 0);
-        QVERIFY(!sink.types.contains(3026));
+        QVERIFY(!sink.types.contains(Zu::EventQuoteSourcesChanged));
     }
 
     void completion_data() {
@@ -575,7 +580,8 @@ private slots:
         QFETCH(QString, serverText);
         QFETCH(QString, text);
         scriptStandardLists();
-        m_backend->setOperateAnswer(12300, utils::RKError(success, serverText.toStdString()));
+        m_backend->setOperateAnswer(kDataQuoteSources,
+                                    utils::RKError(success, serverText.toStdString()));
         EventSink sink;
         auto* dialog = new CSetFutureQuotesDialog(1, &sink);
         CloseCounter closes;
@@ -600,7 +606,7 @@ private slots:
         QCOMPARE(m_messages[0].text, text);
         QVERIFY(dialog->loadingMask()->isHidden());
         // Only a successful add reloads the panel and closes the dialog.
-        QCOMPARE(sink.types.count(3026), success ? 1 : 0);
+        QCOMPARE(sink.types.count(Zu::EventQuoteSourcesChanged), success ? 1 : 0);
         QCOMPARE(closes.closes, success ? 1 : 0);
         QCOMPARE(dialog->isVisible(), !success);
         // A failed add keeps the choices.
@@ -611,10 +617,12 @@ private slots:
 
     void eventsReturnValues() {
         CSetFutureQuotesDialog dialog(1, nullptr);
-        QVERIFY(dialog.handleEvent(71, 2, 0, QString(), nullptr));
-        QVERIFY(dialog.handleEvent(71, 9, 0, QString(), nullptr));
-        QVERIFY(!dialog.handleEvent(101, 0, 0, QString(), nullptr));
-        QVERIFY(!dialog.handleEvent(3026, 0, 0, QString(), nullptr));
+        QVERIFY(dialog.handleEvent(Zu::EventComboIndexChanged,
+                                   CSetFutureQuotesDialog::ServerGroupCombo, 0, QString(),
+                                   nullptr));
+        QVERIFY(dialog.handleEvent(Zu::EventComboIndexChanged, 9, 0, QString(), nullptr));
+        QVERIFY(!dialog.handleEvent(Zu::EventFieldLeft, 0, 0, QString(), nullptr));
+        QVERIFY(!dialog.handleEvent(Zu::EventQuoteSourcesChanged, 0, 0, QString(), nullptr));
     }
 
     // ---- lifetime ----

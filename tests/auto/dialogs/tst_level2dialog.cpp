@@ -173,10 +173,10 @@ private slots:
 
     void otherEventsGoToTheBase() {
         CLevel2QuoteDialog dialog(nullptr);
-        QVERIFY(!dialog.handleEvent(101, 0, 0, QString(), nullptr));
-        QVERIFY(!dialog.handleEvent(71, 0, 0, QString(), nullptr));
+        QVERIFY(!dialog.handleEvent(Zu::EventFieldLeft, 0, 0, QString(), nullptr));
+        QVERIFY(!dialog.handleEvent(Zu::EventComboIndexChanged, 0, 0, QString(), nullptr));
         dialog.show();
-        QVERIFY(dialog.handleEvent(5, 7, 0, QString(), nullptr));
+        QVERIFY(dialog.handleEvent(Zu::EventButtonClicked, 7, 0, QString(), nullptr));
         QVERIFY(!dialog.isVisible());
         QCOMPARE(dialog.result(), 7);
     }

@@ -8,6 +8,7 @@
 #include "Hlx/COrinClientCenter.h"
 #include "Hlx/CSafeLineEdit.h"
 #include "ServerMessages.h"
+#include "TestIds.h"
 #include "TestUsers.h"
 #include "Zu/CBaseWidget.h"
 #include "Zu/CComboBox.h"
@@ -18,6 +19,7 @@
 #include "rkservice/COrinQuoterSourceInfo.h"
 
 using namespace Hlx;
+using namespace TestIds;
 using rkservice::COrinQuoterSourceInfo;
 using SourcePtr = boost::shared_ptr<COrinQuoterSourceInfo>;
 
@@ -26,9 +28,9 @@ namespace {
 class EventSink : public Zu::CBaseWidget {
 public:
     bool handleEvent(int type, int, int, QString, void*) override {
-        if (type == 3026)
+        if (type == Zu::EventQuoteSourcesChanged)
             ++reloads;
-        return type == 3026;
+        return type == Zu::EventQuoteSourcesChanged;
     }
     int reloads = 0;
 };
@@ -45,7 +47,7 @@ class TestDialogsService : public QObject {
 
     std::vector<SourcePtr> storedSources() {
         auto request = boost::make_shared<rkservice::COrinQueryDataReq>();
-        request->dataType = 12300;
+        request->dataType = kDataQuoteSources;
         std::vector<rkservice::IDataPtr> datas;
         const utils::RKError error =
             m_service->querySync(CCaller::owner(), CRequestTarget::centre(), *request, &datas);
@@ -237,7 +239,7 @@ private slots:
 
         // What the dialog must have matched, read from the service itself.
         auto brokersRequest = boost::make_shared<rkservice::COrinQueryDataReq>();
-        brokersRequest->dataType = 12261;
+        brokersRequest->dataType = kDataBrokers;
         brokersRequest->condition = std::to_string(tradeType);
         std::vector<rkservice::IDataPtr> brokers;
         QVERIFY(

@@ -10,6 +10,7 @@
 #include "Hlx/CSafeLineEdit.h"
 #include "ScriptedBackend.h"
 #include "ServerMessages.h"
+#include "TestIds.h"
 #include "TestUsers.h"
 #include "Zu/CBaseWidget.h"
 #include "Zu/CComboBox.h"
@@ -22,6 +23,7 @@
 #include "rkservice/COrinQuoterSourceInfo.h"
 
 using namespace Hlx;
+using namespace TestIds;
 using rkservice::COrinQuoterSourceInfo;
 
 namespace {
@@ -34,7 +36,7 @@ public:
         Q_UNUSED(text);
         Q_UNUSED(extra);
         events.append(qMakePair(type, id));
-        return type == 3026;
+        return type == Zu::EventQuoteSourcesChanged;
     }
     int count(int type) const {
         int n = 0;
@@ -85,7 +87,8 @@ private:
         auto* dialog = new CSetStockQuotesDialog(2, sink, false);
         fillValid(dialog);
         dialog->show();
-        QVERIFY(dialog->handleEvent(5, 0, 0, QString(), nullptr));
+        QVERIFY(dialog->handleEvent(Zu::EventButtonClicked, CSetStockQuotesDialog::SubmitButton, 0,
+                                    QString(), nullptr));
         QTRY_COMPARE(m_backend->heldCount(), 1);
         *opened = dialog;
     }
@@ -136,7 +139,7 @@ private:
             QCOMPARE(Zu::CMessageTip::lastTipTarget(), edits[fieldId - 1]);
         }
         Zu::CMessageTip::resetLastTip();
-        QVERIFY(dialog.handleEvent(101, fieldId, 0, text, nullptr));
+        QVERIFY(dialog.handleEvent(Zu::EventFieldLeft, fieldId, 0, text, nullptr));
         QCOMPARE(Zu::CMessageTip::tipCount(), passes ? 0 : 1);
     }
 
@@ -479,7 +482,8 @@ private slots:
         fill(&dialog, "1.2.3.4", "80a", "u", "p");
         dialog.show();
         QVERIFY(QTest::qWaitForWindowExposed(&dialog));
-        QVERIFY(dialog.handleEvent(101, 2, 0, QString(), nullptr));
+        QVERIFY(dialog.handleEvent(Zu::EventFieldLeft, CSetStockQuotesDialog::PortField, 0,
+                                   QString(), nullptr));
         QPointer<QWidget> tip = Zu::CMessageTip::currentTip();
         QVERIFY(tip);
         QElapsedTimer clock;
@@ -496,9 +500,11 @@ private slots:
         fill(&dialog, "1.2.3", "80a", "u", "p");
         dialog.show();
         QVERIFY(QTest::qWaitForWindowExposed(&dialog));
-        dialog.handleEvent(101, 1, 0, QString(), nullptr);
+        dialog.handleEvent(Zu::EventFieldLeft, CSetStockQuotesDialog::AddressField, 0, QString(),
+                           nullptr);
         QPointer<QWidget> first = Zu::CMessageTip::currentTip();
-        dialog.handleEvent(101, 2, 0, QString(), nullptr);
+        dialog.handleEvent(Zu::EventFieldLeft, CSetStockQuotesDialog::PortField, 0, QString(),
+                           nullptr);
         QTRY_VERIFY(first.isNull());
         QVERIFY(Zu::CMessageTip::currentTip());
         QCOMPARE(Zu::CMessageTip::lastTipText(), QString("只能输入数字 "));
@@ -585,7 +591,8 @@ private slots:
             QCOMPARE(Zu::CMessageTip::lastTipTarget(), dialog.passwordEdit());
         }
         Zu::CMessageTip::resetLastTip();
-        QVERIFY(dialog.handleEvent(101, 4, 0, QString(), nullptr));
+        QVERIFY(dialog.handleEvent(Zu::EventFieldLeft, CSetStockQuotesDialog::PasswordField, 0,
+                                   QString(), nullptr));
         QCOMPARE(Zu::CMessageTip::tipCount(), passesLeaving ? 0 : 1);
         if (!passesLeaving) {
             QCOMPARE(Zu::CMessageTip::lastTipText(), QString("请输入字母或者数字 "));
@@ -645,12 +652,12 @@ private slots:
 
     void fieldCheckOfOtherIdsDoesNothing() {
         CSetStockQuotesDialog dialog(2, nullptr, false);
-        QVERIFY(dialog.handleEvent(101, 0, 0, QString(), nullptr));
-        QVERIFY(dialog.handleEvent(101, 5, 0, QString(), nullptr));
+        QVERIFY(dialog.handleEvent(Zu::EventFieldLeft, 0, 0, QString(), nullptr));
+        QVERIFY(dialog.handleEvent(Zu::EventFieldLeft, 5, 0, QString(), nullptr));
         QCOMPARE(Zu::CMessageTip::tipCount(), 0);
         // Other events go to the kit's dialog, which takes none of them.
-        QVERIFY(!dialog.handleEvent(71, 0, 0, QString(), nullptr));
-        QVERIFY(!dialog.handleEvent(3026, 0, 0, QString(), nullptr));
+        QVERIFY(!dialog.handleEvent(Zu::EventComboIndexChanged, 0, 0, QString(), nullptr));
+        QVERIFY(!dialog.handleEvent(Zu::EventQuoteSourcesChanged, 0, 0, QString(), nullptr));
     }
 
     void leavingAFieldChecksIt() {
@@ -708,7 +715,7 @@ private slots:
 
         const auto sent = operations();
         QCOMPARE(int(sent.size()), 1);
-        QCOMPARE(sent[0].dataType, 12300);
+        QCOMPARE(sent[0].dataType, kDataQuoteSources);
         QCOMPARE(sent[0].operateType, isAdd ? 2 : 0);
         QVERIFY(sent[0].toCentre);
         QCOMPARE(int(sent[0].datas.size()), 1);
@@ -828,7 +835,7 @@ private slots:
         }
         QCOMPARE(int(sent.size()), 1);
         QCOMPARE(sent[0].operateType, 2);
-        QCOMPARE(sent[0].dataType, 12300);
+        QCOMPARE(sent[0].dataType, kDataQuoteSources);
         QCOMPARE(int(sent[0].datas.size()), platforms.size());
         for (int i = 0; i < platforms.size(); ++i) {
             auto record = quoteSource(sent[0].datas[i]);
@@ -936,7 +943,7 @@ private slots:
         QCOMPARE(dialog->result(), 0);
         m_backend->settle();
         QVERIFY(m_messages.isEmpty());
-        QCOMPARE(sink.count(3026), 0);
+        QCOMPARE(sink.count(Zu::EventQuoteSourcesChanged), 0);
     }
 
     // ---- completion ----
@@ -950,7 +957,8 @@ private slots:
     void openUnderItsMaskUntilTheAnswer() {
         QFETCH(bool, success);
         m_backend->setHolding(true);
-        m_backend->setOperateAnswer(12300, utils::RKError(success, success ? "" : "端口无效"));
+        m_backend->setOperateAnswer(kDataQuoteSources,
+                                    utils::RKError(success, success ? "" : "端口无效"));
         EventSink sink;
         auto* dialog = new CSetStockQuotesDialog(2, &sink, false);
         fillValid(dialog);
@@ -965,7 +973,7 @@ private slots:
         m_backend->releaseAll();
         QTRY_COMPARE(m_messages.size(), 1);
         QVERIFY(dialog->loadingMask()->isHidden());
-        QCOMPARE(sink.count(3026), 1);
+        QCOMPARE(sink.count(Zu::EventQuoteSourcesChanged), 1);
         // Closed on success; a refusal leaves everything typed for another try.
         QCOMPARE(dialog->isVisible(), !success);
         QCOMPARE(dialog->addressEdit()->text(), QString("192.168.1.10"));
@@ -978,7 +986,8 @@ private slots:
         submitHeld(&sink, &dialog);
         QVERIFY(dialog);
         // Pressed again while the first is out (the button keeps the keyboard focus).
-        QVERIFY(dialog->handleEvent(5, 0, 0, QString(), nullptr));
+        QVERIFY(dialog->handleEvent(Zu::EventButtonClicked, CSetStockQuotesDialog::SubmitButton, 0,
+                                    QString(), nullptr));
         // A request counts as pending from the moment it is posted.
         QCOMPARE(COrinClientCenter::instance()->pendingCount(), 1);
         QCOMPARE(int(operations().size()), 1);
@@ -987,7 +996,8 @@ private slots:
         // After the answer a new submission goes out again.
         m_backend->setHolding(false);
         dialog->show();
-        QVERIFY(dialog->handleEvent(5, 0, 0, QString(), nullptr));
+        QVERIFY(dialog->handleEvent(Zu::EventButtonClicked, CSetStockQuotesDialog::SubmitButton, 0,
+                                    QString(), nullptr));
         QTRY_COMPARE(int(operations().size()), 2);
     }
 
@@ -1000,7 +1010,8 @@ private slots:
         QTest::keyClick(dialog, Qt::Key_Escape);
         QVERIFY(!dialog->isVisible());
         dialog->show();
-        QVERIFY(dialog->handleEvent(5, 0, 0, QString(), nullptr));
+        QVERIFY(dialog->handleEvent(Zu::EventButtonClicked, CSetStockQuotesDialog::SubmitButton, 0,
+                                    QString(), nullptr));
         QTRY_COMPARE(m_backend->heldCount(), 2);
     }
 
@@ -1055,7 +1066,8 @@ private slots:
         QFETCH(QString, serverText);
         QFETCH(QString, title);
         QFETCH(QString, text);
-        m_backend->setOperateAnswer(12300, utils::RKError(success, serverText.toStdString()));
+        m_backend->setOperateAnswer(kDataQuoteSources,
+                                    utils::RKError(success, serverText.toStdString()));
         EventSink sink;
         auto* dialog = new CSetStockQuotesDialog(2, &sink, false);
         CloseCounter closes;
@@ -1075,7 +1087,7 @@ private slots:
         QCOMPARE(message.title, title);
         QCOMPARE(message.text, text);
         // The panel reloads after every completion.
-        QCOMPARE(sink.count(3026), 1);
+        QCOMPARE(sink.count(Zu::EventQuoteSourcesChanged), 1);
         QVERIFY(dialog->loadingMask()->isHidden());
         QCOMPARE(closes.closes, closesAfterSend + (success ? 1 : 0));
         QCOMPARE(dialog->isVisible(), !success);
@@ -1093,11 +1105,11 @@ private slots:
         dialog->slotOnOperationFinished(true, QString());
         QCOMPARE(m_messages.size(), 1);
         QCOMPARE(m_messages[0].text, QString("操作失败"));
-        QCOMPARE(sink.count(3026), 1);
+        QCOMPARE(sink.count(Zu::EventQuoteSourcesChanged), 1);
         dialog->slotOnOperationFinished(false, QString("ignored"));
         QCOMPARE(m_messages.size(), 2);
         QCOMPARE(m_messages[1].text, QString("操作成功"));
-        QCOMPARE(sink.count(3026), 2);
+        QCOMPARE(sink.count(Zu::EventQuoteSourcesChanged), 2);
     }
 
     void closeSendsNothing() {
@@ -1111,7 +1123,7 @@ private slots:
         COrinClientCenter::instance()->waitForIdle();
         QCOMPARE(m_backend->requestCount(), 0);
         QVERIFY(m_messages.isEmpty());
-        QCOMPARE(sink.count(3026), 0);
+        QCOMPARE(sink.count(Zu::EventQuoteSourcesChanged), 0);
         QCOMPARE(sink.count(5), 0);
     }
 
@@ -1149,7 +1161,7 @@ private slots:
         COrinClientCenter::instance()->waitForIdle();
         QCoreApplication::processEvents();
         QVERIFY(m_messages.isEmpty());
-        QCOMPARE(panel.count(3026), 0);
+        QCOMPARE(panel.count(Zu::EventQuoteSourcesChanged), 0);
     }
 
     void answerQueuedWhenDestroyed() {

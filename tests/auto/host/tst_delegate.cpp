@@ -30,7 +30,7 @@ public:
     }
 
     bool handleEvent(int type, int id, int arg, QString text, void* extra) override {
-        if (type == 228) {
+        if (type == Zu::EventRowButtonClicked) {
             clicks.append({type, id, arg, text, table->selectedRow()});
             return true;
         }
@@ -91,7 +91,7 @@ void DelegateTest::clickSelectsRowThenDelivers228() {
     QVERIFY(panel.delegate->clickButton(3, 6));
     QCOMPARE(panel.clicks.size(), 1);
     const Click& click = panel.clicks[0];
-    QCOMPARE(click.type, 228);
+    QCOMPARE(click.type, int(Zu::EventRowButtonClicked));
     QCOMPARE(click.id, 7);
     QCOMPARE(click.arg, 6);
     QCOMPARE(click.text, QStringLiteral("3"));

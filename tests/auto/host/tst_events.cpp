@@ -63,6 +63,7 @@ private:
 class EventsTest : public QObject {
     Q_OBJECT
 private slots:
+    void eventIdsAreThePlatforms();
     void baseTakesNothing();
     void offeredToSelfThenAncestorsUntilTaken();
     void plainQObjectsInTheChainAreSkipped();
@@ -73,6 +74,15 @@ private slots:
     void dialogTitleCloseDeliversNothing();
     void wholeQuoteButtonsDeliverNothing();
 };
+
+// The ids the platform's panels and dialogs exchange: every other test names them.
+void EventsTest::eventIdsAreThePlatforms() {
+    QCOMPARE(int(Zu::EventButtonClicked), 5);
+    QCOMPARE(int(Zu::EventComboIndexChanged), 71);
+    QCOMPARE(int(Zu::EventFieldLeft), 101);
+    QCOMPARE(int(Zu::EventRowButtonClicked), 228);
+    QCOMPARE(int(Zu::EventQuoteSourcesChanged), 3026);
+}
 
 void EventsTest::baseTakesNothing() {
     Zu::CBaseWidget widget;

@@ -83,9 +83,10 @@ void MessagesTest::questionReturnsOk() {
     QWidget parent;
     BoxDriver driver;
     driver.arm([](QMessageBox* box) { box->button(QMessageBox::Ok)->click(); });
-    const int result = Zu::CMessageBox::question(
-        &parent, QStringLiteral("操作提示"), QStringLiteral("确定删除证券行情源吗? "), 0x400400, 0);
-    QCOMPARE(result, 0x400);
+    const int result = Zu::CMessageBox::question(&parent, QStringLiteral("操作提示"),
+                                                 QStringLiteral("确定删除证券行情源吗? "),
+                                                 QMessageBox::Ok | QMessageBox::Cancel, 0);
+    QCOMPARE(result, int(QMessageBox::Ok));
     QCOMPARE(driver.title, QStringLiteral("操作提示"));
     QCOMPARE(driver.text, QStringLiteral("确定删除证券行情源吗? "));
     QCOMPARE(driver.icon, QMessageBox::Question);
@@ -99,16 +100,16 @@ void MessagesTest::questionReturnsCancel() {
     driver.arm([](QMessageBox* box) { box->button(QMessageBox::Cancel)->click(); });
     QCOMPARE(Zu::CMessageBox::question(nullptr, QStringLiteral("t"), QStringLiteral("q"),
                                        QMessageBox::Ok | QMessageBox::Cancel, 0),
-             0x400000);
+             int(QMessageBox::Cancel));
 }
 
 void MessagesTest::informationReturnsYesOrNo() {
     BoxDriver yes;
     yes.arm([](QMessageBox* box) { box->button(QMessageBox::Yes)->click(); });
-    QCOMPARE(
-        Zu::CMessageBox::information(nullptr, QStringLiteral("提示"),
-                                     QStringLiteral("确定要删除全部行情源吗?"), 0x14000, 0, false),
-        0x4000);
+    QCOMPARE(Zu::CMessageBox::information(nullptr, QStringLiteral("提示"),
+                                          QStringLiteral("确定要删除全部行情源吗?"),
+                                          QMessageBox::Yes | QMessageBox::No, 0, false),
+             int(QMessageBox::Yes));
     QCOMPARE(yes.icon, QMessageBox::Information);
     QVERIFY(yes.buttons.contains(QStringLiteral("是")));
     QVERIFY(yes.buttons.contains(QStringLiteral("否")));
@@ -116,8 +117,8 @@ void MessagesTest::informationReturnsYesOrNo() {
     BoxDriver no;
     no.arm([](QMessageBox* box) { box->button(QMessageBox::No)->click(); });
     QCOMPARE(Zu::CMessageBox::information(nullptr, QStringLiteral("提示"), QStringLiteral("?"),
-                                          0x14000, 0, false),
-             0x10000);
+                                          QMessageBox::Yes | QMessageBox::No, 0, false),
+             int(QMessageBox::No));
 }
 
 void MessagesTest::warningReturnsOkOnEnter() {
@@ -134,9 +135,9 @@ void MessagesTest::warningReturnsOkOnEnter() {
 void MessagesTest::escapeGivesCancel() {
     BoxDriver driver;
     driver.arm([](QMessageBox* box) { QTest::keyClick(box, Qt::Key_Escape); });
-    QCOMPARE(
-        Zu::CMessageBox::question(nullptr, QStringLiteral("t"), QStringLiteral("q"), 0x400400, 0),
-        0x400000);
+    QCOMPARE(Zu::CMessageBox::question(nullptr, QStringLiteral("t"), QStringLiteral("q"),
+                                       QMessageBox::Ok | QMessageBox::Cancel, 0),
+             int(QMessageBox::Cancel));
 }
 
 void MessagesTest::tipRecordsTextAndTarget() {
@@ -147,14 +148,16 @@ void MessagesTest::tipRecordsTextAndTarget() {
     window.resize(300, 100);
     window.show();
     QVERIFY(QTest::qWaitForWindowExposed(&window));
-    Zu::CMessageTip::showTip(edit, 65, QStringLiteral("请输入有效的服务器地址"), 2, 2, 300);
+    Zu::CMessageTip::showTip(edit, Zu::CMessageTip::kBelowLeft,
+                             QStringLiteral("请输入有效的服务器地址"), Zu::CMessageTip::StyleArrow,
+                             Zu::CMessageTip::LevelWarning, 300);
     QCOMPARE(Zu::CMessageTip::lastTipText(), QStringLiteral("请输入有效的服务器地址"));
     QCOMPARE(Zu::CMessageTip::lastTipTarget(), edit);
     QCOMPARE(Zu::CMessageTip::tipCount(), 1);
     QWidget* tip = Zu::CMessageTip::currentTip();
     QVERIFY(tip);
     QVERIFY(tip->isVisible());
-    // Placement 65 (bottom, left): below the target, starting at its left edge.
+    // Placement kBelowLeft (bottom, left): below the target, starting at its left edge.
     const QPoint targetBottomLeft = edit->mapToGlobal(QPoint(0, edit->height()));
     QVERIFY(tip->geometry().top() >= targetBottomLeft.y());
     QCOMPARE(tip->geometry().left(), targetBottomLeft.x());
@@ -164,7 +167,8 @@ void MessagesTest::tipFadesAway() {
     QWidget window;
     window.show();
     QVERIFY(QTest::qWaitForWindowExposed(&window));
-    Zu::CMessageTip::showTip(&window, 65, QStringLiteral("只能输入数字 "), 2, 2, 300);
+    Zu::CMessageTip::showTip(&window, Zu::CMessageTip::kBelowLeft, QStringLiteral("只能输入数字 "),
+                             Zu::CMessageTip::StyleArrow, Zu::CMessageTip::LevelWarning, 300);
     QPointer<QWidget> tip = Zu::CMessageTip::currentTip();
     QVERIFY(tip);
     QTRY_VERIFY_WITH_TIMEOUT(tip.isNull(), 3000);
@@ -181,9 +185,12 @@ void MessagesTest::newerTipReplacesOlder() {
     window.show();
     QVERIFY(QTest::qWaitForWindowExposed(&window));
     Zu::CMessageTip::resetLastTip();
-    Zu::CMessageTip::showTip(first, 65, QStringLiteral("请选择 "), 2, 2, 5000);
+    Zu::CMessageTip::showTip(first, Zu::CMessageTip::kBelowLeft, QStringLiteral("请选择 "),
+                             Zu::CMessageTip::StyleArrow, Zu::CMessageTip::LevelWarning, 5000);
     QPointer<QWidget> older = Zu::CMessageTip::currentTip();
-    Zu::CMessageTip::showTip(second, 65, QStringLiteral("请输入字母或者数字 "), 2, 2, 5000);
+    Zu::CMessageTip::showTip(second, Zu::CMessageTip::kBelowLeft,
+                             QStringLiteral("请输入字母或者数字 "), Zu::CMessageTip::StyleArrow,
+                             Zu::CMessageTip::LevelWarning, 5000);
     QCOMPARE(Zu::CMessageTip::tipCount(), 2);
     QCOMPARE(Zu::CMessageTip::lastTipTarget(), second);
     QTRY_VERIFY(older.isNull());
@@ -193,7 +200,8 @@ void MessagesTest::newerTipReplacesOlder() {
 void MessagesTest::tipTargetGoneIsNull() {
     auto* window = new QWidget;
     window->show();
-    Zu::CMessageTip::showTip(window, 65, QStringLiteral("x"), 2, 2, 5000);
+    Zu::CMessageTip::showTip(window, Zu::CMessageTip::kBelowLeft, QStringLiteral("x"),
+                             Zu::CMessageTip::StyleArrow, Zu::CMessageTip::LevelWarning, 5000);
     QCOMPARE(Zu::CMessageTip::lastTipTarget(), window);
     delete window;
     QVERIFY(!Zu::CMessageTip::lastTipTarget());
@@ -205,7 +213,9 @@ void MessagesTest::tipUntilEditedOutlivesItsTime() {
     EditWindow shown;
     QVERIFY(shown.show());
     QLineEdit* edit = shown.edit;
-    Zu::CMessageTip::showTipUntilEdited(edit, 65, QStringLiteral("只能输入数字 "), 2, 2, 200);
+    Zu::CMessageTip::showTipUntilEdited(
+        edit, Zu::CMessageTip::kBelowLeft, QStringLiteral("只能输入数字 "),
+        Zu::CMessageTip::StyleArrow, Zu::CMessageTip::LevelWarning, 200);
     QPointer<QWidget> tip = Zu::CMessageTip::currentTip();
     QVERIFY(tip);
     QElapsedTimer clock;
@@ -222,7 +232,9 @@ void MessagesTest::tipUntilEditedGoesWhenEditedAfterItsTime() {
     EditWindow shown;
     QVERIFY(shown.show());
     QLineEdit* edit = shown.edit;
-    Zu::CMessageTip::showTipUntilEdited(edit, 65, QStringLiteral("x"), 2, 2, 400);
+    Zu::CMessageTip::showTipUntilEdited(edit, Zu::CMessageTip::kBelowLeft, QStringLiteral("x"),
+                                        Zu::CMessageTip::StyleArrow, Zu::CMessageTip::LevelWarning,
+                                        400);
     QPointer<QWidget> tip = Zu::CMessageTip::currentTip();
     QElapsedTimer clock;
     clock.start();
@@ -236,7 +248,9 @@ void MessagesTest::tipIsShapedNotRectangular() {
     EditWindow shown;
     QVERIFY(shown.show());
     QLineEdit* edit = shown.edit;
-    Zu::CMessageTip::showTip(edit, 65, QStringLiteral("请输入有效的服务器地址"), 2, 2, 5000);
+    Zu::CMessageTip::showTip(edit, Zu::CMessageTip::kBelowLeft,
+                             QStringLiteral("请输入有效的服务器地址"), Zu::CMessageTip::StyleArrow,
+                             Zu::CMessageTip::LevelWarning, 5000);
     QWidget* tip = Zu::CMessageTip::currentTip();
     QVERIFY(tip);
     // A window manager without compositing paints whatever lies outside the mask black in a
@@ -255,7 +269,9 @@ void MessagesTest::tipGoesWithItsWindow() {
     EditWindow shown;
     QVERIFY(shown.show());
     QLineEdit* edit = shown.edit;
-    Zu::CMessageTip::showTipUntilEdited(edit, 65, QStringLiteral("x"), 2, 2, 3000);
+    Zu::CMessageTip::showTipUntilEdited(edit, Zu::CMessageTip::kBelowLeft, QStringLiteral("x"),
+                                        Zu::CMessageTip::StyleArrow, Zu::CMessageTip::LevelWarning,
+                                        3000);
     QPointer<QWidget> tip = Zu::CMessageTip::currentTip();
     QVERIFY(tip);
     shown.window.hide();

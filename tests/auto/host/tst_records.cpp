@@ -9,6 +9,7 @@
 #include "rkservice/CLevel2Token.h"
 #include "rkservice/COrinBrokerInfo.h"
 #include "rkservice/COrinQuoterSourceInfo.h"
+#include "rkservice/DataTypeIds.h"
 #include "utils/RKError.h"
 
 #include <log4cxx/logger.h>
@@ -16,6 +17,19 @@
 class TestRecords : public QObject {
     Q_OBJECT
 private slots:
+    // The protocol's ids: every other test names them.
+    void dataTypeIdsAreTheProtocols() {
+        QCOMPARE(int(rkservice::kDataGlobalPermission), 676);
+        QCOMPARE(int(rkservice::kDataBrokers), 12261);
+        QCOMPARE(int(rkservice::kDataPlatforms), 12262);
+        QCOMPARE(int(rkservice::kDataQuoteSources), 12300);
+        QCOMPARE(int(rkservice::kDataLevel2Tokens), 12417);
+        QCOMPARE(int(rkservice::kOperateModify), 0);
+        QCOMPARE(int(rkservice::kOperateSaveWholeQuote), 1);
+        QCOMPARE(int(rkservice::kOperateAdd), 2);
+        QCOMPARE(int(rkservice::kOperateDelete), 3);
+    }
+
     void quoteSourceDefaults() {
         rkservice::COrinQuoterSourceInfo source;
         QCOMPARE(source.m_nId, 0);

@@ -7,6 +7,7 @@
 #include "model/CPanelMutex.h"
 #include "model/CRequestFactory.h"
 #include "model/CRequestRouter.h"
+#include "rkservice/DataTypeIds.h"
 
 using namespace Hlx;
 
@@ -74,7 +75,8 @@ private slots:
         CRequestRouter router(RoutePolicy(policy), routed, name);
         QCOMPARE(int(router.destination()), destination);
         std::atomic<int> calls{0};
-        const bool sent = router.query(CRequestFactory::query(12300, "2"), counting(&calls));
+        const bool sent = router.query(CRequestFactory::query(rkservice::kDataQuoteSources, "2"),
+                                       counting(&calls));
         QCOMPARE(sent, destination != int(CRequestRouter::Destination::Dropped));
         if (!sent) {
             QCOMPARE(m_backend->requestCount(), 0);

@@ -7,6 +7,7 @@
 #include "model/CRequestFactory.h"
 #include "model/CRightsTable.h"
 #include "model/CTradeTypeTable.h"
+#include "rkservice/DataTypeIds.h"
 
 using namespace Hlx;
 
@@ -88,6 +89,24 @@ private slots:
         QCOMPARE(ids, (QList<int>{1, 2, 5, 6, 7, 10, 4, 16, 1002, 8, -1, 11}));
         QVERIFY(!CTradeTypeTable::find(14));
         QVERIFY(!CTradeTypeTable::find(15));
+    }
+
+    // The named predicates hold exactly where the panels' bit rules do, on every id around the
+    // known ones (and a few far off).
+    void predicatesAreThePanelsBitRules() {
+        QList<int> ids;
+        for (int id = -20; id <= 1100; ++id)
+            ids << id;
+        ids << 2147483646 << -2147483647 - 1;
+        for (int id : ids) {
+            const bool futuresRule = ((id - 1) & ~4) == 0;
+            const long long bit = (long long)id + 1;
+            const bool groupRule = bit >= 0 && bit <= 6 && ((0x45u >> bit) & 1u);
+            QVERIFY2(CTradeTypeTable::isFuturesType(id) == futuresRule,
+                     qPrintable(QString::number(id)));
+            QVERIFY2(CTradeTypeTable::isFuturesGroup(id) == groupRule,
+                     qPrintable(QString::number(id)));
+        }
     }
 
     void futuresGroup() {
@@ -206,12 +225,13 @@ private slots:
         QCOMPARE(CRequestFactory::queryCondition(2), std::string("2"));
         QCOMPARE(CRequestFactory::queryCondition(1002), std::string("1002"));
         QCOMPARE(CRequestFactory::queryCondition(-1), std::string());
-        auto query = CRequestFactory::query(12300, "5");
-        QCOMPARE(query->dataType, 12300);
+        auto query = CRequestFactory::query(rkservice::kDataQuoteSources, "5");
+        QCOMPARE(query->dataType, int(rkservice::kDataQuoteSources));
         QCOMPARE(query->condition, std::string("5"));
-        auto operate = CRequestFactory::operate(676, 1);
-        QCOMPARE(operate->dataType, 676);
-        QCOMPARE(operate->operateType, 1);
+        auto operate = CRequestFactory::operate(rkservice::kDataGlobalPermission,
+                                                rkservice::kOperateSaveWholeQuote);
+        QCOMPARE(operate->dataType, int(rkservice::kDataGlobalPermission));
+        QCOMPARE(operate->operateType, int(rkservice::kOperateSaveWholeQuote));
         QVERIFY(operate->datas.empty());
     }
 

@@ -7,6 +7,7 @@
 #include "Hlx/CSafeLineEdit.h"
 #include "ScriptedBackend.h"
 #include "ServerMessages.h"
+#include "TestIds.h"
 #include "TestUsers.h"
 #include "Zu/CBaseTableColumnMultiButtonsDelegate.h"
 #include "Zu/CLoadingMaskWidget.h"
@@ -19,6 +20,7 @@
 #include "rkservice/COrinQuoterSourceInfo.h"
 
 using namespace Hlx;
+using namespace TestIds;
 
 namespace {
 
@@ -145,7 +147,7 @@ private slots:
     }
 
     void loadsOnConstruction() {
-        m_backend->setQueryAnswer(12417, {token("AbC123")});
+        m_backend->setQueryAnswer(kDataLevel2Tokens, {token("AbC123")});
         m_backend->setHolding(true);
         CLevel2QuotesManagePanel panel(nullptr);
         // The mask is up while the query runs.
@@ -154,7 +156,7 @@ private slots:
         QTRY_COMPARE(m_backend->heldCount(), 1);
         const auto request = m_backend->requests().front();
         QVERIFY(request.isQuery);
-        QCOMPARE(request.dataType, 12417);
+        QCOMPARE(request.dataType, kDataLevel2Tokens);
         QVERIFY(request.condition.empty());
         QVERIFY(request.toCentre);
         m_backend->releaseAll();
@@ -178,13 +180,16 @@ private slots:
 
     void onlyTokenRecordsAreListedButAllCount() {
         m_backend->setQueryAnswer(
-            12417, {boost::make_shared<rkservice::COrinQuoterSourceInfo>(), token("T1")});
+            kDataLevel2Tokens,
+            {boost::make_shared<rkservice::COrinQuoterSourceInfo>(), token("T1")});
         CLevel2QuotesManagePanel panel(nullptr);
         waitLoaded(&panel);
         QCOMPARE(panel.table()->rowCount(), 1);
         QCOMPARE(panel.table()->itemText(0, 0), QString("T1"));
-        m_backend->setQueryAnswer(12417, {boost::make_shared<rkservice::COrinQuoterSourceInfo>()});
-        panel.handleEvent(5, 0, 0, QString(), nullptr);
+        m_backend->setQueryAnswer(kDataLevel2Tokens,
+                                  {boost::make_shared<rkservice::COrinQuoterSourceInfo>()});
+        panel.handleEvent(Zu::EventButtonClicked, CLevel2QuotesManagePanel::RefreshButton, 0,
+                          QString(), nullptr);
         waitLoaded(&panel);
         QCOMPARE(panel.table()->rowCount(), 0);
         // Any record at all keeps adding closed.
@@ -198,16 +203,18 @@ private slots:
         QVERIFY(m_backend->requests().back().toCentre);
         panel.switchSystem(2, "sys2");
         m_backend->clearRequests();
-        QVERIFY(panel.handleEvent(5, 0, 0, QString(), nullptr));
+        QVERIFY(panel.handleEvent(Zu::EventButtonClicked, CLevel2QuotesManagePanel::RefreshButton,
+                                  0, QString(), nullptr));
         waitLoaded(&panel);
         QCOMPARE(queryCount(), 1);
         QVERIFY(!m_backend->requests().back().toCentre);
         QCOMPARE(m_backend->requests().back().subsystem, std::string("sys2"));
-        QCOMPARE(m_backend->requests().back().dataType, 12417);
+        QCOMPARE(m_backend->requests().back().dataType, kDataLevel2Tokens);
 
         // Saves and deletes go to the centre all the same.
-        m_backend->setQueryAnswer(12417, {token("X1")});
-        panel.handleEvent(5, 0, 0, QString(), nullptr);
+        m_backend->setQueryAnswer(kDataLevel2Tokens, {token("X1")});
+        panel.handleEvent(Zu::EventButtonClicked, CLevel2QuotesManagePanel::RefreshButton, 0,
+                          QString(), nullptr);
         waitLoaded(&panel);
         m_backend->clearRequests();
         answerDialog("X2", 1);
@@ -222,7 +229,7 @@ private slots:
     }
 
     void failedQueryLeavesListEmpty() {
-        m_backend->setQueryAnswer(12417, {}, utils::RKError::fail("timeout"));
+        m_backend->setQueryAnswer(kDataLevel2Tokens, {}, utils::RKError::fail("timeout"));
         CLevel2QuotesManagePanel panel(nullptr);
         waitLoaded(&panel);
         QCOMPARE(panel.table()->rowCount(), 0);
@@ -235,7 +242,7 @@ private slots:
         waitLoaded(&panel);
         QVERIFY(panel.addButton()->isEnabled());
         m_backend->clearRequests();
-        m_backend->setQueryAnswer(12417, {token("NewToken1")});
+        m_backend->setQueryAnswer(kDataLevel2Tokens, {token("NewToken1")});
         m_backend->setHolding(true);
         answerDialog("NewToken1", 1);
         QTest::mouseClick(panel.addButton(), Qt::LeftButton);
@@ -247,7 +254,7 @@ private slots:
         QTRY_COMPARE(m_backend->heldCount(), 1);
         auto sent = operations();
         QCOMPARE(int(sent.size()), 1);
-        QCOMPARE(sent[0].dataType, 12417);
+        QCOMPARE(sent[0].dataType, kDataLevel2Tokens);
         QCOMPARE(sent[0].operateType, 2);
         QCOMPARE(int(sent[0].datas.size()), 1);
         QCOMPARE(tokenOf(sent[0].datas[0]), std::string("NewToken1"));
@@ -265,7 +272,7 @@ private slots:
     }
 
     void editSendsModify() {
-        m_backend->setQueryAnswer(12417, {token("OldToken")});
+        m_backend->setQueryAnswer(kDataLevel2Tokens, {token("OldToken")});
         CLevel2QuotesManagePanel panel(nullptr);
         waitLoaded(&panel);
         QVERIFY(!panel.addButton()->isEnabled());
@@ -277,7 +284,7 @@ private slots:
         COrinClientCenter::instance()->waitForIdle();
         auto sent = operations();
         QCOMPARE(int(sent.size()), 1);
-        QCOMPARE(sent[0].dataType, 12417);
+        QCOMPARE(sent[0].dataType, kDataLevel2Tokens);
         QCOMPARE(sent[0].operateType, 0);
         QCOMPARE(tokenOf(sent[0].datas[0]), std::string("NewToken"));
         QTRY_COMPARE(m_messages.size(), 1);
@@ -286,7 +293,7 @@ private slots:
     }
 
     void cancelledOrEmptySendsNothing() {
-        m_backend->setQueryAnswer(12417, {token("Kept")});
+        m_backend->setQueryAnswer(kDataLevel2Tokens, {token("Kept")});
         CLevel2QuotesManagePanel panel(nullptr);
         waitLoaded(&panel);
         m_backend->clearRequests();
@@ -301,7 +308,7 @@ private slots:
     }
 
     void addAfterCancelledEditShowsPreviousText() {
-        m_backend->setQueryAnswer(12417, {token("Stored1")});
+        m_backend->setQueryAnswer(kDataLevel2Tokens, {token("Stored1")});
         CLevel2QuotesManagePanel panel(nullptr);
         waitLoaded(&panel);
         QString seen;
@@ -311,19 +318,20 @@ private slots:
         // The add button is disabled with a token stored; the event does the same as a click.
         QString seenOnAdd;
         answerDialog(QString(), 0, &seenOnAdd, false);
-        QVERIFY(panel.handleEvent(5, 1, 0, QString(), nullptr));
+        QVERIFY(panel.handleEvent(Zu::EventButtonClicked, CLevel2QuotesManagePanel::AddButton, 0,
+                                  QString(), nullptr));
         QCOMPARE(seenOnAdd, QString("Typed2"));
         COrinClientCenter::instance()->waitForIdle();
         QCOMPARE(int(operations().size()), 0);
     }
 
     void deleteAndReloadEnablesAdd() {
-        m_backend->setQueryAnswer(12417, {token("Gone")});
+        m_backend->setQueryAnswer(kDataLevel2Tokens, {token("Gone")});
         CLevel2QuotesManagePanel panel(nullptr);
         waitLoaded(&panel);
         QVERIFY(!panel.addButton()->isEnabled());
         m_backend->clearRequests();
-        m_backend->setQueryAnswer(12417, {});
+        m_backend->setQueryAnswer(kDataLevel2Tokens, {});
         m_backend->setHolding(true);
         // No question is asked.
         QVERIFY(delegate(&panel)->clickButton(0, 4));
@@ -333,7 +341,7 @@ private slots:
         QTRY_COMPARE(m_backend->heldCount(), 1);
         auto sent = operations();
         QCOMPARE(int(sent.size()), 1);
-        QCOMPARE(sent[0].dataType, 12417);
+        QCOMPARE(sent[0].dataType, kDataLevel2Tokens);
         QCOMPARE(sent[0].operateType, 3);
         QCOMPARE(tokenOf(sent[0].datas[0]), std::string("Gone"));
         // The row stays until the reload.
@@ -348,13 +356,14 @@ private slots:
     }
 
     void deleteNamesTheClickedRow() {
-        m_backend->setQueryAnswer(12417, {token("First"), token("Second")});
+        m_backend->setQueryAnswer(kDataLevel2Tokens, {token("First"), token("Second")});
         CLevel2QuotesManagePanel panel(nullptr);
         waitLoaded(&panel);
         QCOMPARE(panel.table()->rowCount(), 2);
         m_backend->clearRequests();
         panel.table()->selectRow(0);
-        QVERIFY(panel.handleEvent(228, 1, 4, "1", nullptr));
+        QVERIFY(panel.handleEvent(Zu::EventRowButtonClicked, 1,
+                                  CLevel2QuotesManagePanel::DeleteRowButton, "1", nullptr));
         COrinClientCenter::instance()->waitForIdle();
         auto sent = operations();
         QCOMPARE(int(sent.size()), 1);
@@ -378,9 +387,10 @@ private slots:
         CLevel2QuotesManagePanel panel(nullptr);
         waitLoaded(&panel);
         m_backend->clearRequests();
-        m_backend->setOperateAnswer(12417, utils::RKError(success, text.toStdString()));
+        m_backend->setOperateAnswer(kDataLevel2Tokens, utils::RKError(success, text.toStdString()));
         answerDialog("Abc", 1);
-        QVERIFY(panel.handleEvent(5, 1, 0, QString(), nullptr));
+        QVERIFY(panel.handleEvent(Zu::EventButtonClicked, CLevel2QuotesManagePanel::AddButton, 0,
+                                  QString(), nullptr));
         QTRY_COMPARE(m_messages.size(), 1);
         QVERIFY(panel.loadingMask()->isHidden() || !failureShown);
         QCOMPARE(m_messages[0].title, kTitle);
@@ -439,7 +449,7 @@ private slots:
         if (remove)
             held.insert(12536);
         TestUsers::setCurrent(held, false);
-        m_backend->setQueryAnswer(12417, {token("R")});
+        m_backend->setQueryAnswer(kDataLevel2Tokens, {token("R")});
         CLevel2QuotesManagePanel panel(nullptr);
         waitLoaded(&panel);
         QCOMPARE(panel.addButton() != nullptr, add);
@@ -468,14 +478,15 @@ private slots:
         CLevel2QuotesManagePanel panel(nullptr);
         waitLoaded(&panel);
         m_backend->clearRequests();
-        QVERIFY(panel.handleEvent(5, 9, 0, QString(), nullptr));
-        QVERIFY(panel.handleEvent(228, 0, 9, "0", nullptr));
-        QVERIFY(!panel.handleEvent(71, 0, 0, QString(), nullptr));
-        QVERIFY(!panel.handleEvent(3026, 0, 0, QString(), nullptr));
+        QVERIFY(panel.handleEvent(Zu::EventButtonClicked, 9, 0, QString(), nullptr));
+        QVERIFY(panel.handleEvent(Zu::EventRowButtonClicked, 0, 9, "0", nullptr));
+        QVERIFY(!panel.handleEvent(Zu::EventComboIndexChanged, 0, 0, QString(), nullptr));
+        QVERIFY(!panel.handleEvent(Zu::EventQuoteSourcesChanged, 0, 0, QString(), nullptr));
         QCoreApplication::processEvents();
         QCOMPARE(m_backend->requestCount(), 0);
         QVERIFY(panel.tokenDialog() == nullptr);
-        QVERIFY(panel.handleEvent(5, 0, 0, QString(), nullptr));
+        QVERIFY(panel.handleEvent(Zu::EventButtonClicked, CLevel2QuotesManagePanel::RefreshButton,
+                                  0, QString(), nullptr));
         waitLoaded(&panel);
         QCOMPARE(queryCount(), 1);
     }
@@ -484,18 +495,20 @@ private slots:
         auto* panel = new CLevel2QuotesManagePanel(nullptr);
         waitLoaded(panel);
         answerDialog("a", 0);
-        panel->handleEvent(5, 1, 0, QString(), nullptr);
+        panel->handleEvent(Zu::EventButtonClicked, CLevel2QuotesManagePanel::AddButton, 0,
+                           QString(), nullptr);
         QPointer<CLevel2QuoteDialog> dialog = panel->tokenDialog();
         QVERIFY(dialog);
         answerDialog("b", 0);
-        panel->handleEvent(5, 1, 0, QString(), nullptr);
+        panel->handleEvent(Zu::EventButtonClicked, CLevel2QuotesManagePanel::AddButton, 0,
+                           QString(), nullptr);
         QCOMPARE(panel->tokenDialog(), dialog.data());
         delete panel;
         QVERIFY(dialog.isNull());
     }
 
     void destroyedWhileQueryHeld() {
-        m_backend->setQueryAnswer(12417, {token("late")});
+        m_backend->setQueryAnswer(kDataLevel2Tokens, {token("late")});
         m_backend->setHolding(true);
         auto* panel = new CLevel2QuotesManagePanel(nullptr);
         QTRY_COMPARE(m_backend->heldCount(), 1);
@@ -510,7 +523,8 @@ private slots:
         waitLoaded(panel);
         m_backend->setHolding(true);
         answerDialog("Late1", 1);
-        panel->handleEvent(5, 1, 0, QString(), nullptr);
+        panel->handleEvent(Zu::EventButtonClicked, CLevel2QuotesManagePanel::AddButton, 0,
+                           QString(), nullptr);
         QTRY_COMPARE(m_backend->heldCount(), 1);
         delete panel;
         m_backend->releaseAll();

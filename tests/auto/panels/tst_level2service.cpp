@@ -6,6 +6,7 @@
 #include "EmbeddedService.h"
 #include "Hlx/COrinClientCenter.h"
 #include "ServerMessages.h"
+#include "TestIds.h"
 #include "TestUsers.h"
 #include "Zu/CBaseTableColumnMultiButtonsDelegate.h"
 #include "Zu/CLoadingMaskWidget.h"
@@ -16,6 +17,7 @@
 #include "rkservice/CLevel2Token.h"
 
 using namespace Hlx;
+using namespace TestIds;
 
 namespace {}  // namespace
 
@@ -29,7 +31,7 @@ class TestLevel2Service : public QObject {
 
     QStringList storedTokens() {
         rkservice::COrinQueryDataReq request;
-        request.dataType = 12417;
+        request.dataType = kDataLevel2Tokens;
         std::vector<rkservice::IDataPtr> datas;
         QStringList tokens;
         if (!m_service->querySync(CCaller::owner(), CRequestTarget::centre(), request, &datas)

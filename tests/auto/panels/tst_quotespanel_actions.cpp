@@ -7,9 +7,11 @@
 #include "Hlx/CSafeLineEdit.h"
 #include "Hlx/CWholeQuoteSettingDialog.h"
 #include "ModalDriver.h"
+#include "PanelEvents.h"
 #include "RecordBuilders.h"
 #include "ScriptedBackend.h"
 #include "ServerMessages.h"
+#include "TestIds.h"
 #include "TestUsers.h"
 #include "Zu/CLoadingMaskWidget.h"
 #include "Zu/COddEvenRowTable.h"
@@ -20,6 +22,7 @@
 
 using namespace Hlx;
 using namespace RecordBuilders;
+using namespace TestIds;
 using Panel = CQuotesManagePanel;
 
 namespace {
@@ -73,7 +76,7 @@ class TestQuotesPanelActions : public QObject {
     static void deleteFirstRowAndSeeItReload(CQuotesManagePanel* panel, QSignalSpy* finished) {
         panel->table()->selectRow(0);
         ModalDriver::answerNextBox(QMessageBox::Ok);
-        panel->deliverEvent(228, 0, 6, "0", nullptr);
+        PanelEvents::pressDeleteInRow(*panel, 0);
         QTRY_COMPARE(finished->count(), 1);
         QTRY_COMPARE(panel->table()->rowCount(), 2);
     }
@@ -81,7 +84,7 @@ class TestQuotesPanelActions : public QObject {
     // Quote-source queries sent since the requests were last cleared.
     int queryCount() const {
         int count = 0;
-        for (const auto& request : m_backend->requestsOf(12300))
+        for (const auto& request : m_backend->requestsOf(kDataQuoteSources))
             count += request.isQuery ? 1 : 0;
         return count;
     }
@@ -91,9 +94,10 @@ private slots:
         m_backend = ScriptedBackend::install();
         m_backend->setLoginTypeAuth(true);
         TestUsers::setCurrent(TestUsers::allRights());
-        m_backend->setQueryAnswer(
-            12300, {source(11, 10000, 2, "10.0.0.11"), source(12, 10000, 2, "10.0.0.12"),
-                    source(13, 20000, 2, "10.0.0.13")});
+        m_backend->setQueryAnswer(kDataQuoteSources,
+                                  {source(11, kKxStocks, kStocks, "10.0.0.11"),
+                                   source(12, kKxStocks, kStocks, "10.0.0.12"),
+                                   source(13, kKxFutures, kStocks, "10.0.0.13")});
         m_messages.reset(
             new QSignalSpy(COrinClientCenter::instance(), &COrinClientCenter::serverMessageShown));
     }
@@ -109,7 +113,7 @@ private slots:
         CStockQuotesManagePanel panel(nullptr);
         SeenDialog seen;
         closeNextDialog(&seen);
-        QVERIFY(panel.deliverEvent(5, 0, 0, QString(), nullptr));
+        QVERIFY(PanelEvents::press(panel, CQuotesManagePanel::kBtnAdd));
         QCOMPARE(seen.title, QString("添加证券行情源"));
         QVERIFY(seen.isAdd);
         QCOMPARE(seen.tradeType, 2);
@@ -133,7 +137,7 @@ private slots:
         panel->switchSystem(0, "sys1");
         SeenDialog seen;
         closeNextDialog(&seen);
-        panel->deliverEvent(5, 0, 0, QString(), nullptr);
+        PanelEvents::press(*panel, CQuotesManagePanel::kBtnAdd);
         QCOMPARE(seen.title, title);
         QCOMPARE(seen.tradeType, tradeType);
         QCOMPARE(seen.serverName, QString("sys1"));
@@ -141,7 +145,7 @@ private slots:
         QVERIFY(first);
         QVERIFY(!panel->stockDialog());
         closeNextDialog(&seen);
-        panel->deliverEvent(5, 0, 0, QString(), nullptr);
+        PanelEvents::press(*panel, CQuotesManagePanel::kBtnAdd);
         QCOMPARE(panel->futureDialog(), first);
     }
 
@@ -159,7 +163,7 @@ private slots:
         std::unique_ptr<Panel> panel(createQuotesPanel(tradeType, nullptr));
         SeenDialog seen;
         closeNextDialog(&seen);
-        QVERIFY(panel->deliverEvent(5, 2, 0, QString(), nullptr));
+        QVERIFY(PanelEvents::press(*panel, CQuotesManagePanel::kBtnKxAdd));
         QCOMPARE(seen.title, title);
         QVERIFY(seen.futureOnly);
         QVERIFY(seen.isAdd);
@@ -175,7 +179,7 @@ private slots:
     void kxAddOnOtherPanelsDoesNothing() {
         QFETCH(int, tradeType);
         std::unique_ptr<Panel> panel(createQuotesPanel(tradeType, nullptr));
-        QVERIFY(panel->deliverEvent(5, 2, 0, QString(), nullptr));
+        QVERIFY(PanelEvents::press(*panel, CQuotesManagePanel::kBtnKxAdd));
         QVERIFY(!panel->stockDialog());
         QVERIFY(!QApplication::activeModalWidget());
     }
@@ -185,35 +189,35 @@ private slots:
         CFutureQuotesManagePanel panel(nullptr);
         SeenDialog seen;
         closeNextDialog(&seen);
-        panel.deliverEvent(5, 2, 0, QString(), nullptr);
+        PanelEvents::press(panel, CQuotesManagePanel::kBtnKxAdd);
         CSetStockQuotesDialog* dialog = panel.stockDialog();
         QVERIFY(dialog && dialog->isFutureOnly());
         CAllTypeQuotesManagePanel all(nullptr);
         closeNextDialog(&seen);
-        all.deliverEvent(5, 2, 0, QString(), nullptr);
+        PanelEvents::press(all, CQuotesManagePanel::kBtnKxAdd);
         closeNextDialog(&seen);
-        all.deliverEvent(5, 0, 0, QString(), nullptr);
+        PanelEvents::press(all, CQuotesManagePanel::kBtnAdd);
         QVERIFY(seen.futureOnly);
         QCOMPARE(seen.title, QString("添加全部行情源"));
     }
 
     void refreshAndSourcesChangedReload() {
         CStockQuotesManagePanel panel(nullptr);
-        QVERIFY(panel.deliverEvent(5, 1, 0, QString(), nullptr));
+        QVERIFY(PanelEvents::press(panel, CQuotesManagePanel::kBtnRefresh));
         QTRY_COMPARE(m_backend->requestCount(), 1);
-        QVERIFY(panel.deliverEvent(3026, 0, 0, QString(), nullptr));
+        QVERIFY(PanelEvents::sourcesChanged(panel));
         QTRY_COMPARE(m_backend->requestCount(), 2);
-        QVERIFY(panel.deliverEvent(3026, 7, 9, "x", nullptr));
+        QVERIFY(panel.deliverEvent(Zu::EventQuoteSourcesChanged, 7, 9, "x", nullptr));
         QTRY_COMPARE(m_backend->requestCount(), 3);
         QTRY_COMPARE(panel.table()->rowCount(), 2);
     }
 
     void otherIdsDoNothingAndOtherEventsAreForwarded() {
         CStockQuotesManagePanel panel(nullptr);
-        QVERIFY(panel.deliverEvent(5, 9, 0, QString(), nullptr));
-        QVERIFY(panel.deliverEvent(5, -1, 0, QString(), nullptr));
-        QVERIFY(!panel.deliverEvent(71, 0, 0, QString(), nullptr));
-        QVERIFY(!panel.deliverEvent(101, 1, 0, QString(), nullptr));
+        QVERIFY(PanelEvents::press(panel, 9));
+        QVERIFY(PanelEvents::press(panel, -1));
+        QVERIFY(!panel.deliverEvent(Zu::EventComboIndexChanged, 0, 0, QString(), nullptr));
+        QVERIFY(!panel.deliverEvent(Zu::EventFieldLeft, 1, 0, QString(), nullptr));
         m_backend->settle();
         QCOMPARE(m_backend->requestCount(), 0);
         QVERIFY(!panel.stockDialog());
@@ -228,7 +232,7 @@ private slots:
         panel.table()->selectRow(1);
         SeenDialog seen;
         closeNextDialog(&seen);
-        QVERIFY(panel.deliverEvent(228, 0, 5, "1", nullptr));
+        QVERIFY(PanelEvents::pressEditInRow(panel, 1));
         QCOMPARE(seen.title, QString("编辑行情源"));
         QVERIFY(!seen.isAdd);
         QCOMPARE(seen.address, QString("10.0.0.12"));
@@ -236,25 +240,26 @@ private slots:
         CSetStockQuotesDialog* first = panel.stockDialog();
         panel.table()->selectRow(0);
         closeNextDialog(&seen);
-        panel.deliverEvent(228, 0, 5, "0", nullptr);
+        PanelEvents::pressEditInRow(panel, 0);
         QCOMPARE(panel.stockDialog(), first);
         QCOMPARE(seen.address, QString("10.0.0.11"));
     }
 
     void editOnAllTypesBuildsANewDialogEachTime() {
-        m_backend->setQueryAnswer(12300, {source(1, 10000, 6), source(2, 31003, 4)});
+        m_backend->setQueryAnswer(kDataQuoteSources,
+                                  {source(1, kKxStocks, kStockOptions), source(2, kKxGold, kGold)});
         CAllTypeQuotesManagePanel panel(nullptr);
         panel.refresh();
         QTRY_COMPARE(panel.table()->rowCount(), 2);
         SeenDialog seen;
         panel.table()->selectRow(0);
         closeNextDialog(&seen);
-        panel.deliverEvent(228, 0, 5, "0", nullptr);
+        PanelEvents::pressEditInRow(panel, 0);
         QCOMPARE(seen.tradeType, 6);
         CSetStockQuotesDialog* first = panel.stockDialog();
         panel.table()->selectRow(1);
         closeNextDialog(&seen);
-        panel.deliverEvent(228, 0, 5, "1", nullptr);
+        PanelEvents::pressEditInRow(panel, 1);
         QCOMPARE(seen.tradeType, 4);
         QVERIFY(panel.stockDialog() != first);
         QCOMPARE(first->parent(), &panel);  // the previous one stays with its parent
@@ -280,10 +285,12 @@ private slots:
     void editNeedsTheEditRight() {
         QFETCH(int, tradeType);
         QFETCH(int, right);
-        m_backend->setQueryAnswer(12300, {source(1, 15000, tradeType)});
+        m_backend->setQueryAnswer(kDataQuoteSources, {source(1, kKxOuterFutures, tradeType)});
         // Futures panels list the Kx sources of their platform.
         if (tradeType != 2)
-            m_backend->setQueryAnswer(12300, "2", {source(1, 20000, 2), source(2, 70000, 2)});
+            m_backend->setQueryAnswer(
+                kDataQuoteSources, "2",
+                {source(1, kKxFutures, kStocks), source(2, kKxFuturesOptions, kStocks)});
         std::set<int> rights = TestUsers::allRights();
         rights.erase(right);
         TestUsers::setCurrent(rights);
@@ -291,13 +298,13 @@ private slots:
         panel->refresh();
         QTRY_COMPARE(panel->table()->rowCount(), 1);
         panel->table()->selectRow(0);
-        QVERIFY(panel->deliverEvent(228, 0, 5, "0", nullptr));
+        QVERIFY(PanelEvents::pressEditInRow(*panel, 0));
         QVERIFY(!panel->stockDialog());
         // With the right, the same event opens the editor.
         TestUsers::setCurrent(TestUsers::allRights());
         SeenDialog seen;
         closeNextDialog(&seen);
-        panel->deliverEvent(228, 0, 5, "0", nullptr);
+        PanelEvents::pressEditInRow(*panel, 0);
         QVERIFY(panel->stockDialog());
         QCOMPARE(seen.title, QString("编辑行情源"));
     }
@@ -307,7 +314,7 @@ private slots:
         panel.refresh();
         QTRY_COMPARE(panel.table()->rowCount(), 2);
         QCOMPARE(panel.table()->selectedRow(), -1);
-        QVERIFY(panel.deliverEvent(228, 0, 5, "0", nullptr));
+        QVERIFY(PanelEvents::pressEditInRow(panel, 0));
         QVERIFY(!panel.stockDialog());
     }
 
@@ -323,11 +330,11 @@ private slots:
         QString title, text;
         int buttons = 0;
         ModalDriver::answerNextBox(QMessageBox::Ok, &title, &text, &buttons);
-        QVERIFY(panel.deliverEvent(228, 0, 6, "0", nullptr));
+        QVERIFY(PanelEvents::pressDeleteInRow(panel, 0));
         QCOMPARE(title, QString("操作提示"));
         QCOMPARE(text, QString("确定删除证券行情源吗? "));
-        QCOMPARE(buttons, 0x400400);
-        QTRY_COMPARE(m_backend->requestsOf(12300).size(),
+        QCOMPARE(buttons, int(QMessageBox::Ok | QMessageBox::Cancel));
+        QTRY_COMPARE(m_backend->requestsOf(kDataQuoteSources).size(),
                      size_t(2));  // the delete, then the reload
         const auto request = m_backend->requests().front();
         QCOMPARE(request.isQuery, false);
@@ -341,15 +348,15 @@ private slots:
     }
 
     void deleteOfAFuturesPlatformSendsTradeTypeTwo() {
-        auto kx = source(21, 20000, 1);
-        m_backend->setQueryAnswer(12300, "2", {kx});
+        auto kx = source(21, kKxFutures, kFutures);
+        m_backend->setQueryAnswer(kDataQuoteSources, "2", {kx});
         CFutureQuotesManagePanel panel(nullptr);
         panel.refresh();
         QTRY_COMPARE(panel.table()->rowCount(), 1);
         panel.table()->selectRow(0);
         m_backend->clearRequests();
         ModalDriver::answerNextBox(QMessageBox::Ok);
-        panel.deliverEvent(228, 0, 6, "0", nullptr);
+        PanelEvents::pressDeleteInRow(panel, 0);
         QTRY_VERIFY(m_backend->requestCount() >= 1);
         const auto request = m_backend->requests().front();
         QCOMPARE(sentSource(request)->m_nId, 21);
@@ -364,7 +371,7 @@ private slots:
         panel.table()->selectRow(0);
         QString text;
         ModalDriver::answerNextBox(QMessageBox::Cancel, nullptr, &text);
-        panel.deliverEvent(228, 0, 6, "0", nullptr);
+        PanelEvents::pressDeleteInRow(panel, 0);
         QCOMPARE(text, QString("确定删除行情源吗? "));
     }
 
@@ -375,16 +382,17 @@ private slots:
         panel.table()->selectRow(0);
         m_backend->clearRequests();
         ModalDriver::answerNextBox(QMessageBox::Cancel);
-        panel.deliverEvent(228, 0, 6, "0", nullptr);
+        PanelEvents::pressDeleteInRow(panel, 0);
         m_backend->settle();
         QCOMPARE(m_backend->requestCount(), 0);
     }
 
     void deleteOfARowBeyondTheTableDoesNothing() {
-        m_backend->setQueryAnswer(
-            12300,
-            {source(1, 10000, 2), source(2, 10000, 2), source(3, 10000, 2), source(4, 10000, 2),
-             source(5, 10000, 2), source(6, 10000, 2), source(7, 10000, 2)});
+        m_backend->setQueryAnswer(kDataQuoteSources,
+                                  {source(1, kKxStocks, kStocks), source(2, kKxStocks, kStocks),
+                                   source(3, kKxStocks, kStocks), source(4, kKxStocks, kStocks),
+                                   source(5, kKxStocks, kStocks), source(6, kKxStocks, kStocks),
+                                   source(7, kKxStocks, kStocks)});
         CStockQuotesManagePanel panel(nullptr);
         panel.refresh();
         QTRY_COMPARE(panel.table()->rowCount(), 7);
@@ -392,7 +400,7 @@ private slots:
         m_backend->clearRequests();
         QString text;
         ModalDriver::answerNextBox(QMessageBox::Ok, nullptr, &text);
-        QVERIFY(panel.deliverEvent(228, 0, 6, "7", nullptr));
+        QVERIFY(PanelEvents::pressDeleteInRow(panel, 7));
         QVERIFY(!text.isEmpty());  // the question was asked
         m_backend->settle();
         QCOMPARE(m_backend->requestCount(), 0);
@@ -407,7 +415,7 @@ private slots:
         panel.table()->selectRow(0);
         m_backend->clearRequests();
         ModalDriver::answerNextBox(QMessageBox::Ok);
-        QVERIFY(panel.deliverEvent(228, 0, 6, "0", nullptr));
+        QVERIFY(PanelEvents::pressDeleteInRow(panel, 0));
         m_backend->settle();
         QCOMPARE(m_backend->requestCount(), 0);
         QCOMPARE(m_messages->count(), 0);
@@ -417,7 +425,7 @@ private slots:
         panel.table()->selectRow(0);
         m_backend->clearRequests();
         ModalDriver::answerNextBox(QMessageBox::Ok);
-        panel.deliverEvent(228, 0, 6, "0", nullptr);
+        PanelEvents::pressDeleteInRow(panel, 0);
         QTRY_VERIFY(m_backend->requestCount() >= 1);
         QCOMPARE(m_backend->requests().front().toCentre, false);
         QCOMPARE(m_backend->requests().front().subsystem, std::string("sys2"));
@@ -437,7 +445,7 @@ private slots:
     void refusedDeleteIsShownAndReloads() {
         QFETCH(QString, refusal);
         QFETCH(QString, shown);
-        m_backend->setOperateAnswer(12300, utils::RKError::fail(refusal.toStdString()));
+        m_backend->setOperateAnswer(kDataQuoteSources, utils::RKError::fail(refusal.toStdString()));
         CStockQuotesManagePanel panel(nullptr);
         panel.refresh();
         QTRY_COMPARE(panel.table()->rowCount(), 2);
@@ -446,7 +454,7 @@ private slots:
         ServerMessages messages;
         QSignalSpy finished(&panel, &Panel::sigOnDataFinished);
         ModalDriver::answerNextBox(QMessageBox::Ok);
-        panel.deliverEvent(228, 0, 6, "0", nullptr);
+        PanelEvents::pressDeleteInRow(panel, 0);
         QTRY_COMPARE(messages.size(), 1);
         QCOMPARE(messages[0].type, 1);
         QCOMPARE(messages[0].success, false);
@@ -468,11 +476,12 @@ private slots:
         QSignalSpy finished(&panel, &Panel::sigOnDataFinished);
         deleteFirstRowAndSeeItReload(&panel, &finished);
         m_backend->settle();
-        m_backend->setOperateAnswer(12300, utils::RKError::fail("没有权限：删除证券行情源"));
+        m_backend->setOperateAnswer(kDataQuoteSources,
+                                    utils::RKError::fail("没有权限：删除证券行情源"));
         m_backend->clearRequests();
         ServerMessages messages;
         ModalDriver::answerNextBox(QMessageBox::Yes);
-        panel.deliverEvent(5, 3, 0, QString(), nullptr);
+        PanelEvents::press(panel, CQuotesManagePanel::kBtnDeleteAll);
         QCOMPARE(panel.table()->rowCount(), 0);
         QTRY_COMPARE(messages.size(), 1);
         QCOMPARE(messages[0].text, QString("没有权限：删除证券行情源"));
@@ -485,10 +494,10 @@ private slots:
     // -- delete all -------------------------------------------------------------------------
 
     void deleteAllSendsOneRequestAndClearsAtOnce() {
-        m_backend->setQueryAnswer(12300, "2", {source(31, 20000, 2)});
-        m_backend->setQueryAnswer(12261,
-                                  {broker(20000, "9_z", "公司", {group(1, "g", {"1.1.1.1:1"})})});
-        m_backend->setQueryAnswer(12300, "1", {brokerSource(30, 20000, 9, 1, 1)});
+        m_backend->setQueryAnswer(kDataQuoteSources, "2", {source(31, kKxFutures, kStocks)});
+        m_backend->setQueryAnswer(
+            kDataBrokers, {broker(kKxFutures, "9_z", "公司", {group(1, "g", {"1.1.1.1:1"})})});
+        m_backend->setQueryAnswer(kDataQuoteSources, "1", {brokerSource(30, kKxFutures, 9, 1, 1)});
         CFutureQuotesManagePanel panel(nullptr);
         panel.refresh();
         QTRY_COMPARE(panel.table()->rowCount(), 2);
@@ -497,7 +506,7 @@ private slots:
         QString title, text;
         int buttons = 0;
         ModalDriver::answerNextBox(QMessageBox::Yes, &title, &text, &buttons);
-        QVERIFY(panel.deliverEvent(5, 3, 0, QString(), nullptr));
+        QVERIFY(PanelEvents::press(panel, CQuotesManagePanel::kBtnDeleteAll));
         QCOMPARE(title, QString("提示"));
         QCOMPARE(text, QString("确定要删除全部行情源吗?"));
         QCOMPARE(buttons, 0x14000);
@@ -515,14 +524,14 @@ private slots:
     }
 
     void deleteAllOnAnEmptyTableAsksAndDoesNothing() {
-        m_backend->setQueryAnswer(12300, {});
+        m_backend->setQueryAnswer(kDataQuoteSources, {});
         CStockQuotesManagePanel panel(nullptr);
         panel.refresh();
         m_backend->settle();
         m_backend->clearRequests();
         QString text;
         ModalDriver::answerNextBox(QMessageBox::Yes, nullptr, &text);
-        panel.deliverEvent(5, 3, 0, QString(), nullptr);
+        PanelEvents::press(panel, CQuotesManagePanel::kBtnDeleteAll);
         QCOMPARE(text, QString("确定要删除全部行情源吗?"));
         m_backend->settle();
         QCOMPARE(m_backend->requestCount(), 0);
@@ -534,7 +543,7 @@ private slots:
         QTRY_COMPARE(panel.table()->rowCount(), 2);
         m_backend->clearRequests();
         ModalDriver::answerNextBox(QMessageBox::No);
-        panel.deliverEvent(5, 3, 0, QString(), nullptr);
+        PanelEvents::press(panel, CQuotesManagePanel::kBtnDeleteAll);
         m_backend->settle();
         QCOMPARE(m_backend->requestCount(), 0);
         QCOMPARE(panel.table()->rowCount(), 2);
@@ -548,7 +557,7 @@ private slots:
         deleteFirstRowAndSeeItReload(&panel, &finished);
         // Delete-all does not reset the flag, so its success refreshes nothing more.
         ModalDriver::answerNextBox(QMessageBox::Yes);
-        panel.deliverEvent(5, 3, 0, QString(), nullptr);
+        PanelEvents::press(panel, CQuotesManagePanel::kBtnDeleteAll);
         m_backend->settle();
         QCOMPARE(finished.count(), 1);
         QCOMPARE(panel.table()->rowCount(), 0);
@@ -558,17 +567,17 @@ private slots:
 
     void wholeQuoteWithoutPermissionShowsNothing() {
         CAllTypeQuotesManagePanel panel(nullptr);
-        QVERIFY(panel.deliverEvent(5, 4, 0, QString(), nullptr));
+        QVERIFY(PanelEvents::press(panel, CQuotesManagePanel::kBtnWholeQuote));
         QVERIFY(panel.wholeQuoteDialog());  // created before the record is looked at
         QVERIFY(!QApplication::activeModalWidget());
         m_backend->settle();
-        QVERIFY(m_backend->requestsOf(676).empty());
+        QVERIFY(m_backend->requestsOf(kDataGlobalPermission).empty());
     }
 
     void wholeQuoteSavesTheEditedDivision() {
         auto info = boost::make_shared<rkservice::CGlobalFeaturePermissionInfo>();
         info->m_wholeQuote->setEnabled("SH", true);
-        m_backend->setQueryAnswer(676, {info});
+        m_backend->setQueryAnswer(kDataGlobalPermission, {info});
         CAllTypeQuotesManagePanel panel(nullptr);
         // Shown, so that the mask's visibility means something.
         panel.show();
@@ -586,13 +595,13 @@ private slots:
             dialog->marketCheckBox("SH")->setChecked(false);
             dialog->accept();
         });
-        panel.deliverEvent(5, 4, 0, QString(), nullptr);
+        PanelEvents::press(panel, CQuotesManagePanel::kBtnWholeQuote);
         QCOMPARE(title, QString("行情全推设置"));
         QTRY_COMPARE(m_messages->count(), 1);
         QCOMPARE(m_messages->at(0).at(0).toInt(), 0);
         QCOMPARE(m_messages->at(0).at(3).toString(), QString("提示"));
         QCOMPARE(m_messages->at(0).at(4).toString(), QString("保存成功"));
-        const auto saves = m_backend->requestsOf(676);
+        const auto saves = m_backend->requestsOf(kDataGlobalPermission);
         QCOMPARE(int(saves.size()), 1);
         QCOMPARE(saves.front().operateType, 1);
         QCOMPARE(saves.front().toCentre, false);
@@ -607,22 +616,22 @@ private slots:
     }
 
     void wholeQuoteCancelledSendsNothing() {
-        m_backend->setQueryAnswer(676,
+        m_backend->setQueryAnswer(kDataGlobalPermission,
                                   {boost::make_shared<rkservice::CGlobalFeaturePermissionInfo>()});
         CAllTypeQuotesManagePanel panel(nullptr);
         panel.onActive();
         QTRY_VERIFY(panel.permissionInfo());
         m_backend->clearRequests();
         ModalDriver::onNext([](QWidget* modal) { static_cast<QDialog*>(modal)->reject(); });
-        panel.deliverEvent(5, 4, 0, QString(), nullptr);
+        PanelEvents::press(panel, CQuotesManagePanel::kBtnWholeQuote);
         m_backend->settle();
-        QVERIFY(m_backend->requestsOf(676).empty());
+        QVERIFY(m_backend->requestsOf(kDataGlobalPermission).empty());
     }
 
     void failedSaveIsLoggedAndShown() {
-        m_backend->setQueryAnswer(676,
+        m_backend->setQueryAnswer(kDataGlobalPermission,
                                   {boost::make_shared<rkservice::CGlobalFeaturePermissionInfo>()});
-        m_backend->setOperateAnswer(676, utils::RKError::fail("保存被拒绝"));
+        m_backend->setOperateAnswer(kDataGlobalPermission, utils::RKError::fail("保存被拒绝"));
         CLogCenter::instance()->clearRecentLines();
         CAllTypeQuotesManagePanel panel(nullptr);
         panel.show();
@@ -630,7 +639,7 @@ private slots:
         QTRY_VERIFY(panel.permissionInfo());
         m_backend->setHolding(true);
         ModalDriver::onNext([](QWidget* modal) { static_cast<QDialog*>(modal)->accept(); });
-        panel.deliverEvent(5, 4, 0, QString(), nullptr);
+        PanelEvents::press(panel, CQuotesManagePanel::kBtnWholeQuote);
         QVERIFY(panel.loadingMask()->isVisible());
         QCOMPARE(panel.loadingMask()->attachedTo(), static_cast<QWidget*>(&panel));
         QTRY_COMPARE(m_backend->heldCount(), 1);
@@ -647,7 +656,7 @@ private slots:
         CLogCenter::instance()->clearRecentLines();
         CLogCenter::instance()->setLogEnabled(false);
         ModalDriver::onNext([](QWidget* modal) { static_cast<QDialog*>(modal)->accept(); });
-        panel.deliverEvent(5, 4, 0, QString(), nullptr);
+        PanelEvents::press(panel, CQuotesManagePanel::kBtnWholeQuote);
         QTRY_COMPARE(m_backend->heldCount(), 1);
         m_backend->releaseAll();
         QTRY_COMPARE(m_messages->count(), 2);
@@ -656,12 +665,12 @@ private slots:
     }
 
     void foreignPermissionMakesWholeQuoteDoNothing() {
-        m_backend->setQueryAnswer(676, {source(1, 10000, 2)});
+        m_backend->setQueryAnswer(kDataGlobalPermission, {source(1, kKxStocks, kStocks)});
         CAllTypeQuotesManagePanel panel(nullptr);
         panel.onActive();
         m_backend->settle();
         QVERIFY(!panel.permissionInfo());
-        panel.deliverEvent(5, 4, 0, QString(), nullptr);
+        PanelEvents::press(panel, CQuotesManagePanel::kBtnWholeQuote);
         QVERIFY(!QApplication::activeModalWidget());
     }
 
@@ -676,13 +685,13 @@ private slots:
         ModalDriver::onNext([&](QWidget* modal) {
             inside = true;
             QVERIFY(panel.dataMutex().isHeldByCurrentThread());
-            m_backend->setQueryAnswer(12300, {source(41, 10000, 2)});
-            panel.deliverEvent(3026, 0, 0, QString(), nullptr);  // a refresh inside the dialog
+            m_backend->setQueryAnswer(kDataQuoteSources, {source(41, kKxStocks, kStocks)});
+            PanelEvents::sourcesChanged(panel);  // a refresh inside the dialog
             m_backend->settle();
             QCOMPARE(panel.table()->rowCount(), 2);  // nothing rebuilt under the open dialog
             static_cast<QDialog*>(modal)->reject();
         });
-        panel.deliverEvent(228, 0, 5, "0", nullptr);
+        PanelEvents::pressEditInRow(panel, 0);
         QVERIFY(inside);
         QTRY_COMPARE(panel.table()->rowCount(), 1);
         QCOMPARE(panel.table()->itemText(0, Panel::kColId), QString("41"));
@@ -699,15 +708,16 @@ private slots:
                 auto* dialog = qobject_cast<CSetStockQuotesDialog*>(modal);
                 QVERIFY(dialog);
                 dialog->userEdit()->setText("edited");
-                dialog->handleEvent(5, 0, 0, QString(), nullptr);
+                dialog->handleEvent(Zu::EventButtonClicked, CSetStockQuotesDialog::SubmitButton, 0,
+                                    QString(), nullptr);
                 // Open under its mask until the answer; the operator leaves it with Esc.
                 QVERIFY(dialog->isVisible());
                 QTest::keyClick(dialog, Qt::Key_Escape);
             });
-            panel.deliverEvent(228, 0, 5, QString::number(round), nullptr);
+            PanelEvents::pressEditInRow(panel, round);
         }
         QTRY_COMPARE(m_backend->heldCount(), 2);
-        const auto edits = m_backend->requestsOf(12300);
+        const auto edits = m_backend->requestsOf(kDataQuoteSources);
         QCOMPARE(edits.at(edits.size() - 2).operateType, 0);
         QCOMPARE(sentSource(edits.back())->m_nId, 12);
         QCOMPARE(sentSource(edits.back())->m_strUserName, std::string("edited"));
@@ -721,19 +731,19 @@ private slots:
 
     void permissionAnswerWhileTheWholeQuoteDialogIsOpen() {
         auto first = boost::make_shared<rkservice::CGlobalFeaturePermissionInfo>();
-        m_backend->setQueryAnswer(676, {first});
+        m_backend->setQueryAnswer(kDataGlobalPermission, {first});
         CAllTypeQuotesManagePanel panel(nullptr);
         panel.onActive();
         QTRY_VERIFY(panel.permissionInfo());
         auto second = boost::make_shared<rkservice::CGlobalFeaturePermissionInfo>();
         second->m_wholeQuote->setEnabled("GOLD", true);
-        m_backend->setQueryAnswer(676, {second});
+        m_backend->setQueryAnswer(kDataGlobalPermission, {second});
         ModalDriver::onNext([&](QWidget* modal) {
             panel.onActive();  // its permission answer waits for the dialog
             QTRY_COMPARE(panel.permissionMutex().waitingCount(), 1);
             static_cast<QDialog*>(modal)->reject();
         });
-        panel.deliverEvent(5, 4, 0, QString(), nullptr);
+        PanelEvents::press(panel, CQuotesManagePanel::kBtnWholeQuote);
         QTRY_VERIFY(panel.permissionInfo() &&
                     panel.permissionInfo()->m_wholeQuote->isEnabled("GOLD"));
     }
@@ -741,7 +751,7 @@ private slots:
     // -- lifetime ---------------------------------------------------------------------------
 
     void destroyedWhileADeleteOrSaveIsHeld() {
-        m_backend->setQueryAnswer(676,
+        m_backend->setQueryAnswer(kDataGlobalPermission,
                                   {boost::make_shared<rkservice::CGlobalFeaturePermissionInfo>()});
         auto* panel = new CAllTypeQuotesManagePanel(nullptr);
         panel->onActive();
@@ -750,11 +760,11 @@ private slots:
         m_backend->setHolding(true);
         panel->table()->selectRow(0);
         ModalDriver::answerNextBox(QMessageBox::Ok);
-        panel->deliverEvent(228, 0, 6, "0", nullptr);
+        PanelEvents::pressDeleteInRow(*panel, 0);
         ModalDriver::onNext([](QWidget* modal) { static_cast<QDialog*>(modal)->accept(); });
-        panel->deliverEvent(5, 4, 0, QString(), nullptr);
+        PanelEvents::press(*panel, CQuotesManagePanel::kBtnWholeQuote);
         ModalDriver::answerNextBox(QMessageBox::Yes);
-        panel->deliverEvent(5, 3, 0, QString(), nullptr);
+        PanelEvents::press(*panel, CQuotesManagePanel::kBtnDeleteAll);
         QTRY_COMPARE(m_backend->heldCount(), 3);
         delete panel;
         m_backend->releaseAll();
@@ -765,7 +775,7 @@ private slots:
         auto* panel = new CFutureQuotesManagePanel(nullptr);
         m_backend->setHolding(true);
         ModalDriver::onNext([](QWidget* modal) { static_cast<QDialog*>(modal)->reject(); });
-        panel->deliverEvent(5, 0, 0, QString(), nullptr);
+        PanelEvents::press(*panel, CQuotesManagePanel::kBtnAdd);
         QTRY_COMPARE(m_backend->heldCount(), 2);
         delete panel;
         m_backend->releaseAll();

@@ -6,8 +6,10 @@
 #include <thread>
 
 #include "Hlx/COrinClientCenter.h"
+#include "PanelEvents.h"
 #include "RecordBuilders.h"
 #include "ScriptedBackend.h"
+#include "TestIds.h"
 #include "TestUsers.h"
 #include "Zu/COddEvenRowTable.h"
 #include "model/CAnswerGuard.h"
@@ -15,6 +17,7 @@
 
 using namespace Hlx;
 using namespace RecordBuilders;
+using namespace TestIds;
 using Panel = CQuotesManagePanel;
 
 namespace {
@@ -60,8 +63,9 @@ private slots:
 
     void lateAnswersAfterDestruction() {
         QFETCH(int, tradeType);
-        m_backend->setQueryAnswer(12300, {source(1, 10000, 2), source(2, 20000, 2)});
-        m_backend->setQueryAnswer(676,
+        m_backend->setQueryAnswer(kDataQuoteSources,
+                                  {source(1, kKxStocks, kStocks), source(2, kKxFutures, kStocks)});
+        m_backend->setQueryAnswer(kDataGlobalPermission,
                                   {boost::make_shared<rkservice::CGlobalFeaturePermissionInfo>()});
         m_backend->setHolding(true);
         const int held = tradeType == -1 ? 2 : 1;
@@ -103,10 +107,11 @@ private slots:
     void twoQuickRefreshesShowTheSecondLoadOnce() {
         m_backend->setHolding(true);
         CStockQuotesManagePanel panel(nullptr);
-        m_backend->setQueryAnswer(12300, {source(1, 10000, 2), source(2, 10000, 2)});
+        m_backend->setQueryAnswer(kDataQuoteSources,
+                                  {source(1, kKxStocks, kStocks), source(2, kKxStocks, kStocks)});
         panel.refresh();
         QTRY_COMPARE(m_backend->heldCount(), 1);
-        m_backend->setQueryAnswer(12300, {source(3, 10000, 2)});
+        m_backend->setQueryAnswer(kDataQuoteSources, {source(3, kKxStocks, kStocks)});
         panel.refresh();
         QTRY_COMPARE(m_backend->heldCount(), 2);
         m_backend->releaseAll();
@@ -147,17 +152,17 @@ private slots:
         m_backend->releaseAll();
         m_backend->settle();
         // One quote query for the second load only, one Kx query, no duplicated rows.
-        QCOMPARE(int(m_backend->requestsOf(12300).size()), 2);
+        QCOMPARE(int(m_backend->requestsOf(kDataQuoteSources).size()), 2);
         QCOMPARE(idColumn(&panel), (QStringList{"3", "4"}));
     }
 
     void slotDueInsideAModalBoxIsParked() {
         // The Kx slot holds the data lock while its warning box runs; a load answer arriving
         // meanwhile must neither deadlock nor be lost.
-        m_backend->setQueryAnswer(12300, "2", {}, utils::RKError::fail("Kx源不可用"));
-        m_backend->setQueryAnswer(12261,
-                                  {broker(20000, "1_a", "甲", {group(1, "g", {"1.1.1.1:1"})})});
-        m_backend->setQueryAnswer(12300, "1", {brokerSource(3, 20000, 1, 1, 1)});
+        m_backend->setQueryAnswer(kDataQuoteSources, "2", {}, utils::RKError::fail("Kx源不可用"));
+        m_backend->setQueryAnswer(
+            kDataBrokers, {broker(kKxFutures, "1_a", "甲", {group(1, "g", {"1.1.1.1:1"})})});
+        m_backend->setQueryAnswer(kDataQuoteSources, "1", {brokerSource(3, kKxFutures, 1, 1, 1)});
         CFutureQuotesManagePanel panel(nullptr);
         bool refreshedInside = false;
         int boxes = 0;
@@ -169,7 +174,7 @@ private slots:
             if (!refreshedInside) {
                 refreshedInside = true;
                 QVERIFY(panel.dataMutex().isHeldByCurrentThread());
-                m_backend->setQueryAnswer(12300, "2", {source(9, 20000, 2)});
+                m_backend->setQueryAnswer(kDataQuoteSources, "2", {source(9, kKxFutures, kStocks)});
                 panel.refresh();      // parked: the box's owner holds the lock
                 m_backend->settle();  // the new load's answers are due now, inside the box
                 QVERIFY(panel.dataMutex().parkedCount() >= 1);
@@ -187,7 +192,7 @@ private slots:
     }
 
     void workerWaitingOnAPanelLockDoesNotStallOthers() {
-        m_backend->setQueryAnswer(12300, {source(1, 10000, 2)});
+        m_backend->setQueryAnswer(kDataQuoteSources, {source(1, kKxStocks, kStocks)});
         CStockQuotesManagePanel blocked(nullptr);
         CStockQuotesManagePanel other(nullptr);
         m_backend->setHolding(true);
@@ -206,7 +211,7 @@ private slots:
     }
 
     void destroyingAPanelReleasesItsWaitingWorker() {
-        m_backend->setQueryAnswer(12300, {source(1, 10000, 2)});
+        m_backend->setQueryAnswer(kDataQuoteSources, {source(1, kKxStocks, kStocks)});
         auto* panel = new CStockQuotesManagePanel(nullptr);
         m_backend->setHolding(true);
         panel->refresh();
@@ -223,7 +228,8 @@ private slots:
     // A host may answer a batch delete once per record: one delete round refreshes once,
     // whatever number of answers it gets, and the next round refreshes again.
     void deleteAnswersRefreshOnce() {
-        m_backend->setQueryAnswer(12300, {source(1, 10000, 2), source(2, 10000, 2)});
+        m_backend->setQueryAnswer(kDataQuoteSources,
+                                  {source(1, kKxStocks, kStocks), source(2, kKxStocks, kStocks)});
         DeleteProbe panel;
         panel.refresh();
         QTRY_COMPARE(panel.table()->rowCount(), 2);
@@ -235,7 +241,7 @@ private slots:
                     box->button(QMessageBox::Ok)->click();
             });
             panel.table()->selectRow(0);
-            panel.deliverEvent(228, 0, 6, "0", nullptr);
+            PanelEvents::pressDeleteInRow(panel, 0);
             QTRY_COMPARE(m_backend->heldCount(), 1);
             m_backend->setHolding(false);
             m_backend->releaseAll();
@@ -258,10 +264,10 @@ private slots:
 private:
     // A futures load of one broker row (id 3) and one Kx row (id 4).
     void scriptFuturesLoad() {
-        m_backend->setQueryAnswer(12261,
-                                  {broker(20000, "1_a", "甲", {group(1, "g", {"1.1.1.1:1"})})});
-        m_backend->setQueryAnswer(12300, "1", {brokerSource(3, 20000, 1, 1, 1)});
-        m_backend->setQueryAnswer(12300, "2", {source(4, 20000, 2)});
+        m_backend->setQueryAnswer(
+            kDataBrokers, {broker(kKxFutures, "1_a", "甲", {group(1, "g", {"1.1.1.1:1"})})});
+        m_backend->setQueryAnswer(kDataQuoteSources, "1", {brokerSource(3, kKxFutures, 1, 1, 1)});
+        m_backend->setQueryAnswer(kDataQuoteSources, "2", {source(4, kKxFutures, kStocks)});
     }
 
     boost::shared_ptr<ScriptedBackend> m_backend;

@@ -7,6 +7,7 @@
 #include "Hlx/CUserManager.h"
 #include "RecordBuilders.h"
 #include "ScriptedBackend.h"
+#include "TestIds.h"
 #include "TestUsers.h"
 #include "Zu/CBaseTableColumnMultiButtonsDelegate.h"
 #include "Zu/CLoadingMaskWidget.h"
@@ -17,9 +18,17 @@
 
 using namespace Hlx;
 using namespace RecordBuilders;
+using namespace TestIds;
 using Panel = CQuotesManagePanel;
 
 namespace {
+
+// A request as these tests write it: "dataType:condition", and "@target" (the sub-system or
+// "centre") where the target matters.
+QString requestKey(int dataType, const QString& condition, const QString& target = QString()) {
+    const QString key = QString("%1:%2").arg(dataType).arg(condition);
+    return target.isEmpty() ? key : key + "@" + target;
+}
 
 QStringList buttonTexts(Panel* panel, int row) {
     QStringList texts;
@@ -53,7 +62,7 @@ private slots:
         panel.onActive();
         QTRY_COMPARE(m_backend->requestCount(), 1);
         const auto request = m_backend->requests().front();
-        QCOMPARE(request.dataType, 12300);
+        QCOMPARE(request.dataType, kDataQuoteSources);
         QCOMPARE(request.condition, std::string("2"));
         QVERIFY(request.toCentre);
     }
@@ -61,18 +70,26 @@ private slots:
     void requestsPerPanel_data() {
         QTest::addColumn<int>("tradeType");
         QTest::addColumn<QStringList>("requests");
-        QTest::newRow("futures") << 1 << QStringList{"12261:1", "12300:1", "12300:2"};
-        QTest::newRow("futures options") << 5 << QStringList{"12261:5", "12300:5", "12300:2"};
-        QTest::newRow("stocks") << 2 << QStringList{"12300:2"};
-        QTest::newRow("stock options") << 6 << QStringList{"12300:6"};
-        QTest::newRow("hgt") << 7 << QStringList{"12300:7"};
-        QTest::newRow("neeq") << 10 << QStringList{"12300:10"};
-        QTest::newRow("gold") << 4 << QStringList{"12300:4"};
-        QTest::newRow("outer futures") << 16 << QStringList{"12300:16"};
-        QTest::newRow("ib") << 1002 << QStringList{"12300:1002"};
-        QTest::newRow("swap") << 8 << QStringList{"12300:8"};
-        QTest::newRow("sgt") << 11 << QStringList{"12300:11"};
-        QTest::newRow("all") << -1 << QStringList{"12300:", "676:"};
+        QTest::newRow("futures") << 1
+                                 << QStringList{requestKey(kDataBrokers, "1"),
+                                                requestKey(kDataQuoteSources, "1"),
+                                                requestKey(kDataQuoteSources, "2")};
+        QTest::newRow("futures options")
+            << 5
+            << QStringList{requestKey(kDataBrokers, "5"), requestKey(kDataQuoteSources, "5"),
+                           requestKey(kDataQuoteSources, "2")};
+        QTest::newRow("stocks") << 2 << QStringList{requestKey(kDataQuoteSources, "2")};
+        QTest::newRow("stock options") << 6 << QStringList{requestKey(kDataQuoteSources, "6")};
+        QTest::newRow("hgt") << 7 << QStringList{requestKey(kDataQuoteSources, "7")};
+        QTest::newRow("neeq") << 10 << QStringList{requestKey(kDataQuoteSources, "10")};
+        QTest::newRow("gold") << 4 << QStringList{requestKey(kDataQuoteSources, "4")};
+        QTest::newRow("outer futures") << 16 << QStringList{requestKey(kDataQuoteSources, "16")};
+        QTest::newRow("ib") << 1002 << QStringList{requestKey(kDataQuoteSources, "1002")};
+        QTest::newRow("swap") << 8 << QStringList{requestKey(kDataQuoteSources, "8")};
+        QTest::newRow("sgt") << 11 << QStringList{requestKey(kDataQuoteSources, "11")};
+        QTest::newRow("all") << -1
+                             << QStringList{requestKey(kDataQuoteSources, ""),
+                                            requestKey(kDataGlobalPermission, "")};
     }
 
     void requestsPerPanel() {
@@ -87,14 +104,12 @@ private slots:
         QCoreApplication::processEvents();
         QStringList sent;
         for (const auto& request : m_backend->requests())
-            sent << QString("%1:%2")
-                        .arg(request.dataType)
-                        .arg(QString::fromStdString(request.condition));
+            sent << requestKey(request.dataType, QString::fromStdString(request.condition));
         std::sort(sent.begin(), sent.end());
         std::sort(requests.begin(), requests.end());
         QCOMPARE(sent, requests);
         for (const auto& request : m_backend->requests())
-            QCOMPARE(request.toCentre, request.dataType != 676);
+            QCOMPARE(request.toCentre, request.dataType != kDataGlobalPermission);
     }
 
     void routing_data() {
@@ -103,17 +118,27 @@ private slots:
         QTest::addColumn<QString>("systemName");
         QTest::addColumn<QStringList>("targets");
         // dataType:condition@target, in sending order (target "centre" or the sub-system).
-        QTest::newRow("stock routed named") << 2 << true << "sys2" << QStringList{"12300:2@sys2"};
-        QTest::newRow("stock routed unnamed") << 2 << true << "" << QStringList{"12300:2@centre"};
+        QTest::newRow("stock routed named")
+            << 2 << true << "sys2" << QStringList{requestKey(kDataQuoteSources, "2", "sys2")};
+        QTest::newRow("stock routed unnamed")
+            << 2 << true << "" << QStringList{requestKey(kDataQuoteSources, "2", "centre")};
         QTest::newRow("stock not routed named")
-            << 2 << false << "sys2" << QStringList{"12300:2@centre"};
+            << 2 << false << "sys2" << QStringList{requestKey(kDataQuoteSources, "2", "centre")};
         QTest::newRow("futures routed named")
-            << 1 << true << "sys2" << QStringList{"12261:1@sys2", "12300:1@sys2", "12300:2@centre"};
+            << 1 << true << "sys2"
+            << QStringList{requestKey(kDataBrokers, "1", "sys2"),
+                           requestKey(kDataQuoteSources, "1", "sys2"),
+                           requestKey(kDataQuoteSources, "2", "centre")};
         QTest::newRow("futures not routed named")
             << 1 << false << "sys2"
-            << QStringList{"12261:1@sys2", "12300:1@centre", "12300:2@centre"};
+            << QStringList{requestKey(kDataBrokers, "1", "sys2"),
+                           requestKey(kDataQuoteSources, "1", "centre"),
+                           requestKey(kDataQuoteSources, "2", "centre")};
         QTest::newRow("futures routed unnamed")
-            << 1 << true << "" << QStringList{"12261:1@centre", "12300:1@centre", "12300:2@centre"};
+            << 1 << true << ""
+            << QStringList{requestKey(kDataBrokers, "1", "centre"),
+                           requestKey(kDataQuoteSources, "1", "centre"),
+                           requestKey(kDataQuoteSources, "2", "centre")};
     }
 
     void routing() {
@@ -132,11 +157,9 @@ private slots:
         QTRY_COMPARE(m_backend->requestCount(), targets.size());
         QStringList sent;
         for (const auto& request : m_backend->requests())
-            sent << QString("%1:%2@%3")
-                        .arg(request.dataType)
-                        .arg(QString::fromStdString(request.condition))
-                        .arg(request.toCentre ? QString("centre")
-                                              : QString::fromStdString(request.subsystem));
+            sent << requestKey(
+                request.dataType, QString::fromStdString(request.condition),
+                request.toCentre ? QString("centre") : QString::fromStdString(request.subsystem));
         QCOMPARE(sent, targets);
     }
 
@@ -154,8 +177,9 @@ private slots:
 
     void stockPanelSkipsFuturesPlatforms() {
         m_backend->setQueryAnswer(
-            12300, {source(1, 10000, 2, "10.0.0.1", 7001), source(2, 20000, 2), source(3, 70000, 2),
-                    source(4, 10000, 2, "::1", 7004)});
+            kDataQuoteSources,
+            {source(1, kKxStocks, kStocks, "10.0.0.1", 7001), source(2, kKxFutures, kStocks),
+             source(3, kKxFuturesOptions, kStocks), source(4, kKxStocks, kStocks, "::1", 7004)});
         CStockQuotesManagePanel panel(nullptr);
         panel.show();
         panel.refresh();
@@ -211,7 +235,7 @@ private slots:
         QFETCH(int, platformId);
         QFETCH(QString, typeText);
         QFETCH(QString, platformText);
-        m_backend->setQueryAnswer(12300, {source(9, platformId, tradeType)});
+        m_backend->setQueryAnswer(kDataQuoteSources, {source(9, platformId, tradeType)});
         CAllTypeQuotesManagePanel panel(nullptr);
         panel.refresh();
         QTRY_COMPARE(panel.table()->rowCount(), 1);
@@ -223,9 +247,10 @@ private slots:
     }
 
     void allTypesListsOnlySourcesWithoutBroker() {
-        auto withBroker = source(2, 20000, 1);
+        auto withBroker = source(2, kKxFutures, kFutures);
         withBroker->m_nBrokerId = 17;
-        m_backend->setQueryAnswer(12300, {source(1, 20000, 2), withBroker, source(3, 10000, 2)});
+        m_backend->setQueryAnswer(kDataQuoteSources, {source(1, kKxFutures, kStocks), withBroker,
+                                                      source(3, kKxStocks, kStocks)});
         TestUsers::setCurrent({});
         CAllTypeQuotesManagePanel panel(nullptr);
         panel.refresh();
@@ -258,7 +283,7 @@ private slots:
         QFETCH(int, editRight);
         QFETCH(int, deleteRight);
         QFETCH(int, platformId);
-        m_backend->setQueryAnswer(12300, {source(1, platformId, tradeType)});
+        m_backend->setQueryAnswer(kDataQuoteSources, {source(1, platformId, tradeType)});
         const QList<std::set<int>> rightSets{
             {}, {editRight}, {deleteRight}, {editRight, deleteRight}};
         const QList<QStringList> expected{{}, {"5:编辑"}, {"6:删除"}, {"5:编辑", "6:删除"}};
@@ -273,7 +298,7 @@ private slots:
     }
 
     void failedQueryShowsDefaultMessage() {
-        m_backend->setQueryAnswer(12300, {}, utils::RKError::fail(""));
+        m_backend->setQueryAnswer(kDataQuoteSources, {}, utils::RKError::fail(""));
         CStockQuotesManagePanel panel(nullptr);
         panel.show();
         panel.refresh();
@@ -289,7 +314,8 @@ private slots:
     }
 
     void failedQueryShowsServerMessageAndCount() {
-        m_backend->setQueryAnswer(12300, {source(1, 10000, 6)}, utils::RKError::fail("服务器忙"));
+        m_backend->setQueryAnswer(kDataQuoteSources, {source(1, kKxStocks, kStockOptions)},
+                                  utils::RKError::fail("服务器忙"));
         COptionQuotesManagePanel panel(nullptr);
         panel.refresh();
         QTRY_COMPARE(m_messages->count(), 1);
@@ -324,18 +350,19 @@ private slots:
         m_backend->setSubsystems({{"sys1", "上海"}, {"sys2", "深圳"}});
         TestUsers::setCurrent(TestUsers::allRights(), true);
         m_backend->setQueryAnswer(
-            12261, {broker(20000, "88_guotai", "国泰君安期货",
-                           {group(1, "电信", {"10.1.1.1:41205", "10.1.1.2:41206"}),
-                            group(2, "联通", {"10.2.2.2"})},
-                           "高级行情-期货", "sys1"),
-                    broker(20000, "88_copy", "同号他系统", {group(1, "电信", {"9.9.9.9:1"})},
-                           "高级行情-期货", "sys2"),
-                    broker(30000, "88_other", "他平台", {group(1, "电信", {"8.8.8.8:1"})})});
-        m_backend->setQueryAnswer(
-            12300, "1",
-            {brokerSource(11, 20000, 88, 1, 1, "sys1"), brokerSource(12, 20000, 88, 2, 1, "sys1"),
-             brokerSource(13, 20000, 89, 1, 1, "sys1"), brokerSource(14, 20000, 88, 3, 1, "sys1")});
-        m_backend->setQueryAnswer(12300, "2", {});
+            kDataBrokers, {broker(kKxFutures, "88_guotai", "国泰君安期货",
+                                  {group(1, "电信", {"10.1.1.1:41205", "10.1.1.2:41206"}),
+                                   group(2, "联通", {"10.2.2.2"})},
+                                  "高级行情-期货", "sys1"),
+                           broker(kKxFutures, "88_copy", "同号他系统",
+                                  {group(1, "电信", {"9.9.9.9:1"})}, "高级行情-期货", "sys2"),
+                           broker(30000, "88_other", "他平台", {group(1, "电信", {"8.8.8.8:1"})})});
+        m_backend->setQueryAnswer(kDataQuoteSources, "1",
+                                  {brokerSource(11, kKxFutures, 88, 1, 1, "sys1"),
+                                   brokerSource(12, kKxFutures, 88, 2, 1, "sys1"),
+                                   brokerSource(13, kKxFutures, 89, 1, 1, "sys1"),
+                                   brokerSource(14, kKxFutures, 88, 3, 1, "sys1")});
+        m_backend->setQueryAnswer(kDataQuoteSources, "2", {});
         CFutureQuotesManagePanel panel(nullptr);
         panel.switchSystem(0, "sys1");
         QTRY_COMPARE(panel.table()->rowCount(), 2);
@@ -361,8 +388,8 @@ private slots:
     void brokerRowDeleteNeedsRight() {
         TestUsers::setCurrent({10385});
         m_backend->setQueryAnswer(
-            12261, {broker(20000, "5", "无下划线", {group(1, "电信", {"1.1.1.1:1"})})});
-        m_backend->setQueryAnswer(12300, "1", {brokerSource(1, 20000, 5, 1, 1)});
+            kDataBrokers, {broker(kKxFutures, "5", "无下划线", {group(1, "电信", {"1.1.1.1:1"})})});
+        m_backend->setQueryAnswer(kDataQuoteSources, "1", {brokerSource(1, kKxFutures, 5, 1, 1)});
         CFutureQuotesManagePanel panel(nullptr);
         panel.refresh();
         QTRY_COMPARE(panel.table()->rowCount(), 1);
@@ -370,7 +397,7 @@ private slots:
     }
 
     void brokerFailureStopsTheLoad() {
-        m_backend->setQueryAnswer(12261, {}, utils::RKError::fail("经纪商查询失败"));
+        m_backend->setQueryAnswer(kDataBrokers, {}, utils::RKError::fail("经纪商查询失败"));
         CFtOptionQuotesManagePanel panel(nullptr);
         panel.show();
         panel.refresh();
@@ -384,10 +411,10 @@ private slots:
     }
 
     void brokerMessageWithoutFailureStillLoads() {
-        m_backend->setQueryAnswer(12261, {}, utils::RKError(true, "部分经纪商不可用"));
+        m_backend->setQueryAnswer(kDataBrokers, {}, utils::RKError(true, "部分经纪商不可用"));
         CFutureQuotesManagePanel panel(nullptr);
         panel.refresh();
-        QTRY_COMPARE(m_backend->requestsOf(12300).size(), size_t(2));
+        QTRY_COMPARE(m_backend->requestsOf(kDataQuoteSources).size(), size_t(2));
         QCOMPARE(m_messages->count(), 1);
     }
 
@@ -404,8 +431,9 @@ private slots:
         QFETCH(int, keptId);
         QFETCH(QString, nameText);
         m_backend->setLoginTypeAuth(false);
-        m_backend->setQueryAnswer(
-            12300, "2", {source(1, 20000, 2, "1.1.1.1", 11), source(2, 70000, 2, "2.2.2.2", 22)});
+        m_backend->setQueryAnswer(kDataQuoteSources, "2",
+                                  {source(1, kKxFutures, kStocks, "1.1.1.1", 11),
+                                   source(2, kKxFuturesOptions, kStocks, "2.2.2.2", 22)});
         std::unique_ptr<Panel> panel(createQuotesPanel(tradeType, nullptr));
         panel->refresh();
         QTRY_COMPARE(panel->table()->rowCount(), 1);
@@ -421,7 +449,7 @@ private slots:
 
     void kxRowWithoutRightsHasNoButton() {
         TestUsers::setCurrent({10385});
-        m_backend->setQueryAnswer(12300, "2", {source(1, 20000, 2)});
+        m_backend->setQueryAnswer(kDataQuoteSources, "2", {source(1, kKxFutures, kStocks)});
         CFutureQuotesManagePanel panel(nullptr);
         panel.refresh();
         QTRY_COMPARE(panel.table()->rowCount(), 1);
@@ -433,9 +461,9 @@ private slots:
 
     void kxRowsFollowOrdinaryRows() {
         m_backend->setQueryAnswer(
-            12261, {broker(20000, "7_x", "期货公司", {group(3, "主", {"1.1.1.1:1"})})});
-        m_backend->setQueryAnswer(12300, "1", {brokerSource(5, 20000, 7, 3, 1)});
-        m_backend->setQueryAnswer(12300, "2", {source(6, 20000, 2)});
+            kDataBrokers, {broker(kKxFutures, "7_x", "期货公司", {group(3, "主", {"1.1.1.1:1"})})});
+        m_backend->setQueryAnswer(kDataQuoteSources, "1", {brokerSource(5, kKxFutures, 7, 3, 1)});
+        m_backend->setQueryAnswer(kDataQuoteSources, "2", {source(6, kKxFutures, kStocks)});
         CFutureQuotesManagePanel panel(nullptr);
         panel.refresh();
         QTRY_COMPARE(panel.table()->rowCount(), 2);
@@ -445,7 +473,7 @@ private slots:
     }
 
     void kxMessageIsShownTwice() {
-        m_backend->setQueryAnswer(12300, "2", {source(1, 20000, 2)},
+        m_backend->setQueryAnswer(kDataQuoteSources, "2", {source(1, kKxFutures, kStocks)},
                                   utils::RKError::fail("Kx源不可用"));
         CFutureQuotesManagePanel panel(nullptr);
         QString warningText;
@@ -482,7 +510,7 @@ private slots:
     void permissionRecordIsKeptAndHandedOn() {
         auto info = boost::make_shared<rkservice::CGlobalFeaturePermissionInfo>();
         info->m_wholeQuote->setEnabled("SH", true);
-        m_backend->setQueryAnswer(676, {info});
+        m_backend->setQueryAnswer(kDataGlobalPermission, {info});
         CAllTypeQuotesManagePanel panel(nullptr);
         panel.switchSystem(0, "sys1");
         m_backend->clearRequests();
@@ -491,7 +519,7 @@ private slots:
         QVERIFY(panel.permissionInfo()->m_wholeQuote->isEnabled("SH"));
         QCOMPARE(CUserManager::instance()->getGlobalPermissionInfo().get(),
                  panel.permissionInfo().get());
-        const auto requests = m_backend->requestsOf(676);
+        const auto requests = m_backend->requestsOf(kDataGlobalPermission);
         QCOMPARE(int(requests.size()), 1);
         QCOMPARE(requests.front().toCentre, false);
         QCOMPARE(requests.front().subsystem, std::string("sys1"));
@@ -499,20 +527,20 @@ private slots:
     }
 
     void foreignPermissionRecordClearsIt() {
-        m_backend->setQueryAnswer(676,
+        m_backend->setQueryAnswer(kDataGlobalPermission,
                                   {boost::make_shared<rkservice::CGlobalFeaturePermissionInfo>()});
         CAllTypeQuotesManagePanel panel(nullptr);
         panel.onActive();
         QTRY_VERIFY(panel.permissionInfo());
-        m_backend->setQueryAnswer(676, {source(1, 10000, 2)});
+        m_backend->setQueryAnswer(kDataGlobalPermission, {source(1, kKxStocks, kStocks)});
         panel.onActive();
         QTRY_VERIFY(!panel.permissionInfo());
         // An empty answer keeps what is there.
-        m_backend->setQueryAnswer(676,
+        m_backend->setQueryAnswer(kDataGlobalPermission,
                                   {boost::make_shared<rkservice::CGlobalFeaturePermissionInfo>()});
         panel.onActive();
         QTRY_VERIFY(panel.permissionInfo());
-        m_backend->setQueryAnswer(676, {}, utils::RKError::fail("无权限"));
+        m_backend->setQueryAnswer(kDataGlobalPermission, {}, utils::RKError::fail("无权限"));
         panel.onActive();
         COrinClientCenter::instance()->waitForIdle();
         QVERIFY(panel.permissionInfo());
@@ -524,7 +552,7 @@ private slots:
         panel.onActive();
         QTRY_COMPARE(m_backend->requestCount(), 1);
         COrinClientCenter::instance()->waitForIdle();
-        QVERIFY(m_backend->requestsOf(676).empty());
+        QVERIFY(m_backend->requestsOf(kDataGlobalPermission).empty());
     }
 
 private:

@@ -15,20 +15,20 @@
 #include "Hlx/COrinClientCenter.h"
 #include "Hlx/CWholeQuoteSettingDialog.h"
 #include "ModalDriver.h"
+#include "PanelEvents.h"
 #include "RecordBuilders.h"
 #include "ScriptedBackend.h"
+#include "TestIds.h"
 #include "TestUsers.h"
 #include "Zu/COddEvenRowTable.h"
 #include "panels/QuotesManagePanel.h"
 
 using namespace Hlx;
 using namespace RecordBuilders;
+using namespace TestIds;
 using Panel = CQuotesManagePanel;
 
 namespace {
-
-const int kEventButton = 5;
-const int kEventRowButton = 228;
 
 // Abandons a lock when the test has not finished its step in time, so that a call that would
 // wait forever returns (empty) and the test fails instead of hanging.
@@ -78,7 +78,8 @@ private slots:
     void cleanup() { m_backend->drain(); }
 
     void directSlotCallKeepsTheQueuedTicket() {
-        m_backend->setQueryAnswer(12300, {source(1, 10000, 2), source(2, 10000, 2)});
+        m_backend->setQueryAnswer(kDataQuoteSources,
+                                  {source(1, kKxStocks, kStocks), source(2, kKxStocks, kStocks)});
         CStockQuotesManagePanel panel(nullptr);
         m_backend->setHolding(true);
         panel.refresh();
@@ -97,10 +98,10 @@ private slots:
     }
 
     void directBrokerSlotCallKeepsTheQueuedTicket() {
-        m_backend->setQueryAnswer(12261,
-                                  {broker(20000, "1_a", "甲", {group(1, "g", {"1.1.1.1:1"})})});
-        m_backend->setQueryAnswer(12300, "1", {brokerSource(3, 20000, 1, 1, 1)});
-        m_backend->setQueryAnswer(12300, "2", {});
+        m_backend->setQueryAnswer(
+            kDataBrokers, {broker(kKxFutures, "1_a", "甲", {group(1, "g", {"1.1.1.1:1"})})});
+        m_backend->setQueryAnswer(kDataQuoteSources, "1", {brokerSource(3, kKxFutures, 1, 1, 1)});
+        m_backend->setQueryAnswer(kDataQuoteSources, "2", {});
         CFutureQuotesManagePanel panel(nullptr);
         m_backend->setHolding(true);
         panel.refresh();
@@ -115,7 +116,8 @@ private slots:
     }
 
     void rowAccessorsAnswerInsideTheEditDialog() {
-        m_backend->setQueryAnswer(12300, {source(7, 10000, 2), source(8, 10000, 2)});
+        m_backend->setQueryAnswer(kDataQuoteSources,
+                                  {source(7, kKxStocks, kStocks), source(8, kKxStocks, kStocks)});
         CStockQuotesManagePanel panel(nullptr);
         panel.refresh();
         QTRY_COMPARE(panel.table()->rowCount(), 2);
@@ -135,7 +137,7 @@ private slots:
             qobject_cast<QDialog*>(modal)->reject();
         });
         panel.table()->selectRow(1);
-        panel.deliverEvent(kEventRowButton, 0, Panel::kBtnEditRow, QStringLiteral("1"), nullptr);
+        PanelEvents::pressEditInRow(panel, 1);
         QVERIFY(held);
         QVERIFY(!watchdogFired);
         QCOMPARE(inside, 8);
@@ -143,7 +145,7 @@ private slots:
     }
 
     void permissionAccessorAnswersInsideTheWholeQuoteDialog() {
-        m_backend->setQueryAnswer(676, {permission("SH")});
+        m_backend->setQueryAnswer(kDataGlobalPermission, {permission("SH")});
         CAllTypeQuotesManagePanel panel(nullptr);
         panel.switchSystem(0, "sys1");
         panel.onActive();
@@ -160,7 +162,7 @@ private slots:
             }
             qobject_cast<QDialog*>(modal)->reject();
         });
-        panel.deliverEvent(kEventButton, Panel::kBtnWholeQuote, 0, QString(), nullptr);
+        PanelEvents::press(panel, Panel::kBtnWholeQuote);
         QVERIFY(held);
         QVERIFY(!watchdogFired);
         QVERIFY(inside);
@@ -168,16 +170,16 @@ private slots:
     }
 
     void olderPermissionAnswerNeverOverwritesANewerOne() {
-        m_backend->setQueryAnswer(12300, {});
+        m_backend->setQueryAnswer(kDataQuoteSources, {});
         CAllTypeQuotesManagePanel panel(nullptr);
         panel.switchSystem(0, "sys1");
         m_backend->setHolding(true);
-        m_backend->setQueryAnswer(676, {permission("OLD")});
+        m_backend->setQueryAnswer(kDataGlobalPermission, {permission("OLD")});
         panel.onActive();
-        QTRY_COMPARE(int(m_backend->requestsOf(676).size()), 1);
-        m_backend->setQueryAnswer(676, {permission("NEW")});
+        QTRY_COMPARE(int(m_backend->requestsOf(kDataGlobalPermission).size()), 1);
+        m_backend->setQueryAnswer(kDataGlobalPermission, {permission("NEW")});
         panel.onActive();
-        QTRY_COMPARE(int(m_backend->requestsOf(676).size()), 2);
+        QTRY_COMPARE(int(m_backend->requestsOf(kDataGlobalPermission).size()), 2);
         // The newer answer overtakes the older one.
         QVERIFY(m_backend->releaseNewest());
         QTRY_VERIFY(panel.permissionInfo());
@@ -191,10 +193,10 @@ private slots:
     }
 
     void olderPermissionAnswerStillCountsWhileNoNewerArrived() {
-        m_backend->setQueryAnswer(12300, {});
+        m_backend->setQueryAnswer(kDataQuoteSources, {});
         CAllTypeQuotesManagePanel panel(nullptr);
         panel.switchSystem(0, "sys1");
-        m_backend->setQueryAnswer(676, {permission("SH")});
+        m_backend->setQueryAnswer(kDataGlobalPermission, {permission("SH")});
         m_backend->settle();
         m_backend->setHolding(true);
         panel.onActive();
@@ -209,7 +211,7 @@ private slots:
     }
 
     void destroyedWhileItsEditDialogRuns() {
-        m_backend->setQueryAnswer(12300, {source(7, 10000, 2)});
+        m_backend->setQueryAnswer(kDataQuoteSources, {source(7, kKxStocks, kStocks)});
         QPointer<Panel> panel = new CStockQuotesManagePanel(nullptr);
         panel->refresh();
         QTRY_COMPARE(panel->table()->rowCount(), 1);
@@ -219,14 +221,14 @@ private slots:
             delete panel.data();
         });
         panel->table()->selectRow(0);
-        panel->deliverEvent(kEventRowButton, 0, Panel::kBtnEditRow, QStringLiteral("0"), nullptr);
+        PanelEvents::pressEditInRow(*panel, 0);
         QVERIFY(opened);
         QVERIFY(panel.isNull());
         m_backend->settle();
     }
 
     void destroyedWhileItsWholeQuoteDialogRuns() {
-        m_backend->setQueryAnswer(676, {permission("SH")});
+        m_backend->setQueryAnswer(kDataGlobalPermission, {permission("SH")});
         QPointer<Panel> panel = new CAllTypeQuotesManagePanel(nullptr);
         panel->switchSystem(0, "sys1");
         panel->onActive();
@@ -237,17 +239,17 @@ private slots:
             opened = qobject_cast<CWholeQuoteSettingDialog*>(modal) != nullptr;
             delete panel.data();
         });
-        panel->deliverEvent(kEventButton, Panel::kBtnWholeQuote, 0, QString(), nullptr);
+        PanelEvents::press(*panel, Panel::kBtnWholeQuote);
         QVERIFY(opened);
         QVERIFY(panel.isNull());
         m_backend->settle();
     }
 
     void destroyedWhileItsWarningBoxRuns() {
-        m_backend->setQueryAnswer(12261,
-                                  {broker(20000, "1_a", "甲", {group(1, "g", {"1.1.1.1:1"})})});
-        m_backend->setQueryAnswer(12300, "1", {brokerSource(3, 20000, 1, 1, 1)});
-        m_backend->setQueryAnswer(12300, "2", {}, utils::RKError::fail("Kx源不可用"));
+        m_backend->setQueryAnswer(
+            kDataBrokers, {broker(kKxFutures, "1_a", "甲", {group(1, "g", {"1.1.1.1:1"})})});
+        m_backend->setQueryAnswer(kDataQuoteSources, "1", {brokerSource(3, kKxFutures, 1, 1, 1)});
+        m_backend->setQueryAnswer(kDataQuoteSources, "2", {}, utils::RKError::fail("Kx源不可用"));
         QPointer<Panel> panel = new CFutureQuotesManagePanel(nullptr);
         bool opened = false;
         ModalDriver::onNext([&](QWidget* modal) {
@@ -261,7 +263,7 @@ private slots:
     }
 
     void destroyedWhileItsDeleteQuestionRuns() {
-        m_backend->setQueryAnswer(12300, {source(7, 10000, 2)});
+        m_backend->setQueryAnswer(kDataQuoteSources, {source(7, kKxStocks, kStocks)});
         QPointer<Panel> panel = new CStockQuotesManagePanel(nullptr);
         panel->refresh();
         QTRY_COMPARE(panel->table()->rowCount(), 1);
@@ -272,11 +274,11 @@ private slots:
             delete panel.data();
         });
         panel->table()->selectRow(0);
-        panel->deliverEvent(kEventRowButton, 0, Panel::kBtnDeleteRow, QStringLiteral("0"), nullptr);
+        PanelEvents::pressDeleteInRow(*panel, 0);
         QVERIFY(opened);
         QVERIFY(panel.isNull());
         m_backend->settle();
-        QVERIFY(m_backend->requestsOf(12300).empty());
+        QVERIFY(m_backend->requestsOf(kDataQuoteSources).empty());
     }
 
 private:

@@ -14,7 +14,9 @@
 #include "Hlx/CUserManager.h"
 #include "Hlx/CWholeQuoteSettingDialog.h"
 #include "ModalDriver.h"
+#include "PanelEvents.h"
 #include "QuotesdService.h"
+#include "TestIds.h"
 #include "Zu/CComboBox.h"
 #include "Zu/COddEvenRowTable.h"
 #include "dialogs/CSetFutureQuotesDialog.h"
@@ -24,6 +26,7 @@
 #include "rkservice/DataTypeIds.h"
 
 using namespace Hlx;
+using namespace TestIds;
 using Panel = CQuotesManagePanel;
 
 // The panels against the data service, embedded and then through quotesd: what the operator does
@@ -77,14 +80,15 @@ private slots:
             dialog->portEdit()->setText("7000");
             dialog->userEdit()->setText("u");
             dialog->passwordEdit()->setText("p");
-            dialog->handleEvent(5, 0, 0, QString(), nullptr);
+            dialog->handleEvent(Zu::EventButtonClicked, CSetStockQuotesDialog::SubmitButton, 0,
+                                QString(), nullptr);
             QTRY_VERIFY(m_messages->count() >= 1);
             // Refused: the dialog stays open with everything typed.
             QVERIFY(dialog->isVisible());
             QCOMPARE(dialog->addressEdit()->text(), QString("10.0.0.1"));
             dialog->reject();
         });
-        panel.deliverEvent(5, 0, 0, QString(), nullptr);
+        PanelEvents::press(panel, CQuotesManagePanel::kBtnAdd);
         waitUntilIdle();
         QCOMPARE(m_messages->last().at(1).toBool(), false);
         QVERIFY(!lastMessage().isEmpty());
@@ -97,8 +101,8 @@ private slots:
     void viewersDeletesAreRefusedAndTheRowsStay() {
         for (const char* address : {"10.3.0.1", "10.3.0.2"}) {
             auto request = boost::make_shared<rkservice::COperateDataReq>();
-            request->dataType = 12300;
-            request->operateType = 2;
+            request->dataType = kDataQuoteSources;
+            request->operateType = rkservice::kOperateAdd;
             auto source = boost::make_shared<rkservice::COrinQuoterSourceInfo>();
             source->m_nPlatformId = 10000;
             source->m_nTradeType = 2;
@@ -118,7 +122,7 @@ private slots:
 
         panel.table()->selectRow(0);
         ModalDriver::answerNextBox(QMessageBox::Ok);
-        panel.deliverEvent(228, 0, 6, "0", nullptr);
+        PanelEvents::pressDeleteInRow(panel, 0);
         QTRY_COMPARE(m_messages->count(), 1);
         QCOMPARE(m_messages->last().at(3).toString(), QString("全部行情源"));
         QCOMPARE(lastMessage(), QString("没有权限：删除证券行情源"));
@@ -126,7 +130,7 @@ private slots:
         QCOMPARE(panel.table()->rowCount(), 2);
 
         ModalDriver::answerNextBox(QMessageBox::Yes);
-        panel.deliverEvent(5, 3, 0, QString(), nullptr);
+        PanelEvents::press(panel, CQuotesManagePanel::kBtnDeleteAll);
         QCOMPARE(panel.table()->rowCount(), 0);
         QTRY_COMPARE(m_messages->count(), 2);
         QCOMPARE(lastMessage(), QString("没有权限：删除证券行情源"));
@@ -154,9 +158,10 @@ private slots:
             platform = dialog->platformCombo()->currentText();
             broker = dialog->brokerCombo()->currentText();
             group = dialog->serverGroupCombo()->currentText();
-            dialog->handleEvent(5, 0, 0, QString(), nullptr);
+            dialog->handleEvent(Zu::EventButtonClicked, CSetStockQuotesDialog::SubmitButton, 0,
+                                QString(), nullptr);
         });
-        panel.deliverEvent(5, 0, 0, QString(), nullptr);
+        PanelEvents::press(panel, CQuotesManagePanel::kBtnAdd);
         QTRY_COMPARE(panel.table()->rowCount(), before + 1);
         waitUntilIdle();
         int row = -1;
@@ -184,14 +189,14 @@ private slots:
         // Delete the first.
         panel.table()->selectRow(0);
         ModalDriver::answerNextBox(QMessageBox::Ok);
-        panel.deliverEvent(228, 0, 6, "0", nullptr);
+        PanelEvents::pressDeleteInRow(panel, 0);
         QTRY_COMPARE(panel.table()->rowCount(), 2);
         waitUntilIdle();
         QCOMPARE(panel.table()->itemText(0, Panel::kColAddress), QString("10.1.0.2"));
 
         // Delete all, then reload: nothing is left.
         ModalDriver::answerNextBox(QMessageBox::Yes);
-        panel.deliverEvent(5, 3, 0, QString(), nullptr);
+        PanelEvents::press(panel, CQuotesManagePanel::kBtnDeleteAll);
         QCOMPARE(panel.table()->rowCount(), 0);
         waitUntilIdle();
         panel.refresh();
@@ -212,7 +217,7 @@ private slots:
         QTRY_COMPARE(panel.table()->itemText(1, Panel::kColPort), QString("9100"));
         panel.table()->selectRow(0);
         ModalDriver::answerNextBox(QMessageBox::Ok);
-        panel.deliverEvent(228, 0, 6, "0", nullptr);
+        PanelEvents::pressDeleteInRow(panel, 0);
         QTRY_COMPARE(panel.table()->rowCount(), 1);
         waitUntilIdle();
 
@@ -241,7 +246,7 @@ private slots:
 
         panel.table()->selectRow(0);
         ModalDriver::answerNextBox(QMessageBox::Ok);
-        panel.deliverEvent(228, 0, 6, "0", nullptr);
+        PanelEvents::pressDeleteInRow(panel, 0);
         QTRY_COMPARE(m_messages->count(), 1);
         QCOMPARE(lastMessage(), QString::fromUtf8(CStaleRows::kRefusal));
         QTRY_COMPARE(panel.table()->itemText(0, Panel::kColAddress), QString("10.4.0.9"));
@@ -249,7 +254,7 @@ private slots:
 
         panel.table()->selectRow(0);
         ModalDriver::answerNextBox(QMessageBox::Ok);
-        panel.deliverEvent(228, 0, 6, "0", nullptr);
+        PanelEvents::pressDeleteInRow(panel, 0);
         QTRY_COMPARE(panel.table()->rowCount(), 0);
         QCOMPARE(storedCount(), 0);
     }
@@ -266,12 +271,13 @@ private slots:
             QVERIFY(dialog);
             QCOMPARE(dialog->addressEdit()->text(), QString("10.5.0.1"));
             dialog->portEdit()->setText("9100");
-            dialog->handleEvent(5, 0, 0, QString(), nullptr);
+            dialog->handleEvent(Zu::EventButtonClicked, CSetStockQuotesDialog::SubmitButton, 0,
+                                QString(), nullptr);
             QTRY_COMPARE(m_messages->count(), 1);
             QCOMPARE(lastMessage(), QString::fromUtf8(CStaleRows::kRefusal));
             QTRY_VERIFY(!dialog->isVisible());
         });
-        panel.deliverEvent(228, 0, 5, "0", nullptr);
+        PanelEvents::pressEditInRow(panel, 0);
         QTRY_COMPARE(panel.table()->itemText(0, Panel::kColAddress), QString("10.5.0.9"));
         QCOMPARE(panel.table()->itemText(0, Panel::kColPort), QString("9000"));
     }
@@ -288,7 +294,7 @@ private slots:
                 dialog->marketCheckBox("HGT")->setChecked(true);
                 dialog->accept();
             });
-            panel.deliverEvent(5, 4, 0, QString(), nullptr);
+            PanelEvents::press(panel, CQuotesManagePanel::kBtnWholeQuote);
             QTRY_COMPARE(lastMessage(), QString("保存成功"));
         }
         // A new service on the same database, as after a restart of the console or server.
@@ -413,9 +419,10 @@ private:
             QVERIFY(dialog);
             QCOMPARE(dialog->addressEdit()->text(), address);
             dialog->portEdit()->setText(port);
-            dialog->handleEvent(5, 0, 0, QString(), nullptr);
+            dialog->handleEvent(Zu::EventButtonClicked, CSetStockQuotesDialog::SubmitButton, 0,
+                                QString(), nullptr);
         });
-        panel->deliverEvent(228, 0, 5, QString::number(row), nullptr);
+        PanelEvents::pressEditInRow(*panel, row);
     }
 
     void submitStockDialog(Panel* panel, std::function<void(CSetStockQuotesDialog*)> fill) {
@@ -423,9 +430,10 @@ private:
             auto* dialog = qobject_cast<CSetStockQuotesDialog*>(modal);
             QVERIFY(dialog);
             fill(dialog);
-            dialog->handleEvent(5, 0, 0, QString(), nullptr);
+            dialog->handleEvent(Zu::EventButtonClicked, CSetStockQuotesDialog::SubmitButton, 0,
+                                QString(), nullptr);
         });
-        panel->deliverEvent(5, 0, 0, QString(), nullptr);
+        PanelEvents::press(*panel, CQuotesManagePanel::kBtnAdd);
     }
 
     Factory m_factory;
