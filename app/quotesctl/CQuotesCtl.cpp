@@ -482,6 +482,85 @@ int CQuotesCtl::parse(const QStringList& arguments) {
     return kParsed;
 }
 
+namespace {
+
+QString quoted(const QString& value) {
+    QString text = QStringLiteral("\"");
+    for (const QChar c : value) {
+        if (c == QLatin1Char('"') || c == QLatin1Char('\\'))
+            text += QLatin1Char('\\') + QString(c);
+        else if (c.unicode() < 0x20 || c.unicode() == 0x7f)
+            text += QStringLiteral("\\x%1").arg(c.unicode(), 2, 16, QLatin1Char('0'));
+        else
+            text += c;
+    }
+    return text + QLatin1Char('"');
+}
+
+}  // namespace
+
+QString CQuotesCtl::describe() const {
+    if (!m_handler)
+        return QString();
+    QStringList positional = m_positional;
+    QString words;
+    if (m_handler == &CQuotesCtl::sourcesList)
+        words = QStringLiteral("sources list");
+    else if (m_handler == &CQuotesCtl::sourcesAdd)
+        words = QStringLiteral("sources add");
+    else if (m_handler == &CQuotesCtl::sourcesModify)
+        words = QStringLiteral("sources modify");
+    else if (m_handler == &CQuotesCtl::sourcesDelete)
+        words = QStringLiteral("sources delete");
+    else if (m_handler == &CQuotesCtl::brokersList)
+        words = QStringLiteral("brokers list");
+    else if (m_handler == &CQuotesCtl::platformsList)
+        words = QStringLiteral("platforms list");
+    else if (m_handler == &CQuotesCtl::subsystems)
+        words = QStringLiteral("subsystems list");
+    else if (m_handler == &CQuotesCtl::users)
+        words = QStringLiteral("users list");
+    else if (m_handler == &CQuotesCtl::token)
+        words = QStringLiteral("token ") + positional.takeFirst();
+    else if (m_handler == &CQuotesCtl::accounts)
+        words = QStringLiteral("accounts ") + positional.takeFirst();
+    else if (m_handler == &CQuotesCtl::audit)
+        words = positional.isEmpty() ? QStringLiteral("audit")
+                                     : QStringLiteral("audit ") + positional.takeFirst();
+    else if (m_handler == &CQuotesCtl::exportAll)
+        words = QStringLiteral("export");
+    else if (m_handler == &CQuotesCtl::importAll)
+        words = QStringLiteral("import");
+    else if (m_handler == &CQuotesCtl::integrity)
+        words = QStringLiteral("integrity");
+    else if (m_handler == &CQuotesCtl::rekey)
+        words = QStringLiteral("rekey");
+    else if (m_handler == &CQuotesCtl::ping)
+        words = QStringLiteral("ping");
+    QStringList lines = {QStringLiteral("command ") + words};
+    const auto global = [&lines](const char* name, const QString& value) {
+        if (!value.isEmpty())
+            lines << QStringLiteral("global --%1 %2").arg(QLatin1String(name), quoted(value));
+    };
+    global("data", m_serviceOptions.dataDir);
+    global("db", m_serviceOptions.dbUrl);
+    global("secrets-key", m_serviceOptions.secretsKeyFile);
+    for (const QString& server : m_remote.servers)
+        global("server", server);
+    global("ca", m_remote.caFile);
+    global("login", m_remote.login);
+    global("login-password-file", m_remote.passwordFile);
+    static const QStringList flags = {QStringLiteral("json"), QStringLiteral("no-secrets"),
+                                      QStringLiteral("with-audit"), QStringLiteral("dry-run")};
+    for (const auto& option : m_options)
+        lines << (flags.contains(option.first)
+                      ? QStringLiteral("option --%1").arg(option.first)
+                      : QStringLiteral("option --%1 %2").arg(option.first, quoted(option.second)));
+    for (const QString& argument : positional)
+        lines << QStringLiteral("positional ") + quoted(argument);
+    return lines.join(QLatin1Char('\n')) + QLatin1Char('\n');
+}
+
 int CQuotesCtl::inputReaders(Handler handler) const {
     const auto secretFile = m_options.find(QStringLiteral("password-file"));
     const bool importInput =

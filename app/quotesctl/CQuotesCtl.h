@@ -33,6 +33,10 @@ public:
     int execute();
 
     static QString helpText();
+    // What parse understood, one item a line: "command WORDS", the global options, then the
+    // command's options and positional arguments ("option --port \"9000\"", "positional
+    // \"7\""), values quoted. Stable text for the tests that pin the parser.
+    QString describe() const;
 
 private:
     using Handler = int (CQuotesCtl::*)();
