@@ -4,6 +4,12 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 
+#include "CCtlArguments.h"
+#include "CCtlError.h"
+#include "CCtlOutput.h"
+#include "CCtlSession.h"
+#include "Hlx/IQuotesAdmin.h"
+
 namespace {
 
 QString text(const std::string& value) {
@@ -33,14 +39,28 @@ QJsonObject entryJson(const Hlx::CAuditEntry& entry) {
 
 }  // namespace
 
-bool CAuditCommand::parseTime(const QString& value, long long* ms) {
-    QDateTime time = QDateTime::fromString(value, Qt::ISODateWithMs);
-    if (!time.isValid())
-        time = QDateTime(QDate::fromString(value, Qt::ISODate), QTime(0, 0));
-    if (!time.isValid())
-        return false;
-    *ms = time.toMSecsSinceEpoch();
-    return true;
+void CAuditCommand::list(CCtlSession& session) {
+    const CCtlArguments& arguments = session.arguments();
+    Hlx::CAuditFilter filter;
+    filter.sinceMs = arguments.time(CCtlOption::kSince);
+    filter.untilMs = arguments.time(CCtlOption::kUntil);
+    if (arguments.has(CCtlOption::kLogin))
+        filter.account = arguments.text(CCtlOption::kLogin).toStdString();
+    if (arguments.has(CCtlOption::kAction))
+        filter.action = arguments.text(CCtlOption::kAction).toStdString();
+    std::vector<Hlx::CAuditEntry> entries;
+    CCtlError::check(session.admin().auditEntries(filter, &entries));
+    if (arguments.has(CCtlOption::kJson))
+        CCtlOutput::printJson(toJson(entries));
+    else
+        CCtlOutput::printTable(header(), rows(entries));
+}
+
+void CAuditCommand::prune(CCtlSession& session) {
+    int removed = 0;
+    CCtlError::check(
+        session.admin().pruneAudit(session.arguments().time(CCtlOption::kBefore), &removed));
+    CCtlOutput::print(QStringLiteral("%1\n").arg(removed));
 }
 
 QString CAuditCommand::isoUtc(long long ms) {

@@ -8,13 +8,14 @@
 
 #include "Hlx/CAuditEntry.h"
 
-// quotesctl's view of the audit trail: reads its times from the command line and writes its
-// entries as a table or as JSON.
+class CCtlSession;
+
+// quotesctl's audit and audit prune: the audit trail as a table or as JSON, and its pruning.
 class CAuditCommand {
 public:
-    // An ISO-8601 date or date and time ("2026-11-23", "2026-11-23T08:00:00Z"); without an
-    // offset it is local time. False when the text is no such time.
-    static bool parseTime(const QString& text, long long* ms);
+    static void list(CCtlSession& session);
+    static void prune(CCtlSession& session);
+
     // UTC with milliseconds ("2026-11-23T08:00:00.123Z").
     static QString isoUtc(long long ms);
 

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <QStringList>
+#include <map>
+#include <string>
+
+#include "utils/RKError.h"
+
+class CCtlArguments;
+class CCtlCommand;
+class CCtlGlobals;
+class CCtlSession;
+namespace Hlx {
+class IQuotesAdmin;
+}
+namespace rkservice {
+class COrinQuoterSourceInfo;
+}
+
+// quotesctl's sources list|add|modify|delete.
+class CSourceCommands {
+public:
+    static void list(CCtlSession& session);
+    static void add(CCtlSession& session);
+    static void modify(CCtlSession& session);
+    static void remove(CCtlSession& session);
+
+    // A listed trade type is one the service knows (or -1, every one).
+    static void checkList(const CCtlCommand& command, const CCtlArguments& arguments,
+                          const CCtlGlobals& globals);
+    // Platform and trade type, and an address and port or a broker and server group.
+    static void checkAdd(const CCtlCommand& command, const CCtlArguments& arguments,
+                         const CCtlGlobals& globals);
+    // One id, and at least one field to change (never the sub-system).
+    static void checkModify(const CCtlCommand& command, const CCtlArguments& arguments,
+                            const CCtlGlobals& globals);
+
+private:
+    // The password of an add or modify, from --password-file or --password; false when neither
+    // is given. Throws CCtlError when the file cannot be read.
+    static bool password(const CCtlArguments& arguments, std::string* password);
+    // Every stored source's platform by id; the error when the query fails.
+    static utils::RKError storedPlatforms(Hlx::IQuotesAdmin& admin, std::map<int, int>* platforms);
+    static QStringList row(const rkservice::COrinQuoterSourceInfo& source);
+};
