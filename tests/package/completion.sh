@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# quotesctl's bash completion offers the commands, their verbs and their options.
+# quotesctl's bash completion offers the commands, their verbs and their options (every command
+# of the command table, which makes the completion).
 set -uo pipefail
 source_dir=$1
 # bash-completion's helpers, reduced to what the completion uses.
@@ -26,7 +27,7 @@ expect() {
         failures=$((failures + 1))
     fi
 }
-expect "sources brokers platforms token subsystems users export import integrity accounts ping" \
+expect "sources brokers platforms token subsystems users export import integrity rekey accounts audit ping" \
     quotesctl ""
 expect "sources subsystems" quotesctl --server host:7461 s
 expect "list add modify delete" quotesctl --data /srv/quotes sources ""
@@ -35,6 +36,12 @@ expect "list password enable disable rights" quotesctl accounts ""
 expect "--password-file" quotesctl accounts password admin --p
 expect "FILES" quotesctl --ca ""
 expect "" quotesctl --login ""
-expect "--data --db --server --ca --login --login-password-file --help" quotesctl --
+expect "--data --db --secrets-key --server --ca --login --login-password-file --help" quotesctl --
+expect "FILES" quotesctl --secrets-key ""
+expect "--since --until --login --action --json prune" quotesctl audit ""
+expect "--before" quotesctl audit --json prune --
+expect "--trade-type --json" quotesctl brokers list --trade-type 1 --
+expect "FILES" quotesctl import --dry-run ""
+expect "--dry-run --backup" quotesctl import --
 [ $failures -eq 0 ] && echo "quotesctl completion: every case completed as expected"
 exit $((failures > 0))

@@ -1,7 +1,8 @@
 // quotesctl's command line pinned: what CQuotesCtl::parse answers (the parsed command, or the
 // exit code and the text it printed) for every input of the fuzz corpus and for a list of command
 // lines covering each command and option, compared with the golden files in golden/. No database
-// is touched. QUOTES_UPDATE_GOLDEN=1 writes the current answers into the golden files instead.
+// is touched. The manual page and the bash completion must be what the command table makes.
+// QUOTES_UPDATE_GOLDEN=1 writes the current answers and texts into those files instead.
 
 #include <unistd.h>
 
@@ -13,6 +14,8 @@
 #include <QJsonDocument>
 #include <QtTest>
 
+#include "CCtlCompletion.h"
+#include "CCtlManPage.h"
 #include "CQuotesCtl.h"
 #include "CQuotesService.h"
 
@@ -448,23 +451,16 @@ QString sourceDir() {
     return qEnvironmentVariable("QUOTES_SOURCE_DIR");
 }
 
-QString goldenPath(const QString& name) {
-    return sourceDir() + QStringLiteral("/tests/auto/service/golden/") + name;
-}
-
-QStringList blocks(const QString& text) {
-    return text.split(QStringLiteral("\n\n"));
-}
-
 }  // namespace
 
 class TestQuotesctlGolden : public QObject {
     Q_OBJECT
 
-    // Compares the answers with the golden file (or writes them there when asked to).
-    void compareWithGolden(const QString& name, const QStringList& answers) {
-        const QString actual = answers.join(QLatin1Char('\n'));
-        const QString path = goldenPath(name);
+    // Compares a text with the file of the source tree that holds what it must be (or writes
+    // it there when asked to). A difference names the first differing part and how many differ;
+    // parts are separated by separator.
+    void compareWithFile(const QString& file, const QString& actual, const QString& separator) {
+        const QString path = sourceDir() + QLatin1Char('/') + file;
         if (qEnvironmentVariableIntValue("QUOTES_UPDATE_GOLDEN") == 1) {
             QDir().mkpath(QFileInfo(path).path());
             QFile out(path);
@@ -477,8 +473,8 @@ class TestQuotesctlGolden : public QObject {
         const QString expected = QString::fromUtf8(in.readAll());
         if (expected == actual)
             return;
-        const QStringList want = blocks(expected);
-        const QStringList got = blocks(actual);
+        const QStringList want = expected.split(separator);
+        const QStringList got = actual.split(separator);
         int differing = 0;
         QString first;
         for (int i = 0; i < std::max(want.size(), got.size()); ++i) {
@@ -489,11 +485,16 @@ class TestQuotesctlGolden : public QObject {
                             .arg(want.value(i, QStringLiteral("(none)")),
                                  got.value(i, QStringLiteral("(none)")));
         }
-        QFAIL(qPrintable(QStringLiteral("%1: %2 case(s) differ (QUOTES_UPDATE_GOLDEN=1 rewrites "
+        QFAIL(qPrintable(QStringLiteral("%1: %2 part(s) differ (QUOTES_UPDATE_GOLDEN=1 rewrites "
                                         "the file); the first:\n%3")
-                             .arg(name)
+                             .arg(file)
                              .arg(differing)
                              .arg(first)));
+    }
+
+    void compareWithGolden(const QString& name, const QStringList& answers) {
+        compareWithFile(QStringLiteral("tests/auto/service/golden/") + name,
+                        answers.join(QLatin1Char('\n')), QStringLiteral("\n\n"));
     }
 
 private slots:
@@ -523,6 +524,18 @@ private slots:
         for (const QStringList& arguments : kCommandLines)
             answers << answer(QString(), arguments);
         compareWithGolden(QStringLiteral("quotesctl_commands.txt"), answers);
+    }
+
+    // The manual page and the bash completion the package installs are made from the command
+    // table, and so is --help (pinned above): each command and option is documented once.
+    void manPage() {
+        compareWithFile(QStringLiteral("packaging/man/quotesctl.1"), CCtlManPage::text(),
+                        QStringLiteral("\n"));
+    }
+
+    void completion() {
+        compareWithFile(QStringLiteral("packaging/quotesctl.bash-completion"),
+                        CCtlCompletion::text(), QStringLiteral("\n"));
     }
 };
 
