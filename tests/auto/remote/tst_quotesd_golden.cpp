@@ -2,8 +2,8 @@
 // protocol through the raw generated stub (no client code in between), as the administrator, as
 // the viewer, without a token, and with malformed requests. For each call the transcript holds
 // the request, the gRPC status with its message and the reply in protobuf text format, with what
-// differs between runs (tokens, times, uptime, audit ids, password hashes, the backup file, the
-// data directory) replaced by placeholders.
+// differs between runs or releases (tokens, times, uptime, audit ids, password hashes, the backup
+// file, the data directory, the server's version) replaced by placeholders.
 //
 // The golden file is tests/auto/remote/golden/quotesd_answers.txt. After a deliberate change of
 // what the server answers, regenerate it and review the difference:
@@ -174,6 +174,8 @@ std::unique_ptr<TextFormat::Printer> transcriptPrinter(const QJsonObject* export
     auto printer = std::make_unique<TextFormat::Printer>();
     printer->SetDefaultFieldValuePrinter(new ReadablePrinter());
     registerPlaceholder(printer.get(), v1::LoginReply::descriptor(), "token", "<token>");
+    // The version has its own test (tst_quotesd); a release does not change the answers.
+    registerPlaceholder(printer.get(), v1::PingReply::descriptor(), "server_version", "<version>");
     registerPlaceholder(printer.get(), v1::PingReply::descriptor(), "uptime_seconds", "<uptime>");
     registerPlaceholder(printer.get(), v1::AuditEntry::descriptor(), "id", "<audit-id>");
     registerPlaceholder(printer.get(), v1::AuditEntry::descriptor(), "time_ms", "<time>");
