@@ -159,7 +159,8 @@ QWidget* GalleryWindow::buildControls() {
     page->addWidget(formRow(QStringLiteral("密码:"), password, 25), 0, 3);
 
     auto* flags = new Zu::CSimpleTextWidget(nullptr, 0, QStringLiteral("右对齐文字 (386)"));
-    flags->setTextFlags(386);
+    // 386: the dialogs' labels, right-aligned on one line.
+    flags->setTextFlags(int(Qt::AlignRight | Qt::AlignVCenter) | Qt::TextSingleLine);
     flags->setFixedSize(200, 24);
     page->addWidget(flags, 0, 0);
     page->addStretch(1);
@@ -256,12 +257,19 @@ QWidget* GalleryWindow::buildDialog() {
 bool GalleryWindow::writeScreenshots(const QString& dir) {
     QDir().mkpath(dir);
     bool ok = true;
-    auto save = [&ok, &dir](const QPixmap& shot, const QString& name) {
+    const Save save = [&ok, &dir](const QPixmap& shot, const QString& name) {
         ok = shot.save(QDir(dir).filePath(name + QStringLiteral(".png"))) && ok;
     };
     show();
     QApplication::processEvents();
+    shootControlsAndPanel(save);
+    shootDialogs(save);
+    shootQuestion(save);
+    hide();
+    return ok;
+}
 
+void GalleryWindow::shootControlsAndPanel(const Save& save) {
     setCurrentIndex(0);
     QApplication::processEvents();
     save(m_groups.value(QStringLiteral("controls"))->grab(), QStringLiteral("controls"));
@@ -280,25 +288,31 @@ bool GalleryWindow::writeScreenshots(const QString& dir) {
     }
     QApplication::processEvents();
     save(panel->grab(), QStringLiteral("panel"));
-
-    // The table's context menu.
-    if (auto* table = panel->findChild<Zu::COddEvenRowTable*>()) {
-        QMenu* menu = table->createContextMenu(1, 5, table);
-        menu->popup(table->mapToGlobal(QPoint(200, 80)));
-        QApplication::processEvents();
-        QPixmap shot = panel->grab();
-        QPainter painter(&shot);
-        painter.drawPixmap(panel->mapFromGlobal(menu->pos()), menu->grab());
-        painter.end();
-        save(shot, QStringLiteral("table_menu"));
-        menu->close();
-        delete menu;
-    }
+    shootTableMenu(panel, save);
 
     setCurrentIndex(2);
     QApplication::processEvents();
     save(m_groups.value(QStringLiteral("mask"))->grab(), QStringLiteral("mask"));
+}
 
+// The table's context menu, drawn over the panel where it pops up.
+void GalleryWindow::shootTableMenu(QWidget* panel, const Save& save) {
+    auto* table = panel->findChild<Zu::COddEvenRowTable*>();
+    if (!table)
+        return;
+    QMenu* menu = table->createContextMenu(1, 5, table);
+    menu->popup(table->mapToGlobal(QPoint(200, 80)));
+    QApplication::processEvents();
+    QPixmap shot = panel->grab();
+    QPainter painter(&shot);
+    painter.drawPixmap(panel->mapFromGlobal(menu->pos()), menu->grab());
+    painter.end();
+    save(shot, QStringLiteral("table_menu"));
+    menu->close();
+    delete menu;
+}
+
+void GalleryWindow::shootDialogs(const Save& save) {
     setCurrentIndex(3);
     QWidget* dialog = m_groups.value(QStringLiteral("dialog"));
     dialog->show();
@@ -308,8 +322,9 @@ bool GalleryWindow::writeScreenshots(const QString& dir) {
     // Input tips as the dialogs show them.
     const auto edits = dialog->findChildren<Hlx::CSafeLineEdit*>();
     if (!edits.isEmpty()) {
-        Zu::CMessageTip::showTip(edits.first(), 65, QStringLiteral("请输入有效的服务器地址"), 2, 2,
-                                 5000);
+        Zu::CMessageTip::showTip(edits.first(), Zu::CMessageTip::kBelowLeft,
+                                 QStringLiteral("请输入有效的服务器地址"),
+                                 Zu::CMessageTip::StyleArrow, Zu::CMessageTip::LevelWarning, 5000);
         QApplication::processEvents();
         save(grabWithTip(dialog), QStringLiteral("tip"));
     }
@@ -325,8 +340,10 @@ bool GalleryWindow::writeScreenshots(const QString& dir) {
     QApplication::processEvents();
     save(wholeQuote.grab(), QStringLiteral("wholequote"));
     wholeQuote.hide();
+}
 
-    // A question box, captured while it runs modally.
+// A question box, captured while it runs modally.
+void GalleryWindow::shootQuestion(const Save& save) {
     QTimer::singleShot(50, [save]() {
         if (auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget())) {
             save(box->grab(), QStringLiteral("messagebox"));
@@ -334,7 +351,6 @@ bool GalleryWindow::writeScreenshots(const QString& dir) {
         }
     });
     Zu::CMessageBox::question(this, QStringLiteral("操作提示"),
-                              QStringLiteral("确定删除证券行情源吗? "), 0x400400, 0);
-    hide();
-    return ok;
+                              QStringLiteral("确定删除证券行情源吗? "),
+                              QMessageBox::Ok | QMessageBox::Cancel, 0);
 }

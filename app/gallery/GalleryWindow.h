@@ -2,6 +2,7 @@
 
 #include <QMap>
 #include <QTabWidget>
+#include <functional>
 
 // One tab per group of kit widgets.
 class GalleryWindow : public QTabWidget {
@@ -13,10 +14,17 @@ public:
     bool writeScreenshots(const QString& dir);
 
 private:
+    // Saves one picture under a name.
+    using Save = std::function<void(const QPixmap&, const QString&)>;
+
     QWidget* buildControls();
     QWidget* buildPanel();
     QWidget* buildMask();
     QWidget* buildDialog();
+    void shootControlsAndPanel(const Save& save);
+    void shootTableMenu(QWidget* panel, const Save& save);
+    void shootDialogs(const Save& save);
+    void shootQuestion(const Save& save);
 
     QMap<QString, QWidget*> m_groups;
 };

@@ -370,6 +370,7 @@ private slots:
         timer.start();
         RKError error = queryOnce(admin.get());
         QVERIFY2(startsWith(error, CRemoteAdmin::kUnreachable), text(error));
+        QCOMPARE(error.kind(), utils::ErrorKind::Unavailable);
         QVERIFY2(text(error).contains(m_first->address().c_str()), text(error));
         QVERIFY2(timer.elapsed() < 5000, qPrintable(QString::number(timer.elapsed())));
         error = operateOnce(admin.get());
@@ -486,7 +487,9 @@ private slots:
         QVERIFY(startsWith(admin->setRights("viewer", {1, 2}, 2), CRemoteAdmin::kOutcomeUnknown));
         Hlx::CSourcePatch patch;
         patch.port = 9001;
-        QVERIFY(startsWith(admin->modifySource(5, patch), CRemoteAdmin::kOutcomeUnknown));
+        const RKError unknown = admin->modifySource(5, patch);
+        QVERIFY(startsWith(unknown, CRemoteAdmin::kOutcomeUnknown));
+        QCOMPARE(unknown.kind(), utils::ErrorKind::Unavailable);
         QCOMPARE(m_first->calls("ModifySource"), 1);
         for (const char* method : {"Operate", "ImportDocument", "SetPassword", "SetAccountEnabled",
                                    "SetRights", "ModifySource"})

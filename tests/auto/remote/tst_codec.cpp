@@ -301,6 +301,28 @@ private slots:
         QVERIFY(decoded.errorMsg().empty());
     }
 
+    // Every kind of failure reaches the client as itself; a kind it does not know (a newer
+    // server's) is a plain refusal, and a success has none.
+    void errorKindsTravel() {
+        using utils::ErrorKind;
+        for (ErrorKind kind : {ErrorKind::Refused, ErrorKind::Invalid, ErrorKind::NotFound,
+                               ErrorKind::Conflict, ErrorKind::Unavailable}) {
+            quotes::v1::Error message;
+            CRecordCodec::encodeError(utils::RKError::fail(kind, "失败"), &message);
+            const utils::RKError decoded = CRecordCodec::decodeError(overTheWire(message));
+            QCOMPARE(decoded.kind(), kind);
+            QCOMPARE(decoded.errorMsg(), std::string("失败"));
+        }
+        quotes::v1::Error unknown;
+        unknown.set_message("以后的错误");
+        unknown.set_kind(static_cast<quotes::v1::ErrorKind>(99));
+        QCOMPARE(CRecordCodec::decodeError(overTheWire(unknown)).kind(), ErrorKind::Refused);
+        quotes::v1::Error success;
+        success.set_success(true);
+        success.set_kind(quotes::v1::ERROR_KIND_CONFLICT);
+        QCOMPARE(CRecordCodec::decodeError(overTheWire(success)).kind(), ErrorKind::None);
+    }
+
     void errorWithBadTextStillGetsThrough() {
         quotes::v1::Error message;
         CRecordCodec::encodeError(utils::RKError::fail("坏\xff\xfe"), &message);

@@ -308,7 +308,8 @@ private slots:
         QVERIFY(status.value("uptimeMs").toDouble() >= 0);
         r = run({"ping"});
         QCOMPARE(r.code, 0);
-        QVERIFY(r.out.startsWith(QByteArray("version ") + Hlx::quotesVersion() + "\ndatabase SQLite "));
+        QVERIFY(
+            r.out.startsWith(QByteArray("version ") + Hlx::quotesVersion() + "\ndatabase SQLite "));
         QCOMPARE(run({"ping", "extra"}).code, 2);
     }
 

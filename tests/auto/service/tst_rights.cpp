@@ -96,7 +96,7 @@ class TestRights : public QObject {
     }
 
     static void verifyRefused(const utils::RKError& error, const QString& prefix) {
-        QVERIFY(!error.isSuccess());
+        QCOMPARE(error.kind(), utils::ErrorKind::Refused);
         QVERIFY2(errorText(error).startsWith(prefix), qPrintable(errorText(error)));
     }
 

@@ -18,6 +18,7 @@
 #include "CSecretKeyFile.h"
 #include "CServiceOptions.h"
 #include "Hlx/CRequestTarget.h"
+#include "Hlx/CSourcePatch.h"
 #include "OwnerCalls.h"
 #include "ServiceResults.h"
 #include "rkservice/CLevel2Token.h"
@@ -98,6 +99,24 @@ private:
         OwnerCalls::query(*m_service, rkservice::kDataLevel2Tokens, &datas);
         return datas.empty() ? std::string()
                              : static_cast<rkservice::CLevel2Token&>(*datas.front()).token;
+    }
+
+    std::vector<rkservice::IDataPtr> ownerSources() {
+        std::vector<rkservice::IDataPtr> datas;
+        OwnerCalls::query(*m_service, rkservice::kDataQuoteSources, &datas);
+        return datas;
+    }
+
+    // Stores a password for the source that no key opens, as a damaged row would hold it.
+    void damagePassword(int id) {
+        QSqlDatabase db = m_service->database().connection();
+        QSqlQuery query(db);
+        QVERIFY(query.prepare(
+            QStringLiteral("UPDATE kx_orin_quoter_source SET password = ? WHERE id = ?")));
+        query.addBindValue(CSecretBox::generate().seal("sealed under another key"));
+        query.addBindValue(id);
+        QVERIFY(query.exec());
+        QCOMPARE(query.numRowsAffected(), 1);
     }
 
     // Every file under the data directory whose bytes contain the text.
@@ -336,6 +355,52 @@ private slots:
         QCOMPARE(passwords(), std::vector<std::string>{});
         QVERIFY(addSource("密码-ü").isSuccess());
         QCOMPARE(passwords(), std::vector<std::string>{"密码-ü"});
+    }
+
+    // A change reads the rows it changes and no other: a row elsewhere in the table whose
+    // password cannot be opened does not stop it. Whoever reads that row still learns of it.
+    void aChangeReadsOnlyItsOwnRows() {
+        QVERIFY(open());
+        QVERIFY_OK(addSource(kMarker));
+        const std::vector<rkservice::IDataPtr> added = ownerSources();
+        QCOMPARE(int(added.size()), 1);
+        auto other = boost::make_shared<rkservice::COrinQuoterSourceInfo>(
+            static_cast<const rkservice::COrinQuoterSourceInfo&>(*added.front()));
+        other->m_nPort = 9101;
+        QVERIFY_OK(operate(rkservice::kDataQuoteSources, rkservice::kOperateAdd, other));
+        const int damaged =
+            static_cast<const rkservice::COrinQuoterSourceInfo&>(*added.front()).m_nId;
+        damagePassword(damaged);
+
+        auto changed = boost::make_shared<rkservice::COrinQuoterSourceInfo>(*other);
+        changed->m_nId = damaged + 1;
+        changed->m_nPort = 9102;
+        QVERIFY_OK(operate(rkservice::kDataQuoteSources, rkservice::kOperateModify, changed));
+        Hlx::CSourcePatch patch;
+        patch.port = 9103;
+        QVERIFY_OK(m_service->modifySource(CCaller::owner(), damaged + 1, patch));
+        QVERIFY_OK(operate(rkservice::kDataQuoteSources, rkservice::kOperateDelete, changed));
+        QCOMPARE(passwords().front().rfind("error: ", 0), size_t(0));
+    }
+
+    // A query opens only the passwords its caller receives: a viewer's answer does not depend on
+    // them.
+    void aQueryOpensOnlyThePasswordsItsCallerReceives() {
+        QVERIFY(open());
+        QVERIFY_OK(addSource(kMarker));
+        damagePassword(
+            static_cast<const rkservice::COrinQuoterSourceInfo&>(*ownerSources().front()).m_nId);
+        rkservice::COrinQueryDataReq request;
+        request.dataType = rkservice::kDataQuoteSources;
+        std::vector<rkservice::IDataPtr> datas;
+        QVERIFY_OK(m_service->querySync(CCaller::user("viewer", {10385}),
+                                        Hlx::CRequestTarget::centre(), request, &datas));
+        QCOMPARE(int(datas.size()), 1);
+        QVERIFY(
+            static_cast<rkservice::COrinQuoterSourceInfo&>(*datas.front()).m_strPassword.empty());
+        QVERIFY(
+            !m_service->querySync(CCaller::owner(), Hlx::CRequestTarget::centre(), request, &datas)
+                 .isSuccess());
     }
 
     void sealedValuesAreFreshAndBound() {

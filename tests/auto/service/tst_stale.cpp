@@ -31,8 +31,10 @@ QString errorText(const utils::RKError& error) {
     return QString::fromStdString(error.errorMsg());
 }
 
+// The refusal of a change from rows read before an import: a conflict with the stored data.
 bool isStaleRefusal(const utils::RKError& error) {
-    return !error.isSuccess() && errorText(error) == QString::fromUtf8(CStaleRows::kRefusal);
+    return error.kind() == utils::ErrorKind::Conflict &&
+           errorText(error) == QString::fromUtf8(CStaleRows::kRefusal);
 }
 
 }  // namespace
