@@ -7,6 +7,7 @@
 #include <boost/make_shared.hpp>
 
 #include "CDatabase.h"
+#include "CPasswordOpener.h"
 #include "CReferenceData.h"
 #include "CSecretBox.h"
 #include "CServiceError.h"
@@ -39,21 +40,43 @@ void bindColumns(QSqlQuery& query, const rkservice::COrinQuoterSourceInfo& sourc
 
 namespace {
 
-const QString kColumns = QStringLiteral(
-    "SELECT id, subsystem, platform_id, broker_id, server_group_id, address, port, user_name, "
-    "password, trade_type, markets FROM kx_orin_quoter_source");
+// The columns of a read. SQLite hands its text columns over as their UTF-8 bytes, sparing a
+// large read the round trip through UTF-16 (PostgreSQL's driver gives text either way).
+QString columnsOf(const CDatabase& database) {
+    return database.engine() == CDatabase::SQLite
+               ? QStringLiteral(
+                     "SELECT id, CAST(subsystem AS BLOB), platform_id, broker_id, server_group_id, "
+                     "CAST(address AS BLOB), port, CAST(user_name AS BLOB), CAST(password AS "
+                     "BLOB), "
+                     "trade_type, CAST(markets AS BLOB) FROM kx_orin_quoter_source")
+               : QStringLiteral(
+                     "SELECT id, subsystem, platform_id, broker_id, server_group_id, address, "
+                     "port, "
+                     "user_name, password, trade_type, markets FROM kx_orin_quoter_source");
+}
+
+// A text column's UTF-8 bytes, whichever way the driver gave them.
+QByteArray utf8Of(const QVariant& value) {
+    return value.type() == QVariant::ByteArray ? value.toByteArray() : value.toString().toUtf8();
+}
+
+std::string textOf(const QVariant& value) {
+    const QByteArray bytes = utf8Of(value);
+    return std::string(bytes.constData(), size_t(bytes.size()));
+}
 // Ids bound in one statement of a read by ids, well below every engine's limit of parameters.
 const size_t kIdsPerStatement = 500;
 
 // Sub-system names repeat on every row: each is converted once.
 struct TagCache {
-    QString tag;
+    QByteArray tag;
     std::string utf8;
 
-    const std::string& of(const QString& next) {
-        if (next != tag) {
+    const std::string& of(const QVariant& value) {
+        const QByteArray next = utf8Of(value);
+        if (next != tag || utf8.empty()) {
             tag = next;
-            utf8 = next.toStdString();
+            utf8.assign(next.constData(), size_t(next.size()));
         }
         return utf8;
     }
@@ -61,21 +84,21 @@ struct TagCache {
 
 // Reads the row the query stands on; the password is opened only where mayRead allows, so that
 // a large answer for a caller who receives none costs no decryption.
-void readRow(const QSqlQuery& query, const CSecretBox& secrets,
+void readRow(const QSqlQuery& query, CPasswordOpener& passwords,
              const CQuoteSourceStore::PasswordFilter& mayRead, TagCache* tags,
              rkservice::COrinQuoterSourceInfo* source) {
     source->m_nId = query.value(0).toInt();
-    source->setSystemTag(tags->of(query.value(1).toString()));
+    source->setSystemTag(tags->of(query.value(1)));
     source->m_nPlatformId = query.value(2).toInt();
     source->m_nBrokerId = query.value(3).toInt();
     source->m_nServerGroupId = query.value(4).toInt();
-    source->m_strAddress = query.value(5).toString().toStdString();
+    source->m_strAddress = textOf(query.value(5));
     source->m_nPort = query.value(6).toInt();
-    source->m_strUserName = query.value(7).toString().toStdString();
+    source->m_strUserName = textOf(query.value(7));
     source->m_nTradeType = query.value(9).toInt();
-    source->m_strMarkets = query.value(10).toString().toStdString();
+    source->m_strMarkets = textOf(query.value(10));
     if (!mayRead || mayRead(*source))
-        source->m_strPassword = secrets.open(query.value(8).toString());
+        passwords.add(source, utf8Of(query.value(8)));
 }
 
 }  // namespace
@@ -84,7 +107,7 @@ std::vector<rkservice::IDataPtr> CQuoteSourceStore::query(QSqlDatabase& db,
                                                           const QString& subsystem, bool filter,
                                                           int tradeType,
                                                           const PasswordFilter& mayRead) const {
-    QString sql = kColumns;
+    QString sql = columnsOf(m_database);
     QStringList where;
     if (!subsystem.isEmpty())
         where << QStringLiteral("subsystem = ?");
@@ -101,7 +124,7 @@ std::vector<rkservice::IDataPtr> CQuoteSourceStore::query(QSqlDatabase& db,
     if (filter)
         query.addBindValue(tradeType);
     m_database.exec(query);
-    const auto secrets = m_database.secrets();
+    CPasswordOpener passwords(m_database.secrets());
     std::vector<rkservice::IDataPtr> result;
     // The records are made in blocks that share one allocation each: a large answer then costs
     // a few big allocations instead of one per row, which is most of the time on a worker thread.
@@ -118,15 +141,18 @@ std::vector<rkservice::IDataPtr> CQuoteSourceStore::query(QSqlDatabase& db,
             block->records.reserve(kBlock);
         }
         block->records.emplace_back();
-        readRow(query, *secrets, mayRead, &tags, &block->records.back());
+        readRow(query, passwords, mayRead, &tags, &block->records.back());
         result.push_back(rkservice::IDataPtr(block, &block->records.back()));
     }
+    passwords.finish();
     return result;
 }
 
 std::map<int, rkservice::COrinQuoterSourceInfo> CQuoteSourceStore::byIds(
-    QSqlDatabase& db, const QString& subsystem, const std::vector<int>& ids) const {
-    const auto secrets = m_database.secrets();
+    QSqlDatabase& db, const QString& subsystem, const std::vector<int>& ids, bool forUpdate) const {
+    const QString lock = forUpdate && m_database.engine() == CDatabase::PostgreSQL
+                             ? QStringLiteral(" FOR UPDATE")
+                             : QString();
     std::map<int, rkservice::COrinQuoterSourceInfo> result;
     TagCache tags;
     for (size_t first = 0; first < ids.size(); first += kIdsPerStatement) {
@@ -136,9 +162,10 @@ std::map<int, rkservice::COrinQuoterSourceInfo> CQuoteSourceStore::byIds(
             marks << QStringLiteral("?");
         QSqlQuery query(db);
         query.setForwardOnly(true);
-        query.prepare(kColumns +
+        query.prepare(columnsOf(m_database) +
                       QStringLiteral(" WHERE id IN (%1)").arg(marks.join(QLatin1Char(','))) +
-                      (subsystem.isEmpty() ? QString() : QStringLiteral(" AND subsystem = ?")));
+                      (subsystem.isEmpty() ? QString() : QStringLiteral(" AND subsystem = ?")) +
+                      lock);
         for (size_t i = 0; i < count; ++i)
             query.addBindValue(ids[first + i]);
         if (!subsystem.isEmpty())
@@ -146,7 +173,9 @@ std::map<int, rkservice::COrinQuoterSourceInfo> CQuoteSourceStore::byIds(
         m_database.exec(query);
         while (query.next()) {
             rkservice::COrinQuoterSourceInfo source;
-            readRow(query, *secrets, PasswordFilter(), &tags, &source);
+            CPasswordOpener passwords(m_database.secrets());
+            readRow(query, passwords, PasswordFilter(), &tags, &source);
+            passwords.finish();
             result.emplace(source.m_nId, source);
         }
     }
@@ -235,52 +264,25 @@ std::vector<int> CQuoteSourceStore::add(
     return ids;
 }
 
-rkservice::COrinQuoterSourceInfoPtr CQuoteSourceStore::find(QSqlDatabase& db, int id) const {
-    if (m_database.engine() == CDatabase::PostgreSQL) {
-        // SQLite's write transaction excludes other writers already; PostgreSQL locks the row
-        // before it is read.
-        QSqlQuery lock(db);
-        lock.prepare(
-            QStringLiteral("SELECT id FROM kx_orin_quoter_source WHERE id = ? FOR UPDATE"));
-        lock.addBindValue(id);
-        m_database.exec(lock);
-    }
-    const auto stored = byIds(db, QString(), {id});
-    if (!stored.empty())
-        return boost::make_shared<rkservice::COrinQuoterSourceInfo>(stored.begin()->second);
-    throw CServiceError::notFound("行情源不存在: " + std::to_string(id));
-}
-
 void CQuoteSourceStore::modify(
-    QSqlDatabase& db, const QString& subsystem,
+    QSqlDatabase& db, const std::map<int, rkservice::COrinQuoterSourceInfo>& stored,
     const std::vector<rkservice::COrinQuoterSourceInfoPtr>& sources) const {
+    QSqlQuery update(db);
+    update.prepare(
+        QStringLiteral("UPDATE kx_orin_quoter_source SET platform_id = ?, broker_id = "
+                       "?, server_group_id = ?, address = ?, port = ?, user_name = ?, "
+                       "password = ?, trade_type = ?, markets = ? WHERE id = ?"));
     for (const auto& incoming : sources) {
-        QSqlQuery find(db);
-        find.prepare(subsystem.isEmpty()
-                         ? QStringLiteral("SELECT subsystem, trade_type, markets FROM "
-                                          "kx_orin_quoter_source WHERE id = ?")
-                         : QStringLiteral("SELECT subsystem, trade_type, markets FROM "
-                                          "kx_orin_quoter_source WHERE id = ? AND subsystem = ?"));
-        find.addBindValue(incoming->m_nId);
-        if (!subsystem.isEmpty())
-            find.addBindValue(subsystem);
-        m_database.exec(find);
-        if (!find.next())
+        const auto old = stored.find(incoming->m_nId);
+        if (old == stored.end())
             throw CServiceError::notFound("行情源不存在: " + std::to_string(incoming->m_nId));
-        const QString owner = find.value(0).toString();
         rkservice::COrinQuoterSourceInfo source(*incoming);
         // The all-types panel edits with trade type -1 and no market list: both mean "unchanged".
         if (source.m_nTradeType == -1)
-            source.m_nTradeType = find.value(1).toInt();
+            source.m_nTradeType = old->second.m_nTradeType;
         if (source.m_strMarkets.empty())
-            source.m_strMarkets = find.value(2).toString().toStdString();
-        find.finish();
-        check(db, owner, source, source.m_nId);
-        QSqlQuery update(db);
-        update.prepare(
-            QStringLiteral("UPDATE kx_orin_quoter_source SET platform_id = ?, broker_id = "
-                           "?, server_group_id = ?, address = ?, port = ?, user_name = ?, "
-                           "password = ?, trade_type = ?, markets = ? WHERE id = ?"));
+            source.m_strMarkets = old->second.m_strMarkets;
+        check(db, QString::fromStdString(old->second.getSystemTag()), source, source.m_nId);
         bindColumns(update, source, *m_database.secrets());
         update.addBindValue(source.m_nId);
         m_database.exec(update);
@@ -290,25 +292,12 @@ void CQuoteSourceStore::modify(
     }
 }
 
-std::map<int, CStoredKind> CQuoteSourceStore::kinds(QSqlDatabase& db, const QString& subsystem,
-                                                    const std::vector<int>& ids) const {
-    QSqlQuery find(db);
-    find.prepare(subsystem.isEmpty()
-                     ? QStringLiteral("SELECT trade_type, platform_id FROM kx_orin_quoter_source "
-                                      "WHERE id = ?")
-                     : QStringLiteral("SELECT trade_type, platform_id FROM kx_orin_quoter_source "
-                                      "WHERE id = ? AND subsystem = ?"));
-    std::map<int, CStoredKind> result;
-    for (int id : ids) {
-        find.addBindValue(id);
-        if (!subsystem.isEmpty())
-            find.addBindValue(subsystem);
-        m_database.exec(find);
-        if (find.next())
-            result[id] = CStoredKind{find.value(0).toInt(), find.value(1).toInt()};
-        find.finish();
-    }
-    return result;
+std::map<int, CStoredKind> CQuoteSourceStore::kindsOf(
+    const std::map<int, rkservice::COrinQuoterSourceInfo>& stored) {
+    std::map<int, CStoredKind> kinds;
+    for (const auto& row : stored)
+        kinds[row.first] = CStoredKind{row.second.m_nTradeType, row.second.m_nPlatformId};
+    return kinds;
 }
 
 void CQuoteSourceStore::remove(QSqlDatabase& db, const QString& subsystem,

@@ -27,21 +27,22 @@ public:
                                            const PasswordFilter& mayRead = PasswordFilter()) const;
     // The stored sources with the ids, within the sub-system (any when empty), by id; ids not
     // found are left out. One indexed statement for a change's few rows, whatever the table holds.
+    // forUpdate locks the rows for the transaction (PostgreSQL; SQLite's writer excludes others
+    // already), so that a change made elsewhere meanwhile is waited for, not overwritten.
     std::map<int, rkservice::COrinQuoterSourceInfo> byIds(QSqlDatabase& db,
                                                           const QString& subsystem,
-                                                          const std::vector<int>& ids) const;
-    // The stored source with the id, locked for this transaction; throws when there is none.
-    rkservice::COrinQuoterSourceInfoPtr find(QSqlDatabase& db, int id) const;
+                                                          const std::vector<int>& ids,
+                                                          bool forUpdate = false) const;
+    // What the rights of the stored rows are checked on.
+    static std::map<int, CStoredKind> kindsOf(
+        const std::map<int, rkservice::COrinQuoterSourceInfo>& stored);
     // Adds the sources to the sub-system; returns the ids assigned, in order.
     std::vector<int> add(QSqlDatabase& db, const QString& subsystem,
                          const std::vector<rkservice::COrinQuoterSourceInfoPtr>& sources) const;
-    // Rewrites the sources named by their ids, within the sub-system (any when empty).
-    void modify(QSqlDatabase& db, const QString& subsystem,
+    // Rewrites the sources named by their ids, as stored read them (byIds); an id stored lacks
+    // is not found.
+    void modify(QSqlDatabase& db, const std::map<int, rkservice::COrinQuoterSourceInfo>& stored,
                 const std::vector<rkservice::COrinQuoterSourceInfoPtr>& sources) const;
-    // The stored trade type and platform of the named sources within the sub-system (any when
-    // empty); ids not found are left out.
-    std::map<int, CStoredKind> kinds(QSqlDatabase& db, const QString& subsystem,
-                                     const std::vector<int>& ids) const;
     // Deletes the sources named by their ids, within the sub-system (any when empty).
     void remove(QSqlDatabase& db, const QString& subsystem, const std::vector<int>& ids) const;
 

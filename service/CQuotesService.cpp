@@ -486,9 +486,9 @@ void CQuotesService::modifySources(
     // The rights of the stored rows are read in the transaction that changes them.
     m_database->transact(true, [&](QSqlDatabase& db) {
         m_generations->checkModify(db, caller);
-        CAccessPolicy::checkModify(caller, sources, store.kinds(db, subsystem, ids));
-        const auto before = store.byIds(db, subsystem, ids);
-        store.modify(db, subsystem, sources);
+        const auto before = store.byIds(db, subsystem, ids, true);
+        CAccessPolicy::checkModify(caller, sources, CQuoteSourceStore::kindsOf(before));
+        store.modify(db, before, sources);
         auditSources(db, caller, request, subsystem, before, store.byIds(db, subsystem, ids));
     });
 }
@@ -499,10 +499,10 @@ void CQuotesService::deleteSources(
     const std::vector<int> ids = distinctIds(sources, "删除");
     const CQuoteSourceStore store(*m_database);
     m_database->transact(true, [&](QSqlDatabase& db) {
-        const std::map<int, CStoredKind> kinds = store.kinds(db, subsystem, ids);
+        const auto before = store.byIds(db, subsystem, ids, true);
+        const std::map<int, CStoredKind> kinds = CQuoteSourceStore::kindsOf(before);
         m_generations->checkDelete(db, caller, sources, kinds);
         CAccessPolicy::checkDelete(caller, ids, kinds);
-        const auto before = store.byIds(db, subsystem, ids);
         store.remove(db, subsystem, ids);
         auditSources(db, caller, request, subsystem, before, {});
     });
@@ -532,16 +532,19 @@ utils::RKError CQuotesService::modifySource(const CCaller& caller, int id,
             throw CServiceError("没有要修改的字段");
         const CQuoteSourceStore store(*m_database);
         m_database->transact(true, [&](QSqlDatabase& db) {
-            const rkservice::COrinQuoterSourceInfoPtr source = store.find(db, id);
-            const rkservice::COrinQuoterSourceInfo before = *source;
+            const auto stored = store.byIds(db, QString(), {id}, true);
+            if (stored.empty())
+                throw CServiceError::notFound("行情源不存在: " + std::to_string(id));
+            const rkservice::COrinQuoterSourceInfo& before = stored.begin()->second;
+            auto source = boost::make_shared<rkservice::COrinQuoterSourceInfo>(before);
             patch.applyTo(source.get());
             source->m_nId = id;
             request.datas = {source};
             m_generations->checkModify(db, caller);
-            CAccessPolicy::checkModify(caller, {source}, store.kinds(db, QString(), {id}));
-            store.modify(db, QString(), {source});
-            auditSources(db, caller, request, QString::fromStdString(before.getSystemTag()),
-                         {{id, before}}, {{id, *source}});
+            CAccessPolicy::checkModify(caller, {source}, CQuoteSourceStore::kindsOf(stored));
+            store.modify(db, stored, {source});
+            auditSources(db, caller, request, QString::fromStdString(before.getSystemTag()), stored,
+                         {{id, *source}});
         });
     });
 }

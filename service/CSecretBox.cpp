@@ -2,6 +2,8 @@
 
 #include <sodium.h>
 
+#include <algorithm>
+
 #include "CPasswordHasher.h"
 #include "CServiceError.h"
 
@@ -50,10 +52,16 @@ QString CSecretBox::seal(const std::string& plain) const {
 }
 
 std::string CSecretBox::open(const QString& sealed) const {
+    return open(sealed.toUtf8());
+}
+
+std::string CSecretBox::open(const QByteArray& sealed) const {
     const int minimum = int(crypto_secretbox_NONCEBYTES + crypto_secretbox_MACBYTES);
-    const QByteArray bytes = QByteArray::fromBase64(sealed.mid(kPrefix.size()).toLatin1(),
-                                                    QByteArray::AbortOnBase64DecodingErrors);
-    if (!sealed.startsWith(kPrefix) || bytes.size() < minimum)
+    const QByteArray bytes =
+        QByteArray::fromBase64(QByteArray::fromRawData(sealed.constData() + kPrefix.size(),
+                                                       std::max(0, sealed.size() - kPrefix.size())),
+                               QByteArray::AbortOnBase64DecodingErrors);
+    if (!sealed.startsWith(kPrefix.data()) || bytes.size() < minimum)
         throw CServiceError::unavailable("数据库中的密码未加密或已损坏");
     std::string plain(size_t(bytes.size() - minimum), '\0');
     const auto* nonce = reinterpret_cast<const unsigned char*>(bytes.constData());

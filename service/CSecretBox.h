@@ -27,6 +27,8 @@ public:
     // The plain text of a sealed value; throws CServiceError when the value is not sealed or
     // was sealed under another key (never returns garbage).
     std::string open(const QString& sealed) const;
+    // The same for the sealed value's UTF-8 bytes, as a read that skips text conversion has it.
+    std::string open(const QByteArray& sealed) const;
 
     // The value stored beside the secrets that proves a key is the one they were sealed with.
     QString checkValue() const;
