@@ -127,8 +127,7 @@ grpc::Status CAdminServer::Logout(grpc::ServerContext* context,
                                   quotes::v1::LogoutReply* reply) {
     const CallScope scope(this);
     CCaller caller = CCaller::owner();
-    std::tuple<> none;
-    const grpc::Status admitted = admit(context, *request, &caller, &none);
+    const grpc::Status admitted = admit(context, *request, &caller);
     if (!admitted.ok())
         return admitted;
     m_logins.logout(bearerToken(context));
@@ -182,8 +181,7 @@ grpc::Status CAdminServer::Events(grpc::ServerContext* context,
                                   grpc::ServerWriter<quotes::v1::Event>* writer) {
     const CallScope scope(this);
     CCaller caller = CCaller::owner();
-    std::tuple<> none;
-    const grpc::Status admitted = admit(context, *request, &caller, &none);
+    const grpc::Status admitted = admit(context, *request, &caller);
     if (!admitted.ok())
         return admitted;
     CEventStream stream(m_service->changes());

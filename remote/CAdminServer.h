@@ -167,6 +167,13 @@ private:
         return decoded.isSuccess() ? grpc::Status::OK : invalid(decoded);
     }
 
+    // The same for a request without fields.
+    template <class Request>
+    grpc::Status admit(grpc::ServerContext* context, const Request& request, CCaller* caller) {
+        std::tuple<> none;
+        return admit(context, request, caller, &none);
+    }
+
     // The account behind the call's token; a non-OK status when there is none (or the server
     // is stopping).
     grpc::Status authenticate(grpc::ServerContext* context, CCaller* caller);

@@ -10,7 +10,7 @@
 
 #include "CAuditRows.h"
 #include "Hlx/CUserManager.h"
-#include "Hlx/IQuotesAdmin.h"
+#include "Hlx/IAuditTransfer.h"
 #include "Zu/COddEvenRowTable.h"
 #include "Zu/CSmallNormalButton.h"
 #include "Zu/CWidgetList.h"
@@ -49,7 +49,7 @@ long long secondsOf(const QDateTimeEdit* edit) {
 
 }  // namespace
 
-CAuditDock::CAuditDock(boost::shared_ptr<Hlx::IQuotesAdmin> admin, QWidget* parent)
+CAuditDock::CAuditDock(boost::shared_ptr<Hlx::IAuditTransfer> admin, QWidget* parent)
     : QDockWidget(QStringLiteral("操作记录"), parent), m_loader(std::move(admin), this) {
     setObjectName(QStringLiteral("auditTrail"));
     auto* outer = new Zu::CWidgetList(this, Qt::Vertical);

@@ -15,7 +15,7 @@ class QLabel;
 class QLineEdit;
 class QPushButton;
 namespace Hlx {
-class IQuotesAdmin;
+class IAuditTransfer;
 }
 namespace Zu {
 class COddEvenRowTable;
@@ -27,7 +27,7 @@ class CWidgetList;
 class CAuditDock : public QDockWidget {
     Q_OBJECT
 public:
-    CAuditDock(boost::shared_ptr<Hlx::IQuotesAdmin> admin, QWidget* parent = nullptr);
+    CAuditDock(boost::shared_ptr<Hlx::IAuditTransfer> admin, QWidget* parent = nullptr);
     ~CAuditDock() override;
 
     // Reads the trail again with the filters shown; an answer of an earlier read is dropped.

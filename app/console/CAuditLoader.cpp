@@ -6,7 +6,7 @@
 #include <exception>
 #include <mutex>
 
-#include "Hlx/IQuotesAdmin.h"
+#include "Hlx/IAuditTransfer.h"
 
 struct CAuditLoader::State {
     std::mutex mutex;
@@ -19,7 +19,7 @@ struct CAuditLoader::State {
 
 namespace {
 
-utils::RKError readTrail(Hlx::IQuotesAdmin& admin, const Hlx::CAuditFilter& filter,
+utils::RKError readTrail(Hlx::IAuditTransfer& admin, const Hlx::CAuditFilter& filter,
                          std::vector<Hlx::CAuditEntry>* entries) {
     try {
         return admin.auditEntries(filter, entries);
@@ -31,7 +31,7 @@ utils::RKError readTrail(Hlx::IQuotesAdmin& admin, const Hlx::CAuditFilter& filt
 
 }  // namespace
 
-CAuditLoader::CAuditLoader(boost::shared_ptr<Hlx::IQuotesAdmin> admin, QObject* receiver)
+CAuditLoader::CAuditLoader(boost::shared_ptr<Hlx::IAuditTransfer> admin, QObject* receiver)
     : m_admin(std::move(admin)), m_receiver(receiver), m_state(std::make_shared<State>()) {}
 
 CAuditLoader::~CAuditLoader() {
@@ -50,7 +50,7 @@ void CAuditLoader::start(const Hlx::CAuditFilter& filter, Answer answer) {
         load = ++m_state->load;
     }
     const std::shared_ptr<State> state = m_state;
-    const boost::shared_ptr<Hlx::IQuotesAdmin> admin = m_admin;
+    const boost::shared_ptr<Hlx::IAuditTransfer> admin = m_admin;
     QObject* receiver = m_receiver;
     QThreadPool::globalInstance()->start([state, load, admin, filter, receiver, answer] {
         auto entries = std::make_shared<std::vector<Hlx::CAuditEntry>>();

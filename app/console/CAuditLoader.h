@@ -11,7 +11,7 @@
 
 class QObject;
 namespace Hlx {
-class IQuotesAdmin;
+class IAuditTransfer;
 }
 
 // Reads the audit trail on a worker thread, so that a slow server never freezes the window, and
@@ -21,7 +21,7 @@ class CAuditLoader {
 public:
     using Answer = std::function<void(const utils::RKError&, const std::vector<Hlx::CAuditEntry>&)>;
 
-    CAuditLoader(boost::shared_ptr<Hlx::IQuotesAdmin> admin, QObject* receiver);
+    CAuditLoader(boost::shared_ptr<Hlx::IAuditTransfer> admin, QObject* receiver);
     ~CAuditLoader();
     CAuditLoader(const CAuditLoader&) = delete;
     CAuditLoader& operator=(const CAuditLoader&) = delete;
@@ -33,7 +33,7 @@ public:
     struct State;
 
 private:
-    boost::shared_ptr<Hlx::IQuotesAdmin> m_admin;
+    boost::shared_ptr<Hlx::IAuditTransfer> m_admin;
     QObject* m_receiver;
     std::shared_ptr<State> m_state;
 };

@@ -4,7 +4,7 @@
 #include <exception>
 #include <mutex>
 
-#include "Hlx/IQuotesAdmin.h"
+#include "Hlx/IAuditTransfer.h"
 
 // The reader as the worker sees it: null once the reader is gone.
 struct CStatusReader::Guard {
@@ -14,7 +14,7 @@ struct CStatusReader::Guard {
 
 namespace {
 
-std::string readDatabase(Hlx::IQuotesAdmin& admin) {
+std::string readDatabase(Hlx::IAuditTransfer& admin) {
     Hlx::CServiceStatus status;
     try {
         admin.status(&status);
@@ -27,7 +27,7 @@ std::string readDatabase(Hlx::IQuotesAdmin& admin) {
 
 }  // namespace
 
-CStatusReader::CStatusReader(boost::shared_ptr<Hlx::IQuotesAdmin> admin, QObject* parent)
+CStatusReader::CStatusReader(boost::shared_ptr<Hlx::IAuditTransfer> admin, QObject* parent)
     : QObject(parent), m_admin(std::move(admin)), m_guard(std::make_shared<Guard>()) {
     m_guard->reader = this;
 }
@@ -40,7 +40,7 @@ CStatusReader::~CStatusReader() {
 
 void CStatusReader::start() {
     const std::shared_ptr<Guard> guard = m_guard;
-    const boost::shared_ptr<Hlx::IQuotesAdmin> admin = m_admin;
+    const boost::shared_ptr<Hlx::IAuditTransfer> admin = m_admin;
     QThreadPool::globalInstance()->start([guard, admin] {
         const QString database = QString::fromStdString(readDatabase(*admin));
         // Emitted on this worker thread: receivers on the user-interface thread get it queued,

@@ -6,7 +6,7 @@
 #include <memory>
 
 namespace Hlx {
-class IQuotesAdmin;
+class IAuditTransfer;
 }
 
 // Asks the service for its status on a worker thread, so that a slow or unreachable server never
@@ -15,7 +15,7 @@ class IQuotesAdmin;
 class CStatusReader : public QObject {
     Q_OBJECT
 public:
-    CStatusReader(boost::shared_ptr<Hlx::IQuotesAdmin> admin, QObject* parent);
+    CStatusReader(boost::shared_ptr<Hlx::IAuditTransfer> admin, QObject* parent);
     ~CStatusReader() override;
 
     void start();
@@ -27,6 +27,6 @@ signals:
     void databaseRead(const QString& database);
 
 private:
-    boost::shared_ptr<Hlx::IQuotesAdmin> m_admin;
+    boost::shared_ptr<Hlx::IAuditTransfer> m_admin;
     std::shared_ptr<Guard> m_guard;
 };

@@ -22,7 +22,7 @@
 #include "CConsoleWindow.h"
 #include "EmbeddedService.h"
 #include "RecordBuilders.h"
-#include "ScriptedAuditAdmin.h"
+#include "ScriptedAuditTrail.h"
 #include "TestIds.h"
 #include "Zu/COddEvenRowTable.h"
 #include "model/CAuditVocabulary.h"
@@ -253,7 +253,7 @@ private slots:
     }
 
     void csvExportIsExact() {
-        auto admin = boost::make_shared<ScriptedAuditAdmin>();
+        auto admin = boost::make_shared<ScriptedAuditTrail>();
         admin->setEntries({scriptedEntry(1718000000123LL, "张三,\"老\"\n王", false, ""),
                            scriptedEntry(1718000001000LL, "admin", true, "拒绝, 没有权限")});
         CAuditDock dock(admin);
@@ -276,14 +276,14 @@ private slots:
     }
 
     void exportFailureIsShown() {
-        auto admin = boost::make_shared<ScriptedAuditAdmin>();
+        auto admin = boost::make_shared<ScriptedAuditTrail>();
         CAuditDock dock(admin);
         QVERIFY(!dock.exportCsv(m_dir.filePath("missing/dir/audit.csv")));
         QVERIFY(dock.message().contains("missing/dir/audit.csv"));
     }
 
     void dockDestroyedWithAReadInFlightIsSafe() {
-        auto admin = boost::make_shared<ScriptedAuditAdmin>();
+        auto admin = boost::make_shared<ScriptedAuditTrail>();
         admin->setEntries({scriptedEntry(1718000000123LL, "admin", false, "")});
         admin->holdNextRead();
         auto* dock = new CAuditDock(admin);
@@ -300,7 +300,7 @@ private slots:
     }
 
     void onlyTheNewestReadIsShown() {
-        auto admin = boost::make_shared<ScriptedAuditAdmin>();
+        auto admin = boost::make_shared<ScriptedAuditTrail>();
         admin->setRefusal("older read");
         admin->holdNextRead();
         CAuditDock dock(admin);

@@ -22,7 +22,8 @@
 #include <new>
 
 #include "CConsoleWindow.h"
-#include "ScriptedAuditAdmin.h"
+#include "CEmbeddedAdmin.h"
+#include "EmbeddedService.h"
 
 // Freed memory is scribbled over and held back for a while before it is reused, so that an
 // answer that reaches a destroyed reader or window fails at once instead of reading whatever
@@ -61,10 +62,13 @@ void operator delete(void* memory, std::size_t) noexcept {
 
 namespace {
 
-// A service whose status is held until the test releases it (a slow server), and which records
-// the thread that asked.
-class HeldStatusAdmin : public ScriptedAuditAdmin {
+// The embedded service, but its status is held until the test releases it (a slow server), and
+// the thread that asked is recorded.
+class HeldStatusAdmin : public CEmbeddedAdmin {
 public:
+    explicit HeldStatusAdmin(const EmbeddedService& embedded)
+        : CEmbeddedAdmin(embedded.service(), [] { return CCaller::owner(); }) {}
+
     utils::RKError status(Hlx::CServiceStatus* status) override {
         std::unique_lock<std::mutex> lock(m_mutex);
         m_askedOn = QThread::currentThread();
@@ -104,6 +108,7 @@ class TestConsoleStatus : public QObject {
     Q_OBJECT
 
     QTemporaryDir m_dir;
+    EmbeddedService m_embedded;
 
     QString settingsFile() const { return m_dir.filePath("console.ini"); }
 
@@ -115,7 +120,7 @@ class TestConsoleStatus : public QObject {
 
 private slots:
     void statusIsAskedOnAWorkerWhileTheWindowResponds() {
-        auto admin = boost::make_shared<HeldStatusAdmin>();
+        auto admin = boost::make_shared<HeldStatusAdmin>(m_embedded);
         CConsoleWindow window(admin, settingsFile());
         QTRY_COMPARE(admin->calls(), 1);
         QVERIFY(admin->askedOn() != QThread::currentThread());
@@ -132,7 +137,7 @@ private slots:
     }
 
     void anAnswerAfterTheWindowIsGoneDoesNothing() {
-        auto admin = boost::make_shared<HeldStatusAdmin>();
+        auto admin = boost::make_shared<HeldStatusAdmin>(m_embedded);
         {
             CConsoleWindow window(admin, settingsFile());
             QTRY_COMPARE(admin->calls(), 1);
