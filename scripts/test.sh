@@ -23,10 +23,13 @@ stage setup bash scripts/setup.sh
 stage configure cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQUOTES_WERROR=ON
 stage build cmake --build build -j"$jobs"
 # No production function over 80 lines but the listed exceptions (clang-tidy, cached per file).
-stage tidy bash scripts/tidy.sh build
+# It runs beside the tests and the packages, which mostly wait, on the processor they leave.
+stage tidy bash scripts/tidy.sh build &
+tidy=$!
 stage test bash -c "cd build && ctest --output-on-failure -j$jobs"
 # The Debian packages from that build: lintian, the systemd unit, quotesd and quotesctl unpacked.
 stage package bash tests/package/debian.sh build
+wait "$tidy"
 
 stage asan-configure cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=Debug -DQUOTES_SANITIZE=ON \
     -DQUOTES_WERROR=ON -DQUOTES_BUILD_BENCH=OFF

@@ -124,7 +124,6 @@ std::vector<rkservice::IDataPtr> CQuoteSourceStore::query(QSqlDatabase& db,
     if (filter)
         query.addBindValue(tradeType);
     m_database.exec(query);
-    CPasswordOpener passwords(m_database.secrets());
     std::vector<rkservice::IDataPtr> result;
     // The records are made in blocks that share one allocation each: a large answer then costs
     // a few big allocations instead of one per row, which is most of the time on a worker thread.
@@ -133,6 +132,9 @@ std::vector<rkservice::IDataPtr> CQuoteSourceStore::query(QSqlDatabase& db,
     };
     const size_t kBlock = 4096;
     boost::shared_ptr<Block> block;
+    // After the records: when the read fails half-way, it waits for its batches to be opened
+    // before the records they write go.
+    CPasswordOpener passwords(m_database.secrets());
     TagCache tags;
     while (query.next()) {
         if (!block || block->records.size() == kBlock) {
@@ -264,9 +266,10 @@ std::vector<int> CQuoteSourceStore::add(
     return ids;
 }
 
-void CQuoteSourceStore::modify(
+std::map<int, rkservice::COrinQuoterSourceInfo> CQuoteSourceStore::modify(
     QSqlDatabase& db, const std::map<int, rkservice::COrinQuoterSourceInfo>& stored,
     const std::vector<rkservice::COrinQuoterSourceInfoPtr>& sources) const {
+    std::map<int, rkservice::COrinQuoterSourceInfo> written;
     QSqlQuery update(db);
     update.prepare(
         QStringLiteral("UPDATE kx_orin_quoter_source SET platform_id = ?, broker_id = "
@@ -289,7 +292,10 @@ void CQuoteSourceStore::modify(
         // Gone since it was read (a writer outside this service): a change of nothing is no change.
         if (update.numRowsAffected() != 1)
             throw CServiceError::notFound("行情源不存在: " + std::to_string(source.m_nId));
+        source.setSystemTag(old->second.getSystemTag());
+        written[source.m_nId] = source;
     }
+    return written;
 }
 
 std::map<int, CStoredKind> CQuoteSourceStore::kindsOf(

@@ -40,9 +40,10 @@ public:
     std::vector<int> add(QSqlDatabase& db, const QString& subsystem,
                          const std::vector<rkservice::COrinQuoterSourceInfoPtr>& sources) const;
     // Rewrites the sources named by their ids, as stored read them (byIds); an id stored lacks
-    // is not found.
-    void modify(QSqlDatabase& db, const std::map<int, rkservice::COrinQuoterSourceInfo>& stored,
-                const std::vector<rkservice::COrinQuoterSourceInfoPtr>& sources) const;
+    // is not found. Answers the rows as written, by id.
+    std::map<int, rkservice::COrinQuoterSourceInfo> modify(
+        QSqlDatabase& db, const std::map<int, rkservice::COrinQuoterSourceInfo>& stored,
+        const std::vector<rkservice::COrinQuoterSourceInfoPtr>& sources) const;
     // Deletes the sources named by their ids, within the sub-system (any when empty).
     void remove(QSqlDatabase& db, const QString& subsystem, const std::vector<int>& ids) const;
 

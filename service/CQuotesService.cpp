@@ -488,8 +488,7 @@ void CQuotesService::modifySources(
         m_generations->checkModify(db, caller);
         const auto before = store.byIds(db, subsystem, ids, true);
         CAccessPolicy::checkModify(caller, sources, CQuoteSourceStore::kindsOf(before));
-        store.modify(db, before, sources);
-        auditSources(db, caller, request, subsystem, before, store.byIds(db, subsystem, ids));
+        auditSources(db, caller, request, subsystem, before, store.modify(db, before, sources));
     });
 }
 
@@ -542,9 +541,8 @@ utils::RKError CQuotesService::modifySource(const CCaller& caller, int id,
             request.datas = {source};
             m_generations->checkModify(db, caller);
             CAccessPolicy::checkModify(caller, {source}, CQuoteSourceStore::kindsOf(stored));
-            store.modify(db, stored, {source});
             auditSources(db, caller, request, QString::fromStdString(before.getSystemTag()), stored,
-                         {{id, *source}});
+                         store.modify(db, stored, {source}));
         });
     });
 }

@@ -128,7 +128,7 @@ echo "== quotesd and quotesctl from the unpacked packages"
 bin=$root/usr/bin
 # Read whole before matching: with pipefail, grep -q leaving early would fail ldd on SIGPIPE.
 linked=$(ldd "$bin/quotesd")
-grep -q "libQuotesHostCore.so.1 => $root/" <<<"$linked" ||
+grep -q "libQuotesHostCore.so.$major => $root/" <<<"$linked" ||
     fail "quotesd does not load its library from the package"
 as_server=()
 data=$scratch/data
