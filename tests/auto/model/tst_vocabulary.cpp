@@ -99,7 +99,8 @@ private slots:
             ids << id;
         ids << 2147483646 << -2147483647 - 1;
         for (int id : ids) {
-            const bool futuresRule = ((id - 1) & ~4) == 0;
+            // In 64 bits, so that the rule is defined at the ends of int too.
+            const bool futuresRule = ((static_cast<long long>(id) - 1) & ~4LL) == 0;
             const long long bit = (long long)id + 1;
             const bool groupRule = bit >= 0 && bit <= 6 && ((0x45u >> bit) & 1u);
             QVERIFY2(CTradeTypeTable::isFuturesType(id) == futuresRule,
