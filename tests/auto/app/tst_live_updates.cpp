@@ -27,7 +27,10 @@ public:
         : Hlx::IorinDockableWidget(name, nullptr), m_shown(std::move(shown)) {}
 
     bool shows(Content content) const override { return m_shown.count(content) > 0; }
-    bool isLoading() const override { return loading; }
+    bool isLoading() const override {
+        ++loadingAsked;
+        return loading;
+    }
     void reloadSources() override { ++sourceReloads; }
     void reloadWholeQuoteSettings() override { ++settingsReloads; }
     void reloadLevel2Token() override { ++tokenReloads; }
@@ -36,6 +39,8 @@ public:
     int sourceReloads = 0;
     int settingsReloads = 0;
     int tokenReloads = 0;
+    // How often the live updates asked, each time they looked whether they may reload.
+    mutable int loadingAsked = 0;
 
 private:
     std::set<Content> m_shown;
@@ -109,7 +114,9 @@ private slots:
         sources.loading = true;
         QVERIFY(addSource(9502));
         QTRY_VERIFY(m_live->isPending());
-        QTest::qWait(3 * CLiveUpdates::kRetryMs);
+        // Three more looks that found the panel busy, and still no reload.
+        const int asked = sources.loadingAsked;
+        QTRY_VERIFY(sources.loadingAsked >= asked + 3);
         QCOMPARE(sources.sourceReloads, 0);
         sources.loading = false;
         QTRY_COMPARE(sources.sourceReloads, 1);
@@ -125,7 +132,9 @@ private slots:
         QTRY_COMPARE(QApplication::activeModalWidget(), &box);
         QVERIFY(addSource(9503));
         QTRY_VERIFY(m_live->isPending());
-        QTest::qWait(3 * CLiveUpdates::kRetryMs);
+        // Three more looks that found the panel busy, and still no reload.
+        const int asked = sources.loadingAsked;
+        QTRY_VERIFY(sources.loadingAsked >= asked + 3);
         QCOMPARE(sources.sourceReloads, 0);
         box.close();
         QTRY_COMPARE(sources.sourceReloads, 1);
