@@ -134,10 +134,37 @@ QStringList importGeneration(CDatabase::Engine) {
     };
 }
 
+// Version 7: trust. Every quote source, each sub-system's whole-quote settings and the Level-2
+// token carry a revision that each change advances, so that a change made from an older read is
+// refused instead of silently overwriting another's. An audit entry counts the repeats it stands
+// for, so that a flood of refused requests grows the trail by a row a minute, not a row a
+// request; the entry a repeat is added to is found through audit_aggregates. Failed logins are
+// counted per (account, address) in the database ('' for names that are no account), so that
+// every server on one database enforces them and a restart keeps them.
+QStringList trust(CDatabase::Engine) {
+    return {
+        QStringLiteral(
+            "ALTER TABLE kx_orin_quoter_source ADD COLUMN revision BIGINT NOT NULL DEFAULT 1"),
+        QStringLiteral("ALTER TABLE level2_token ADD COLUMN revision BIGINT NOT NULL DEFAULT 1"),
+        QStringLiteral("CREATE TABLE whole_quote_revisions (subsystem TEXT PRIMARY KEY, revision "
+                       "BIGINT NOT NULL)"),
+        QStringLiteral("INSERT INTO whole_quote_revisions (subsystem, revision) SELECT name, 1 "
+                       "FROM subsystems"),
+        QStringLiteral(
+            "ALTER TABLE audit_entries ADD COLUMN occurrences BIGINT NOT NULL DEFAULT 1"),
+        QStringLiteral("CREATE TABLE audit_aggregates (aggregate_key TEXT PRIMARY KEY, entry_id "
+                       "BIGINT NOT NULL, window_start_ms BIGINT NOT NULL)"),
+        QStringLiteral("CREATE TABLE login_failures (account TEXT NOT NULL, client_address TEXT "
+                       "NOT NULL, failures INTEGER NOT NULL, last_failure_ms BIGINT NOT NULL, "
+                       "locked_until_ms BIGINT NOT NULL, PRIMARY KEY (account, client_address))"),
+        QStringLiteral("CREATE INDEX login_failures_address ON login_failures (client_address)"),
+    };
+}
+
 }  // namespace
 
 int CSchema::currentVersion() {
-    return 6;
+    return 7;
 }
 
 int CSchema::version(const CDatabase& database, QSqlDatabase& db) {
@@ -185,6 +212,9 @@ void CSchema::migrate(const CDatabase& database, QSqlDatabase& db, int from, int
                 break;
             case 6:
                 statements = importGeneration(database.engine());
+                break;
+            case 7:
+                statements = trust(database.engine());
                 break;
             default:
                 throw CServiceError::unavailable("没有到数据库结构版本 " + std::to_string(step) +

@@ -15,6 +15,7 @@
 
 #include "CDatabase.h"
 #include "CEmbeddedAdmin.h"
+#include "CSchema.h"
 #include "HeldTransaction.h"
 #include "PostgresCluster.h"
 #include "ServiceResults.h"
@@ -230,9 +231,10 @@ private slots:
                     .isSuccess());
             QCOMPARE(datas.size(), count);
         }
-        QVERIFY(m_cluster.sql(
-            QStringLiteral("quotes2"),
-            QStringLiteral("UPDATE meta SET val = '7' WHERE name = 'schema_version'")));
+        QVERIFY(
+            m_cluster.sql(QStringLiteral("quotes2"),
+                          QStringLiteral("UPDATE meta SET val = '%1' WHERE name = 'schema_version'")
+                              .arg(CSchema::currentVersion() + 1)));
         QVERIFY(!CQuotesService::open(options(QStringLiteral("quotes2")), &error));
         QVERIFY2(error.contains(QStringLiteral("拒绝打开")), qPrintable(error));
     }
