@@ -362,13 +362,20 @@ private slots:
 
     // A database of the version before the generation gains it on opening.
     void olderDatabaseGainsTheGeneration() {
-        // Version 5 as it was: the service's own database without what version 6 added.
+        // Version 5 as it was: the service's own database without what versions 6 and 7 added.
         m_service.reset();
         QString error;
         {
             std::unique_ptr<CDatabase> database = CDatabase::create(m_options, &error);
             QVERIFY2(database, qPrintable(error));
             database->transact(true, [&](QSqlDatabase& db) {
+                for (const char* table :
+                     {"whole_quote_revisions", "audit_aggregates", "login_failures"})
+                    database->exec(db, QStringLiteral("DROP TABLE %1").arg(QLatin1String(table)));
+                for (const char* column :
+                     {"kx_orin_quoter_source DROP COLUMN revision",
+                      "level2_token DROP COLUMN revision", "audit_entries DROP COLUMN occurrences"})
+                    database->exec(db, QStringLiteral("ALTER TABLE %1").arg(QLatin1String(column)));
                 database->exec(db, QStringLiteral("DROP TABLE import_generation"));
                 database->exec(
                     db, QStringLiteral("ALTER TABLE login_tokens DROP COLUMN import_generation"));
@@ -385,7 +392,7 @@ private slots:
         QVERIFY2(m_service, qPrintable(error));
         {
             QSqlDatabase probe = m_service->database().connection();
-            QCOMPARE(CSchema::version(m_service->database(), probe), 6);
+            QCOMPARE(CSchema::version(m_service->database(), probe), CSchema::currentVersion());
         }
         QCOMPARE(generation(), 0LL);
         const int id = add(9014);
