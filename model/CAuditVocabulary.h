@@ -15,10 +15,13 @@ public:
     static constexpr const char* kImport = "import";
     static constexpr const char* kPrune = "prune";
     static constexpr const char* kLogin = "login";
+    static constexpr const char* kExport = "export";
     // Every action, in the order a filter offers them.
     static constexpr const char* kActions[] = {kAdd,         kModify,     kDelete,    kSave,
                                                kSetPassword, kSetEnabled, kSetRights, kSet,
-                                               kImport,      kPrune,      kLogin};
+                                               kImport,      kPrune,      kLogin,     kExport};
+    // Actions recorded although they change no data: never announced as a change.
+    static constexpr const char* kReadActions[] = {kExport};
 
     // Data types.
     static constexpr const char* kQuoteSource = "quote_source";
