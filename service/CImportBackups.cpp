@@ -52,6 +52,28 @@ void CImportBackups::prune() const {
         QFile::remove(QDir(m_dir).filePath(names.takeFirst()));
 }
 
+void CImportBackups::reseal(const CSecretBox& old) const {
+    if (m_dir.isEmpty())
+        return;
+    const QDir dir(m_dir);
+    for (const QString& name :
+         dir.entryList({QStringLiteral("import-backup-*.json")}, QDir::Files, QDir::Name)) {
+        QFile file(dir.filePath(name));
+        if (!file.open(QIODevice::ReadOnly))
+            continue;
+        const QByteArray bytes = file.readAll();
+        file.close();
+        QJsonObject content;
+        try {
+            content = open(bytes, old);
+        } catch (const CServiceError&) {
+            // Sealed under another key already, or not a copy of ours: left as it is.
+            continue;
+        }
+        write(content, dir.filePath(name));
+    }
+}
+
 bool CImportBackups::isSealed(const QByteArray& bytes) {
     return bytes.startsWith(kSealedHeader);
 }

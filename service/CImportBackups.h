@@ -26,6 +26,11 @@ public:
     // Writes the content sealed (0600, through a temporary file); throws when it cannot.
     void write(const QJsonObject& content, const QString& path) const;
 
+    // Seals the copies in the data directory that the old key opens under the database's key
+    // again (after a rekey), so that the one key file opens them all; throws when one cannot
+    // be written.
+    void reseal(const CSecretBox& old) const;
+
     // Whether the bytes are a sealed copy (rather than a plain export document).
     static bool isSealed(const QByteArray& bytes);
     // The document a sealed copy holds; throws CServiceError when the key is not the one it

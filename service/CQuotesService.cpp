@@ -20,6 +20,7 @@
 #include "CQuoteSourceStore.h"
 #include "CReferenceData.h"
 #include "CSchema.h"
+#include "CSecretBox.h"
 #include "CSecretKeys.h"
 #include "CSeedData.h"
 #include "CServiceError.h"
@@ -815,7 +816,15 @@ utils::RKError CQuotesService::setRights(const CCaller& caller, const std::strin
 }
 
 utils::RKError CQuotesService::rekey(const CCaller& caller) {
-    return administer(caller, "更换密钥", nullptr, [&] { m_keys->rekey(); });
+    CAuditTrail::Entry entry =
+        CAuditTrail::entry(CAuditVocabulary::kRekey, CAuditVocabulary::kSecrets);
+    return administer(caller, "更换密钥", &entry, [&] {
+        const std::shared_ptr<const CSecretBox> old = m_database->secrets();
+        m_keys->rekey();
+        // The backups follow the key, so that the one key file opens them all.
+        m_backups->reseal(*old);
+        m_database->transact(true, [&](QSqlDatabase& db) { m_audit->write(db, caller, entry); });
+    });
 }
 
 utils::RKError CQuotesService::auditEntries(const CCaller& caller, const Hlx::CAuditFilter& filter,

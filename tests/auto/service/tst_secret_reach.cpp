@@ -253,6 +253,26 @@ private slots:
         QVERIFY_EXCEPTION_THROWN(CImportBackups::open(bytes, CSecretBox::generate()),
                                  CServiceError);
     }
+
+    // A new key reseals the backups too: the one key file opens everything.
+    void rekeyResealsTheBackups() {
+        setToken();
+        const QJsonObject before = exported(CCaller::owner());
+        Hlx::CImportReport report;
+        QVERIFY_OK(
+            m_service->importDocument(CCaller::owner(), before, Hlx::CImportOptions(), &report));
+        const QByteArray oldKey = CSecretKeyFile::read(m_service->keyFile()).key();
+        QVERIFY_OK(m_service->rekey(CCaller::owner()));
+        QVERIFY(CSecretKeyFile::read(m_service->keyFile()).key() != oldKey);
+        QFile file(QString::fromStdString(report.backupFile));
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        QCOMPARE(CImportBackups::open(file.readAll(), CSecretKeyFile::read(m_service->keyFile())),
+                 before);
+        // On record, as every command on the data's own files.
+        const auto recorded = entries("rekey");
+        QCOMPARE(int(recorded.size()), 1);
+        QCOMPARE(recorded.front().dataType, std::string("secrets"));
+    }
 };
 
 QTEST_GUILESS_MAIN(TestSecretReach)
