@@ -211,6 +211,12 @@ private slots:
         QVERIFY(r.out.contains(keyFile().toUtf8()));
         QVERIFY(CSecretKeyFile::read(keyFile()).key() != before);
         QCOMPARE(onlySource().value("password").toString().toUtf8(), kMarker);
+        // On record as a local change, with the operating-system user.
+        const QJsonArray recorded =
+            QJsonDocument::fromJson(ctl({"audit", "--action", "rekey", "--json"}).out).array();
+        QCOMPARE(recorded.size(), 1);
+        QVERIFY2(recorded.at(0).toObject().value("local").toBool(),
+                 QJsonDocument(recorded).toJson().constData());
         const auto remote = QuotesctlRunner::run({"--server", "127.0.0.1:1", "--login", "admin",
                                                   "--login-password-file", "/dev/null", "rekey"});
         QCOMPARE(remote.code, 2);
