@@ -15,10 +15,14 @@ public:
     static constexpr const char* kImport = "import";
     static constexpr const char* kPrune = "prune";
     static constexpr const char* kLogin = "login";
+    static constexpr const char* kExport = "export";
+    static constexpr const char* kRekey = "rekey";
     // Every action, in the order a filter offers them.
-    static constexpr const char* kActions[] = {kAdd,         kModify,     kDelete,    kSave,
-                                               kSetPassword, kSetEnabled, kSetRights, kSet,
-                                               kImport,      kPrune,      kLogin};
+    static constexpr const char* kActions[] = {
+        kAdd, kModify, kDelete, kSave,  kSetPassword, kSetEnabled, kSetRights,
+        kSet, kImport, kPrune,  kLogin, kExport,      kRekey};
+    // Actions recorded although they change no data: never announced as a change.
+    static constexpr const char* kReadActions[] = {kExport};
 
     // Data types.
     static constexpr const char* kQuoteSource = "quote_source";
@@ -30,6 +34,7 @@ public:
     static constexpr const char* kDocument = "document";
     static constexpr const char* kAuditTrail = "audit";
     static constexpr const char* kSession = "session";
+    static constexpr const char* kSecrets = "secrets";
 
     // What stands for a secret's value.
     static constexpr const char* kMasked = "******";

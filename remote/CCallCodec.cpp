@@ -82,6 +82,11 @@ RKError CCallCodec::decode(const v1::ModifySourceRequest& in,
     return CRecordCodec::decodeSourcePatch(in, &std::get<0>(*out), &std::get<1>(*out));
 }
 
+RKError CCallCodec::decode(const v1::ExportRequest& in, ExportParams* out) {
+    std::get<1>(*out).withoutSecrets = in.without_secrets();
+    return RKError::ok();
+}
+
 RKError CCallCodec::decode(const v1::ImportRequest& in, ImportParams* out) {
     QJsonParseError parse;
     const QJsonDocument document =
@@ -163,8 +168,7 @@ void CCallCodec::encode(const RKError&, const LoginTypes& params, v1::LoginTypeA
     CRecordCodec::encodeLoginTypeAuth(std::get<0>(params), out->mutable_login_type_auth());
 }
 
-void CCallCodec::encode(const RKError& error, const std::tuple<QJsonObject>& params,
-                        v1::ExportReply* out) {
+void CCallCodec::encode(const RKError& error, const ExportParams& params, v1::ExportReply* out) {
     answer(error, out, [&] {
         out->set_document(
             QJsonDocument(std::get<0>(params)).toJson(QJsonDocument::Compact).toStdString());
@@ -262,6 +266,11 @@ RKError CCallCodec::encode(const Hlx::CRequestTarget& target,
 
 RKError CCallCodec::encode(int id, const Hlx::CSourcePatch& patch, v1::ModifySourceRequest* out) {
     return CRecordCodec::encodeSourcePatch(id, patch, out);
+}
+
+RKError CCallCodec::encode(const Hlx::CExportOptions& options, v1::ExportRequest* out) {
+    out->set_without_secrets(options.withoutSecrets);
+    return RKError::ok();
 }
 
 RKError CCallCodec::encode(const QJsonObject& document, const Hlx::CImportOptions& options,

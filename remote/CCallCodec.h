@@ -41,6 +41,8 @@ public:
     static utils::RKError decode(const quotes::v1::OperateRequest& in, OperateParams* out);
     static utils::RKError decode(const quotes::v1::ModifySourceRequest& in,
                                  std::tuple<int, Hlx::CSourcePatch>* out);
+    using ExportParams = std::tuple<QJsonObject, Hlx::CExportOptions>;
+    static utils::RKError decode(const quotes::v1::ExportRequest& in, ExportParams* out);
     static utils::RKError decode(const quotes::v1::ImportRequest& in, ImportParams* out);
     static utils::RKError decode(const quotes::v1::SetSubsystemsRequest& in, SubsystemList* out);
     static utils::RKError decode(const quotes::v1::SetLoginTypeAuthRequest& in,
@@ -62,10 +64,6 @@ public:
     }
     template <class Params>
     static utils::RKError decode(const quotes::v1::LoginTypeAuthRequest&, Params*) {
-        return utils::RKError::ok();
-    }
-    template <class Params>
-    static utils::RKError decode(const quotes::v1::ExportRequest&, Params*) {
         return utils::RKError::ok();
     }
     template <class Params>
@@ -93,7 +91,7 @@ public:
                        quotes::v1::SubsystemsReply* out);
     static void encode(const utils::RKError& error, const LoginTypes& params,
                        quotes::v1::LoginTypeAuthReply* out);
-    static void encode(const utils::RKError& error, const std::tuple<QJsonObject>& params,
+    static void encode(const utils::RKError& error, const ExportParams& params,
                        quotes::v1::ExportReply* out);
     static void encode(const utils::RKError& error, const ImportParams& params,
                        quotes::v1::ImportReply* out);
@@ -126,6 +124,8 @@ public:
                                  quotes::v1::OperateRequest* out);
     static utils::RKError encode(int id, const Hlx::CSourcePatch& patch,
                                  quotes::v1::ModifySourceRequest* out);
+    static utils::RKError encode(const Hlx::CExportOptions& options,
+                                 quotes::v1::ExportRequest* out);
     static utils::RKError encode(const QJsonObject& document, const Hlx::CImportOptions& options,
                                  quotes::v1::ImportRequest* out);
     static utils::RKError encode(const std::vector<Hlx::SubsystemInfo>& subsystems,
@@ -145,7 +145,6 @@ public:
     static utils::RKError encode(quotes::v1::PingRequest*) { return utils::RKError::ok(); }
     static utils::RKError encode(quotes::v1::SubsystemsRequest*) { return utils::RKError::ok(); }
     static utils::RKError encode(quotes::v1::LoginTypeAuthRequest*) { return utils::RKError::ok(); }
-    static utils::RKError encode(quotes::v1::ExportRequest*) { return utils::RKError::ok(); }
     static utils::RKError encode(quotes::v1::CheckIntegrityRequest*) {
         return utils::RKError::ok();
     }

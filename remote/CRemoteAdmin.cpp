@@ -633,8 +633,8 @@ RKError CRemoteAdmin::setRights(const std::string& name, const std::set<int>& ri
 
 // ---- audit and transfer
 
-RKError CRemoteAdmin::exportDocument(QJsonObject* document) {
-    return d->call(Mode::Read, &Stub::ExportDocument, forward_as_tuple(), document);
+RKError CRemoteAdmin::exportDocument(QJsonObject* document, const Hlx::CExportOptions& options) {
+    return d->call(Mode::Read, &Stub::ExportDocument, forward_as_tuple(options), document);
 }
 
 RKError CRemoteAdmin::importDocument(const QJsonObject& document) {

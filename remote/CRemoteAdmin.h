@@ -80,7 +80,8 @@ public:
     utils::RKError setRights(const std::string& name, const std::set<int>& rights, int systemId);
 
     // Audit and transfer.
-    utils::RKError exportDocument(QJsonObject* document) override;
+    utils::RKError exportDocument(
+        QJsonObject* document, const Hlx::CExportOptions& options = Hlx::CExportOptions()) override;
     utils::RKError importDocument(const QJsonObject& document) override;
     // A dry run, or a real import whose backup the server writes and names; a backup file of
     // the client's choosing is refused.

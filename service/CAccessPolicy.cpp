@@ -71,3 +71,12 @@ bool CAccessPolicy::mayReadPassword(const CCaller& caller,
     return caller.holdsAny(CRightsTable::sourceRights(CRecordAction::Modify, source.m_nTradeType,
                                                       source.m_nPlatformId));
 }
+
+bool CAccessPolicy::mayReadToken(const CCaller& caller) {
+    return caller.holdsAny(
+        {CRightsTable::kLevel2Add, CRightsTable::kLevel2Modify, CRightsTable::kLevel2Delete});
+}
+
+bool CAccessPolicy::mayReadUsers(const CCaller& caller) {
+    return caller.holds(CRightsTable::kAdminister);
+}

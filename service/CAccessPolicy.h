@@ -35,6 +35,12 @@ public:
     // Whether the caller may read a stored source's password: only who may modify the source.
     static bool mayReadPassword(const CCaller& caller,
                                 const rkservice::COrinQuoterSourceInfo& source);
+    // Whether the caller may read the Level-2 token: who holds any of its rights (a delete sends
+    // the token it was shown, so who may delete must see it).
+    static bool mayReadToken(const CCaller& caller);
+    // Whether the caller may read the users' records of others (data type 9100), not only its
+    // own: the administrator.
+    static bool mayReadUsers(const CCaller& caller);
 
     // The trade type a modify stores: -1 keeps the stored one.
     static int storedTradeType(const rkservice::COrinQuoterSourceInfo& incoming,

@@ -251,14 +251,14 @@ void CAccountStore::writeLogin(const CDatabase& database, QSqlDatabase& db, cons
     CAccount current;
     std::string currentHash;
     read(database, db, row.name, &current, &currentHash);
+    const QString hash = row.keepsHash ? QString::fromStdString(currentHash) : row.passwordHash;
     // Logins end when the row disables the account or gives it another password.
-    if (!row.enabled || currentHash != row.passwordHash.toStdString())
+    if (!row.enabled || currentHash != hash.toStdString())
         endLogins(database, db, row.name);
     QSqlQuery write(db);
     write.prepare(QStringLiteral("UPDATE users SET enabled = ?, password_hash = ? WHERE name = ?"));
     write.addBindValue(row.enabled ? 1 : 0);
-    write.addBindValue(row.passwordHash.isEmpty() ? QVariant(QVariant::String)
-                                                  : QVariant(row.passwordHash));
+    write.addBindValue(hash.isEmpty() ? QVariant(QVariant::String) : QVariant(hash));
     write.addBindValue(row.name);
     database.exec(write);
 }

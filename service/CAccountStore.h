@@ -26,6 +26,9 @@ public:
         bool hasLogin = false;
         bool enabled = true;
         QString passwordHash;  // Argon2id; empty: no password
+        // The document carried no hash (an export without secrets): the stored one stays, and a
+        // new account has none.
+        bool keepsHash = false;
     };
 
     explicit CAccountStore(CDatabase& database);

@@ -207,9 +207,13 @@ std::vector<CAuditTrail::Entry> CAuditTrail::readChanges(QSqlDatabase& db,
     std::vector<Entry> entries;
     QSqlQuery query(db);
     query.setForwardOnly(true);
-    // The condition is built from numbers only.
-    query.prepare(QStringLiteral("SELECT %1 FROM audit_entries WHERE %2 AND error = '' ORDER BY id")
-                      .arg(kColumns, where));
+    // The condition is built from numbers and the vocabulary's own names only.
+    QStringList reads;
+    for (const char* action : CAuditVocabulary::kReadActions)
+        reads << QStringLiteral("'%1'").arg(QLatin1String(action));
+    query.prepare(QStringLiteral("SELECT %1 FROM audit_entries WHERE %2 AND error = '' AND action "
+                                 "NOT IN (%3) ORDER BY id")
+                      .arg(kColumns, where, reads.join(QLatin1Char(','))));
     m_database.exec(query);
     while (query.next())
         entries.push_back(entryFrom(query));

@@ -17,6 +17,7 @@
 #include "CSourceValidator.h"
 #include "CTokenStore.h"
 #include "CWholeQuoteStore.h"
+#include "model/CAuditVocabulary.h"
 #include "model/CRightsTable.h"
 #include "rkservice/CWholeQuotedivision.h"
 
@@ -76,12 +77,16 @@ void parseLogin(const QJsonObject& u, CDataTransfer::User* user) {
     const QJsonValue hash = u.value(QLatin1String("passwordHash"));
     if (!enabled.isBool())
         refuse(QStringLiteral("用户 %1 缺少布尔字段 enabled").arg(user->name));
+    user->hasLogin = true;
+    user->enabled = enabled.toBool();
+    if (hash.isUndefined()) {
+        user->keepsHash = true;
+        return;
+    }
     if (!hash.isNull() &&
         !(hash.isString() && hash.toString().startsWith(QLatin1String("$argon2id$"))))
         refuse(
             QStringLiteral("用户 %1 的 passwordHash 必须是 Argon2id 散列或 null").arg(user->name));
-    user->hasLogin = true;
-    user->enabled = enabled.toBool();
     user->passwordHash = hash.toString();
 }
 
@@ -157,6 +162,31 @@ QJsonObject CDataTransfer::sourceToJson(const rkservice::COrinQuoterSourceInfo& 
     o.insert(QStringLiteral("password"), QString::fromStdString(s.m_strPassword));
     o.insert(QStringLiteral("markets"), QString::fromStdString(s.m_strMarkets));
     return o;
+}
+
+QJsonObject CDataTransfer::withoutSecrets(QJsonObject document) {
+    QJsonArray sources = document.value(QLatin1String("sources")).toArray();
+    for (auto it = sources.begin(); it != sources.end(); ++it) {
+        QJsonObject source = it->toObject();
+        source.insert(QStringLiteral("password"), QString());
+        *it = source;
+    }
+    document.insert(QStringLiteral("sources"), sources);
+    document.insert(QStringLiteral("level2Token"), QJsonValue());
+    QJsonArray users = document.value(QLatin1String("users")).toArray();
+    for (auto it = users.begin(); it != users.end(); ++it) {
+        QJsonObject user = it->toObject();
+        user.remove(QStringLiteral("passwordHash"));
+        *it = user;
+    }
+    document.insert(QStringLiteral("users"), users);
+    return document;
+}
+
+QJsonObject CDataTransfer::withMaskedToken(QJsonObject document) {
+    if (document.value(QLatin1String("level2Token")).isString())
+        document.insert(QStringLiteral("level2Token"), QLatin1String(CAuditVocabulary::kMasked));
+    return document;
 }
 
 QJsonObject CDataTransfer::exportAll(const CDatabase& database, QSqlDatabase& db) {
@@ -368,7 +398,9 @@ void CDataTransfer::parseWholeQuote(const QJsonObject& document, Content* conten
         }
     }
     const QJsonValue token = document.value(QLatin1String("level2Token"));
-    if (token.isString()) {
+    if (token.toString() == QLatin1String(CAuditVocabulary::kMasked)) {
+        content->keepsToken = true;
+    } else if (token.isString()) {
         if (!CSourceValidator::isToken(token.toString().toStdString()))
             refuse(QStringLiteral("Level-2 token 格式错误"));
         content->hasToken = true;
@@ -457,6 +489,8 @@ CDataTransfer::Content CDataTransfer::parse(const QJsonObject& document) {
 
 void CDataTransfer::importAll(const CDatabase& database, QSqlDatabase& db, const Content& content) {
     const bool hadAdministrator = CAccountStore::hasAdministrator(database, db);
+    std::string keptToken;
+    const bool keepToken = content.keepsToken && CTokenStore(database).read(db, &keptToken);
     // What refers to a sub-system goes before the sub-systems change.
     for (const char* table : {"kx_orin_quoter_source", "whole_quote", "level2_token"})
         database.exec(db, QStringLiteral("DELETE FROM %1").arg(QLatin1String(table)));
@@ -469,8 +503,8 @@ void CDataTransfer::importAll(const CDatabase& database, QSqlDatabase& db, const
     for (const auto& entry : content.sources)
         store.insertRaw(db, entry.first, entry.second);
     store.resetIdSequence(db);
-    if (content.hasToken)
-        CTokenStore(database).insert(db, content.level2Token.toStdString());
+    if (content.hasToken || keepToken)
+        CTokenStore(database).insert(db, keepToken ? keptToken : content.level2Token.toStdString());
     CAccountStore::replaceRows(database, db, content.users);
     if (hadAdministrator && !CAccountStore::hasAdministrator(database, db))
         refuse(QStringLiteral("导入后将没有启用且有管理权限(%1)的账户")

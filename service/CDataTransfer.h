@@ -31,11 +31,18 @@ public:
         std::vector<std::pair<QString, rkservice::COrinQuoterSourceInfo>> sources;
         std::map<QString, CWholeQuoteStore::Flags> wholeQuote;
         bool hasToken = false;
+        bool keepsToken = false;  // the document showed the token masked
         QString level2Token;
         std::vector<User> users;
     };
 
     static QJsonObject exportAll(const CDatabase& database, QSqlDatabase& db);
+    // The document without secrets: sources without passwords, no token, accounts without a
+    // password hash (their key left out, so that an import keeps the stored one).
+    static QJsonObject withoutSecrets(QJsonObject document);
+    // The document with its token (if any) shown as "******", which an import reads as "keep the
+    // stored token".
+    static QJsonObject withMaskedToken(QJsonObject document);
     // One source as it stands in the document (and in quotesctl's JSON listings).
     static QJsonObject sourceToJson(const rkservice::COrinQuoterSourceInfo& source);
     // Reads and checks a document completely; throws CServiceError naming the first fault.

@@ -64,8 +64,9 @@ public:
     }
 
     // Audit and transfer.
-    utils::RKError exportDocument(QJsonObject* document) override {
-        return m_service->exportDocument(m_caller(), document);
+    utils::RKError exportDocument(QJsonObject* document, const Hlx::CExportOptions& options =
+                                                             Hlx::CExportOptions()) override {
+        return m_service->exportDocument(m_caller(), document, options);
     }
     utils::RKError importDocument(const QJsonObject& document) override {
         return m_service->importDocument(m_caller(), document, {}, nullptr);

@@ -6,8 +6,17 @@
 #include <QFileInfo>
 #include <QJsonDocument>
 
+#include "CDatabase.h"
 #include "CPrivateFile.h"
+#include "CSecretBox.h"
 #include "CServiceError.h"
+
+namespace {
+
+// The first line of a sealed copy; the sealed text follows.
+const QByteArray kSealedHeader = QByteArrayLiteral("PanelQuotesManage sealed backup 1\n");
+
+}  // namespace
 
 QString CImportBackups::target(const Hlx::CImportOptions& options) const {
     if (!options.backupFile.empty())
@@ -26,9 +35,11 @@ QString CImportBackups::target(const Hlx::CImportOptions& options) const {
 }
 
 void CImportBackups::write(const QJsonObject& content, const QString& path) const {
+    const QByteArray plain = QJsonDocument(content).toJson(QJsonDocument::Compact);
+    const QByteArray sealed =
+        kSealedHeader + m_database.secrets()->seal(plain.toStdString()).toLatin1() + '\n';
     QString failure;
-    if (!CPrivateFile::write(path, QJsonDocument(content).toJson(QJsonDocument::Indented),
-                             &failure))
+    if (!CPrivateFile::write(path, sealed, &failure))
         throw CServiceError::unavailable("导入前备份失败，未导入: " + failure.toStdString());
     if (!m_dir.isEmpty() && QFileInfo(path).absolutePath() == QDir(m_dir).absolutePath())
         prune();
@@ -39,4 +50,47 @@ void CImportBackups::prune() const {
         QDir(m_dir).entryList({QStringLiteral("import-backup-*.json")}, QDir::Files, QDir::Name);
     while (names.size() > kKept)
         QFile::remove(QDir(m_dir).filePath(names.takeFirst()));
+}
+
+void CImportBackups::reseal(const CSecretBox& old) const {
+    if (m_dir.isEmpty())
+        return;
+    const QDir dir(m_dir);
+    for (const QString& name :
+         dir.entryList({QStringLiteral("import-backup-*.json")}, QDir::Files, QDir::Name)) {
+        QFile file(dir.filePath(name));
+        if (!file.open(QIODevice::ReadOnly))
+            continue;
+        const QByteArray bytes = file.readAll();
+        file.close();
+        QJsonObject content;
+        try {
+            content = open(bytes, old);
+        } catch (const CServiceError&) {
+            // Sealed under another key already, or not a copy of ours: left as it is.
+            continue;
+        }
+        write(content, dir.filePath(name));
+    }
+}
+
+bool CImportBackups::isSealed(const QByteArray& bytes) {
+    return bytes.startsWith(kSealedHeader);
+}
+
+QJsonObject CImportBackups::open(const QByteArray& bytes, const CSecretBox& box) {
+    if (!isSealed(bytes))
+        throw CServiceError("不是加密的导入前备份");
+    std::string plain;
+    try {
+        plain = box.open(bytes.mid(kSealedHeader.size()).trimmed());
+    } catch (const CServiceError&) {
+        throw CServiceError("无法打开备份: 密钥与备份不符或备份已损坏");
+    }
+    QJsonParseError parse;
+    const QJsonDocument document =
+        QJsonDocument::fromJson(QByteArray::fromStdString(plain), &parse);
+    if (parse.error != QJsonParseError::NoError || !document.isObject())
+        throw CServiceError("备份中的文档无效: " + parse.errorString().toStdString());
+    return document.object();
 }

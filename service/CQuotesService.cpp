@@ -20,6 +20,7 @@
 #include "CQuoteSourceStore.h"
 #include "CReferenceData.h"
 #include "CSchema.h"
+#include "CSecretBox.h"
 #include "CSecretKeys.h"
 #include "CSeedData.h"
 #include "CServiceError.h"
@@ -158,7 +159,8 @@ boost::shared_ptr<CQuotesService> CQuotesService::open(const CServiceOptions& op
     const QString file = database.filePath();
     service->m_backups.reset(new CImportBackups(!resolved.dataDir.isEmpty() ? resolved.dataDir
                                                 : file.isEmpty()            ? QString()
-                                                                 : QFileInfo(file).absolutePath()));
+                                                                 : QFileInfo(file).absolutePath(),
+                                                database));
     try {
         service->initialise(resolved.seed, resolved.createMissing);
     } catch (const CServiceError& e) {
@@ -297,9 +299,9 @@ std::vector<rkservice::IDataPtr> CQuotesService::doQuery(
         case rkservice::kDataGlobalPermission:
             return queryWholeQuote(subsystem);
         case rkservice::kDataLevel2Tokens:
-            return queryToken(subsystem);
+            return queryToken(caller, subsystem);
         case rkservice::kDataUsers:
-            return queryUsers(subsystem, request);
+            return queryUsers(caller, subsystem, request);
         default:
             throw CServiceError("不支持的数据类型: " + std::to_string(request.dataType));
     }
@@ -366,14 +368,18 @@ std::vector<rkservice::IDataPtr> CQuotesService::queryWholeQuote(const QString& 
     return result;
 }
 
-std::vector<rkservice::IDataPtr> CQuotesService::queryToken(const QString& subsystem) {
-    // The Level-2 source is one for the whole platform: whichever client asks sees it.
+std::vector<rkservice::IDataPtr> CQuotesService::queryToken(const CCaller& caller,
+                                                            const QString& subsystem) {
+    // The Level-2 source is one for the whole platform: whichever client asks sees that it is
+    // there, its token only with a Level-2 right.
     const std::string tag =
         subsystem.isEmpty() ? utf8(m_settings.defaultSubsystem()) : utf8(subsystem);
     std::vector<rkservice::IDataPtr> result;
     m_database->transact(false, [&](QSqlDatabase& db) {
         auto record = boost::make_shared<rkservice::CLevel2Token>();
         if (CTokenStore(*m_database).read(db, &record->token)) {
+            if (!CAccessPolicy::mayReadToken(caller))
+                record->token = CAuditVocabulary::kMasked;
             record->setSystemTag(tag);
             result.push_back(record);
         }
@@ -382,12 +388,15 @@ std::vector<rkservice::IDataPtr> CQuotesService::queryToken(const QString& subsy
 }
 
 std::vector<rkservice::IDataPtr> CQuotesService::queryUsers(
-    const QString& subsystem, const rkservice::COrinQueryDataReq& request) {
+    const CCaller& caller, const QString& subsystem, const rkservice::COrinQueryDataReq& request) {
     const std::string tag =
         subsystem.isEmpty() ? utf8(m_settings.defaultSubsystem()) : utf8(subsystem);
+    const bool everyone = CAccessPolicy::mayReadUsers(caller);
     std::vector<rkservice::IDataPtr> result;
     for (const CAccount& account : CAccountStore(*m_database).accounts()) {
         if (!request.condition.empty() && utf8(account.name) != request.condition)
+            continue;
+        if (!everyone && utf8(account.name) != caller.name())
             continue;
         rkservice::CUserInfoPtr user = account.userInfo();
         user->setSystemTag(tag);
@@ -682,16 +691,28 @@ utils::RKError CQuotesService::reloadSettings(const CCaller& caller) {
     });
 }
 
-utils::RKError CQuotesService::exportDocument(const CCaller& caller, QJsonObject* document) {
-    return administer(caller, "导出数据", nullptr, [&] {
+utils::RKError CQuotesService::exportDocument(const CCaller& caller, QJsonObject* document,
+                                              const Hlx::CExportOptions& options) {
+    CAuditTrail::Entry entry =
+        CAuditTrail::entry(CAuditVocabulary::kExport, CAuditVocabulary::kDocument);
+    entry.summary.insert(QStringLiteral("secrets"), !options.withoutSecrets);
+    return administer(caller, "导出数据", &entry, [&] {
+        QJsonObject exported;
         m_database->transact(false, [&](QSqlDatabase& db) {
             // One snapshot for every table, so concurrent changes cannot tear the document.
             if (m_database->engine() == CDatabase::PostgreSQL)
                 m_database->exec(
                     db,
                     QStringLiteral("SET TRANSACTION ISOLATION LEVEL REPEATABLE READ READ ONLY"));
-            *document = CDataTransfer::exportAll(*m_database, db);
+            exported = CDataTransfer::exportAll(*m_database, db);
         });
+        if (options.withoutSecrets)
+            exported = CDataTransfer::withoutSecrets(exported);
+        else if (!CAccessPolicy::mayReadToken(caller))
+            exported = CDataTransfer::withMaskedToken(exported);
+        // The one read that carries every secret: on record before the document leaves.
+        m_database->transact(true, [&](QSqlDatabase& db) { m_audit->write(db, caller, entry); });
+        *document = exported;
     });
 }
 
@@ -795,7 +816,15 @@ utils::RKError CQuotesService::setRights(const CCaller& caller, const std::strin
 }
 
 utils::RKError CQuotesService::rekey(const CCaller& caller) {
-    return administer(caller, "更换密钥", nullptr, [&] { m_keys->rekey(); });
+    CAuditTrail::Entry entry =
+        CAuditTrail::entry(CAuditVocabulary::kRekey, CAuditVocabulary::kSecrets);
+    return administer(caller, "更换密钥", &entry, [&] {
+        const std::shared_ptr<const CSecretBox> old = m_database->secrets();
+        m_keys->rekey();
+        // The backups follow the key, so that the one key file opens them all.
+        m_backups->reseal(*old);
+        m_database->transact(true, [&](QSqlDatabase& db) { m_audit->write(db, caller, entry); });
+    });
 }
 
 utils::RKError CQuotesService::auditEntries(const CCaller& caller, const Hlx::CAuditFilter& filter,

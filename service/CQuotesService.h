@@ -74,7 +74,10 @@ public:
     // The whole content as one JSON document, and its replacement by one (checked first, applied
     // all or nothing), with a dry run or a backup file of the caller's choosing; the report
     // (may be null) counts the changes per section and names the backup.
-    utils::RKError exportDocument(const CCaller& caller, QJsonObject* document);
+    // An export is recorded, with whether it carries secrets; the Level-2 token in it is masked
+    // for a caller who may not read it.
+    utils::RKError exportDocument(const CCaller& caller, QJsonObject* document,
+                                  const Hlx::CExportOptions& options = Hlx::CExportOptions());
     utils::RKError importDocument(const CCaller& caller, const QJsonObject& document,
                                   const Hlx::CImportOptions& options, Hlx::CImportReport* report);
 
@@ -156,8 +159,8 @@ private:
     std::vector<rkservice::IDataPtr> queryReference(const QString& subsystem,
                                                     const rkservice::COrinQueryDataReq& request);
     std::vector<rkservice::IDataPtr> queryWholeQuote(const QString& subsystem);
-    std::vector<rkservice::IDataPtr> queryToken(const QString& subsystem);
-    std::vector<rkservice::IDataPtr> queryUsers(const QString& subsystem,
+    std::vector<rkservice::IDataPtr> queryToken(const CCaller& caller, const QString& subsystem);
+    std::vector<rkservice::IDataPtr> queryUsers(const CCaller& caller, const QString& subsystem,
                                                 const rkservice::COrinQueryDataReq& request);
 
     void doOperate(const CCaller& caller, const Hlx::CRequestTarget& target,

@@ -117,12 +117,15 @@ std::vector<C> transferCommands() {
             .option(O::kWithAudit)
             .help("Write everything as one JSON document to standard output, or to FILE (mode\n"
                   "0600, written whole or not at all). Passwords and the token are in clear\n"
-                  "(a restore needs no key) unless --no-secrets, which writes empty passwords\n"
-                  "and no token. --with-audit adds the audit trail under \"audit\" (import\n"
-                  "passes over it)."),
+                  "(a restore needs no key) unless --no-secrets, which writes empty passwords,\n"
+                  "no token and no password hashes (an import of it keeps the stored ones).\n"
+                  "The token shows as ****** to an account without a Level-2 right (an import\n"
+                  "keeps the stored one). Every export is recorded in the audit trail.\n"
+                  "--with-audit adds the audit trail under \"audit\" (import passes over it)."),
         C({"import"}, &CTransferCommands::importAll)
             .option(O::kDryRun)
             .option(O::kBackup)
+            .option(O::kKey)
             .positional(P::Input, "FILE", 1, 1, "json")
             .arity("import needs one FILE (or -)")
             .checkedBy(&CTransferCommands::checkImport)
@@ -135,7 +138,10 @@ std::vector<C> transferCommands() {
                   "and changes nothing. A real import first writes the current content to\n"
                   "import-backup-<time>.json in the data directory (mode 0600, the last 10 kept)\n"
                   "and prints its name; with --db postgresql://... name it with --backup FILE;\n"
-                  "with --server the server writes it in its own data directory."),
+                  "with --server the server writes it in its own data directory. A backup is\n"
+                  "sealed under the key of the stored secrets; FILE may be one: it is opened\n"
+                  "with the database's key file, or with --key FILE (needed with --server:\n"
+                  "the server's secrets.key, or the key before a rekey)."),
     };
 }
 

@@ -33,6 +33,7 @@ public:
         kWithAudit,
         kDryRun,
         kBackup,
+        kKey,
     };
     enum class Kind {
         Flag,       // no value

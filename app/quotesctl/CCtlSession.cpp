@@ -14,7 +14,8 @@ CCtlSession CCtlSession::open(const CCtlGlobals& globals, const CCtlArguments& a
     CCtlSession session;
     session.m_arguments = &arguments;
     if (globals.remote()) {
-        session.m_admin = login(globals);
+        session.m_remote = login(globals);
+        session.m_admin = session.m_remote;
         return session;
     }
     // On its own database file quotesctl acts with every right: its user could change the file
@@ -27,7 +28,13 @@ CCtlSession CCtlSession::open(const CCtlGlobals& globals, const CCtlArguments& a
     return session;
 }
 
-boost::shared_ptr<Hlx::IQuotesAdmin> CCtlSession::login(const CCtlGlobals& globals) {
+void CCtlSession::end() {
+    // What the command printed stands: a logout that fails changes nothing of it.
+    if (m_remote && m_remote->isLoggedIn())
+        m_remote->logout();
+}
+
+boost::shared_ptr<CRemoteAdmin> CCtlSession::login(const CCtlGlobals& globals) {
     QByteArray ca;
     if (!globals.caFile.isEmpty()) {
         QFile file(globals.caFile);

@@ -8,6 +8,7 @@
 class CCtlArguments;
 class CCtlGlobals;
 class CQuotesService;
+class CRemoteAdmin;
 namespace Hlx {
 class IQuotesAdmin;
 }
@@ -24,6 +25,8 @@ public:
     // The database's own service; null through a server.
     CQuotesService* service() const { return m_service.get(); }
     const CCtlArguments& arguments() const { return *m_arguments; }
+    // Ends the session: through a server, logs out, so its token is not left to expire.
+    void end();
 
     // The first line of the file name, or of standard input for "-", without its line end.
     // False when it cannot be read.
@@ -35,9 +38,10 @@ public:
     static QByteArray passwordFrom(const QString& file);
 
 private:
-    static boost::shared_ptr<Hlx::IQuotesAdmin> login(const CCtlGlobals& globals);
+    static boost::shared_ptr<CRemoteAdmin> login(const CCtlGlobals& globals);
 
     boost::shared_ptr<Hlx::IQuotesAdmin> m_admin;
+    boost::shared_ptr<CRemoteAdmin> m_remote;
     boost::shared_ptr<CQuotesService> m_service;
     const CCtlArguments* m_arguments = nullptr;
 };

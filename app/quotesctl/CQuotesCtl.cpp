@@ -29,6 +29,16 @@ int CQuotesCtl::parse(const QStringList& arguments) {
 int CQuotesCtl::execute() {
     try {
         CCtlSession session = CCtlSession::open(m_parser.globals(), m_parser.arguments());
+        const int code = runCommand(session);
+        session.end();
+        return code;
+    } catch (const CCtlError& error) {
+        return error.report();
+    }
+}
+
+int CQuotesCtl::runCommand(CCtlSession& session) {
+    try {
         m_parser.command()->runner()(session);
         return kOk;
     } catch (const CCtlError& error) {

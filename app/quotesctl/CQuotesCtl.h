@@ -6,6 +6,7 @@
 #include "CCtlError.h"
 #include "CCtlParser.h"
 
+class CCtlSession;
 // The quotesctl command line: parses the arguments by the command table, runs one command on the
 // data service and answers with an exit code.
 class CQuotesCtl {
@@ -33,5 +34,8 @@ public:
     QString describe() const;
 
 private:
+    // The command's own outcome; the session ends after it either way.
+    int runCommand(CCtlSession& session);
+
     CCtlParser m_parser;
 };

@@ -17,7 +17,11 @@
 #include "CCtlGlobals.h"
 #include "CCtlOutput.h"
 #include "CCtlSession.h"
+#include "CImportBackups.h"
 #include "CPrivateFile.h"
+#include "CQuotesService.h"
+#include "CSecretKeyFile.h"
+#include "CServiceError.h"
 #include "Hlx/IQuotesAdmin.h"
 
 using O = CCtlOption;
@@ -34,7 +38,9 @@ void CTransferCommands::checkImport(const CCtlCommand& command, const CCtlArgume
 void CTransferCommands::exportAll(CCtlSession& session) {
     const CCtlArguments& arguments = session.arguments();
     QJsonObject document;
-    CCtlError::check(session.admin().exportDocument(&document));
+    Hlx::CExportOptions options;
+    options.withoutSecrets = arguments.has(O::kNoSecrets);
+    CCtlError::check(session.admin().exportDocument(&document, options));
     if (arguments.has(O::kWithAudit)) {
         Hlx::CAuditFilter everything;
         everything.limit = std::numeric_limits<int>::max();
@@ -43,8 +49,6 @@ void CTransferCommands::exportAll(CCtlSession& session) {
         // For the record only: import passes over it and leaves the trail as it is.
         document.insert(QStringLiteral("audit"), CAuditCommand::toJson(entries));
     }
-    if (arguments.has(O::kNoSecrets))
-        document = withoutSecrets(document);
     const QByteArray text = QJsonDocument(document).toJson(QJsonDocument::Indented);
     if (arguments.has(O::kOutput)) {
         QString failure;
@@ -58,33 +62,39 @@ void CTransferCommands::exportAll(CCtlSession& session) {
             QStringLiteral("无法写出导出数据: %1").arg(QString::fromLocal8Bit(strerror(errno))));
 }
 
-QJsonObject CTransferCommands::withoutSecrets(QJsonObject document) {
-    QJsonArray sources = document.value(QLatin1String("sources")).toArray();
-    for (auto it = sources.begin(); it != sources.end(); ++it) {
-        QJsonObject source = it->toObject();
-        source.insert(QStringLiteral("password"), QString());
-        *it = source;
-    }
-    document.insert(QStringLiteral("sources"), sources);
-    document.insert(QStringLiteral("level2Token"), QJsonValue());
-    return document;
-}
-
-QJsonObject CTransferCommands::readDocument(const QString& name) {
+QJsonObject CTransferCommands::readDocument(const CCtlSession& session, const QString& name) {
     QFile file;
     if (!CCtlSession::openInput(&file, name))
         throw CCtlError::refused(QStringLiteral("无法读取文件: %1").arg(name));
+    const QByteArray bytes = file.readAll();
+    if (CImportBackups::isSealed(bytes))
+        return openBackup(session, bytes);
     QJsonParseError parseError;
-    const QJsonDocument document = QJsonDocument::fromJson(file.readAll(), &parseError);
+    const QJsonDocument document = QJsonDocument::fromJson(bytes, &parseError);
     if (parseError.error != QJsonParseError::NoError || !document.isObject())
         throw CCtlError::refused(
             QStringLiteral("导入文件不是有效的 JSON: %1").arg(parseError.errorString()));
     return document.object();
 }
 
+QJsonObject CTransferCommands::openBackup(const CCtlSession& session, const QByteArray& bytes) {
+    const CCtlArguments& arguments = session.arguments();
+    QString keyFile = arguments.has(O::kKey) ? arguments.text(O::kKey) : QString();
+    if (keyFile.isEmpty() && session.service())
+        keyFile = session.service()->keyFile();
+    if (keyFile.isEmpty())
+        throw CCtlError::usage(QStringLiteral("a sealed backup through a server needs %1")
+                                   .arg(CCtlOption::of(O::kKey).synopsis()));
+    try {
+        return CImportBackups::open(bytes, CSecretKeyFile::read(keyFile));
+    } catch (const CServiceError& e) {
+        throw CCtlError::refused(QString::fromStdString(e.what()));
+    }
+}
+
 void CTransferCommands::importAll(CCtlSession& session) {
     const CCtlArguments& arguments = session.arguments();
-    const QJsonObject document = readDocument(arguments.positional().front());
+    const QJsonObject document = readDocument(session, arguments.positional().front());
     Hlx::CImportOptions options;
     options.dryRun = arguments.has(O::kDryRun);
     if (arguments.has(O::kBackup))

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QByteArray>
 #include <QJsonObject>
 
 class CCtlArguments;
@@ -18,7 +19,8 @@ public:
                             const CCtlGlobals& globals);
 
 private:
-    // The document with empty passwords and no token.
-    static QJsonObject withoutSecrets(QJsonObject document);
-    static QJsonObject readDocument(const QString& name);
+    // An export document, or the one a sealed backup holds.
+    static QJsonObject readDocument(const CCtlSession& session, const QString& name);
+    // Opens a sealed backup with --key FILE or the database's own key file.
+    static QJsonObject openBackup(const CCtlSession& session, const QByteArray& bytes);
 };

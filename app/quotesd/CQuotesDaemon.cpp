@@ -15,6 +15,7 @@
 
 #include "CAccountStore.h"
 #include "CAdminServer.h"
+#include "CCaller.h"
 #include "CDatabaseUrl.h"
 #include "CLoginManager.h"
 #include "CPasswordHasher.h"
@@ -51,6 +52,12 @@ sigset_t stopSignals() {
     sigaddset(&set, SIGTERM);
     sigaddset(&set, SIGINT);
     return set;
+}
+
+// Who the server's own commands act as: the owner of its files, recorded in the audit trail as
+// the operating-system user (本地), as quotesctl on the database itself is.
+CCaller serverOwner() {
+    return CCaller::owner().locally(CCaller::operatingSystemUser());
 }
 
 }  // namespace
@@ -180,7 +187,9 @@ int CQuotesDaemon::init() {
         if (!join) {
             const std::string password =
                 m_options.generate ? CPasswordHasher::generate() : readSecretLine();
-            accounts.setPassword(QString::fromLatin1(kAdmin), password);
+            const utils::RKError set = service->setPassword(serverOwner(), kAdmin, password);
+            if (!set.isSuccess())
+                return fail(QString::fromStdString(set.errorMsg()));
             if (m_options.generate)
                 std::printf("admin password %s\n", password.c_str());
         }
@@ -198,12 +207,9 @@ int CQuotesDaemon::resetPassword() {
         CQuotesService::open(serviceOptions(), &error);
     if (!service)
         return fail(error);
-    try {
-        CAccountStore(service->database()).setPassword(m_options.account, readSecretLine());
-    } catch (const CServiceError& e) {
-        return fail(QString::fromStdString(e.what()));
-    }
-    return kOk;
+    const utils::RKError set =
+        service->setPassword(serverOwner(), m_options.account.toStdString(), readSecretLine());
+    return set.isSuccess() ? kOk : fail(QString::fromStdString(set.errorMsg()));
 }
 
 int CQuotesDaemon::serve() {

@@ -42,6 +42,6 @@ expect "--since --until --login --action --json prune" quotesctl audit ""
 expect "--before" quotesctl audit --json prune --
 expect "--trade-type --json" quotesctl brokers list --trade-type 1 --
 expect "FILES" quotesctl import --dry-run ""
-expect "--dry-run --backup" quotesctl import --
+expect "--dry-run --backup --key" quotesctl import --
 [ $failures -eq 0 ] && echo "quotesctl completion: every case completed as expected"
 exit $((failures > 0))

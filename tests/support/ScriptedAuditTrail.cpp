@@ -58,7 +58,7 @@ utils::RKError ScriptedAuditTrail::pruneAudit(long long, int*) {
     return unsupported();
 }
 
-utils::RKError ScriptedAuditTrail::exportDocument(QJsonObject*) {
+utils::RKError ScriptedAuditTrail::exportDocument(QJsonObject*, const Hlx::CExportOptions&) {
     return unsupported();
 }
 

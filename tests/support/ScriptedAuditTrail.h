@@ -28,7 +28,8 @@ public:
                                 std::vector<Hlx::CAuditEntry>* entries) override;
     utils::RKError pruneAudit(long long beforeMs, int* removed) override;
 
-    utils::RKError exportDocument(QJsonObject* document) override;
+    utils::RKError exportDocument(
+        QJsonObject* document, const Hlx::CExportOptions& options = Hlx::CExportOptions()) override;
     utils::RKError importDocument(const QJsonObject& document) override;
     utils::RKError checkIntegrity() override;
     utils::RKError status(Hlx::CServiceStatus* status) override;

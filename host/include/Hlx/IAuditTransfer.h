@@ -20,6 +20,12 @@ struct CServiceStatus {
 // How an import runs. A dry run checks and counts, changing nothing; a real import first writes
 // the content it replaces to backupFile, or, when empty, to the data directory of the process
 // that holds the database.
+// What an export leaves out. Without secrets: no source password, no Level-2 token and no
+// password hash (an import of such a document keeps the hashes it finds stored).
+struct CExportOptions {
+    bool withoutSecrets = false;
+};
+
 struct CImportOptions {
     bool dryRun = false;
     std::string backupFile;
@@ -45,7 +51,8 @@ class IAuditTransfer {
 public:
     virtual ~IAuditTransfer();
 
-    virtual utils::RKError exportDocument(QJsonObject* document) = 0;
+    virtual utils::RKError exportDocument(QJsonObject* document,
+                                          const CExportOptions& options = CExportOptions()) = 0;
     virtual utils::RKError importDocument(const QJsonObject& document) = 0;
     // With a dry run or a backup of the caller's choosing; where the database is not in this
     // process, only a plain import (the holder writes its own backup) is offered.

@@ -112,6 +112,30 @@ private slots:
         QVERIFY(storedTokens().isEmpty());
     }
 
+    // The token reaches only a user with a Level-2 right; others see it masked.
+    void tokenShownMaskedWithoutALevel2Right() {
+        auto token = boost::make_shared<rkservice::CLevel2Token>();
+        token->token = "HiddenToken07";
+        rkservice::COperateDataReq request;
+        request.dataType = kDataLevel2Tokens;
+        request.operateType = rkservice::kOperateAdd;
+        request.datas = {token};
+        QVERIFY(m_service->operateSync(CCaller::owner(), CRequestTarget::centre(), request)
+                    .isSuccess());
+        TestUsers::setCurrent({}, false);
+        {
+            CLevel2QuotesManagePanel panel(nullptr);
+            waitLoaded(&panel);
+            QTRY_COMPARE(panel.table()->rowCount(), 1);
+            QCOMPARE(panel.table()->itemText(0, 0), QString("******"));
+        }
+        TestUsers::setCurrent({12536}, false);
+        CLevel2QuotesManagePanel panel(nullptr);
+        waitLoaded(&panel);
+        QTRY_COMPARE(panel.table()->rowCount(), 1);
+        QCOMPARE(panel.table()->itemText(0, 0), QString("HiddenToken07"));
+    }
+
     void secondTokenIsRefused() {
         // Two panels loaded while no token existed; the second add is refused by the service.
         CLevel2QuotesManagePanel first(nullptr);

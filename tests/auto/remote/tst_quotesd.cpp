@@ -327,6 +327,9 @@ private slots:
         v1::PingReply ping;
         QVERIFY(m_stub->Ping(context().get(), v1::PingRequest(), &ping).ok());
         QCOMPARE(QString::fromStdString(ping.server_version()), QString(Hlx::quotesVersion()));
+        // Where the database lives is for the logged-in only.
+        QCOMPARE(ping.database(), std::string());
+        QVERIFY(m_stub->Ping(context(token("viewer")).get(), v1::PingRequest(), &ping).ok());
         QVERIFY(QString::fromStdString(ping.database()).contains(m_server.dataDir()));
         std::vector<v1::Record> records;
         QCOMPARE(query(std::string(), &records).error_code(), grpc::StatusCode::UNAUTHENTICATED);

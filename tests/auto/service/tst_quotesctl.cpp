@@ -7,6 +7,8 @@
 #include <QProcess>
 #include <QtTest>
 
+#include "CImportBackups.h"
+#include "CSecretKeyFile.h"
 #include "Hlx/QuotesVersion.h"
 #include "QuotesctlRun.h"
 
@@ -284,7 +286,11 @@ private slots:
         QCOMPARE(QFileInfo(backup).absolutePath(), QDir(m_dir->path()).absolutePath());
         QFile file(backup);
         QVERIFY(file.open(QIODevice::ReadOnly));
-        QCOMPARE(QJsonDocument::fromJson(file.readAll()), QJsonDocument::fromJson(exported.out));
+        // Sealed under the data's key.
+        QCOMPARE(
+            CImportBackups::open(file.readAll(),
+                                 CSecretKeyFile::read(CSecretKeyFile::defaultPath(m_dir->path()))),
+            QJsonDocument::fromJson(exported.out).object());
         QCOMPARE(int(file.permissions() & 0x7077), int(QFile::ReadOwner | QFile::WriteOwner));
         QCOMPARE(
             QJsonDocument::fromJson(run({"export"}).out).object().value("sources").toArray().size(),

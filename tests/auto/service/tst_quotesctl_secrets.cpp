@@ -152,6 +152,57 @@ private slots:
         QVERIFY(document.value("level2Token").isNull());
     }
 
+    // --no-secrets leaves the password hashes out too; importing it keeps the stored ones.
+    void exportWithoutSecretsHoldsNoHashes() {
+        QCOMPARE(
+            ctl({"accounts", "password", "viewer", "--password-file", "-"}, "Viewer-Pw-3e71a\n")
+                .code,
+            0);
+        QVERIFY(ctl({"export"}).out.contains("$argon2id$"));
+        const auto r = ctl({"export", "--no-secrets", "--output", m_dir->filePath("plain.json")});
+        QCOMPARE(r.code, 0);
+        QFile file(m_dir->filePath("plain.json"));
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        const QByteArray text = file.readAll();
+        QVERIFY(!text.contains("$argon2id$"));
+        QVERIFY(!text.contains("passwordHash"));
+        const QByteArray hashes = ctl({"export"}).out;
+        QCOMPARE(ctl({"import", m_dir->filePath("plain.json")}).code, 0);
+        const QJsonArray before = QJsonDocument::fromJson(hashes).object().value("users").toArray();
+        const QJsonArray after =
+            QJsonDocument::fromJson(ctl({"export"}).out).object().value("users").toArray();
+        QCOMPARE(after, before);
+    }
+
+    // A real import's backup is sealed; import restores it with the data's key, or the key named.
+    void sealedBackupRestoresWithTheKey() {
+        QCOMPARE(ctl(addArguments() + QStringList{"--password-file", "-"}, kMarker).code, 0);
+        const QString document = m_dir->filePath("document.json");
+        QCOMPARE(ctl({"export", "--output", document}).code, 0);
+        QCOMPARE(ctl({"sources", "delete", onlySource().value("id").toVariant().toString()}).code,
+                 0);
+        auto r = ctl({"import", document});
+        QCOMPARE(r.code, 0);
+        const QString backup = QString::fromUtf8(r.out.split('\n').front().mid(7));
+        QFile file(backup);
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        QVERIFY(!file.readAll().contains(kMarker));
+        QCOMPARE(onlySource().value("password").toString().toUtf8(), kMarker);
+
+        // Restoring the backup brings back the state it saved: no source.
+        r = ctl({"import", backup});
+        QCOMPARE(r.code, 0);
+        QVERIFY(onlySource().isEmpty());
+        // Another key cannot open it; the right one named by --key can.
+        const QString other = m_dir->filePath("other.key");
+        CSecretKeyFile::write(other, CSecretBox::generate());
+        r = ctl({"import", backup, "--key", other});
+        QCOMPARE(r.code, 1);
+        QVERIFY2(r.err.contains("密钥与备份不符"), r.err.constData());
+        r = ctl({"import", "--dry-run", backup, "--key", keyFile()});
+        QCOMPARE(r.code, 0);
+    }
+
     void rekeyKeepsThePasswords() {
         QCOMPARE(ctl(addArguments() + QStringList{"--password-file", "-"}, kMarker).code, 0);
         const QByteArray before = CSecretKeyFile::read(keyFile()).key();
@@ -160,6 +211,12 @@ private slots:
         QVERIFY(r.out.contains(keyFile().toUtf8()));
         QVERIFY(CSecretKeyFile::read(keyFile()).key() != before);
         QCOMPARE(onlySource().value("password").toString().toUtf8(), kMarker);
+        // On record as a local change, with the operating-system user.
+        const QJsonArray recorded =
+            QJsonDocument::fromJson(ctl({"audit", "--action", "rekey", "--json"}).out).array();
+        QCOMPARE(recorded.size(), 1);
+        QVERIFY2(recorded.at(0).toObject().value("local").toBool(),
+                 QJsonDocument(recorded).toJson().constData());
         const auto remote = QuotesctlRunner::run({"--server", "127.0.0.1:1", "--login", "admin",
                                                   "--login-password-file", "/dev/null", "rekey"});
         QCOMPARE(remote.code, 2);

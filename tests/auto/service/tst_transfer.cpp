@@ -9,6 +9,8 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 
+#include "CImportBackups.h"
+#include "CSecretKeyFile.h"
 #include "ServiceResults.h"
 #include "ServiceTestUtil.h"
 #include "model/CRightsTable.h"
@@ -280,7 +282,9 @@ private slots:
         QCOMPARE(QFileInfo(first).absolutePath(), QDir(m_dir->path()).absolutePath());
         QFile file(first);
         QVERIFY(file.open(QIODevice::ReadOnly));
-        QCOMPARE(QJsonDocument::fromJson(file.readAll()).object(), before);
+        // Sealed under the data's key.
+        QCOMPARE(CImportBackups::open(file.readAll(), CSecretKeyFile::read(m_service->keyFile())),
+                 before);
         struct stat info;
         QCOMPARE(::stat(QFile::encodeName(first).constData(), &info), 0);
         QCOMPARE(int(info.st_mode & 0777), 0600);
