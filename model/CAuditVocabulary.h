@@ -15,10 +15,13 @@ public:
     static constexpr const char* kImport = "import";
     static constexpr const char* kPrune = "prune";
     static constexpr const char* kLogin = "login";
+    // A program migrated the database's schema; it sealed the stored secrets under a key.
+    static constexpr const char* kMigrate = "migrate";
+    static constexpr const char* kSeal = "seal";
     // Every action, in the order a filter offers them.
-    static constexpr const char* kActions[] = {kAdd,         kModify,     kDelete,    kSave,
-                                               kSetPassword, kSetEnabled, kSetRights, kSet,
-                                               kImport,      kPrune,      kLogin};
+    static constexpr const char* kActions[] = {
+        kAdd, kModify, kDelete, kSave,  kSetPassword, kSetEnabled, kSetRights,
+        kSet, kImport, kPrune,  kLogin, kMigrate,     kSeal};
 
     // Data types.
     static constexpr const char* kQuoteSource = "quote_source";
@@ -30,6 +33,8 @@ public:
     static constexpr const char* kDocument = "document";
     static constexpr const char* kAuditTrail = "audit";
     static constexpr const char* kSession = "session";
+    static constexpr const char* kSchema = "schema";
+    static constexpr const char* kSecrets = "secrets";
 
     // What stands for a secret's value.
     static constexpr const char* kMasked = "******";
