@@ -845,15 +845,7 @@ utils::RKError CQuotesService::setRights(const CCaller& caller, const std::strin
 }
 
 utils::RKError CQuotesService::rekey(const CCaller& caller) {
-    return administer(caller, "更换密钥", nullptr, [&] {
-        m_keys->rekey([&](QSqlDatabase& db) {
-            CAuditTrail::Entry entry =
-                CAuditTrail::entry(CAuditVocabulary::kSeal, CAuditVocabulary::kSecrets);
-            entry.summary = sealedCounts(db);
-            entry.summary.insert(QStringLiteral("new_key"), true);
-            m_audit->write(db, caller, entry);
-        });
-    });
+    return administer(caller, "更换密钥", nullptr, [&] { m_keys->rekey(); });
 }
 
 utils::RKError CQuotesService::auditEntries(const CCaller& caller, const Hlx::CAuditFilter& filter,

@@ -64,7 +64,7 @@ void CSecretKeys::unlock(QSqlDatabase& db, int version) const {
                                      " 与数据库不符，拒绝打开（密码无法解密）");
 }
 
-void CSecretKeys::rekey(const std::function<void(QSqlDatabase&)>& alsoInTransaction) const {
+void CSecretKeys::rekey() const {
     const auto old = m_database.secrets();
     const CSecretBox fresh = CSecretBox::generate();
     // The new key is on disk before the change commits, so no crash can leave the database
@@ -74,7 +74,6 @@ void CSecretKeys::rekey(const std::function<void(QSqlDatabase&)>& alsoInTransact
         m_database.transact(true, [&](QSqlDatabase& db) {
             CSecretColumns::reseal(
                 m_database, db, [&](const QString& stored) { return old->open(stored); }, fresh);
-            alsoInTransaction(db);
         });
     } catch (...) {
         QFile::remove(pendingFile());

@@ -2,7 +2,6 @@
 
 #include <QSqlDatabase>
 #include <QString>
-#include <functional>
 
 #include "CServiceOptions.h"
 
@@ -19,9 +18,8 @@ public:
     // sealed yet, version 0 being an empty one) and proves it; throws with the operator's text
     // when it fails.
     void unlock(QSqlDatabase& db, int version) const;
-    // Seals every stored secret under a new key in one transaction and replaces the key file;
-    // alsoInTransaction runs in that transaction (the audit entry).
-    void rekey(const std::function<void(QSqlDatabase&)>& alsoInTransaction) const;
+    // Seals every stored secret under a new key in one transaction and replaces the key file.
+    void rekey() const;
 
 private:
     static QString path(const CServiceOptions& options, const CDatabase& database);

@@ -65,12 +65,8 @@ void CCtlOutput::error(const QString& message) {
 }
 
 void CCtlOutput::installMessageHandler() {
-    qInstallMessageHandler([](QtMsgType type, const QMessageLogContext&, const QString& message) {
-        if (type == QtWarningMsg)
-            warn(message);
-        else
-            error(message);
-    });
+    qInstallMessageHandler(
+        [](QtMsgType, const QMessageLogContext&, const QString& message) { error(message); });
 }
 
 void CCtlOutput::printKept(const std::vector<std::string>& keptValues) {
