@@ -17,10 +17,13 @@ public:
     static constexpr const char* kLogin = "login";
     static constexpr const char* kExport = "export";
     static constexpr const char* kRekey = "rekey";
+    // A program migrated the database's schema; it sealed the stored secrets under a key.
+    static constexpr const char* kMigrate = "migrate";
+    static constexpr const char* kSeal = "seal";
     // Every action, in the order a filter offers them.
     static constexpr const char* kActions[] = {
-        kAdd, kModify, kDelete, kSave,  kSetPassword, kSetEnabled, kSetRights,
-        kSet, kImport, kPrune,  kLogin, kExport,      kRekey};
+        kAdd,    kModify, kDelete, kSave,   kSetPassword, kSetEnabled, kSetRights, kSet,
+        kImport, kPrune,  kLogin,  kExport, kRekey,       kMigrate,    kSeal};
     // Actions recorded although they change no data: never announced as a change.
     static constexpr const char* kReadActions[] = {kExport};
 
@@ -34,6 +37,7 @@ public:
     static constexpr const char* kDocument = "document";
     static constexpr const char* kAuditTrail = "audit";
     static constexpr const char* kSession = "session";
+    static constexpr const char* kSchema = "schema";
     static constexpr const char* kSecrets = "secrets";
 
     // What stands for a secret's value.

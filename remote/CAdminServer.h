@@ -87,7 +87,7 @@ public:
     }
     grpc::Status CheckIntegrity(grpc::ServerContext* context,
                                 const quotes::v1::CheckIntegrityRequest* request,
-                                quotes::v1::AdminReply* reply) override {
+                                quotes::v1::CheckIntegrityReply* reply) override {
         return serve(context, request, reply, &CQuotesService::checkIntegrity);
     }
     grpc::Status ListAccounts(grpc::ServerContext* context,

@@ -189,6 +189,18 @@ void CCallCodec::encode(const RKError& error, const ImportParams& params, v1::Im
             section->set_removed(change.removed);
         }
         out->set_backup_file(c.text(report.backupFile, "backup_file"));
+        for (const std::string& kept : report.keptValues)
+            out->add_kept_values(c.text(kept, "kept_values"));
+        return c.error();
+    });
+}
+
+void CCallCodec::encode(const RKError& error, const std::tuple<std::vector<std::string>>& params,
+                        v1::CheckIntegrityReply* out) {
+    answer(error, out, [&] {
+        CCodecChecks c;
+        for (const std::string& kept : std::get<0>(params))
+            out->add_kept_values(c.text(kept, "kept_values"));
         return c.error();
     });
 }
@@ -405,6 +417,15 @@ RKError CCallCodec::decode(const v1::ImportReply& in, Hlx::CImportReport* out) {
             out->sections.push_back({section.section(), section.before(), section.after(),
                                      section.added(), section.removed()});
         out->backupFile = in.backup_file();
+        out->keptValues.assign(in.kept_values().begin(), in.kept_values().end());
+        return RKError::ok();
+    });
+}
+
+RKError CCallCodec::decode(const v1::CheckIntegrityReply& in, std::vector<std::string>* out) {
+    return outcome(in.error(), [&] {
+        if (out)
+            out->assign(in.kept_values().begin(), in.kept_values().end());
         return RKError::ok();
     });
 }

@@ -96,6 +96,9 @@ public:
     static void encode(const utils::RKError& error, const ImportParams& params,
                        quotes::v1::ImportReply* out);
     static void encode(const utils::RKError& error,
+                       const std::tuple<std::vector<std::string>>& params,
+                       quotes::v1::CheckIntegrityReply* out);
+    static void encode(const utils::RKError& error,
                        const std::tuple<std::vector<Hlx::CAdminAccount>>& params,
                        quotes::v1::ListAccountsReply* out);
     static void encode(const utils::RKError& error,
@@ -163,6 +166,8 @@ public:
                                  std::map<int, bool>* out);
     static utils::RKError decode(const quotes::v1::ExportReply& in, QJsonObject* out);
     static utils::RKError decode(const quotes::v1::ImportReply& in, Hlx::CImportReport* out);
+    static utils::RKError decode(const quotes::v1::CheckIntegrityReply& in,
+                                 std::vector<std::string>* out);
     static utils::RKError decode(const quotes::v1::ListAccountsReply& in,
                                  std::vector<Hlx::CAdminAccount>* out);
     static utils::RKError decode(const quotes::v1::AuditReply& in,

@@ -650,8 +650,8 @@ RKError CRemoteAdmin::importDocument(const QJsonObject& document,
                    forward_as_tuple(document, options), report);
 }
 
-RKError CRemoteAdmin::checkIntegrity() {
-    return d->call(Mode::Read, &Stub::CheckIntegrity, forward_as_tuple());
+RKError CRemoteAdmin::checkIntegrity(std::vector<std::string>* keptValues) {
+    return d->call(Mode::Read, &Stub::CheckIntegrity, forward_as_tuple(), keptValues);
 }
 
 RKError CRemoteAdmin::status(Hlx::CServiceStatus* status) {

@@ -87,7 +87,7 @@ public:
     // the client's choosing is refused.
     utils::RKError importDocument(const QJsonObject& document, const Hlx::CImportOptions& options,
                                   Hlx::CImportReport* report) override;
-    utils::RKError checkIntegrity() override;
+    utils::RKError checkIntegrity(std::vector<std::string>* keptValues) override;
     utils::RKError status(Hlx::CServiceStatus* status) override;
     utils::RKError auditEntries(const Hlx::CAuditFilter& filter,
                                 std::vector<Hlx::CAuditEntry>* entries) override;

@@ -30,6 +30,11 @@ const char* const kFormat = "PanelQuotesManage";
 // passwords and flags they have.
 const int kFormatVersion = 3;
 const int kOldestFormatVersion = 1;
+// The last version written before the administrator's rights of their own (schema 3): the
+// import grants them as that migration does.
+const int kLastVersionBeforeAdminRights = 2;
+// The seeded administrator, the account schema 3 grants them to.
+const char* const kSeededAdministrator = "admin";
 // Source ids above this are refused, so the id counter always has room to continue after them.
 const int kMaxSourceId = 999999999;
 
@@ -371,10 +376,14 @@ void CDataTransfer::parseSources(const QJsonObject& document, Content* content) 
         if (!subsystemNames.count(subsystem))
             refuse(QStringLiteral("%1: 分系统不存在: %2").arg(at, subsystem));
         try {
-            CSourceValidator::checkFields(source);
+            // The texts are kept as the document carries them (an earlier release may have
+            // stored them), and listed with the rules they break.
+            CSourceValidator::checkFields(source, &source);
         } catch (const CServiceError& e) {
             refuse(QStringLiteral("%1: %2").arg(at, QString::fromStdString(e.what())));
         }
+        for (const std::string& fault : CSourceValidator::textFaults(source))
+            content->keptValues.push_back(fault);
         checkSourceReferences(source, subsystem, refs, &keys);
         content->sources.push_back({subsystem, source});
     }
@@ -427,6 +436,9 @@ void CDataTransfer::parseUsers(const QJsonObject& document, int version, Content
         }
         if (version >= 2)
             parseLogin(u, &user);
+        if (version <= kLastVersionBeforeAdminRights && user.name == kSeededAdministrator)
+            user.rights.insert(
+                {Hlx::CRightsTable::kWholeQuoteSave, Hlx::CRightsTable::kAdminister});
         content->users.push_back(user);
     }
 }

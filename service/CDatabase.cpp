@@ -1,6 +1,7 @@
 #include "CDatabase.h"
 
 #include <fcntl.h>
+#include <sqlite3.h>
 #include <unistd.h>
 
 #include <QDir>
@@ -10,6 +11,7 @@
 #include <QUrlQuery>
 #include <QVariant>
 #include <atomic>
+#include <cerrno>
 #include <map>
 
 #include "CDataDirectory.h"
@@ -49,6 +51,23 @@ thread_local ThreadConnections t_connections;
 // the service goes away while worker threads still hold connections.
 void closeAndRemove(const QString& name) {
     QSqlDatabase::removeDatabase(name);
+}
+
+// The error number of the last system call that failed on SQLite's connection under a Qt
+// SQLite driver, 0 for any other driver. SQLite reports a full disk met while it maps or extends
+// its shared-memory file, or creates its journal, as an I/O error; the system call says why.
+int sqliteSystemErrno(const QSqlDriver* driver) {
+    if (!driver)
+        return 0;
+    const QVariant handle = driver->handle();
+    if (!handle.isValid() || qstrcmp(handle.typeName(), "sqlite3*") != 0)
+        return 0;
+    sqlite3* connection = *static_cast<sqlite3* const*>(handle.constData());
+    return connection ? sqlite3_system_errno(connection) : 0;
+}
+
+bool outOfSpace(int systemErrno) {
+    return systemErrno == ENOSPC || systemErrno == EDQUOT || systemErrno == EFBIG;
 }
 
 // The libpq connection under a Qt PostgreSQL driver; null for any other driver.
@@ -201,7 +220,7 @@ QSqlDatabase CDatabase::connection() {
             m_engine == SQLite ? QStringLiteral("QSQLITE") : QStringLiteral("QPSQL"), name);
         configure(db);
         if (!db.open()) {
-            failure = describe(db.lastError());
+            failure = describe(db.lastError(), sqliteSystemErrno(db.driver()));
         } else {
             try {
                 if (m_engine == SQLite) {
@@ -336,7 +355,7 @@ void CDatabase::run(QSqlQuery& query, const std::function<bool()>& exec) const {
         return;
     if (watch.expired())
         throw CServiceError::unavailable(kNoResponse);
-    throw failure(query.lastError());
+    throw failure(query.lastError(), sqliteSystemErrno(query.driver()));
 }
 
 void CDatabase::exec(QSqlQuery& query) const {
@@ -348,23 +367,29 @@ void CDatabase::exec(QSqlDatabase& db, const QString& sql) const {
     run(query, [&query, &sql] { return query.exec(sql); });
 }
 
-CServiceError CDatabase::failure(const QSqlError& error) const {
+CServiceError CDatabase::failure(const QSqlError& error, int systemErrno) const {
     // A statement the stored data refuses clashes with it; every other failure is the
     // database's (busy, gone, full, broken), which a later try may not meet.
     const QString code = error.nativeErrorCode();
     const bool constraint = m_engine == SQLite ? (code.toInt() & 0xff) == 19  // SQLITE_CONSTRAINT
                                                : code.startsWith(QLatin1String("23"));
-    return CServiceError(describe(error),
+    return CServiceError(describe(error, systemErrno),
                          constraint ? utils::ErrorKind::Conflict : utils::ErrorKind::Unavailable);
 }
 
-std::string CDatabase::describe(const QSqlError& error) const {
-    const QString detail =
+std::string CDatabase::describe(const QSqlError& error, int systemErrno) const {
+    QString detail =
         (error.databaseText().isEmpty() ? error.driverText() : error.databaseText()).simplified();
     const QString code = error.nativeErrorCode();
     QString text;
     if (m_engine == SQLite) {
-        const int primary = code.toInt() & 0xff;
+        int primary = code.toInt() & 0xff;
+        // An I/O error or a file that cannot be opened for want of space is a full disk.
+        if ((primary == 10 || primary == 14 || error.type() == QSqlError::ConnectionError) &&
+            outOfSpace(systemErrno)) {
+            primary = 13;
+            detail.clear();
+        }
         switch (primary) {
             case 5:  // SQLITE_BUSY
             case 6:  // SQLITE_LOCKED

@@ -53,10 +53,11 @@ public:
     void exec(QSqlDatabase& db, const QString& sql) const;
     // The connection options a PostgreSQL connection is opened with (libpq keywords).
     QString connectOptions() const { return m_pgOptions; }
-    // The operator's text (Chinese, UTF-8) for a database error.
-    std::string describe(const QSqlError& error) const;
+    // The operator's text (Chinese, UTF-8) for a database error; systemErrno, the error number
+    // of the system call that failed under it (SQLite), tells a full disk from other I/O errors.
+    std::string describe(const QSqlError& error, int systemErrno = 0) const;
     // The error of a failed statement, its kind from the database's code.
-    CServiceError failure(const QSqlError& error) const;
+    CServiceError failure(const QSqlError& error, int systemErrno = 0) const;
 
     // SQLite writers of this process queued or running now.
     std::size_t queuedWriters() const { return m_groupCommit.queued(); }

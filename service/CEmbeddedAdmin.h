@@ -75,7 +75,9 @@ public:
                                   Hlx::CImportReport* report) override {
         return m_service->importDocument(m_caller(), document, options, report);
     }
-    utils::RKError checkIntegrity() override { return m_service->checkIntegrity(m_caller()); }
+    utils::RKError checkIntegrity(std::vector<std::string>* keptValues) override {
+        return m_service->checkIntegrity(m_caller(), keptValues);
+    }
     utils::RKError status(Hlx::CServiceStatus* status) override {
         return m_service->status(m_caller(), status);
     }

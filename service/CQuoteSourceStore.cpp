@@ -185,8 +185,9 @@ std::map<int, rkservice::COrinQuoterSourceInfo> CQuoteSourceStore::byIds(
 }
 
 void CQuoteSourceStore::check(QSqlDatabase& db, const QString& subsystem,
-                              const rkservice::COrinQuoterSourceInfo& source, int excludeId) const {
-    CSourceValidator::checkFields(source);
+                              const rkservice::COrinQuoterSourceInfo& source, int excludeId,
+                              const rkservice::COrinQuoterSourceInfo* stored) const {
+    CSourceValidator::checkFields(source, stored);
     // Stored as given or not at all: a conversion would change the password silently.
     if (QString::fromStdString(source.m_strPassword).toStdString() != source.m_strPassword)
         throw CServiceError("密码不是有效的 UTF-8 文本");
@@ -285,7 +286,8 @@ std::map<int, rkservice::COrinQuoterSourceInfo> CQuoteSourceStore::modify(
             source.m_nTradeType = old->second.m_nTradeType;
         if (source.m_strMarkets.empty())
             source.m_strMarkets = old->second.m_strMarkets;
-        check(db, QString::fromStdString(old->second.getSystemTag()), source, source.m_nId);
+        check(db, QString::fromStdString(old->second.getSystemTag()), source, source.m_nId,
+              &old->second);
         bindColumns(update, source, *m_database.secrets());
         update.addBindValue(source.m_nId);
         m_database.exec(update);

@@ -47,9 +47,11 @@ public:
     // Deletes the sources named by their ids, within the sub-system (any when empty).
     void remove(QSqlDatabase& db, const QString& subsystem, const std::vector<int>& ids) const;
 
-    // Checks a source as it would be stored in the sub-system (ignoring the row excludeId).
+    // Checks a source as it would be stored in the sub-system (ignoring the row excludeId); a
+    // text equal to the stored row's is kept as it is (CSourceValidator::checkFields).
     void check(QSqlDatabase& db, const QString& subsystem,
-               const rkservice::COrinQuoterSourceInfo& source, int excludeId) const;
+               const rkservice::COrinQuoterSourceInfo& source, int excludeId,
+               const rkservice::COrinQuoterSourceInfo* stored = nullptr) const;
     // Inserts a row as it is, id included (import).
     void insertRaw(QSqlDatabase& db, const QString& subsystem,
                    const rkservice::COrinQuoterSourceInfo& source) const;

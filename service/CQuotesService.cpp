@@ -2,7 +2,9 @@
 
 #include <QCryptographicHash>
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QSqlQuery>
 #include <QStandardPaths>
@@ -86,6 +88,13 @@ QJsonObject importCounts(const CDataTransfer::Content& content) {
                        {QStringLiteral("whole_quote"), int(content.wholeQuote.size())},
                        {QStringLiteral("level2_token"), content.hasToken ? 1 : 0},
                        {QStringLiteral("users"), int(content.users.size())}};
+}
+
+QJsonArray textList(const std::vector<std::string>& texts) {
+    QJsonArray list;
+    for (const std::string& text : texts)
+        list.append(QString::fromStdString(text));
+    return list;
 }
 
 // The ids a modify or delete names, each once: a second record for the same row would make the
@@ -189,10 +198,39 @@ void CQuotesService::initialise(bool seed, bool createMissing) {
                 CSeedData::seed(*m_database, db);
             else
                 CSeedData::seedMinimal(*m_database, db);
+        } else if (version < CSchema::currentVersion()) {
+            auditUpgrade(db, version);
         }
         settings = readSettings(db);
     });
     m_settings.apply(settings);
+}
+
+void CQuotesService::auditUpgrade(QSqlDatabase& db, int from) const {
+    // The program that opens the database migrates it, for the operating-system user it runs as.
+    const CCaller self = CCaller::owner().locally(CCaller::operatingSystemUser());
+    CAuditTrail::Entry migration =
+        CAuditTrail::entry(CAuditVocabulary::kMigrate, CAuditVocabulary::kSchema);
+    migration.summary.insert(QStringLiteral("from"), from);
+    migration.summary.insert(QStringLiteral("to"), CSchema::currentVersion());
+    m_audit->write(db, self, migration);
+    if (from >= CSchema::sealedSince())
+        return;
+    CAuditTrail::Entry seal =
+        CAuditTrail::entry(CAuditVocabulary::kSeal, CAuditVocabulary::kSecrets);
+    seal.summary = sealedCounts(db);
+    m_audit->write(db, self, seal);
+}
+
+QJsonObject CQuotesService::sealedCounts(QSqlDatabase& db) const {
+    QJsonObject counts;
+    for (const char* table : {"kx_orin_quoter_source", "level2_token"}) {
+        QSqlQuery count(db);
+        count.prepare(QStringLiteral("SELECT count(*) FROM %1").arg(QLatin1String(table)));
+        m_database->exec(count);
+        counts.insert(QLatin1String(table), count.next() ? count.value(0).toInt() : 0);
+    }
+    return counts;
 }
 
 CSettingsCache::Settings CQuotesService::readSettings(QSqlDatabase& db) const {
@@ -736,15 +774,18 @@ void CQuotesService::runImport(const CCaller& caller, const QJsonObject& documen
                                CAuditTrail::Entry* entry) {
     const CDataTransfer::Content content = CDataTransfer::parse(document);
     entry->summary.insert(QStringLiteral("counts"), importCounts(content));
+    if (!content.keptValues.empty())
+        entry->summary.insert(QStringLiteral("kept"), textList(content.keptValues));
+    if (report)
+        report->keptValues = content.keptValues;
     const QString backup = options.dryRun ? QString() : m_backups->target(options);
     CSettingsCache::Settings settings;
+    bool backupWritten = false;
     try {
         m_database->transact(true, [&](QSqlDatabase& db) {
             if (!options.dryRun)
                 m_generations->advance(db);
             const QJsonObject before = CDataTransfer::exportAll(*m_database, db);
-            if (!options.dryRun)
-                m_backups->write(before, backup);
             CDataTransfer::importAll(*m_database, db, content);
             if (report)
                 report->sections =
@@ -753,9 +794,18 @@ void CQuotesService::runImport(const CCaller& caller, const QJsonObject& documen
                 throw DryRunDone();
             settings = readSettings(db);
             m_audit->write(db, caller, *entry);
+            // Only a document that passed every check makes a backup, so refused imports never
+            // push real backups out of the ones kept; it is on disk before the change commits.
+            m_backups->write(before, backup);
+            backupWritten = true;
         });
     } catch (const DryRunDone&) {
         return;
+    } catch (...) {
+        // The commit failed (a full disk): the backup is of nothing that changed.
+        if (backupWritten)
+            QFile::remove(backup);
+        throw;
     }
     if (report)
         report->backupFile = backup.toStdString();
@@ -847,9 +897,11 @@ utils::RKError CQuotesService::pruneAudit(const CCaller& caller, long long befor
     });
 }
 
-utils::RKError CQuotesService::checkIntegrity(const CCaller& caller) {
+utils::RKError CQuotesService::checkIntegrity(const CCaller& caller,
+                                              std::vector<std::string>* keptValues) {
     return administer(caller, "检查数据库", nullptr, [&] {
         QString detail;
+        std::vector<std::string> kept;
         m_database->transact(false, [&](QSqlDatabase& db) {
             QSqlQuery query(db);
             query.prepare(m_database->engine() == CDatabase::SQLite
@@ -861,10 +913,24 @@ utils::RKError CQuotesService::checkIntegrity(const CCaller& caller) {
                 if (line != QLatin1String("ok"))
                     detail += line + QLatin1Char('\n');
             }
+            if (detail.isEmpty())
+                kept = storedFaults(db);
         });
         if (!detail.isEmpty())
             throw CServiceError::unavailable(detail.trimmed().toStdString());
+        if (keptValues)
+            *keptValues = kept;
     });
+}
+
+std::vector<std::string> CQuotesService::storedFaults(QSqlDatabase& db) const {
+    std::vector<std::string> faults;
+    for (const auto& data : CQuoteSourceStore(*m_database).query(db, QString(), false, 0)) {
+        const auto& source = static_cast<const rkservice::COrinQuoterSourceInfo&>(*data);
+        for (const std::string& fault : CSourceValidator::textFaults(source))
+            faults.push_back(fault);
+    }
+    return faults;
 }
 
 utils::RKError CQuotesService::status(const CCaller& caller, Hlx::CServiceStatus* status) {

@@ -94,7 +94,8 @@ public:
     utils::RKError rekey(const CCaller& caller);
     // The database's own consistency check (SQLite integrity_check), with the administrator
     // right.
-    utils::RKError checkIntegrity(const CCaller& caller);
+    utils::RKError checkIntegrity(const CCaller& caller,
+                                  std::vector<std::string>* keptValues = nullptr);
     // The version, the database and how long this service has been open.
     utils::RKError status(const CCaller& caller, Hlx::CServiceStatus* status);
 
@@ -184,6 +185,13 @@ private:
                       const rkservice::COperateDataReq& request, const QString& subsystem,
                       const std::map<int, rkservice::COrinQuoterSourceInfo>& before,
                       const std::map<int, rkservice::COrinQuoterSourceInfo>& after) const;
+    // Records the migration of an earlier release's database (schema from), and the sealing of
+    // its secrets when they were stored in clear.
+    void auditUpgrade(QSqlDatabase& db, int from) const;
+    // How many sources' passwords and tokens are sealed: a sealing entry's summary.
+    QJsonObject sealedCounts(QSqlDatabase& db) const;
+    // Every rule of today a stored source breaks (CSourceValidator::textFaults).
+    std::vector<std::string> storedFaults(QSqlDatabase& db) const;
     void runImport(const CCaller& caller, const QJsonObject& document,
                    const Hlx::CImportOptions& options, Hlx::CImportReport* report,
                    CAuditTrail::Entry* entry);

@@ -9,6 +9,8 @@ class CSchema {
 public:
     // The version this code writes and understands.
     static int currentVersion();
+    // The first version that stores the secrets sealed.
+    static int sealedSince() { return 4; }
     // The version of the open database; 0 when it holds no schema yet.
     static int version(const CDatabase& database, QSqlDatabase& db);
     // Applies the migrations after `from` up to and including `to`. Runs inside the caller's

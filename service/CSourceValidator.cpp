@@ -59,24 +59,60 @@ bool CSourceValidator::parseCondition(const std::string& condition, int* tradeTy
     return true;
 }
 
-void CSourceValidator::checkText(const std::string& value, int field) {
+std::vector<std::string> CSourceValidator::faults(const std::string& value, int field) {
     const Hlx::CFieldLimit& limit = Hlx::CFieldLimits::of(Hlx::CFieldLimit::Field(field));
+    std::vector<std::string> result;
     if (int(value.size()) > limit.maxBytes)
-        throw CServiceError(std::string(limit.label) + "不能超过 " +
-                            std::to_string(limit.maxBytes) + " 字节");
+        result.push_back(std::string(limit.label) + "不能超过 " + std::to_string(limit.maxBytes) +
+                         " 字节");
     for (unsigned char c : value) {
-        if (c < 0x20 || c == 0x7f)
-            throw CServiceError(std::string(limit.label) + "不能含控制字符");
+        if (c < 0x20 || c == 0x7f) {
+            result.push_back(std::string(limit.label) + "不能含控制字符");
+            break;
+        }
     }
+    return result;
 }
 
-void CSourceValidator::checkFields(const rkservice::COrinQuoterSourceInfo& source) {
+void CSourceValidator::checkText(const std::string& value, int field) {
+    const std::vector<std::string> broken = faults(value, field);
+    if (!broken.empty())
+        throw CServiceError(broken.front());
+}
+
+namespace {
+
+// A source's texts by the field whose limits they keep.
+std::vector<std::pair<const std::string*, int>> textsOf(
+    const rkservice::COrinQuoterSourceInfo& source) {
+    return {{&source.m_strAddress, Hlx::CFieldLimit::Address},
+            {&source.m_strUserName, Hlx::CFieldLimit::UserName},
+            {&source.m_strPassword, Hlx::CFieldLimit::Password},
+            {&source.m_strMarkets, Hlx::CFieldLimit::Markets}};
+}
+
+}  // namespace
+
+std::vector<std::string> CSourceValidator::textFaults(
+    const rkservice::COrinQuoterSourceInfo& source) {
+    std::vector<std::string> result;
+    for (const auto& text : textsOf(source)) {
+        for (const std::string& fault : faults(*text.first, text.second))
+            result.push_back("行情源 " + std::to_string(source.m_nId) + ": " + fault);
+    }
+    return result;
+}
+
+void CSourceValidator::checkFields(const rkservice::COrinQuoterSourceInfo& source,
+                                   const rkservice::COrinQuoterSourceInfo* stored) {
     if (!tradeTypes().count(source.m_nTradeType))
         throw CServiceError("未知的交易类型: " + std::to_string(source.m_nTradeType));
-    checkText(source.m_strAddress, Hlx::CFieldLimit::Address);
-    checkText(source.m_strUserName, Hlx::CFieldLimit::UserName);
-    checkText(source.m_strPassword, Hlx::CFieldLimit::Password);
-    checkText(source.m_strMarkets, Hlx::CFieldLimit::Markets);
+    const auto texts = textsOf(source);
+    const auto kept = stored ? textsOf(*stored) : texts;
+    for (size_t i = 0; i < texts.size(); ++i) {
+        if (!stored || *texts[i].first != *kept[i].first)
+            checkText(*texts[i].first, texts[i].second);
+    }
     if (source.m_nBrokerId == rkservice::COrinQuoterSourceInfo::kNoBroker) {
         if (source.m_strAddress.empty())
             throw CServiceError("服务器地址不能为空");

@@ -2,6 +2,7 @@
 
 #include <set>
 #include <string>
+#include <vector>
 
 namespace rkservice {
 class COrinQuoterSourceInfo;
@@ -28,12 +29,20 @@ public:
 
     // The checks of a source's own fields: trade type, the texts' limits, and either address and
     // port (no broker) or broker and server group ids. Platform, broker and duplicates need the
-    // database.
-    static void checkFields(const rkservice::COrinQuoterSourceInfo& source);
+    // database. With stored, a text equal to the stored one is kept as it is: the rules of a
+    // text bind only a change that sets it (earlier releases accepted some that break them).
+    static void checkFields(const rkservice::COrinQuoterSourceInfo& source,
+                            const rkservice::COrinQuoterSourceInfo* stored = nullptr);
     static void checkToken(const std::string& token);
+    // Every rule of the texts the source's fields break, each a line naming the source
+    // ("行情源 18: 密码不能含控制字符"), in field order, both rules of a field that breaks both;
+    // empty when none. The import and the integrity check list stored values so.
+    static std::vector<std::string> textFaults(const rkservice::COrinQuoterSourceInfo& source);
 
 private:
-    // Within the field's byte limit (Hlx::CFieldLimit::Field) and free of control characters.
+    // The rules of a text: within the field's byte limit (Hlx::CFieldLimit::Field) and free of
+    // control characters; the first it breaks is thrown, faults lists them all.
     static void checkText(const std::string& value, int field);
+    static std::vector<std::string> faults(const std::string& value, int field);
     static void checkEndpoint(const rkservice::COrinQuoterSourceInfo& source);
 };

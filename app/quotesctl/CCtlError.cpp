@@ -1,6 +1,6 @@
 #include "CCtlError.h"
 
-#include <cstdio>
+#include "CCtlOutput.h"
 
 CCtlError CCtlError::usage(const QString& message) {
     return CCtlError(kUsage, message);
@@ -32,21 +32,17 @@ void CCtlError::check(const utils::RKError& error) {
 }
 
 int CCtlError::report() const {
-    QString line;
     switch (m_code) {
         case kUsage:
-            line = QStringLiteral("quotesctl: %1 (see quotesctl --help)\n").arg(m_message);
+            CCtlOutput::error(m_message + QStringLiteral(" (see quotesctl --help)"));
             break;
         case kRefused:
             // One line, whatever the service's message holds.
-            line = QStringLiteral("quotesctl: %1\n")
-                       .arg(QString(m_message).replace(QLatin1Char('\n'), QLatin1String("; ")));
+            CCtlOutput::error(QString(m_message).replace(QLatin1Char('\n'), QLatin1String("; ")));
             break;
         case kUnavailable:
-            line = QStringLiteral("quotesctl: %1\n").arg(m_message);
+            CCtlOutput::error(m_message);
             break;
     }
-    const QByteArray bytes = line.toUtf8();
-    std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stderr);
     return m_code;
 }

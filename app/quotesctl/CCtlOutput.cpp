@@ -54,7 +54,24 @@ void CCtlOutput::printTable(const QStringList& header, const QList<QStringList>&
 }
 
 void CCtlOutput::warn(const QString& message) {
-    writeOut(stderr, QStringLiteral("quotesctl: warning: %1\n").arg(message));
+    error(QStringLiteral("warning: ") + message);
+}
+
+void CCtlOutput::error(const QString& message) {
+    QString text;
+    for (const QString& line : message.split(QLatin1Char('\n'), Qt::SkipEmptyParts))
+        text += QStringLiteral("quotesctl: ") + line + QLatin1Char('\n');
+    writeOut(stderr, text);
+}
+
+void CCtlOutput::installMessageHandler() {
+    qInstallMessageHandler(
+        [](QtMsgType, const QMessageLogContext&, const QString& message) { error(message); });
+}
+
+void CCtlOutput::printKept(const std::vector<std::string>& keptValues) {
+    for (const std::string& kept : keptValues)
+        print(QStringLiteral("kept %1\n").arg(QString::fromStdString(kept)));
 }
 
 QString CCtlOutput::rightsCell(const std::set<int>& rights) {

@@ -111,4 +111,5 @@ void CTransferCommands::importAll(CCtlSession& session) {
                               .arg(change.after)
                               .arg(change.added)
                               .arg(change.removed));
+    CCtlOutput::printKept(report.keptValues);
 }

@@ -66,7 +66,7 @@ utils::RKError ScriptedAuditTrail::importDocument(const QJsonObject&) {
     return unsupported();
 }
 
-utils::RKError ScriptedAuditTrail::checkIntegrity() {
+utils::RKError ScriptedAuditTrail::checkIntegrity(std::vector<std::string>*) {
     return unsupported();
 }
 

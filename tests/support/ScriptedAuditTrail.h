@@ -31,7 +31,7 @@ public:
     utils::RKError exportDocument(
         QJsonObject* document, const Hlx::CExportOptions& options = Hlx::CExportOptions()) override;
     utils::RKError importDocument(const QJsonObject& document) override;
-    utils::RKError checkIntegrity() override;
+    utils::RKError checkIntegrity(std::vector<std::string>* keptValues) override;
     utils::RKError status(Hlx::CServiceStatus* status) override;
 
 private:

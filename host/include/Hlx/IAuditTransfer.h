@@ -44,6 +44,9 @@ struct CSectionChange {
 struct CImportReport {
     std::vector<CSectionChange> sections;
     std::string backupFile;  // where the replaced content was written
+    // Values kept although they break a rule of today (an earlier release accepted them), each
+    // with the rule it breaks: "行情源 18: 密码不能含控制字符".
+    std::vector<std::string> keptValues;
 };
 
 // The service's records as a whole: the audit trail, export and import, its own checks.
@@ -58,7 +61,9 @@ public:
     // process, only a plain import (the holder writes its own backup) is offered.
     virtual utils::RKError importDocument(const QJsonObject& document,
                                           const CImportOptions& options, CImportReport* report);
-    virtual utils::RKError checkIntegrity() = 0;
+    // The database's own check; keptValues: the stored values that break a rule of today, listed
+    // as CImportReport's (no failure: they are kept as an earlier release stored them).
+    virtual utils::RKError checkIntegrity(std::vector<std::string>* keptValues) = 0;
     virtual utils::RKError status(CServiceStatus* status) = 0;
     // The audit trail, newest first, and the removal of its entries older than a time (both
     // with the administrator right; a prune is itself recorded).

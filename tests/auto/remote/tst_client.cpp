@@ -604,7 +604,7 @@ private slots:
         const int before = m_first->totalCalls();
         QCOMPARE(text(admin->setSubsystems({{"x", "y"}})), QByteArray(CRemoteAdmin::kUnsupported));
         QCOMPARE(text(admin->setLoginTypeAuth(0, true)), QByteArray(CRemoteAdmin::kUnsupported));
-        QCOMPARE(text(admin->checkIntegrity()), QByteArray(CRemoteAdmin::kUnsupported));
+        QCOMPARE(text(admin->checkIntegrity(nullptr)), QByteArray(CRemoteAdmin::kUnsupported));
         QCOMPARE(m_first->totalCalls(), before);
     }
 

@@ -5,6 +5,7 @@
 #include <climits>
 #include <functional>
 
+#include "CCallCodec.h"
 #include "CRecordCodec.h"
 #include "SourceChecks.h"
 #include "rkservice/CGlobalFeaturePermissionInfo.h"
@@ -369,6 +370,23 @@ private slots:
         QVERIFY(CRecordCodec::decodeLoginTypeAuth(received.login_type_auth(), &decodedAuth)
                     .isSuccess());
         QVERIFY(decodedAuth == auth);
+    }
+
+    void keptValuesTravelWithImportAndIntegrity() {
+        const std::vector<std::string> kept = {"行情源 2: 密码不能含控制字符",
+                                               "行情源 4: 市场不能超过 256 字节"};
+        CCallCodec::ImportParams params;
+        std::get<2>(params).keptValues = kept;
+        quotes::v1::ImportReply imported;
+        CCallCodec::encode(utils::RKError::ok(), params, &imported);
+        Hlx::CImportReport report;
+        QVERIFY(CCallCodec::decode(overTheWire(imported), &report).isSuccess());
+        QVERIFY(report.keptValues == kept);
+        quotes::v1::CheckIntegrityReply checked;
+        CCallCodec::encode(utils::RKError::ok(), std::make_tuple(kept), &checked);
+        std::vector<std::string> listed;
+        QVERIFY(CCallCodec::decode(overTheWire(checked), &listed).isSuccess());
+        QVERIFY(listed == kept);
     }
 
     // ---- refusals

@@ -489,7 +489,7 @@ private slots:
                  QString("没有权限：修改分系统"));
         QCOMPARE(QString::fromStdString(viewer.setLoginTypeAuth(7, !typeBefore).errorMsg()),
                  QString("没有权限：修改登录类型设置"));
-        QCOMPARE(QString::fromStdString(viewer.checkIntegrity().errorMsg()),
+        QCOMPARE(QString::fromStdString(viewer.checkIntegrity(nullptr).errorMsg()),
                  QString("没有权限：检查数据库"));
         QVERIFY(viewer.refreshSession().isSuccess());
         QCOMPARE(viewer.subsystems().size(), before.size());
@@ -500,7 +500,7 @@ private slots:
         QCOMPARE(admin.subsystems().back().name, std::string("sys_extra"));
         QVERIFY(admin.setLoginTypeAuth(7, !typeBefore).isSuccess());
         QCOMPARE(admin.hasClientLoginTypeAuth(7), !typeBefore);
-        QVERIFY(admin.checkIntegrity().isSuccess());
+        QVERIFY(admin.checkIntegrity(nullptr).isSuccess());
         QCOMPARE(viewer.subsystems().size(), before.size());
         QVERIFY(viewer.refreshSession().isSuccess());
         QCOMPARE(viewer.subsystems().size(), changed.size());
