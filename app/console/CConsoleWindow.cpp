@@ -70,6 +70,7 @@ CConsoleWindow::CConsoleWindow(const boost::shared_ptr<Hlx::IQuotesAdmin>& admin
         const int index = systemIndex(system);
         m_systemBox->setCurrentIndex(index >= 0 ? index : 0);
     }
+    Hlx::COrinClientCenter::instance()->setChosenSubsystem(m_systemName.toStdString());
     // Made before any panel is docked: every docked panel is followed.
     m_live = new CLiveUpdates(m_admin, m_auditDock, this);
     // Direct: the rebuild is done when the live updates drop what waited for the old panels.
@@ -84,6 +85,7 @@ CConsoleWindow::CConsoleWindow(const boost::shared_ptr<Hlx::IQuotesAdmin>& admin
 }
 
 CConsoleWindow::~CConsoleWindow() {
+    Hlx::COrinClientCenter::instance()->setChosenSubsystem(std::string());
     m_live->stop();
     closeAllDocks();
 }
@@ -359,6 +361,9 @@ void CConsoleWindow::rebuildPanels() {
 
 void CConsoleWindow::switchSystem(const QString& name) {
     m_systemName = name;
+    // Every user's adds through the client centre go to the chosen sub-system too, not only
+    // those of a user who routes by sub-system.
+    Hlx::COrinClientCenter::instance()->setChosenSubsystem(name.toStdString());
     const int index = systemIndex(name);
     for (QDockWidget* dock : m_docks) {
         if (Hlx::IorinDockableWidget* panel = panelOf(dock))
