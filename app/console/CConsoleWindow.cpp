@@ -9,6 +9,7 @@
 #include <QSettings>
 #include <QStatusBar>
 #include <QTabBar>
+#include <QThreadPool>
 #include <QToolBar>
 
 #include "CAuditDock.h"
@@ -283,10 +284,43 @@ void CConsoleWindow::takeLoggedInAccount() {
 }
 
 void CConsoleWindow::rebuildForChanges() {
-    if (m_session.isRemote())
-        rebuildPanels();
-    else
+    if (!m_session.isRemote()) {
         switchUser(m_userName);
+        return;
+    }
+    // On quotesd the account's rights are the server's: read again first, on a worker; the
+    // live updates ask again once they are in, when no box is open.
+    if (!m_accountRead) {
+        readAccount();
+        return;
+    }
+    m_accountRead = false;
+    rebuildPanels();
+    updateStatus();
+}
+
+void CConsoleWindow::readAccount() {
+    QPointer<CConsoleWindow> self(this);
+    const std::function<rkservice::CUserInfoPtr()> read = m_session.readAccount;
+    QThreadPool::globalInstance()->start([self, read] {
+        const rkservice::CUserInfoPtr account = read ? read() : rkservice::CUserInfoPtr();
+        QMetaObject::invokeMethod(
+            qApp,
+            [self, account] {
+                if (self)
+                    self->accountRead(account);
+            },
+            Qt::QueuedConnection);
+    });
+}
+
+void CConsoleWindow::accountRead(const rkservice::CUserInfoPtr& account) {
+    // Not read (the server or its database did not answer): the panels are built anew with the
+    // rights the console knows; the next change reads them again.
+    if (account)
+        Hlx::CUserManager::instance()->setCurrentUser(account);
+    m_accountRead = true;
+    m_live->requestRebuild();
 }
 
 void CConsoleWindow::switchAccount() {
