@@ -29,6 +29,8 @@ namespace Hlx {
 
 namespace {
 
+// Long enough to be read; the tip then stays until the combo's choice is made.
+const int kTipMinimumMs = 3000;
 const int kLabelWidth = 70;
 const int kLabelHeight = 24;
 const int kLabelFlags = int(Qt::AlignRight | Qt::AlignVCenter) | Qt::TextSingleLine;
@@ -262,9 +264,10 @@ void CSetFutureQuotesDialog::onBrokerChanged() {
 void CSetFutureQuotesDialog::submit() {
     for (Zu::CComboBox* combo : {m_platformCombo, m_brokerCombo, m_serverGroupCombo}) {
         if (combo->currentText().isEmpty() || combo->currentIndex() == 0) {
-            Zu::CMessageTip::showTip(combo, Zu::CMessageTip::kBelowLeft, QStringLiteral("请选择 "),
-                                     Zu::CMessageTip::StyleArrow, Zu::CMessageTip::LevelWarning,
-                                     300);
+            // As the stock dialog's tips: until the choice is made, and long enough to be read.
+            Zu::CMessageTip::showTipUntilEdited(
+                combo, Zu::CMessageTip::kBelowLeft, QStringLiteral("请选择 "),
+                Zu::CMessageTip::StyleArrow, Zu::CMessageTip::LevelWarning, kTipMinimumMs);
             return;
         }
     }

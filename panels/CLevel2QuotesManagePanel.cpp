@@ -52,6 +52,8 @@ CLevel2QuotesManagePanel::CLevel2QuotesManagePanel(QWidget* parent)
             &CLevel2QuotesManagePanel::slotInitTokens);
     connect(this, &CLevel2QuotesManagePanel::sigOnOperationFinished, this,
             &CLevel2QuotesManagePanel::slotOnOperationFinished);
+    connect(this, &CLevel2QuotesManagePanel::sigOnLoadUnavailable, this,
+            &CLevel2QuotesManagePanel::slotOnLoadUnavailable);
     refresh();
 }
 
@@ -122,11 +124,22 @@ void CLevel2QuotesManagePanel::refresh() {
 void CLevel2QuotesManagePanel::onQueryData(const utils::RKError& error,
                                            const std::vector<rkservice::IDataPtr>& datas, int count,
                                            bson::BSONObj result) {
-    // A failed query lists nothing, which leaves adding open.
-    Q_UNUSED(error);
     Q_UNUSED(count);
     Q_UNUSED(result);
+    // Nothing was read, nothing is known to be gone: the token shown stays, with the reason.
+    if (error.kind() == utils::ErrorKind::Unavailable) {
+        emit sigOnLoadUnavailable(Zu::sToQs(error.errorMsg()));
+        return;
+    }
+    // Any other failed query lists nothing, which leaves adding open.
     emit sigInitTokens(datas);
+}
+
+void CLevel2QuotesManagePanel::slotOnLoadUnavailable(QString qsError) {
+    if (m_loadingMask)
+        m_loadingMask->hide();
+    COrinClientCenter::instance()->showServerMsgCallBack(1, false, this, messageTitle(), qsError,
+                                                         true, false);
 }
 
 void CLevel2QuotesManagePanel::slotInitTokens(const std::vector<rkservice::IDataPtr> values) {

@@ -57,10 +57,13 @@ public:
 signals:
     void sigInitTokens(const std::vector<rkservice::IDataPtr> values);
     void sigOnOperationFinished(bool bError, QString qsError);
+    // A load the database or the server did not answer (an addition: the row shown stays).
+    void sigOnLoadUnavailable(QString qsError);
 
 public slots:
     void slotInitTokens(const std::vector<rkservice::IDataPtr> values);
     void slotOnOperationFinished(bool bError, QString qsError);
+    void slotOnLoadUnavailable(QString qsError);
 
 protected:
     void createUi();

@@ -345,6 +345,8 @@ void CQuotesManagePanel::onQueryData(const utils::RKError& error,
     if (!lock || !isCurrentAnswer())
         return;
     m_quoteSources = datas;
+    m_unavailableLoad =
+        error.kind() == utils::ErrorKind::Unavailable ? CAnswerGuard::runningLoad() : -1;
     m_quoteTickets.enqueue(CAnswerGuard::runningLoad());
     emit sigOnDataQuotesInfo(!error.isSuccess(), Zu::sToQs(error.errorMsg()), count);
 }
@@ -360,6 +362,15 @@ void CQuotesManagePanel::quotesDelivered(bool bError, const QString& qsError, in
     });
     if (!lock || (delivered && !takeTicket(m_quoteTickets)))
         return;
+    if (bError && m_unavailableLoad == m_answerGuard.currentLoad()) {
+        // Nothing was read, nothing is known to be gone: the rows shown stay, with the reason.
+        showLoadFailure(qsError.isEmpty() ? QStringLiteral("请求数据失败") : qsError);
+        if (m_loadingMask)
+            m_loadingMask->hide();
+        m_loading = false;
+        m_reselect = false;
+        return;
+    }
     m_table->clear();
     m_table->update();
     m_rowRecords.clear();

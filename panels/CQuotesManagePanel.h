@@ -213,6 +213,9 @@ private:
     rkservice::CGlobalFeaturePermissionInfoPtr m_permissionInfo;
     // The load of the permission answer kept (guarded by m_permissionMutex).
     int m_permissionLoad = -1;
+    // The load whose quote-source answer said the database or the server did not answer
+    // (guarded by m_dataMutex): its rows stay as they were.
+    int m_unavailableLoad = -1;
 
     // The load each queued answer signal belongs to, in emission order, so that a slot queued
     // before a newer refresh is dropped (guarded by m_dataMutex).

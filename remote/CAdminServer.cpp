@@ -70,13 +70,20 @@ grpc::Status CAdminServer::invalid(const utils::RKError& error) {
     return grpc::Status(grpc::StatusCode::INVALID_ARGUMENT, error.errorMsg());
 }
 
-grpc::Status CAdminServer::authenticate(grpc::ServerContext* context, CCaller* caller) {
+grpc::Status CAdminServer::authenticate(grpc::ServerContext* context, CCaller* caller,
+                                        utils::RKError* unavailable) {
     if (m_refusing)
         return refusing();
     const std::string token = bearerToken(context);
     if (token.empty())
         return grpc::Status(grpc::StatusCode::UNAUTHENTICATED, "请先登录");
     const CLoginManager::AuthResult result = m_logins.authenticate(token, now());
+    // A database that does not answer has not ended the login.
+    if (result.reason == CLoginManager::Reason::ServiceError) {
+        *unavailable =
+            utils::RKError::fail(utils::ErrorKind::Unavailable, result.message.toStdString());
+        return grpc::Status::OK;
+    }
     if (!result.ok())
         return grpc::Status(grpc::StatusCode::UNAUTHENTICATED, result.message.toStdString());
     *caller = CCaller::user(result.account.name.toStdString(), result.account.rights)
@@ -134,11 +141,13 @@ grpc::Status CAdminServer::Logout(grpc::ServerContext* context,
                                   quotes::v1::LogoutReply* reply) {
     const CallScope scope(this);
     CCaller caller = CCaller::owner();
-    const grpc::Status admitted = admit(context, *request, &caller);
+    utils::RKError unavailable;
+    const grpc::Status admitted = admit(context, *request, &caller, &unavailable);
     if (!admitted.ok())
         return admitted;
-    m_logins.logout(bearerToken(context));
-    CRecordCodec::encodeError(utils::RKError::ok(), reply->mutable_error());
+    if (unavailable.isSuccess())
+        m_logins.logout(bearerToken(context));
+    CRecordCodec::encodeError(unavailable, reply->mutable_error());
     return grpc::Status::OK;
 }
 
@@ -148,12 +157,15 @@ grpc::Status CAdminServer::Query(grpc::ServerContext* context,
     const CallScope scope(this);
     CCaller caller = CCaller::owner();
     CCallCodec::QueryParams params;
-    const grpc::Status admitted = admit(context, *request, &caller, &params);
+    utils::RKError unavailable;
+    const grpc::Status admitted = admit(context, *request, &caller, &params, &unavailable);
     if (!admitted.ok())
         return admitted;
     rkservice::IDataList& datas = std::get<2>(params);
     const utils::RKError error =
-        m_service->querySync(caller, std::get<0>(params), std::get<1>(params), &datas);
+        unavailable.isSuccess()
+            ? m_service->querySync(caller, std::get<0>(params), std::get<1>(params), &datas)
+            : unavailable;
     return streamAnswer(error, datas, writer);
 }
 
@@ -188,9 +200,14 @@ grpc::Status CAdminServer::Events(grpc::ServerContext* context,
                                   grpc::ServerWriter<quotes::v1::Event>* writer) {
     const CallScope scope(this);
     CCaller caller = CCaller::owner();
-    const grpc::Status admitted = admit(context, *request, &caller);
+    utils::RKError unavailable;
+    const grpc::Status admitted = admit(context, *request, &caller, &unavailable);
     if (!admitted.ok())
         return admitted;
+    // A stream has no reply to carry it: ABORTED, which the client answers by opening the
+    // stream again on the same connection, with its login.
+    if (!unavailable.isSuccess())
+        return grpc::Status(grpc::StatusCode::ABORTED, unavailable.errorMsg());
     CEventStream stream(m_service->changes());
     // The first, empty event says the stream listens: a client that reconnected knows from it
     // that it may have missed changes.

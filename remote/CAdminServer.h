@@ -146,22 +146,27 @@ private:
         const CallScope scope(this);
         CCaller caller = CCaller::owner();
         typename Call::Params params;
-        const grpc::Status admitted = admit(context, *request, &caller, &params);
+        utils::RKError unavailable;
+        const grpc::Status admitted = admit(context, *request, &caller, &params, &unavailable);
         if (!admitted.ok())
             return admitted;
-        const utils::RKError error = Call::invoke(*m_service, method, caller, params);
+        const utils::RKError error = unavailable.isSuccess()
+                                         ? Call::invoke(*m_service, method, caller, params)
+                                         : unavailable;
         CCallCodec::encode(error, params, reply);
         return grpc::Status::OK;
     }
 
     // The first steps of every call with a token, streams included: the account behind the
     // token, then the request decoded into the parameters. A malformed request is refused as
-    // INVALID_ARGUMENT before the service sees it.
+    // INVALID_ARGUMENT before the service sees it. When the database could not check the
+    // token, the status is OK and *unavailable says why: the call answers that in its reply
+    // (the kind "unavailable"), so that the client keeps its login and its connection.
     template <class Request, class Params>
     grpc::Status admit(grpc::ServerContext* context, const Request& request, CCaller* caller,
-                       Params* params) {
-        const grpc::Status authenticated = authenticate(context, caller);
-        if (!authenticated.ok())
+                       Params* params, utils::RKError* unavailable) {
+        const grpc::Status authenticated = authenticate(context, caller, unavailable);
+        if (!authenticated.ok() || !unavailable->isSuccess())
             return authenticated;
         const utils::RKError decoded = CCallCodec::decode(request, params);
         return decoded.isSuccess() ? grpc::Status::OK : invalid(decoded);
@@ -169,14 +174,16 @@ private:
 
     // The same for a request without fields.
     template <class Request>
-    grpc::Status admit(grpc::ServerContext* context, const Request& request, CCaller* caller) {
+    grpc::Status admit(grpc::ServerContext* context, const Request& request, CCaller* caller,
+                       utils::RKError* unavailable) {
         std::tuple<> none;
-        return admit(context, request, caller, &none);
+        return admit(context, request, caller, &none, unavailable);
     }
 
     // The account behind the call's token; a non-OK status when there is none (or the server
-    // is stopping).
-    grpc::Status authenticate(grpc::ServerContext* context, CCaller* caller);
+    // is stopping); OK with *unavailable set when the database could not tell.
+    grpc::Status authenticate(grpc::ServerContext* context, CCaller* caller,
+                              utils::RKError* unavailable);
     grpc::Status refusing() const;
     static grpc::Status invalid(const utils::RKError& error);
     // Writes the answer of a query in chunks of a bounded size.

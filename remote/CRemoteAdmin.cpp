@@ -12,6 +12,7 @@
 #include "CRecordCodec.h"
 #include "CRemoteEvents.h"
 #include "quotes.grpc.pb.h"
+#include "rkservice/DataTypeIds.h"
 
 using utils::RKError;
 namespace v1 = quotes::v1;
@@ -519,6 +520,31 @@ RKError CRemoteAdmin::refreshSession() {
     if (error.isSuccess())
         d->cacheSettings(std::move(subsystems), std::move(auth));
     return error;
+}
+
+RKError CRemoteAdmin::refreshAccount() {
+    const rkservice::CUserInfoPtr current = account();
+    if (!current)
+        return RKError::fail(utils::ErrorKind::Refused, kNotLoggedIn);
+    // The users' records, asked by name: every account may read its own.
+    rkservice::COrinQueryDataReq request;
+    request.dataType = rkservice::kDataUsers;
+    request.condition = current->m_strName;
+    std::vector<rkservice::IDataPtr> datas;
+    const RKError error = query(Hlx::CRequestTarget::centre(), request, &datas);
+    if (!error.isSuccess())
+        return error;
+    for (const rkservice::IDataPtr& data : datas) {
+        auto user = boost::dynamic_pointer_cast<rkservice::CUserInfo>(data);
+        if (!user || user->m_strName != current->m_strName)
+            continue;
+        std::lock_guard<std::mutex> lock(d->m_sessionMutex);
+        // Only for the login it was read for, not one made meanwhile.
+        if (d->m_account == current)
+            d->m_account = user;
+        return RKError::ok();
+    }
+    return RKError::fail(utils::ErrorKind::NotFound, "账户不存在: " + current->m_strName);
 }
 
 void CRemoteAdmin::shutdown() {

@@ -52,6 +52,9 @@ public:
     void setLoginExpiredHandler(std::function<void()> handler);
     // Reads the sub-systems and login types again into the cache.
     utils::RKError refreshSession();
+    // Reads the logged-in account again (its rights change while the login lasts) into the
+    // cache that account() answers from.
+    utils::RKError refreshAccount();
     // Cancels every call in flight (each answers at once) and refuses new ones. For quitting.
     void shutdown();
     int callsInFlight() const;

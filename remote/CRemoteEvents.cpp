@@ -36,7 +36,11 @@ void CRemoteEvents::run() {
                     m_ended(token);
                 return;
             }
-            attempt = status.error_code() == grpc::StatusCode::CANCELLED ? 0 : attempt + 1;
+            // CANCELLED: the stream ended (the server stopped it); ABORTED: the server's
+            // database did not answer. The same server is asked again, on the same connection.
+            const bool sameServer = status.error_code() == grpc::StatusCode::CANCELLED ||
+                                    status.error_code() == grpc::StatusCode::ABORTED;
+            attempt = sameServer ? 0 : attempt + 1;
         } else {
             ++attempt;
         }

@@ -23,7 +23,6 @@
 namespace {
 
 std::atomic<quint64> g_nextSerial{1};
-const char* const kNoResponse = "数据库无响应";
 // The advisory lock of the service's PostgreSQL writers ("QUOTES" in ASCII).
 const qint64 kWriterLock = 0x51554f544553;
 std::atomic<quint64> g_nextConnection{1};
@@ -89,6 +88,8 @@ bool containsAny(const QString& text, std::initializer_list<const char*> needles
 }
 
 }  // namespace
+
+const char* const CDatabase::kNoResponse = "数据库无响应";
 
 std::unique_ptr<CDatabase> CDatabase::create(const CServiceOptions& options, QString* error) {
     std::unique_ptr<CDatabase> db(new CDatabase);

@@ -24,6 +24,10 @@ class CDatabase {
 public:
     enum Engine { SQLite, PostgreSQL };
 
+    // What the operator is told when the database does not answer (a statement that ran out of
+    // time, or a token that could not be checked).
+    static const char* const kNoResponse;
+
     // Works out the engine and its parameters from the options and prepares the SQLite file
     // (directory, mode 0600); does not connect. Null with *error set when the options are unusable.
     static std::unique_ptr<CDatabase> create(const CServiceOptions& options, QString* error);

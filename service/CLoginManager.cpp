@@ -301,9 +301,10 @@ CLoginManager::AuthResult CLoginManager::authenticate(const std::string& token, 
             writeLastUse(tokenHash, nowMs);
         result.account = account;
         result.tokenHash = tokenHash;
-    } catch (const CServiceError& e) {
+    } catch (const CServiceError&) {
+        // Not an expired login: the database could not tell. The caller keeps its login.
         result.reason = Reason::ServiceError;
-        result.message = serviceFailure(e);
+        result.message = QString::fromUtf8(CDatabase::kNoResponse);
         return result;
     }
     result.reason = Reason::Ok;

@@ -9,6 +9,7 @@
 #include <QSettings>
 #include <QStatusBar>
 #include <QTabBar>
+#include <QThreadPool>
 #include <QToolBar>
 
 #include "CAuditDock.h"
@@ -70,6 +71,7 @@ CConsoleWindow::CConsoleWindow(const boost::shared_ptr<Hlx::IQuotesAdmin>& admin
         const int index = systemIndex(system);
         m_systemBox->setCurrentIndex(index >= 0 ? index : 0);
     }
+    Hlx::COrinClientCenter::instance()->setChosenSubsystem(m_systemName.toStdString());
     // Made before any panel is docked: every docked panel is followed.
     m_live = new CLiveUpdates(m_admin, m_auditDock, this);
     // Direct: the rebuild is done when the live updates drop what waited for the old panels.
@@ -84,6 +86,7 @@ CConsoleWindow::CConsoleWindow(const boost::shared_ptr<Hlx::IQuotesAdmin>& admin
 }
 
 CConsoleWindow::~CConsoleWindow() {
+    Hlx::COrinClientCenter::instance()->setChosenSubsystem(std::string());
     m_live->stop();
     closeAllDocks();
 }
@@ -281,10 +284,43 @@ void CConsoleWindow::takeLoggedInAccount() {
 }
 
 void CConsoleWindow::rebuildForChanges() {
-    if (m_session.isRemote())
-        rebuildPanels();
-    else
+    if (!m_session.isRemote()) {
         switchUser(m_userName);
+        return;
+    }
+    // On quotesd the account's rights are the server's: read again first, on a worker; the
+    // live updates ask again once they are in, when no box is open.
+    if (!m_accountRead) {
+        readAccount();
+        return;
+    }
+    m_accountRead = false;
+    rebuildPanels();
+    updateStatus();
+}
+
+void CConsoleWindow::readAccount() {
+    QPointer<CConsoleWindow> self(this);
+    const std::function<rkservice::CUserInfoPtr()> read = m_session.readAccount;
+    QThreadPool::globalInstance()->start([self, read] {
+        const rkservice::CUserInfoPtr account = read ? read() : rkservice::CUserInfoPtr();
+        QMetaObject::invokeMethod(
+            qApp,
+            [self, account] {
+                if (self)
+                    self->accountRead(account);
+            },
+            Qt::QueuedConnection);
+    });
+}
+
+void CConsoleWindow::accountRead(const rkservice::CUserInfoPtr& account) {
+    // Not read (the server or its database did not answer): the panels are built anew with the
+    // rights the console knows; the next change reads them again.
+    if (account)
+        Hlx::CUserManager::instance()->setCurrentUser(account);
+    m_accountRead = true;
+    m_live->requestRebuild();
 }
 
 void CConsoleWindow::switchAccount() {
@@ -359,6 +395,9 @@ void CConsoleWindow::rebuildPanels() {
 
 void CConsoleWindow::switchSystem(const QString& name) {
     m_systemName = name;
+    // Every user's adds through the client centre go to the chosen sub-system too, not only
+    // those of a user who routes by sub-system.
+    Hlx::COrinClientCenter::instance()->setChosenSubsystem(name.toStdString());
     const int index = systemIndex(name);
     for (QDockWidget* dock : m_docks) {
         if (Hlx::IorinDockableWidget* panel = panelOf(dock))

@@ -86,10 +86,15 @@ private:
     void createSystemChooser(QToolBar* bar);
     // After a login: the account's rights and routing are read as panels are built.
     void takeLoggedInAccount();
+    // On quotesd: reads the account again on a worker; accountRead() takes it in.
+    void readAccount();
+    void accountRead(const rkservice::CUserInfoPtr& account);
 
     boost::shared_ptr<Hlx::IQuotesAdmin> m_admin;
     CConsoleSession m_session;
     bool m_askingForLogin = false;
+    // The account was read again since the last rebuild (quotesd only).
+    bool m_accountRead = false;
     CLiveUpdates* m_live = nullptr;
     QSettings* m_settings;
     QMap<QString, QDockWidget*> m_docks;

@@ -43,6 +43,8 @@ public:
     void follow(Hlx::IorinDockableWidget* panel);
     // Reloads still waiting (for a load to end, a box to close, or their interval).
     bool isPending() const { return !m_pending.isEmpty(); }
+    // Asks for the panels to be built anew (rebuildWanted), once no modal box is open.
+    void requestRebuild() { schedule(Rebuild); }
 
 signals:
     // A panel is about to load again because of a change.

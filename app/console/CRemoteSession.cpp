@@ -23,5 +23,8 @@ CConsoleSession CRemoteSession::make(const boost::shared_ptr<CRemoteAdmin>& remo
         return true;
     };
     session.logout = [remote] { remote->logout(); };
+    session.readAccount = [remote]() -> rkservice::CUserInfoPtr {
+        return remote->refreshAccount().isSuccess() ? remote->account() : nullptr;
+    };
     return session;
 }

@@ -11,6 +11,7 @@
 #include "CAnswerState.h"
 #include "Hlx/CAnswer.h"
 #include "Zu/CMessageBox.h"
+#include "rkservice/DataTypeIds.h"
 
 namespace Hlx {
 
@@ -108,7 +109,23 @@ void COrinClientCenter::queryData_async(const rkservice::COrinQueryDataReqPtr& r
 
 void COrinClientCenter::operateData_async(const rkservice::COperateDataReqPtr& request,
                                           const OperateCallback& callback, bool /*flag*/) {
-    sendOperate(CRequestTarget::centre(), request, callback);
+    // The centre's add goes to the sub-system the operator chose; an unknown one is refused as
+    // any named sub-system is, never sent to the default one.
+    const std::string chosen = chosenSubsystem();
+    const bool add = request && request->operateType == rkservice::kOperateAdd;
+    sendOperate(
+        add && !chosen.empty() ? CRequestTarget::subsystem(chosen) : CRequestTarget::centre(),
+        request, callback);
+}
+
+void COrinClientCenter::setChosenSubsystem(const std::string& name) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_chosenSubsystem = name;
+}
+
+std::string COrinClientCenter::chosenSubsystem() const {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_chosenSubsystem;
 }
 
 // Carries one request: counts it, refuses what cannot reach the backend, and otherwise runs

@@ -48,6 +48,11 @@ public:
     // Host side.
     void setBackend(const boost::shared_ptr<IDataServiceBackend>& backend);
     boost::shared_ptr<IDataServiceBackend> backend() const;
+    // The sub-system the host's operator has chosen (the console's tool bar): an add sent to the
+    // client centre goes there; empty sends it to the default sub-system. Queries, modifies and
+    // deletes through the centre and getClientByName("") do not follow it.
+    void setChosenSubsystem(const std::string& name);
+    std::string chosenSubsystem() const;
     // Overrides the backend's answer to hasClientLoginTypeAuth(0); -1 returns to the backend's.
     void setLoginTypeAuthOverride(int value);
     // Whether server messages open a box (off in tests that only watch the signal).
@@ -83,6 +88,7 @@ private:
     boost::shared_ptr<IDataServiceBackend> m_backend;
     QThreadPool* m_pool;
     int m_loginTypeOverride = -1;
+    std::string m_chosenSubsystem;
     bool m_showBoxes = true;
 };
 

@@ -3,27 +3,53 @@
 #include <QAbstractButton>
 #include <QMessageBox>
 #include <QPointer>
+#include <QPushButton>
 #include <memory>
 
 namespace Zu {
 
 namespace {
 
+// A box whose question has no default button: Qt makes the first accepting button the default
+// as the box shows (QDialogButtonBox), so that Enter would answer it, and gives a button the
+// focus, so that Space would. Here neither key answers: only a choice does (a click, or Tab to a
+// button and then Space).
+class NoDefaultBox : public QMessageBox {
+public:
+    using QMessageBox::QMessageBox;
+
+protected:
+    void showEvent(QShowEvent* event) override {
+        QMessageBox::showEvent(event);
+        for (QAbstractButton* button : buttons()) {
+            if (auto* push = qobject_cast<QPushButton*>(button)) {
+                push->setAutoDefault(false);
+                push->setDefault(false);
+            }
+        }
+        setFocusPolicy(Qt::StrongFocus);
+        setFocus();
+    }
+};
+
 int runBox(QMessageBox::Icon icon, QWidget* parent, const QString& title, const QString& text,
            int buttons, int defaultButton, Qt::TextFormat format) {
     if (buttons == 0) {
         buttons = QMessageBox::Ok;
     }
+    const QMessageBox::StandardButtons choices(buttons);
+    const bool hasDefault = defaultButton != 0 && (buttons & defaultButton) == defaultButton;
+    // A single button is an acknowledgement, not a question: Enter may give it.
+    const bool question = !hasDefault && (buttons & (buttons - 1)) != 0;
     // On the heap: a parent destroyed while the box runs deletes the box with it, which must
     // not be a stack object.
-    QPointer<QMessageBox> owned =
-        new QMessageBox(icon, title, text, QMessageBox::StandardButtons(buttons), parent);
+    QPointer<QMessageBox> owned = question ? new NoDefaultBox(icon, title, text, choices, parent)
+                                           : new QMessageBox(icon, title, text, choices, parent);
     QMessageBox& box = *owned;
     box.setTextFormat(format);
     CMessageBox::localise(&box);
-    if (defaultButton != 0 && box.button(QMessageBox::StandardButton(defaultButton))) {
+    if (hasDefault)
         box.setDefaultButton(QMessageBox::StandardButton(defaultButton));
-    }
     const int result = box.exec();
     if (!owned) {
         return QMessageBox::NoButton;  // gone with its parent: nothing was chosen

@@ -1,5 +1,6 @@
 #include <QAction>
 #include <QCheckBox>
+#include <QComboBox>
 #include <QDockWidget>
 #include <QSettings>
 #include <QTableView>
@@ -12,6 +13,7 @@
 #include "ConsolePanels.h"
 #include "EmbeddedService.h"
 #include "Hlx/COrinClientCenter.h"
+#include "Hlx/CSafeLineEdit.h"
 #include "Hlx/CUserManager.h"
 #include "Hlx/CWholeQuoteSettingDialog.h"
 #include "ModalDriver.h"
@@ -19,9 +21,11 @@
 #include "ServerMessages.h"
 #include "Zu/COddEvenRowTable.h"
 #include "Zu/CSmallNormalButton.h"
+#include "dialogs/CSetStockQuotesDialog.h"
 #include "model/CPlatformTable.h"
 #include "panels/CLevel2QuotesManagePanel.h"
 #include "panels/CQuotesManagePanel.h"
+#include "rkservice/DataTypeIds.h"
 
 using namespace Hlx;
 
@@ -114,6 +118,72 @@ private slots:
         auto* all = qobject_cast<CQuotesManagePanel*>(window.panel(ConsolePanels::allTypes()));
         QTRY_VERIFY(all->permissionInfo());
         QCOMPARE(all->permissionInfo()->getSystemTag(), std::string("sys2"));
+    }
+
+    // A user without the routing flag adds through the client centre: the source goes to the
+    // sub-system chosen in the tool bar. The default client and unknown names stay as they were.
+    void stockOperatorAddsToTheChosenSubsystem() {
+        CConsoleWindow window(m_admin, settingsFile(), QStringLiteral("stock_op"));
+        window.restoreSettings();
+        QCOMPARE(window.currentUser(), QString("stock_op"));
+        QVERIFY(!CUserManager::instance()->getUserInfoPtr()->routesBySystem());
+        auto* chooser = window.findChild<QComboBox*>(QStringLiteral("systemChooser"));
+        QVERIFY(chooser);
+        chooser->setCurrentIndex(chooser->findText(QStringLiteral("深圳备站")));
+        QCOMPARE(window.currentSystem(), QString("sys2"));
+        auto* stocks = qobject_cast<CQuotesManagePanel*>(window.openPanel(ConsolePanels::stocks()));
+        QVERIFY(stocks && stocks->addButton());
+        QCOMPARE(stocks->systemName(), QString("sys2"));
+        QVERIFY(!stocks->routesBySystem());
+
+        ServerMessages messages;
+        ModalDriver::onNext([](QWidget* modal) {
+            auto* dialog = qobject_cast<CSetStockQuotesDialog*>(modal);
+            QVERIFY(dialog);
+            dialog->addressEdit()->setText(QStringLiteral("192.0.2.62"));
+            dialog->portEdit()->setText(QStringLiteral("6262"));
+            dialog->userEdit()->setText(QStringLiteral("u"));
+            dialog->passwordEdit()->setText(QStringLiteral("p"));
+            dialog->handleEvent(Zu::EventButtonClicked, CSetStockQuotesDialog::SubmitButton, 0,
+                                QString(), nullptr);
+        });
+        PanelEvents::press(*stocks, CQuotesManagePanel::kBtnAdd);
+        QTRY_COMPARE(messages.size(), 1);
+        QCOMPARE(messages.last().text, QString("操作成功"));
+
+        rkservice::COrinQueryDataReq query;
+        query.dataType = rkservice::kDataQuoteSources;
+        std::vector<rkservice::IDataPtr> stored;
+        QVERIFY(m_embedded->administrator()
+                    .query(CRequestTarget::centre(), query, &stored)
+                    .isSuccess());
+        std::string storedIn;
+        for (const rkservice::IDataPtr& data : stored) {
+            auto source = boost::dynamic_pointer_cast<rkservice::COrinQuoterSourceInfo>(data);
+            if (source && source->m_strAddress == "192.0.2.62")
+                storedIn = source->getSystemTag();
+        }
+        QCOMPARE(storedIn, std::string("sys2"));
+
+        // The default client is still the first sub-system's; an unknown name is refused.
+        COrinClientCenter* centre = COrinClientCenter::instance();
+        QCOMPARE(centre->getClientByName(std::string())->name(), std::string("sys1"));
+        utils::RKError refused;
+        bool answered = false;
+        auto add = boost::make_shared<rkservice::COperateDataReq>();
+        add->dataType = rkservice::kDataQuoteSources;
+        add->operateType = rkservice::kOperateAdd;
+        add->datas.push_back(stored.front()->clone());
+        centre->getClientByName("sys9")->operateData_async(
+            add,
+            [&](const utils::RKError& error, bson::BSONObj) {
+                refused = error;
+                answered = true;
+            },
+            false);
+        centre->waitForIdle();
+        QVERIFY(answered);
+        QCOMPARE(refused.errorMsg(), std::string("分系统不存在: sys9"));
     }
 
     void switchingTheUserRebuildsThePanels() {

@@ -3,6 +3,7 @@
 #include <QElapsedTimer>
 #include <QLabel>
 #include <QLineEdit>
+#include <QPointer>
 #include <QPushButton>
 #include <QStatusBar>
 #include <QtTest>
@@ -30,6 +31,8 @@ namespace {
 
 const QString kAdminPassword = QStringLiteral("admin-password-1");
 const QString kViewerPassword = QStringLiteral("viewer-password-1");
+// The right to add stock sources.
+const int kRightStocksAdd = 10937;
 
 // Logs in through the next login dialog: first with a wrong password (the dialog must show the
 // server's error and stay open), then with the right one.
@@ -195,6 +198,49 @@ private slots:
             20000);
         QTRY_VERIFY(!messages.isEmpty() &&
                     messages.last().at(0).toString() == QStringLiteral("数据已由 admin 更新"));
+    }
+
+    // The administrator grants and then revokes a right of the console's account: the server
+    // tells the console, which reads its account again and builds the panels anew, so that the
+    // button appears and goes, without a new login.
+    void rightsOfTheAccountRebuildThePanels() {
+        QVERIFY(m_remote && m_remote->isLoggedIn());
+        const CConsoleSession session = CRemoteSession::make(m_remote, m_server.address());
+        Hlx::COrinClientCenter::instance()->setBackend(
+            boost::shared_ptr<Hlx::IDataServiceBackend>(new Hlx::CAdminBackend(m_remote)));
+        CConsoleWindow window(m_remote, m_settings.filePath(QStringLiteral("rights.ini")),
+                              QString(), nullptr, session);
+        std::atomic<int> expiries{0};
+        m_remote->setLoginExpiredHandler([&expiries] { ++expiries; });
+        QPointer<Hlx::CQuotesManagePanel> before =
+            qobject_cast<Hlx::CQuotesManagePanel*>(window.openPanel(ConsolePanels::stocks()));
+        QVERIFY(before);
+        QVERIFY(!before->addButton());
+        auto admin = client();
+        QVERIFY(admin->login("admin", kAdminPassword.toStdString()).isSuccess());
+        const auto stockPanel = [&window] {
+            return qobject_cast<Hlx::CQuotesManagePanel*>(window.panel(ConsolePanels::stocks()));
+        };
+        // Only once the console listens can it hear; a grant may come before that.
+        QElapsedTimer clock;
+        clock.start();
+        bool shown = false;
+        while (!shown && clock.elapsed() < 20000) {
+            QVERIFY(admin->setRights("viewer", {kRightStocksAdd}).isSuccess());
+            shown =
+                QTest::qWaitFor([&] { return stockPanel() && stockPanel()->addButton(); }, 1000);
+        }
+        QVERIFY2(shown, "the granted button did not appear");
+        QVERIFY(before.isNull());
+        QVERIFY(Hlx::CUserManager::instance()->checkUserAuth(kRightStocksAdd));
+
+        QVERIFY(admin->setRights("viewer", {}).isSuccess());
+        QTRY_VERIFY(stockPanel() && !stockPanel()->addButton());
+        QVERIFY(!Hlx::CUserManager::instance()->checkUserAuth(kRightStocksAdd));
+        QCOMPARE(window.currentUser(), QString("viewer"));
+        QVERIFY(m_remote->isLoggedIn());
+        QCOMPARE(expiries.load(), 0);
+        m_remote->setLoginExpiredHandler({});
     }
 
     // A stopped server must not hold the console: shutting the client down answers every call

@@ -1,4 +1,5 @@
 #include <QApplication>
+#include <QElapsedTimer>
 #include <QPointer>
 #include <QtTest>
 #include <boost/make_shared.hpp>
@@ -458,6 +459,28 @@ private slots:
         QCOMPARE(Zu::CMessageTip::tipCount(), 3);
         QCOMPARE(m_backend->requestCount(), 0);
         QVERIFY(dialog.loadingMask()->isHidden());
+    }
+
+    // The tip stays until the combo's choice is made, and at least three seconds, as the stock
+    // dialog's tips do.
+    void choiceTipStaysThreeSecondsAndUntilChosen() {
+        scriptStandardLists();
+        CSetFutureQuotesDialog dialog(1, nullptr);
+        load(&dialog);
+        dialog.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&dialog));
+        press(&dialog, 0);
+        QPointer<QWidget> tip = Zu::CMessageTip::currentTip();
+        QVERIFY(tip && tip->isVisible());
+        QCOMPARE(Zu::CMessageTip::lastTipText(), QString("请选择 "));
+        QElapsedTimer clock;
+        clock.start();
+        QTRY_VERIFY_WITH_TIMEOUT(tip.isNull() || clock.elapsed() > 3600, 8000);
+        QVERIFY2(tip, qPrintable(QString("the tip went after %1 ms").arg(clock.elapsed())));
+        // Choosing in the combo the tip points at takes it away.
+        dialog.platformCombo()->setCurrentIndex(1);
+        emit dialog.platformCombo()->activated(1);
+        QTRY_VERIFY(tip.isNull());
     }
 
     void emptyComboTextIsRefused() {

@@ -69,6 +69,8 @@ private slots:
     void informationReturnsYesOrNo();
     void warningReturnsOkOnEnter();
     void escapeGivesCancel();
+    void questionsWithoutDefaultIgnoreEnterAndSpace_data();
+    void questionsWithoutDefaultIgnoreEnterAndSpace();
     void tipRecordsTextAndTarget();
     void tipFadesAway();
     void newerTipReplacesOlder();
@@ -138,6 +140,62 @@ void MessagesTest::escapeGivesCancel() {
     QCOMPARE(Zu::CMessageBox::question(nullptr, QStringLiteral("t"), QStringLiteral("q"),
                                        QMessageBox::Ok | QMessageBox::Cancel, 0),
              int(QMessageBox::Cancel));
+}
+
+void MessagesTest::questionsWithoutDefaultIgnoreEnterAndSpace_data() {
+    QTest::addColumn<int>("kind");
+    QTest::addColumn<int>("buttons");
+    QTest::addColumn<int>("cancel");
+    QTest::newRow("question Ok/Cancel")
+        << 0 << int(QMessageBox::Ok | QMessageBox::Cancel) << int(QMessageBox::Cancel);
+    QTest::newRow("information Yes/No")
+        << 1 << int(QMessageBox::Yes | QMessageBox::No) << int(QMessageBox::No);
+    QTest::newRow("warning Ok/Cancel")
+        << 2 << int(QMessageBox::Ok | QMessageBox::Cancel) << int(QMessageBox::Cancel);
+    QTest::newRow("critical Yes/No")
+        << 3 << int(QMessageBox::Yes | QMessageBox::No) << int(QMessageBox::No);
+}
+
+// Keys typed at the box's window go where a real key goes (the focused widget): neither Enter
+// nor Space answers a box without a default button; the answer is the button then clicked.
+void MessagesTest::questionsWithoutDefaultIgnoreEnterAndSpace() {
+    QFETCH(int, kind);
+    QFETCH(int, buttons);
+    QFETCH(int, cancel);
+    QWidget parent;
+    parent.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&parent));
+    BoxDriver driver;
+    bool stayedOpen = false;
+    driver.arm([&](QMessageBox* box) {
+        QVERIFY(QTest::qWaitForWindowExposed(box));
+        for (Qt::Key key : {Qt::Key_Return, Qt::Key_Enter, Qt::Key_Space}) {
+            QTest::keyClick(box->windowHandle(), key);
+            QCoreApplication::processEvents();
+        }
+        stayedOpen = box->isVisible();
+        if (box->isVisible())
+            box->button(QMessageBox::StandardButton(cancel))->click();
+    });
+    const QString title = QStringLiteral("提示");
+    const QString text = QStringLiteral("确定要删除全部行情源吗?");
+    int answer = 0;
+    switch (kind) {
+        case 0:
+            answer = Zu::CMessageBox::question(&parent, title, text, buttons, 0);
+            break;
+        case 1:
+            answer = Zu::CMessageBox::information(&parent, title, text, buttons, 0, false);
+            break;
+        case 2:
+            answer = Zu::CMessageBox::warning(&parent, title, text, buttons, 0, false);
+            break;
+        default:
+            answer = Zu::CMessageBox::critical(&parent, title, text, buttons, 0, false);
+    }
+    QVERIFY(stayedOpen);
+    QCOMPARE(answer, cancel);
+    QVERIFY(driver.defaultButton.isEmpty());
 }
 
 void MessagesTest::tipRecordsTextAndTarget() {

@@ -237,6 +237,26 @@ private slots:
         QVERIFY(m_messages.isEmpty());
     }
 
+    // A database or server that does not answer takes nothing away: the token shown stays
+    // (adding stays closed) and the panel says why.
+    void unavailableQueryKeepsTheTokenShown() {
+        m_backend->setQueryAnswer(kDataLevel2Tokens, {token("AbC123")});
+        CLevel2QuotesManagePanel panel(nullptr);
+        waitLoaded(&panel);
+        QCOMPARE(panel.table()->rowCount(), 1);
+        m_backend->setQueryAnswer(
+            kDataLevel2Tokens, {},
+            utils::RKError::fail(utils::ErrorKind::Unavailable, "数据库无响应"));
+        panel.refresh();
+        waitLoaded(&panel);
+        QTRY_COMPARE(m_messages.size(), 1);
+        QCOMPARE(m_messages[0].type, 1);
+        QCOMPARE(m_messages[0].text, QString("数据库无响应"));
+        QCOMPARE(panel.table()->rowCount(), 1);
+        QCOMPARE(panel.table()->itemText(0, 0), QString("AbC123"));
+        QVERIFY(!panel.addButton()->isEnabled());
+    }
+
     void addWhileEmpty() {
         CLevel2QuotesManagePanel panel(nullptr);
         waitLoaded(&panel);

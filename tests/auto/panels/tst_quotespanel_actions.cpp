@@ -549,6 +549,38 @@ private slots:
         QCOMPARE(panel.table()->rowCount(), 2);
     }
 
+    // The question has no default button: Enter and Space, typed where the operator's keys go
+    // (the box's window), answer nothing; the box stays until a button is chosen.
+    void deleteAllQuestionIgnoresEnterAndSpace() {
+        CStockQuotesManagePanel panel(nullptr);
+        panel.refresh();
+        QTRY_COMPARE(panel.table()->rowCount(), 2);
+        m_backend->clearRequests();
+        bool stayedOpen = false;
+        QString focused;
+        ModalDriver::onNext([&](QWidget* modal) {
+            auto* box = qobject_cast<QMessageBox*>(modal);
+            QVERIFY(box);
+            QVERIFY(QTest::qWaitForWindowExposed(box));
+            if (QWidget* focus = box->focusWidget())
+                focused = focus->metaObject()->className();
+            for (Qt::Key key : {Qt::Key_Return, Qt::Key_Enter, Qt::Key_Space}) {
+                QTest::keyClick(box->windowHandle(), key);
+                QCoreApplication::processEvents();
+            }
+            stayedOpen = box->isVisible() && QApplication::activeModalWidget() == box;
+            // Only a box still open is answered: a click on an answered one would change what
+            // exec() reports.
+            if (box->isVisible())
+                box->button(QMessageBox::No)->click();
+        });
+        PanelEvents::press(panel, CQuotesManagePanel::kBtnDeleteAll);
+        QVERIFY2(stayedOpen, qPrintable(focused));
+        m_backend->settle();
+        QCOMPARE(m_backend->requestCount(), 0);
+        QCOMPARE(panel.table()->rowCount(), 2);
+    }
+
     void deleteRefreshedFlagAcrossDeletes() {
         CStockQuotesManagePanel panel(nullptr);
         panel.refresh();
