@@ -17,8 +17,8 @@ QString CServerLimits::fitFiles(qint64 fileLimit, int filesPerThread) {
     const qint64 forThreads = (fileLimit - kReservedFiles) / 2;
     if (threadFiles(filesPerThread) <= forThreads)
         return QString();
-    // Two threads at least: one polls for calls while the other serves one.
-    const int threads = int(std::max<qint64>(2, forThreads / filesPerThread));
+    // As few as --max-threads allows at least.
+    const int threads = int(std::max<qint64>(4, forThreads / filesPerThread));
     const QString note =
         QStringLiteral("open files limit %1 leaves room for %2 threads, not %3; serving with %2")
             .arg(fileLimit)

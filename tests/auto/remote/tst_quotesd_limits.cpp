@@ -239,10 +239,14 @@ private slots:
         QVERIFY2(server.init(kAdminPassword, &output), qPrintable(output));
         QVERIFY2(server.start(), qPrintable(server.log()));
         QCOMPARE(openFileLimits(server.processId()), QStringLiteral("256 256"));
+        // The threads' database connections (three files each) take at most half the files.
+        QVERIFY2(server.log().contains(QStringLiteral("leaves room for 32 threads")),
+                 qPrintable(server.log()));
 
         ConnectionFlood flood;
         QCOMPARE(flood.open(server.port(), 400), 400);
-        QTRY_VERIFY_WITH_TIMEOUT(server.log().contains("Too many open files"), 30000);
+        // gRPC's listener gives up.
+        QTRY_VERIFY_WITH_TIMEOUT(server.log().contains("Failed accept4"), 30000);
         flood.close();
 
         // Within 10 s of the last connection's end a login answers again.
@@ -251,7 +255,7 @@ private slots:
         QTRY_VERIFY_WITH_TIMEOUT(
             answered || (answered = loginAnswers(server)) || deadline.hasExpired(), 15000);
         QVERIFY2(answered, qPrintable(server.log()));
-        QVERIFY(server.log().contains("listening anew"));
+        QTRY_VERIFY(server.log().contains("listening anew on 127.0.0.1"));
         QCOMPARE(server.stop(), 0);
     }
 };
