@@ -30,7 +30,17 @@ std::string bearerToken(const grpc::ServerContext* context) {
 }  // namespace
 
 CAdminServer::CAdminServer(boost::shared_ptr<CQuotesService> service, CLoginManager& logins)
-    : m_service(std::move(service)), m_logins(logins) {}
+    : CAdminServer(std::move(service), logins, StreamLimits()) {}
+
+CAdminServer::CAdminServer(boost::shared_ptr<CQuotesService> service, CLoginManager& logins,
+                           const StreamLimits& streams)
+    : m_service(std::move(service)),
+      m_logins(logins),
+      m_streamSlots(streams.total, streams.perLogin) {}
+
+grpc::Status CAdminServer::busy(const std::string& what) {
+    return grpc::Status(grpc::StatusCode::RESOURCE_EXHAUSTED, "服务器繁忙：" + what);
+}
 
 std::string CAdminServer::peerAddress(const std::string& peer) {
     // "ipv4:1.2.3.4:5", "ipv6:[::1]:5", "unix:/path".
@@ -208,6 +218,14 @@ grpc::Status CAdminServer::Events(grpc::ServerContext* context,
     // stream again on the same connection, with its login.
     if (!unavailable.isSuccess())
         return grpc::Status(grpc::StatusCode::ABORTED, unavailable.errorMsg());
+    const std::shared_ptr<void> slot = m_streamSlots.take(caller.session());
+    if (!slot)
+        return busy("实时更新连接过多");
+    return streamEvents(context, caller, writer);
+}
+
+grpc::Status CAdminServer::streamEvents(grpc::ServerContext* context, const CCaller& caller,
+                                        grpc::ServerWriter<quotes::v1::Event>* writer) {
     CEventStream stream(m_service->changes());
     // The first, empty event says the stream listens: a client that reconnected knows from it
     // that it may have missed changes.

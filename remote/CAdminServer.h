@@ -12,6 +12,7 @@
 #include "CCaller.h"
 #include "CQuotesService.h"
 #include "CServiceCall.h"
+#include "CStreamSlots.h"
 #include "quotes.grpc.pb.h"
 
 class CLoginManager;
@@ -23,7 +24,15 @@ class CLoginManager;
 // decides what an account may do.
 class CAdminServer final : public quotes::v1::QuotesAdmin::Service {
 public:
+    // Event streams open at once: each holds one of the server's threads.
+    struct StreamLimits {
+        int total = 32;
+        int perLogin = 4;
+    };
+
     CAdminServer(boost::shared_ptr<CQuotesService> service, CLoginManager& logins);
+    CAdminServer(boost::shared_ptr<CQuotesService> service, CLoginManager& logins,
+                 const StreamLimits& streams);
 
     // From now on every new call is refused; waits until the calls already running have
     // finished, or the timeout has passed. True when none is left.
@@ -126,6 +135,8 @@ public:
 
     // The peer's address without its port ("ipv4:127.0.0.1:5000" -> "127.0.0.1").
     static std::string peerAddress(const std::string& peer);
+    // The refusal of a call beyond a cap; clients read its text as the server being busy.
+    static grpc::Status busy(const std::string& what);
 
 private:
     // Counts a call from its start to its end, so that a stop can wait for the calls in flight.
@@ -185,6 +196,9 @@ private:
     grpc::Status authenticate(grpc::ServerContext* context, CCaller* caller,
                               utils::RKError* unavailable);
     grpc::Status refusing() const;
+    // The loop of an Events call once it holds its slot.
+    grpc::Status streamEvents(grpc::ServerContext* context, const CCaller& caller,
+                              grpc::ServerWriter<quotes::v1::Event>* writer);
     static grpc::Status invalid(const utils::RKError& error);
     // Writes the answer of a query in chunks of a bounded size.
     grpc::Status streamAnswer(utils::RKError error, const rkservice::IDataList& datas,
@@ -192,6 +206,7 @@ private:
 
     boost::shared_ptr<CQuotesService> m_service;
     CLoginManager& m_logins;
+    CStreamSlots m_streamSlots;
     std::atomic<bool> m_refusing{false};
     std::mutex m_callMutex;
     std::condition_variable m_callsDone;

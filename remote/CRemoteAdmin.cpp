@@ -52,6 +52,13 @@ bool isConnectionFailure(const grpc::Status& status) {
     }
 }
 
+// A call refused because the server had no thread (gRPC's own text) or reached one of its
+// caps (quotesd's), not because of its size.
+bool serverBusy(const grpc::Status& status) {
+    const std::string& message = status.error_message();
+    return message == "Server Threadpool Exhausted" || message.rfind("服务器繁忙", 0) == 0;
+}
+
 std::string seconds(std::chrono::milliseconds duration) {
     const long long ms = duration.count();
     return ms % 1000 == 0 ? std::to_string(ms / 1000)
@@ -409,6 +416,8 @@ RKError CRemoteAdmin::Impl::failure(size_t server, const grpc::Status& status,
         case grpc::StatusCode::INVALID_ARGUMENT:
             return RKError::fail(utils::ErrorKind::Invalid, "服务器拒绝了无效的请求" + detail);
         case grpc::StatusCode::RESOURCE_EXHAUSTED:
+            if (serverBusy(status))
+                return RKError::fail(utils::ErrorKind::Unavailable, "服务器繁忙，请稍后重试");
             return RKError::fail(utils::ErrorKind::Invalid,
                                  "请求或应答超过 16 MiB，无法传送" + detail);
         case grpc::StatusCode::UNIMPLEMENTED:

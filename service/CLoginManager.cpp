@@ -40,7 +40,7 @@ QString serviceFailure(const CServiceError& e) {
 CLoginManager::CLoginManager(CDatabase& database) : CLoginManager(database, Options()) {}
 
 CLoginManager::CLoginManager(CDatabase& database, const Options& options)
-    : m_database(database), m_options(options) {
+    : m_database(database), m_options(options), m_checks(options.concurrentPasswordChecks) {
     CPasswordHasher::ensureInitialised();
 }
 
@@ -121,6 +121,7 @@ bool CLoginManager::checkPassword(const QString& name, const std::string& passwo
     // Always one Argon2id check, whatever the account's state, so all refusals cost the same.
     const bool usable = exists && account->hasPassword;
     ++m_verifyCount;
+    const CSemaphore::Hold check(m_checks);
     const bool matched = CPasswordHasher::verify(usable ? hash : dummyHash(), password) && usable;
     if (!exists)
         *reason = Reason::UnknownAccount;

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "CAccount.h"
+#include "CSemaphore.h"
 
 class CDatabase;
 
@@ -30,6 +31,8 @@ public:
         qint64 lockoutMaxMs = 15 * 60 * 1000;
         // A counter without failures for this long (and not locked out) is forgotten.
         qint64 forgetFailuresAfterMs = 60 * 60 * 1000;
+        // Password checks at once; each Argon2id check takes 64 MiB, the others wait.
+        int concurrentPasswordChecks = 4;
     };
 
     // Why a login or a token was refused; for the caller's audit log only, never for the client.
@@ -84,6 +87,8 @@ public:
 
     // Password checks run so far (each costs an Argon2id computation).
     quint64 verifyCount() const { return m_verifyCount.load(); }
+    // The most password checks that ran at once.
+    int peakConcurrentChecks() const { return m_checks.peak(); }
 
     static const QString& wrongCredentialsMessage();
     static const QString& expiredMessage();
@@ -118,6 +123,7 @@ private:
     CDatabase& m_database;
     const Options m_options;
     std::atomic<quint64> m_verifyCount{0};
+    CSemaphore m_checks;
 
     std::mutex m_mutex;
     FailureMap m_failuresByName;

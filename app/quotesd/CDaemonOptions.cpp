@@ -1,5 +1,8 @@
 #include "CDaemonOptions.h"
 
+#include <functional>
+#include <vector>
+
 namespace {
 
 // The value after an option, consumed; empty with *error set when there is none.
@@ -31,6 +34,79 @@ bool parseCommand(QStringList* rest, CDaemonOptions* options, QString* error) {
     return true;
 }
 
+// The options that take a number: the smallest and largest value, and where it goes.
+struct NumberOption {
+    const char* name;
+    qint64 minimum;
+    qint64 maximum;
+    std::function<void(CDaemonOptions*, qint64)> set;
+};
+
+const std::vector<NumberOption>& numberOptions() {
+    const qint64 day = 24 * 3600 * 1000;
+    const qint64 many = 100000;
+    static const std::vector<NumberOption> options{
+        {"--lockout-base-ms", 1, day, [](CDaemonOptions* o, qint64 v) { o->lockoutBaseMs = v; }},
+        {"--handshake-timeout-ms", 100, day,
+         [](CDaemonOptions* o, qint64 v) { o->limits.handshakeTimeoutMs = v; }},
+        {"--idle-connection-ms", 100, day,
+         [](CDaemonOptions* o, qint64 v) { o->limits.idleConnectionMs = v; }},
+        {"--max-streams-per-connection", 1, many,
+         [](CDaemonOptions* o, qint64 v) { o->limits.streamsPerConnection = int(v); }},
+        {"--max-threads", 4, many,
+         [](CDaemonOptions* o, qint64 v) { o->limits.maxThreads = int(v); }},
+        {"--max-event-streams", 1, many,
+         [](CDaemonOptions* o, qint64 v) { o->limits.eventStreams = int(v); }},
+        {"--max-event-streams-per-login", 1, many,
+         [](CDaemonOptions* o, qint64 v) { o->limits.eventStreamsPerLogin = int(v); }},
+        {"--max-password-checks", 1, many,
+         [](CDaemonOptions* o, qint64 v) { o->limits.passwordChecks = int(v); }},
+        {"--self-check-ms", 100, day,
+         [](CDaemonOptions* o, qint64 v) { o->limits.selfCheckMs = v; }},
+    };
+    return options;
+}
+
+const NumberOption* numberOption(const QString& option) {
+    for (const NumberOption& known : numberOptions()) {
+        if (option == QLatin1String(known.name))
+            return &known;
+    }
+    return nullptr;
+}
+
+bool parseNumber(const NumberOption& option, const QString& value, CDaemonOptions* options,
+                 QString* error) {
+    bool ok = false;
+    const qint64 number = value.toLongLong(&ok);
+    if (!ok || number < option.minimum || number > option.maximum) {
+        *error = QStringLiteral("%1 needs a number from %2 to %3")
+                     .arg(QLatin1String(option.name))
+                     .arg(option.minimum)
+                     .arg(option.maximum);
+        return false;
+    }
+    option.set(options, number);
+    return true;
+}
+
+// The options that name a text.
+QString* textTarget(const QString& option, CDaemonOptions* options) {
+    if (option == QLatin1String("--data"))
+        return &options->dataDir;
+    if (option == QLatin1String("--db"))
+        return &options->dbUrl;
+    if (option == QLatin1String("--listen"))
+        return &options->listen;
+    if (option == QLatin1String("--cert"))
+        return &options->certFile;
+    if (option == QLatin1String("--key"))
+        return &options->keyFile;
+    if (option == QLatin1String("--secrets-key"))
+        return &options->secretsKeyFile;
+    return nullptr;
+}
+
 bool parseOption(const QString& option, QStringList* rest, CDaemonOptions* options,
                  QString* error) {
     if (option == QLatin1String("--help") || option == QLatin1String("-h")) {
@@ -45,38 +121,21 @@ bool parseOption(const QString& option, QStringList* rest, CDaemonOptions* optio
         options->command = CDaemonOptions::Join;
         return true;
     }
-    QString* target = nullptr;
-    if (option == QLatin1String("--data"))
-        target = &options->dataDir;
-    else if (option == QLatin1String("--db"))
-        target = &options->dbUrl;
-    else if (option == QLatin1String("--listen"))
-        target = &options->listen;
-    else if (option == QLatin1String("--cert"))
-        target = &options->certFile;
-    else if (option == QLatin1String("--key"))
-        target = &options->keyFile;
-    else if (option == QLatin1String("--secrets-key"))
-        target = &options->secretsKeyFile;
-    else if (option != QLatin1String("--host") && option != QLatin1String("--lockout-base-ms")) {
+    QString* target = textTarget(option, options);
+    const NumberOption* number = numberOption(option);
+    if (!target && !number && option != QLatin1String("--host")) {
         *error = QStringLiteral("unknown option \"%1\"").arg(option);
         return false;
     }
     const QString value = takeValue(rest, option, error);
     if (value.isEmpty())
         return false;
-    if (target) {
+    if (number)
+        return parseNumber(*number, value, options, error);
+    if (target)
         *target = value;
-    } else if (option == QLatin1String("--host")) {
+    else
         options->hosts << value;
-    } else {
-        bool ok = false;
-        options->lockoutBaseMs = value.toLongLong(&ok);
-        if (!ok || options->lockoutBaseMs < 1) {
-            *error = QStringLiteral("--lockout-base-ms needs a positive number");
-            return false;
-        }
-    }
     return true;
 }
 
@@ -91,6 +150,8 @@ bool checkCombination(CDaemonOptions* options, QString* error) {
         *error = QStringLiteral("--cert and --key go together");
     else if (options->command == CDaemonOptions::Join && options->generate)
         *error = QStringLiteral("--generate sets the first password; a joining server sets none");
+    else
+        *error = options->limits.conflict();
     if (options->hosts.isEmpty())
         options->hosts = QStringList{QStringLiteral("localhost"), QStringLiteral("127.0.0.1")};
     return error->isEmpty();
@@ -145,5 +206,21 @@ QString CDaemonOptions::helpText() {
         "quotesd refuses to run as root: run it as its own unprivileged user.\n"
         "--lockout-base-ms N sets the first refusal interval after 5 failed logins (default\n"
         "30000), for tests.\n"
+        "\n"
+        "What clients may hold (serving; the defaults suit a team of a few dozen consoles):\n"
+        "  --handshake-timeout-ms N      a connection's TLS handshake (default 10000)\n"
+        "  --idle-connection-ms N        a connection without calls (default 300000)\n"
+        "  --max-streams-per-connection N  calls at once on one connection (default 16)\n"
+        "  --max-threads N               threads, each with a database connection; a call\n"
+        "                                beyond them is refused RESOURCE_EXHAUSTED (default 64)\n"
+        "  --max-event-streams N         live-update streams, each holding a thread, at most\n"
+        "                                half the threads (default 32)\n"
+        "  --max-event-streams-per-login N  (default 4)\n"
+        "  --max-password-checks N       password checks at once, 64 MiB each (default 4)\n"
+        "  --self-check-ms N             how often the server calls itself over loopback and\n"
+        "                                starts listening anew when it no longer accepts\n"
+        "                                connections (default 1000)\n"
+        "At start quotesd raises its open-file limit to the hard limit; the threads' database\n"
+        "connections take at most half of it (fewer threads when it is too small).\n"
         "Exit codes: 0 done, 1 refused or failed, 2 bad command line.\n");
 }

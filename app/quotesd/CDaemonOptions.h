@@ -3,6 +3,8 @@
 #include <QString>
 #include <QStringList>
 
+#include "CServerLimits.h"
+
 // quotesd's command line.
 struct CDaemonOptions {
     enum Command { Serve, Init, Join, ResetPassword, Help };
@@ -20,6 +22,7 @@ struct CDaemonOptions {
     bool generate = false;  // init: make admin's password instead of reading it
     QString account;        // reset-password
     qint64 lockoutBaseMs = 30 * 1000;
+    CServerLimits limits;
 
     // Arguments without the program name. False with *error set on a bad command line.
     static bool parse(const QStringList& arguments, CDaemonOptions* options, QString* error);

@@ -1,7 +1,7 @@
 #include "CQuotesDaemon.h"
 
-#include <grpcpp/grpcpp.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -16,11 +16,12 @@
 #include "CAccountStore.h"
 #include "CAdminServer.h"
 #include "CCaller.h"
+#include "CDatabase.h"
 #include "CDatabaseUrl.h"
+#include "CGuardedServer.h"
 #include "CLoginManager.h"
 #include "CPasswordHasher.h"
 #include "CQuotesService.h"
-#include "CRecordCodec.h"
 #include "CSecretBox.h"
 #include "CSecretKeyFile.h"
 #include "CServiceError.h"
@@ -29,7 +30,6 @@
 namespace {
 
 const char* const kAdmin = "admin";
-const int kMaxIdleThreads = 32;
 
 void say(const QString& text) {
     std::fprintf(stderr, "quotesd: %s\n", text.toLocal8Bit().constData());
@@ -58,6 +58,21 @@ sigset_t stopSignals() {
 // the operating-system user (本地), as quotesctl on the database itself is.
 CCaller serverOwner() {
     return CCaller::owner().locally(CCaller::operatingSystemUser());
+}
+
+// The soft limit of open files raised to the hard one: every connection of a client is a file,
+// and the default soft limit (1024) is soon reached. The limit in force after it.
+qint64 raiseOpenFileLimit() {
+    rlimit files{};
+    if (::getrlimit(RLIMIT_NOFILE, &files) != 0)
+        return 1024;
+    if (files.rlim_cur != files.rlim_max) {
+        const rlim_t before = files.rlim_cur;
+        files.rlim_cur = files.rlim_max;
+        if (::setrlimit(RLIMIT_NOFILE, &files) != 0)
+            files.rlim_cur = before;
+    }
+    return files.rlim_cur == RLIM_INFINITY ? qint64(1) << 20 : qint64(files.rlim_cur);
 }
 
 }  // namespace
@@ -212,6 +227,22 @@ int CQuotesDaemon::resetPassword() {
     return set.isSuccess() ? kOk : fail(QString::fromStdString(set.errorMsg()));
 }
 
+CServerLimits CQuotesDaemon::fittedLimits(const CQuotesService& service) const {
+    CServerLimits limits = m_options.limits;
+    const qint64 files = raiseOpenFileLimit();
+    const int perThread =
+        CServerLimits::filesPerConnection(service.database().engine() == CDatabase::SQLite);
+    const QString note = limits.fitFiles(files, perThread);
+    if (!note.isEmpty())
+        say(note);
+    say(QStringLiteral("open files: %1; up to %2 threads whose database connections take up to "
+                       "%3, the rest for connections")
+            .arg(files)
+            .arg(limits.maxThreads)
+            .arg(limits.threadFiles(perThread)));
+    return limits;
+}
+
 int CQuotesDaemon::serve() {
     QString error;
     const CTlsIdentity identity =
@@ -225,43 +256,33 @@ int CQuotesDaemon::serve() {
         CQuotesService::open(serviceOptions(), &error);
     if (!service)
         return fail(error);
+    const CServerLimits limits = fittedLimits(*service);
     CLoginManager::Options loginOptions;
     loginOptions.lockoutBaseMs = m_options.lockoutBaseMs;
+    loginOptions.concurrentPasswordChecks = limits.passwordChecks;
     CLoginManager logins(service->database(), loginOptions);
-    CAdminServer admin(service, logins);
+    CAdminServer admin(service, logins, {limits.eventStreams, limits.eventStreamsPerLogin});
 
-    grpc::SslServerCredentialsOptions tls;
-    tls.pem_key_cert_pairs.push_back(
-        {identity.privateKeyPem().toStdString(), identity.certificatePem().toStdString()});
-    grpc::ServerBuilder builder;
-    int port = 0;
-    builder.AddListeningPort(m_options.listen.toStdString(), grpc::SslServerCredentials(tls),
-                             &port);
-    builder.SetMaxReceiveMessageSize(CRecordCodec::kMaxMessageBytes);
-    builder.SetMaxSendMessageSize(CRecordCodec::kMaxMessageBytes);
-    // Threads that served a burst of calls stay to poll for the next one instead of ending: each
-    // thread holds its own database connection, which is costly to open again.
-    builder.SetSyncServerOption(grpc::ServerBuilder::MAX_POLLERS, kMaxIdleThreads);
-    builder.RegisterService(&admin);
-    const std::unique_ptr<grpc::Server> server = builder.BuildAndStart();
-    if (!server || port == 0)
+    CGuardedServer server(admin, identity, limits, say);
+    if (!server.start(m_options.listen.toStdString()))
         return fail(QStringLiteral("cannot listen on %1").arg(m_options.listen));
     const QString host = m_options.listen.left(m_options.listen.lastIndexOf(QLatin1Char(':')));
     say(QStringLiteral("listening on %1:%2 (%3)")
             .arg(host)
-            .arg(port)
+            .arg(server.port())
             .arg(service->databaseDescription()));
+    server.guard();
 
     int received = 0;
     sigwait(&stops, &received);
     say(QStringLiteral("stopping: calls in flight finish, new ones are refused"));
+    server.endGuard();
     // Our own drain: gRPC's shutdown with a long deadline also waits for idle connections. A
     // call whose handler has returned may still be sending its last answer: a second lets that
     // reach the client.
     if (!admin.drain(std::chrono::seconds(30)))
         say(QStringLiteral("calls still running after 30 s are cancelled"));
-    server->Shutdown(std::chrono::system_clock::now() + std::chrono::seconds(1));
-    server->Wait();
+    server.stop(std::chrono::seconds(1));
     say(QStringLiteral("stopped"));
     return kOk;
 }

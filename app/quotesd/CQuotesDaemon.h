@@ -4,6 +4,7 @@
 
 #include "CDaemonOptions.h"
 
+class CQuotesService;
 struct CServiceOptions;
 
 // quotesd's commands: set a server up, reset a password, serve.
@@ -25,6 +26,8 @@ private:
     int serve();
 
     CServiceOptions serviceOptions() const;
+    // The caps of the options within the open files this process may hold, said in the log.
+    CServerLimits fittedLimits(const CQuotesService& service) const;
     // The data directory with mode 0700, created when absent.
     bool prepareDataDir(QString* error) const;
     // Copies the key named by --secrets-key into the data directory.

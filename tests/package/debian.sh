@@ -119,6 +119,9 @@ sed "s|^ExecStart=/usr/bin/quotesd|ExecStart=$root/usr/bin/quotesd|" \
 verify=$(MANPATH=$root/usr/share/man SYSTEMD_LOG_LEVEL=warning systemd-analyze verify "$verify_dir/quotesd.service" 2>&1) ||
     { echo "$verify" >&2; fail "systemd-analyze verify failed"; }
 ! grep -q 'quotesd.service' <<<"$verify" || { echo "$verify" >&2; fail "the unit has warnings"; }
+# Every client connection is an open file: the default 1024 is soon reached.
+grep -qx 'LimitNOFILE=65536' "$root/lib/systemd/system/quotesd.service" ||
+    fail "the unit leaves quotesd the default open-file limit"
 
 echo "== find_package(PanelQuotesManage) from the unpacked packages"
 bash "$source_dir/tests/package/consumer.sh" "$root/usr" "$source_dir" "$scratch/consumer" ||

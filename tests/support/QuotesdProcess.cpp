@@ -44,13 +44,19 @@ QString QuotesdProcess::dataDir() const {
 }
 
 QStringList QuotesdProcess::command(const QStringList& arguments) const {
+    QStringList server{program()};
+    // prlimit replaces itself with quotesd too.
+    if (m_hardFiles > 0)
+        server = QStringList{QStringLiteral("prlimit"),
+                             QStringLiteral("--nofile=%1:%2").arg(m_softFiles).arg(m_hardFiles)} +
+                 server;
     if (!m_asNobody)
-        return QStringList{program()} + arguments;
+        return server + arguments;
     // setpriv replaces itself with quotesd, so signals reach the server itself.
-    return QStringList{QStringLiteral("setpriv"),         QStringLiteral("--reuid=nobody"),
+    return QStringList{QStringLiteral("setpriv"), QStringLiteral("--reuid=nobody"),
                        QStringLiteral("--regid=nogroup"), QStringLiteral("--clear-groups"),
-                       QStringLiteral("--reset-env"),     program()} +
-           arguments;
+                       QStringLiteral("--reset-env")} +
+           server + arguments;
 }
 
 int QuotesdProcess::run(const QStringList& arguments, const QByteArray& input,

@@ -16,6 +16,11 @@ public:
 
     // A PostgreSQL database instead of the SQLite file in the data directory (before init).
     void setDatabaseUrl(const QString& url) { m_dbUrl = url; }
+    // The open-file limits (soft, hard) the server starts with; 0: the test's own.
+    void setOpenFileLimit(int soft, int hard) {
+        m_softFiles = soft;
+        m_hardFiles = hard;
+    }
 
     // quotesd with the arguments and standard input; its exit code, -1 when it did not finish.
     int run(const QStringList& arguments, const QByteArray& input = QByteArray(),
@@ -58,4 +63,6 @@ private:
     QString m_log;
     QString m_dbUrl;
     int m_port = 0;
+    int m_softFiles = 0;
+    int m_hardFiles = 0;
 };
