@@ -138,7 +138,9 @@ grpc::Status CAdminServer::Ping(grpc::ServerContext* context, const quotes::v1::
     // Without a login, only that the server answers and its version: where the database lives
     // is for the logged-in.
     CCaller caller = CCaller::owner();
-    if (!bearerToken(context).empty() && authenticate(context, &caller).ok())
+    utils::RKError unavailable;
+    if (!bearerToken(context).empty() && authenticate(context, &caller, &unavailable).ok() &&
+        unavailable.isSuccess())
         m_service->status(caller, &status);
     else
         status.version = Hlx::quotesVersion();
