@@ -15,10 +15,16 @@ public:
     static constexpr const char* kImport = "import";
     static constexpr const char* kPrune = "prune";
     static constexpr const char* kLogin = "login";
+    static constexpr const char* kLogout = "logout";
+    static constexpr const char* kExpire = "expire";  // a login ended by its idle time
+    static constexpr const char* kUnlock = "unlock";  // failed-login counters cleared
+    static constexpr const char* kRead = "read";      // a read of administration data
+    static constexpr const char* kExport = "export";
+    static constexpr const char* kCheck = "check";  // the database's consistency check
     // Every action, in the order a filter offers them.
-    static constexpr const char* kActions[] = {kAdd,         kModify,     kDelete,    kSave,
-                                               kSetPassword, kSetEnabled, kSetRights, kSet,
-                                               kImport,      kPrune,      kLogin};
+    static constexpr const char* kActions[] = {
+        kAdd,   kModify, kDelete, kSave,   kSetPassword, kSetEnabled, kSetRights, kSet,  kImport,
+        kPrune, kLogin,  kLogout, kExpire, kUnlock,      kRead,       kExport,    kCheck};
 
     // Data types.
     static constexpr const char* kQuoteSource = "quote_source";
@@ -30,6 +36,7 @@ public:
     static constexpr const char* kDocument = "document";
     static constexpr const char* kAuditTrail = "audit";
     static constexpr const char* kSession = "session";
+    static constexpr const char* kDatabase = "database";
 
     // What stands for a secret's value.
     static constexpr const char* kMasked = "******";

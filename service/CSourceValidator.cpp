@@ -70,9 +70,13 @@ void CSourceValidator::checkText(const std::string& value, int field) {
     }
 }
 
+void CSourceValidator::checkTradeType(int tradeType) {
+    if (!tradeTypes().count(tradeType))
+        throw CServiceError("未知交易类型 " + std::to_string(tradeType));
+}
+
 void CSourceValidator::checkFields(const rkservice::COrinQuoterSourceInfo& source) {
-    if (!tradeTypes().count(source.m_nTradeType))
-        throw CServiceError("未知的交易类型: " + std::to_string(source.m_nTradeType));
+    checkTradeType(source.m_nTradeType);
     checkText(source.m_strAddress, Hlx::CFieldLimit::Address);
     checkText(source.m_strUserName, Hlx::CFieldLimit::UserName);
     checkText(source.m_strPassword, Hlx::CFieldLimit::Password);

@@ -30,6 +30,8 @@ public:
     // port (no broker) or broker and server group ids. Platform, broker and duplicates need the
     // database.
     static void checkFields(const rkservice::COrinQuoterSourceInfo& source);
+    // Before any right is looked up: a type no right belongs to is a bad request, not a refusal.
+    static void checkTradeType(int tradeType);
     static void checkToken(const std::string& token);
 
 private:

@@ -33,6 +33,7 @@ public:
         kWithAudit,
         kDryRun,
         kBackup,
+        kLimit,
     };
     enum class Kind {
         Flag,       // no value

@@ -15,7 +15,9 @@
 
 #include "CAccountStore.h"
 #include "CAdminServer.h"
+#include "CDatabase.h"
 #include "CDatabaseUrl.h"
+#include "CLoginFailures.h"
 #include "CLoginManager.h"
 #include "CPasswordHasher.h"
 #include "CQuotesService.h"
@@ -199,7 +201,14 @@ int CQuotesDaemon::resetPassword() {
     if (!service)
         return fail(error);
     try {
-        CAccountStore(service->database()).setPassword(m_options.account, readSecretLine());
+        // The owner's way back in: the account is enabled too and its failed logins forgotten.
+        CAccountStore store(service->database());
+        store.setPassword(m_options.account, readSecretLine());
+        store.setEnabled(m_options.account, true);
+        service->database().transact(true, [&](QSqlDatabase& db) {
+            CLoginFailures(service->database(), CLoginFailures::Rule())
+                .clear(db, m_options.account, QString());
+        });
     } catch (const CServiceError& e) {
         return fail(QString::fromStdString(e.what()));
     }

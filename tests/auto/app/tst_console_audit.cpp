@@ -9,6 +9,7 @@
 #include <QFile>
 #include <QLabel>
 #include <QLineEdit>
+#include <QPushButton>
 #include <QSettings>
 #include <QTemporaryDir>
 #include <QThreadPool>
@@ -177,6 +178,50 @@ private slots:
         QCOMPARE(dock.table()->rowCount(), 1);
         QVERIFY(dock.table()->itemText(0, CAuditRows::Account).startsWith("futures_op "));
         QVERIFY(!dock.table()->itemText(0, CAuditRows::Error).isEmpty());
+    }
+
+    void pagesThroughEveryEntry() {
+        makeThreeChanges();
+        QVERIFY(addStock(9003).isSuccess());
+        QVERIFY(addStock(9004).isSuccess());
+        const Entries entries = stored();
+        QCOMPARE(int(entries.size()), 5);
+        CAuditDock dock(m_embedded->admin());
+        dock.setPageSize(2);
+        QVERIFY(reload(dock));
+        QCOMPARE(dock.table()->rowCount(), 2);
+        QVERIFY(dock.hasOlder());
+        QCOMPARE(dock.findChild<QLabel*>("auditMore")->text(), QStringLiteral("还有更早的记录"));
+        auto* older = dock.findChild<QPushButton*>("auditOlder");
+        QVERIFY(older->isEnabled());
+        older->click();
+        QTRY_COMPARE(dock.table()->rowCount(), 4);
+        older->click();
+        QTRY_COMPARE(dock.table()->rowCount(), 5);
+        QVERIFY(!dock.hasOlder());
+        QVERIFY(!older->isEnabled());
+        QVERIFY(dock.findChild<QLabel*>("auditMore")->text().isEmpty());
+        std::vector<long long> shown;
+        for (const Hlx::CAuditEntry& entry : dock.entries())
+            shown.push_back(entry.id);
+        std::vector<long long> expected;
+        for (const Hlx::CAuditEntry& entry : entries)
+            expected.push_back(entry.id);
+        QCOMPARE(shown, expected);
+    }
+
+    // Repeated refusals of one action are one row counting them, in the table and the CSV.
+    void repeatedRefusalsShowTheirCount() {
+        QVERIFY(m_embedded->loginAs("futures_op"));
+        for (int port = 9001; port <= 9003; ++port)
+            QVERIFY(!addStock(port).isSuccess());
+        QVERIFY(m_embedded->loginAs("admin"));
+        CAuditDock dock(m_embedded->admin());
+        QVERIFY(reload(dock));
+        QCOMPARE(dock.table()->rowCount(), 1);
+        QCOMPARE(dock.table()->itemText(0, CAuditRows::Count), QStringLiteral("3"));
+        const QString csv = QString::fromUtf8(CAuditRows::csv(dock.entries()));
+        QVERIFY(csv.contains(QStringLiteral("次数")));
     }
 
     void actionFilterNarrowsTheRows() {
