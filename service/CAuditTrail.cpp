@@ -122,7 +122,8 @@ void CAuditTrail::refused(const CCaller& caller, Entry entry, const std::string&
     // A refused change leaves no details: what it asked for may hold a secret.
     entry.details.clear();
     const QStringList key = {QStringLiteral("refused"), keyPart(caller.name()),
-                             keyPart(caller.osUser()), keyPart(entry.action)};
+                             keyPart(caller.osUser()), keyPart(entry.action),
+                             keyPart(entry.dataType)};
     aggregated(key.join(QLatin1Char('|')).toStdString(), caller, entry, std::string());
 }
 

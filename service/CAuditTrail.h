@@ -32,9 +32,9 @@ public:
     // Writes the entry with the caller and the time, within the change's transaction; its id.
     long long write(QSqlDatabase& db, const CCaller& caller, Entry entry) const;
     // Records a refused or failed request in a transaction of its own; never throws, since the
-    // caller is already answering with the error. Repeats of the caller's action within a
-    // minute count on the entry of the first, so no client grows the trail by more than a few
-    // rows a minute.
+    // caller is already answering with the error. Repeats of the caller's action (on the same
+    // data type) within a minute count on the entry of the first, so no client grows the trail
+    // by more than a few rows a minute.
     void refused(const CCaller& caller, Entry entry, const std::string& error) const;
     // A refused login, counted on one entry per address a minute whatever names it tries; the
     // entry lists the names (cut to the user-name limit). True when it made a new entry.

@@ -487,7 +487,7 @@ private slots:
         QCOMPARE(QString::fromStdString(viewer.setLoginTypeAuth(7, !typeBefore).errorMsg()),
                  QString("没有权限：修改登录类型设置"));
         QCOMPARE(QString::fromStdString(viewer.checkIntegrity().errorMsg()),
-                 QString("没有权限：检查数据库"));
+                 QString("没有权限：一致性检查"));
         QVERIFY(viewer.refreshSession().isSuccess());
         QCOMPARE(viewer.subsystems().size(), before.size());
         QCOMPARE(viewer.hasClientLoginTypeAuth(7), typeBefore);
