@@ -18,6 +18,15 @@ namespace {
 // An account's password: far more than any passphrase, far less than a message.
 constexpr int kMaxPasswordBytes = 1024;
 
+// An account's name and a password, each bounded.
+template <class Request>
+RKError credentials(const Request& in, std::tuple<std::string, std::string>* out) {
+    CCodecChecks c;
+    std::get<0>(*out) = c.name(in.name(), "name");
+    std::get<1>(*out) = c.bounded(in.password(), "password", kMaxPasswordBytes);
+    return c.error();
+}
+
 // Room for the fields around an imported document inside one message.
 const int kEnvelopeBytes = 4096;
 
@@ -112,18 +121,12 @@ RKError CCallCodec::decode(const v1::SetLoginTypeAuthRequest& in, std::tuple<int
 }
 
 RKError CCallCodec::decode(const v1::LoginRequest& in, std::tuple<std::string, std::string>* out) {
-    CCodecChecks c;
-    std::get<0>(*out) = c.name(in.name(), "name");
-    std::get<1>(*out) = c.bounded(in.password(), "password", kMaxPasswordBytes);
-    return c.error();
+    return credentials(in, out);
 }
 
 RKError CCallCodec::decode(const v1::SetPasswordRequest& in,
                            std::tuple<std::string, std::string>* out) {
-    CCodecChecks c;
-    std::get<0>(*out) = c.name(in.name(), "name");
-    std::get<1>(*out) = c.bounded(in.password(), "password", kMaxPasswordBytes);
-    return c.error();
+    return credentials(in, out);
 }
 
 RKError CCallCodec::decode(const v1::UnlockLoginsRequest& in,

@@ -293,8 +293,11 @@ private slots:
         QVERIFY(dock.findChild<QLabel*>("auditMessage")->isVisible());
 
         QVERIFY(m_embedded->loginAs("admin"));
-        QTRY_COMPARE(dock.table()->rowCount(), 1);
+        // The change, and viewer's refused reads of the trail (one entry counting them).
+        QTRY_COMPARE(dock.table()->rowCount(), 2);
         QVERIFY(dock.message().isEmpty());
+        QCOMPARE(dock.table()->itemText(0, CAuditRows::Action), QStringLiteral("read"));
+        QVERIFY(!dock.table()->itemText(0, CAuditRows::Error).isEmpty());
     }
 
     void csvExportIsExact() {
@@ -311,10 +314,10 @@ private slots:
         const QByteArray expected =
             QByteArray("\xEF\xBB\xBF") +
             QStringLiteral(
-                "时间,账户,客户端地址,分系统,操作,数据类型,编号,错误信息\r\n"
+                "时间,账户,客户端地址,分系统,操作,数据类型,编号,次数,错误信息\r\n"
                 "2024-06-10T06:13:20.123Z,\"张三,\"\"老\"\"\n王\",192.0.2.7,sys1,modify,"
-                "quote_source,\"7,8\",\r\n"
-                "2024-06-10T06:13:21.000Z,admin (本地 ops),,sys1,modify,quote_source,\"7,8\","
+                "quote_source,\"7,8\",1,\r\n"
+                "2024-06-10T06:13:21.000Z,admin (本地 ops),,sys1,modify,quote_source,\"7,8\",1,"
                 "\"拒绝, 没有权限\"\r\n")
                 .toUtf8();
         QCOMPARE(file.readAll(), expected);

@@ -12,6 +12,9 @@
 
 #include <grpcpp/grpcpp.h>
 
+#include <QSqlQuery>
+
+#include "CDatabase.h"
 #include "CRemoteAdmin.h"
 #include "QuotesctlOnServer.h"
 #include "QuotesdLogin.h"
@@ -252,6 +255,33 @@ private slots:
                 newest.account == cut.toStdString());
         for (const Hlx::CAuditEntry& entry : entries(filter))
             QVERIFY(entry.account.size() <= 75);
+    }
+
+    // A login idle for too long ends on its next call, and the trail says whose it was.
+    void expiryIsRecorded() {
+        std::unique_ptr<CRemoteAdmin> viewer = loggedIn("viewer", kViewerPassword);
+        CServiceOptions options;
+        options.dataDir = m_server.dataDir();
+        QString error;
+        const std::unique_ptr<CDatabase> database = CDatabase::create(options, &error);
+        QVERIFY2(database, qPrintable(error));
+        // As if it had last been used long ago.
+        database->transact(true, [&](QSqlDatabase& db) {
+            QSqlQuery age(db);
+            age.prepare(
+                QStringLiteral("UPDATE login_tokens SET last_used_ms = 1 WHERE "
+                               "user_name = 'viewer'"));
+            database->exec(age);
+        });
+        std::vector<Hlx::CAdminAccount> accounts;
+        QVERIFY(!viewer->accounts(&accounts).isSuccess());
+        Hlx::CAuditFilter filter;
+        filter.account = "viewer";
+        filter.action = "expire";
+        const Entries expired = entries(filter);
+        QCOMPARE(int(expired.size()), 1);
+        QCOMPARE(expired.front().clientAddress, std::string("127.0.0.1"));
+        QCOMPARE(expired.front().dataType, std::string("session"));
     }
 
     // New names from one address: one entry a minute, counting them and listing the names.

@@ -26,8 +26,10 @@
 #include "CSchema.h"
 #include "CServiceError.h"
 #include "PostgresCluster.h"
+#include "RecordBuilders.h"
 #include "ServiceTestUtil.h"
 #include "TestDatabases.h"
+#include "rkservice/DataTypeIds.h"
 
 namespace {
 
@@ -468,6 +470,20 @@ private slots:
             owner->setRights("viewer", {Hlx::CRightsTable::kAdminister, 7});
         QCOMPARE(error.kind(), utils::ErrorKind::Invalid);
         QCOMPARE(QString::fromStdString(error.errorMsg()), QStringLiteral("未知权限 7"));
+    }
+
+    // A type no right belongs to is a bad request, for a caller without rights too.
+    void unknownTradeTypeIsInvalid() {
+        const CCaller viewerCaller = CCaller::user("viewer", {});
+        CEmbeddedAdmin viewer(m_service, [viewerCaller] { return viewerCaller; });
+        rkservice::COperateDataReq request;
+        request.dataType = rkservice::kDataQuoteSources;
+        request.operateType = rkservice::kOperateAdd;
+        request.datas = {RecordBuilders::source(0, 10000, 0, "10.0.0.1", 9000)};
+        const utils::RKError error =
+            viewer.operate(Hlx::CRequestTarget::subsystem("sys1"), request, nullptr);
+        QCOMPARE(error.kind(), utils::ErrorKind::Invalid);
+        QCOMPARE(QString::fromStdString(error.errorMsg()), QStringLiteral("未知交易类型 0"));
     }
 
     void lockoutGrows() {
