@@ -18,6 +18,18 @@ void benchReport(const std::string& name, double value, const std::string& unit)
     std::fflush(stdout);
 }
 
+namespace {
+double g_seconds = 0;
+}
+
+double benchSeconds(double defaultSeconds) {
+    return g_seconds > 0 ? g_seconds : defaultSeconds;
+}
+
+void setBenchSeconds(double seconds) {
+    g_seconds = seconds;
+}
+
 double benchRssMb() {
     std::ifstream status("/proc/self/status");
     std::string line;

@@ -20,5 +20,9 @@ struct BenchRegistrar {
 // Prints one figure.
 void benchReport(const std::string& name, double value, const std::string& unit);
 
+// How long a timed figure runs: --seconds N on the command line, else its own default.
+double benchSeconds(double defaultSeconds);
+void setBenchSeconds(double seconds);
+
 // Resident set size of this process in MiB.
 double benchRssMb();

@@ -1,5 +1,6 @@
 #include <QApplication>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include "BenchRegistry.h"
@@ -8,7 +9,14 @@ int main(int argc, char** argv) {
     if (!qEnvironmentVariableIsSet("QT_QPA_PLATFORM"))
         qputenv("QT_QPA_PLATFORM", "offscreen");
     QApplication app(argc, argv);
-    const char* only = argc > 1 ? argv[1] : nullptr;
+    // quotes-bench [GROUP] [--seconds N]: N shortens the timed figures for a quick run.
+    const char* only = nullptr;
+    for (int i = 1; i < argc; ++i) {
+        if (std::strcmp(argv[i], "--seconds") == 0 && i + 1 < argc)
+            setBenchSeconds(std::atof(argv[++i]));
+        else
+            only = argv[i];
+    }
     bool ran = false;
     for (const BenchGroup& group : benchGroups()) {
         if (only && group.name != only)

@@ -15,17 +15,23 @@ public:
     static constexpr const char* kImport = "import";
     static constexpr const char* kPrune = "prune";
     static constexpr const char* kLogin = "login";
+    static constexpr const char* kLogout = "logout";
+    static constexpr const char* kExpire = "expire";  // a login ended by its idle time
+    static constexpr const char* kUnlock = "unlock";  // failed-login counters cleared
+    static constexpr const char* kRead = "read";      // a read of administration data
     static constexpr const char* kExport = "export";
+    static constexpr const char* kCheck = "check";  // the database's consistency check
     static constexpr const char* kRekey = "rekey";
     // A program migrated the database's schema; it sealed the stored secrets under a key.
     static constexpr const char* kMigrate = "migrate";
     static constexpr const char* kSeal = "seal";
     // Every action, in the order a filter offers them.
     static constexpr const char* kActions[] = {
-        kAdd,    kModify, kDelete, kSave,   kSetPassword, kSetEnabled, kSetRights, kSet,
-        kImport, kPrune,  kLogin,  kExport, kRekey,       kMigrate,    kSeal};
+        kAdd,  kModify, kDelete, kSave,  kSetPassword, kSetEnabled, kSetRights,
+        kSet,  kImport, kPrune,  kLogin, kLogout,      kExpire,     kUnlock,
+        kRead, kExport, kCheck,  kRekey, kMigrate,     kSeal};
     // Actions recorded although they change no data: never announced as a change.
-    static constexpr const char* kReadActions[] = {kExport};
+    static constexpr const char* kReadActions[] = {kExport, kRead, kCheck};
 
     // Data types.
     static constexpr const char* kQuoteSource = "quote_source";
@@ -39,6 +45,7 @@ public:
     static constexpr const char* kSession = "session";
     static constexpr const char* kSchema = "schema";
     static constexpr const char* kSecrets = "secrets";
+    static constexpr const char* kDatabase = "database";
 
     // What stands for a secret's value.
     static constexpr const char* kMasked = "******";

@@ -22,4 +22,14 @@ const CFieldLimit& CFieldLimits::of(CFieldLimit::Field field) {
     return all().front();
 }
 
+std::string CFieldLimits::cut(const std::string& text, int maxBytes) {
+    if (text.size() <= std::size_t(maxBytes))
+        return text;
+    std::size_t end = std::size_t(maxBytes);
+    // Back to the start of the sequence the limit falls in (continuation bytes are 10xxxxxx).
+    while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80)
+        --end;
+    return text.substr(0, end);
+}
+
 }  // namespace Hlx

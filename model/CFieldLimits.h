@@ -1,5 +1,6 @@
 #pragma once
 
+#include <string>
 #include <vector>
 
 namespace Hlx {
@@ -17,6 +18,8 @@ class CFieldLimits {
 public:
     static const std::vector<CFieldLimit>& all();
     static const CFieldLimit& of(CFieldLimit::Field field);
+    // The text cut to at most maxBytes, never inside a UTF-8 sequence.
+    static std::string cut(const std::string& text, int maxBytes);
 };
 
 }  // namespace Hlx

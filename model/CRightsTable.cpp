@@ -103,6 +103,19 @@ std::string CRightsTable::level2Refusal(CRecordAction action) {
     return refusal(std::string(verb(action)) + CLevel2Names::kTokenNoun);
 }
 
+bool CRightsTable::isKnown(int right) {
+    for (int fixed : {int(kKxRowDelete), int(kLevel2Add), int(kLevel2Modify), int(kLevel2Delete),
+                      int(kWholeQuoteSave), int(kAdminister)}) {
+        if (right == fixed)
+            return true;
+    }
+    for (const CSourceRights& kind : sources()) {
+        if (right == kind.add || right == kind.modify || right == kind.remove)
+            return true;
+    }
+    return false;
+}
+
 std::string CRightsTable::refusal(const std::string& what) {
     return "没有权限：" + what;
 }

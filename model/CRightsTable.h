@@ -32,6 +32,9 @@ public:
     };
 
     static const std::vector<CSourceRights>& sources();
+    // Whether the table holds the right (a right of a kind of source, of the Level-2 token, of
+    // the whole-quote settings or the administrator's).
+    static bool isKnown(int right);
     // The rights of a trade type's own sources; null for a type without any (all types, unknown).
     static const CSourceRights* find(int tradeType);
 

@@ -10,12 +10,11 @@
 
 #include "CCallCodec.h"
 #include "CCaller.h"
+#include "CLoginManager.h"
 #include "CQuotesService.h"
 #include "CServiceCall.h"
 #include "CStreamSlots.h"
 #include "quotes.grpc.pb.h"
-
-class CLoginManager;
 
 // quotesd's side of the protocol: a thin transport over the data service. Every call but Login
 // and Ping takes one path (serve): counted for a stop's drain, authenticated by its token, then
@@ -119,9 +118,14 @@ public:
                            quotes::v1::AdminReply* reply) override {
         return serve(context, request, reply, &CQuotesService::setRights);
     }
+    grpc::Status UnlockLogins(grpc::ServerContext* context,
+                              const quotes::v1::UnlockLoginsRequest* request,
+                              quotes::v1::AdminReply* reply) override {
+        return serve(context, request, reply, &CQuotesService::unlockLogins);
+    }
     grpc::Status Audit(grpc::ServerContext* context, const quotes::v1::AuditRequest* request,
                        quotes::v1::AuditReply* reply) override {
-        return serve(context, request, reply, &CQuotesService::auditEntries);
+        return serve(context, request, reply, &CQuotesService::auditPage);
     }
     grpc::Status PruneAudit(grpc::ServerContext* context,
                             const quotes::v1::PruneAuditRequest* request,
@@ -199,6 +203,11 @@ private:
     // The loop of an Events call once it holds its slot.
     grpc::Status streamEvents(grpc::ServerContext* context, const CCaller& caller,
                               grpc::ServerWriter<quotes::v1::Event>* writer);
+    // A refused login: recorded per address, reported when the account fails from many.
+    grpc::Status refuseLogin(const std::string& name, const std::string& address,
+                             const CLoginManager::LoginResult& result,
+                             quotes::v1::LoginReply* reply);
+    void reportSpread(const std::string& name, int addresses);
     static grpc::Status invalid(const utils::RKError& error);
     // Writes the answer of a query in chunks of a bounded size.
     grpc::Status streamAnswer(utils::RKError error, const rkservice::IDataList& datas,

@@ -7,12 +7,25 @@
 #include <climits>
 
 #include "CCodecChecks.h"
+#include "model/CFieldLimits.h"
 #include "rkservice/CUserInfo.h"
 
 using utils::RKError;
 namespace v1 = quotes::v1;
 
 namespace {
+
+// An account's password: far more than any passphrase, far less than a message.
+constexpr int kMaxPasswordBytes = 1024;
+
+// An account's name and a password, each bounded.
+template <class Request>
+RKError credentials(const Request& in, std::tuple<std::string, std::string>* out) {
+    CCodecChecks c;
+    std::get<0>(*out) = c.name(in.name(), "name");
+    std::get<1>(*out) = c.bounded(in.password(), "password", kMaxPasswordBytes);
+    return c.error();
+}
 
 // Room for the fields around an imported document inside one message.
 const int kEnvelopeBytes = 4096;
@@ -112,18 +125,28 @@ RKError CCallCodec::decode(const v1::SetLoginTypeAuthRequest& in, std::tuple<int
     return CRecordCodec::decodeLoginType(in.login_type(), &std::get<0>(*out));
 }
 
+RKError CCallCodec::decode(const v1::LoginRequest& in, std::tuple<std::string, std::string>* out) {
+    return credentials(in, out);
+}
+
 RKError CCallCodec::decode(const v1::SetPasswordRequest& in,
                            std::tuple<std::string, std::string>* out) {
+    return credentials(in, out);
+}
+
+RKError CCallCodec::decode(const v1::UnlockLoginsRequest& in,
+                           std::tuple<std::string, std::string>* out) {
     CCodecChecks c;
-    std::get<0>(*out) = c.text(in.name(), "name");
-    std::get<1>(*out) = c.text(in.password(), "password");
+    std::get<0>(*out) = c.name(in.name(), "name");
+    std::get<1>(*out) = c.bounded(in.address(), "address",
+                                  Hlx::CFieldLimits::of(Hlx::CFieldLimit::Address).maxBytes);
     return c.error();
 }
 
 RKError CCallCodec::decode(const v1::SetAccountEnabledRequest& in,
                            std::tuple<std::string, bool>* out) {
     CCodecChecks c;
-    std::get<0>(*out) = c.text(in.name(), "name");
+    std::get<0>(*out) = c.name(in.name(), "name");
     std::get<1>(*out) = in.enabled();
     return c.error();
 }
@@ -131,7 +154,7 @@ RKError CCallCodec::decode(const v1::SetAccountEnabledRequest& in,
 RKError CCallCodec::decode(const v1::SetRightsRequest& in,
                            std::tuple<std::string, std::set<int>>* out) {
     CCodecChecks c;
-    std::get<0>(*out) = c.text(in.name(), "name");
+    std::get<0>(*out) = c.name(in.name(), "name");
     for (google::protobuf::int64 right : in.rights()) {
         if (right < 0 || right > INT_MAX)
             return invalid("权限编号超出范围: " + std::to_string(right));
@@ -141,7 +164,7 @@ RKError CCallCodec::decode(const v1::SetRightsRequest& in,
 }
 
 RKError CCallCodec::decode(const v1::AuditRequest& in,
-                           std::tuple<Hlx::CAuditFilter, std::vector<Hlx::CAuditEntry>>* out) {
+                           std::tuple<Hlx::CAuditFilter, Hlx::CAuditPage>* out) {
     return CRecordCodec::decodeAuditFilter(in, &std::get<0>(*out));
 }
 
@@ -221,10 +244,12 @@ void CCallCodec::encode(const RKError& error,
 }
 
 void CCallCodec::encode(const RKError& error,
-                        const std::tuple<Hlx::CAuditFilter, std::vector<Hlx::CAuditEntry>>& params,
+                        const std::tuple<Hlx::CAuditFilter, Hlx::CAuditPage>& params,
                         v1::AuditReply* out) {
     answer(error, out, [&] {
-        return CRecordCodec::encodeAuditEntries(std::get<1>(params), out->mutable_entries());
+        out->set_more(std::get<1>(params).more);
+        return CRecordCodec::encodeAuditEntries(std::get<1>(params).entries,
+                                                out->mutable_entries());
     });
 }
 
@@ -337,6 +362,14 @@ RKError CCallCodec::encode(const std::string& name, const std::set<int>& rights,
     return c.error();
 }
 
+RKError CCallCodec::encode(const std::string& name, const std::string& address,
+                           v1::UnlockLoginsRequest* out) {
+    CCodecChecks c;
+    out->set_name(c.text(name, "name"));
+    out->set_address(c.text(address, "address"));
+    return c.error();
+}
+
 RKError CCallCodec::encode(const Hlx::CAuditFilter& filter, v1::AuditRequest* out) {
     CCodecChecks c;
     CRecordCodec::encodeAuditFilter(filter, out);
@@ -446,8 +479,11 @@ RKError CCallCodec::decode(const v1::ListAccountsReply& in, std::vector<Hlx::CAd
     });
 }
 
-RKError CCallCodec::decode(const v1::AuditReply& in, std::vector<Hlx::CAuditEntry>* out) {
-    return outcome(in.error(), [&] { return CRecordCodec::decodeAuditEntries(in.entries(), out); });
+RKError CCallCodec::decode(const v1::AuditReply& in, Hlx::CAuditPage* out) {
+    return outcome(in.error(), [&] {
+        out->more = in.more();
+        return CRecordCodec::decodeAuditEntries(in.entries(), &out->entries);
+    });
 }
 
 RKError CCallCodec::decode(const v1::PruneAuditReply& in, int* out) {

@@ -53,8 +53,13 @@ public:
                                  std::tuple<std::string, bool>* out);
     static utils::RKError decode(const quotes::v1::SetRightsRequest& in,
                                  std::tuple<std::string, std::set<int>>* out);
+    // A login's name and password, bounded before anything looks at them.
+    static utils::RKError decode(const quotes::v1::LoginRequest& in,
+                                 std::tuple<std::string, std::string>* out);
+    static utils::RKError decode(const quotes::v1::UnlockLoginsRequest& in,
+                                 std::tuple<std::string, std::string>* out);
     static utils::RKError decode(const quotes::v1::AuditRequest& in,
-                                 std::tuple<Hlx::CAuditFilter, std::vector<Hlx::CAuditEntry>>* out);
+                                 std::tuple<Hlx::CAuditFilter, Hlx::CAuditPage>* out);
     static utils::RKError decode(const quotes::v1::PruneAuditRequest& in,
                                  std::tuple<long long, int>* out);
     // Requests without fields have nothing to decode.
@@ -102,7 +107,7 @@ public:
                        const std::tuple<std::vector<Hlx::CAdminAccount>>& params,
                        quotes::v1::ListAccountsReply* out);
     static void encode(const utils::RKError& error,
-                       const std::tuple<Hlx::CAuditFilter, std::vector<Hlx::CAuditEntry>>& params,
+                       const std::tuple<Hlx::CAuditFilter, Hlx::CAuditPage>& params,
                        quotes::v1::AuditReply* out);
     static void encode(const utils::RKError& error, const std::tuple<long long, int>& params,
                        quotes::v1::PruneAuditReply* out);
@@ -141,6 +146,8 @@ public:
                                  quotes::v1::SetAccountEnabledRequest* out);
     static utils::RKError encode(const std::string& name, const std::set<int>& rights, int systemId,
                                  quotes::v1::SetRightsRequest* out);
+    static utils::RKError encode(const std::string& name, const std::string& address,
+                                 quotes::v1::UnlockLoginsRequest* out);
     static utils::RKError encode(const Hlx::CAuditFilter& filter, quotes::v1::AuditRequest* out);
     static utils::RKError encode(long long beforeMs, quotes::v1::PruneAuditRequest* out);
     // Requests without fields.
@@ -170,8 +177,7 @@ public:
                                  std::vector<std::string>* out);
     static utils::RKError decode(const quotes::v1::ListAccountsReply& in,
                                  std::vector<Hlx::CAdminAccount>* out);
-    static utils::RKError decode(const quotes::v1::AuditReply& in,
-                                 std::vector<Hlx::CAuditEntry>* out);
+    static utils::RKError decode(const quotes::v1::AuditReply& in, Hlx::CAuditPage* out);
     static utils::RKError decode(const quotes::v1::PruneAuditReply& in, int* out);
 
     // Secrets a request carried, overwritten once it is sent.

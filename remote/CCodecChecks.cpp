@@ -2,6 +2,8 @@
 
 #include <climits>
 
+#include "model/CFieldLimits.h"
+
 bool CCodecChecks::isUtf8(const std::string& text) {
     const auto* p = reinterpret_cast<const unsigned char*>(text.data());
     const auto* end = p + text.size();
@@ -45,6 +47,17 @@ const std::string& CCodecChecks::text(const std::string& value, const char* fiel
     if (!isUtf8(value))
         fail(std::string("文本不是有效的 UTF-8: ") + field);
     return value;
+}
+
+const std::string& CCodecChecks::bounded(const std::string& value, const char* field,
+                                         int maxBytes) {
+    if (value.size() > std::size_t(maxBytes))
+        fail(std::string(field) + " 超过 " + std::to_string(maxBytes) + " 字节");
+    return text(value, field);
+}
+
+const std::string& CCodecChecks::name(const std::string& value, const char* field) {
+    return bounded(value, field, Hlx::CFieldLimits::of(Hlx::CFieldLimit::UserName).maxBytes);
 }
 
 void CCodecChecks::fail(const std::string& message) {

@@ -17,6 +17,11 @@ public:
     // The wire's int64 as the records' int.
     int narrow(google::protobuf::int64 value, const char* field);
     const std::string& text(const std::string& value, const char* field);
+    // UTF-8 of at most maxBytes: what keeps a small field small before the service or the audit
+    // trail sees it (gRPC's message limit is the only bound before this).
+    const std::string& bounded(const std::string& value, const char* field, int maxBytes);
+    // An account name (or a filter's name): the user-name limit of CFieldLimits.
+    const std::string& name(const std::string& value, const char* field);
     void fail(const std::string& message);
 
     bool ok() const { return m_error.isSuccess(); }

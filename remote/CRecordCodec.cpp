@@ -535,6 +535,7 @@ void CRecordCodec::encodeAuditFilter(const Hlx::CAuditFilter& filter,
     out->set_account(filter.account);
     out->set_action(filter.action);
     out->set_limit(filter.limit);
+    out->set_before_id(filter.beforeId);
 }
 
 RKError CRecordCodec::decodeAuditFilter(const quotes::v1::AuditRequest& in,
@@ -542,12 +543,14 @@ RKError CRecordCodec::decodeAuditFilter(const quotes::v1::AuditRequest& in,
     if (in.limit() < 0 || in.limit() > INT_MAX)
         return RKError::fail(utils::ErrorKind::Invalid,
                              "操作记录条数超出范围: " + std::to_string(in.limit()));
+    Checks c;
     out->sinceMs = in.since_ms();
     out->untilMs = in.until_ms();
-    out->account = in.account();
-    out->action = in.action();
+    out->account = c.name(in.account(), "account");
+    out->action = c.name(in.action(), "action");
     out->limit = int(in.limit());
-    return RKError::ok();
+    out->beforeId = in.before_id();
+    return c.error();
 }
 
 RKError CRecordCodec::encodeAuditEntries(const std::vector<Hlx::CAuditEntry>& entries,
@@ -566,6 +569,7 @@ RKError CRecordCodec::encodeAuditEntries(const std::vector<Hlx::CAuditEntry>& en
         message->set_data_type(entry.dataType);
         message->set_ids(c.text(entry.ids, "audit.ids"));
         message->set_error(c.text(entry.error, "audit.error"));
+        message->set_count(entry.count);
         message->set_summary_json(compactJson(entry.summary));
         for (const Hlx::CAuditEntry::Detail& detail : entry.details) {
             quotes::v1::AuditDetail* row = message->add_details();
@@ -594,6 +598,7 @@ RKError CRecordCodec::decodeAuditEntries(const AuditEntries& in,
         entry.dataType = message.data_type();
         entry.ids = c.text(message.ids(), "audit.ids");
         entry.error = c.text(message.error(), "audit.error");
+        entry.count = message.count() > 0 ? message.count() : 1;
         entry.summary = jsonObject(message.summary_json());
         for (const quotes::v1::AuditDetail& row : message.details())
             entry.details.push_back({c.text(row.record_id(), "audit.record_id"),

@@ -657,6 +657,10 @@ RKError CRemoteAdmin::setAccountEnabled(const std::string& name, bool enabled) {
     return d->call(Mode::Change, &Stub::SetAccountEnabled, forward_as_tuple(name, enabled));
 }
 
+RKError CRemoteAdmin::unlockLogins(const std::string& name, const std::string& address) {
+    return d->call(Mode::Change, &Stub::UnlockLogins, forward_as_tuple(name, address));
+}
+
 RKError CRemoteAdmin::setRights(const std::string& name, const std::set<int>& rights) {
     return setRights(name, rights, 0);
 }
@@ -695,7 +699,14 @@ RKError CRemoteAdmin::status(Hlx::CServiceStatus* status) {
 
 RKError CRemoteAdmin::auditEntries(const Hlx::CAuditFilter& filter,
                                    std::vector<Hlx::CAuditEntry>* entries) {
-    return d->call(Mode::Read, &Stub::Audit, forward_as_tuple(filter), entries);
+    Hlx::CAuditPage page;
+    const RKError error = auditPage(filter, &page);
+    entries->swap(page.entries);
+    return error;
+}
+
+RKError CRemoteAdmin::auditPage(const Hlx::CAuditFilter& filter, Hlx::CAuditPage* page) {
+    return d->call(Mode::Read, &Stub::Audit, forward_as_tuple(filter), page);
 }
 
 RKError CRemoteAdmin::pruneAudit(long long beforeMs, int* removed) {

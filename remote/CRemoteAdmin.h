@@ -81,6 +81,7 @@ public:
     utils::RKError setAccountEnabled(const std::string& name, bool enabled) override;
     utils::RKError setRights(const std::string& name, const std::set<int>& rights) override;
     utils::RKError setRights(const std::string& name, const std::set<int>& rights, int systemId);
+    utils::RKError unlockLogins(const std::string& name, const std::string& address) override;
 
     // Audit and transfer.
     utils::RKError exportDocument(
@@ -94,6 +95,7 @@ public:
     utils::RKError status(Hlx::CServiceStatus* status) override;
     utils::RKError auditEntries(const Hlx::CAuditFilter& filter,
                                 std::vector<Hlx::CAuditEntry>* entries) override;
+    utils::RKError auditPage(const Hlx::CAuditFilter& filter, Hlx::CAuditPage* page) override;
     utils::RKError pruneAudit(long long beforeMs, int* removed) override;
 
     // Through an Events call kept open to the current server (reopened on the next one after a

@@ -168,7 +168,9 @@ void CAccountStore::setRights(const QString& name, const std::set<int>& rights) 
         CAccount existing;
         if (!read(m_database, db, name, &existing, nullptr))
             unknownAccount(name);
+        const bool hadAdministrator = hasAdministrator(m_database, db);
         writeRights(m_database, db, name, rights);
+        keepAdministrator(m_database, db, hadAdministrator);
     });
 }
 
@@ -176,6 +178,7 @@ void CAccountStore::update(const QString& name, const QString& assignment, const
                            bool endsLogins) {
     m_database.transact(true, [&](QSqlDatabase& db) {
         runHook(db);
+        const bool hadAdministrator = hasAdministrator(m_database, db);
         QSqlQuery change(db);
         change.prepare(QStringLiteral("UPDATE users SET %1 WHERE name = ?").arg(assignment));
         change.addBindValue(value);
@@ -185,7 +188,15 @@ void CAccountStore::update(const QString& name, const QString& assignment, const
             unknownAccount(name);
         if (endsLogins)
             endLogins(m_database, db, name);
+        keepAdministrator(m_database, db, hadAdministrator);
     });
+}
+
+void CAccountStore::keepAdministrator(const CDatabase& database, QSqlDatabase& db,
+                                      bool hadAdministrator) {
+    // Without one, only a shell on the server could let anyone administer again.
+    if (hadAdministrator && !hasAdministrator(database, db))
+        throw CServiceError::refused("不能移除最后一个管理员");
 }
 
 void CAccountStore::setEnabled(const QString& name, bool enabled) {

@@ -76,6 +76,10 @@ private:
     static void insertRights(const CDatabase& database, QSqlDatabase& db, const QString& name,
                              const std::set<int>& rights);
     static void checkName(const QString& name);
+    // Refuses a change that leaves no enabled account with the administrator right when there
+    // was one before it.
+    static void keepAdministrator(const CDatabase& database, QSqlDatabase& db,
+                                  bool hadAdministrator);
     static void writeLogin(const CDatabase& database, QSqlDatabase& db, const Row& row);
     static void removeAllBut(const CDatabase& database, QSqlDatabase& db,
                              const std::set<QString>& kept);

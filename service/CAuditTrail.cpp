@@ -6,6 +6,7 @@
 #include <QSqlQuery>
 #include <QStringList>
 #include <QVariant>
+#include <algorithm>
 #include <set>
 
 #include "CAccountStore.h"
@@ -13,6 +14,7 @@
 #include "CDatabase.h"
 #include "CServiceError.h"
 #include "model/CAuditVocabulary.h"
+#include "model/CFieldLimits.h"
 #include "rkservice/DataTypeIds.h"
 
 namespace {
@@ -34,7 +36,7 @@ QJsonObject object(const QVariant& value) {
 
 const QString kColumns = QStringLiteral(
     "id, time_ms, account, os_user, local, client_address, subsystem, action, data_type, ids, "
-    "error, summary, session");
+    "error, summary, session, occurrences");
 
 Hlx::CAuditEntry entryFrom(const QSqlQuery& query) {
     Hlx::CAuditEntry entry;
@@ -51,7 +53,24 @@ Hlx::CAuditEntry entryFrom(const QSqlQuery& query) {
     entry.error = query.value(10).toString().toStdString();
     entry.summary = object(query.value(11));
     entry.session = query.value(12).toString().toStdString();
+    entry.count = query.value(13).toLongLong();
     return entry;
+}
+
+// About what an entry takes in a message: its texts and its details' JSON.
+long long sizeOf(const Hlx::CAuditEntry& entry) {
+    std::size_t size = 128 + entry.account.size() + entry.osUser.size() +
+                       entry.clientAddress.size() + entry.session.size() + entry.subsystem.size() +
+                       entry.action.size() + entry.dataType.size() + entry.ids.size() +
+                       entry.error.size() + json(entry.summary).size();
+    for (const Hlx::CAuditEntry::Detail& detail : entry.details)
+        size +=
+            32 + detail.recordId.size() + json(detail.before).size() + json(detail.after).size();
+    return static_cast<long long>(size);
+}
+
+QString keyPart(const std::string& value) {
+    return QString::fromStdString(value).replace(QLatin1Char('|'), QStringLiteral("||"));
 }
 
 }  // namespace
@@ -68,9 +87,9 @@ CAuditTrail::Entry CAuditTrail::entry(const std::string& action, const std::stri
     return result;
 }
 
-void CAuditTrail::write(QSqlDatabase& db, const CCaller& caller, Entry entry) const {
+long long CAuditTrail::write(QSqlDatabase& db, const CCaller& caller, Entry entry) const {
     if (!m_enabled)
-        return;
+        return 0;
     entry.timeMs = QDateTime::currentMSecsSinceEpoch();
     entry.account = caller.name();
     entry.osUser = caller.osUser();
@@ -79,8 +98,10 @@ void CAuditTrail::write(QSqlDatabase& db, const CCaller& caller, Entry entry) co
     entry.session = caller.session();
     const long long id = insertEntry(db, entry);
     insertDetails(db, id, entry);
-    if (entry.error.empty())
+    // Logins change no data: nobody reloads for them.
+    if (entry.error.empty() && entry.dataType != CAuditVocabulary::kSession)
         announce(db, id);
+    return id;
 }
 
 void CAuditTrail::announce(QSqlDatabase& db, long long entryId) const {
@@ -100,20 +121,130 @@ void CAuditTrail::refused(const CCaller& caller, Entry entry, const std::string&
     entry.error = error.empty() ? std::string("未知错误") : error;
     // A refused change leaves no details: what it asked for may hold a secret.
     entry.details.clear();
+    const QStringList key = {QStringLiteral("refused"), keyPart(caller.name()),
+                             keyPart(caller.osUser()), keyPart(entry.action),
+                             keyPart(entry.dataType)};
+    aggregated(key.join(QLatin1Char('|')).toStdString(), caller, entry, std::string());
+}
+
+bool CAuditTrail::refusedLogin(const std::string& address, const std::string& name,
+                               const std::string& error) const {
+    if (!m_enabled)
+        return false;
+    const std::string cut =
+        Hlx::CFieldLimits::cut(name, Hlx::CFieldLimits::of(Hlx::CFieldLimit::UserName).maxBytes);
+    Entry refusal = entry(CAuditVocabulary::kLogin, CAuditVocabulary::kSession);
+    refusal.error = error;
+    return aggregated("login|" + keyPart(address).toStdString(),
+                      CCaller::user(cut, {}).from(address), refusal, cut);
+}
+
+void CAuditTrail::loginEvent(const CCaller& caller, const std::string& action) const {
+    if (!m_enabled)
+        return;
     try {
-        m_database.transact(true, [&](QSqlDatabase& db) { write(db, caller, entry); });
+        m_database.transact(true, [&](QSqlDatabase& db) {
+            write(db, caller, entry(action, CAuditVocabulary::kSession));
+        });
+    } catch (const std::exception& e) {
+        qWarning("audit trail: a login could not be recorded: %s", e.what());
+    }
+}
+
+bool CAuditTrail::aggregated(const std::string& key, const CCaller& caller, const Entry& entry,
+                             const std::string& name) const {
+    bool made = false;
+    try {
+        m_database.transact(true, [&](QSqlDatabase& db) {
+            const long long now = QDateTime::currentMSecsSinceEpoch();
+            const QString aggregateKey = QString::fromStdString(key);
+            const long long repeated = countRepeat(db, aggregateKey, now);
+            if (repeated != 0) {
+                if (!name.empty())
+                    listName(db, repeated, name);
+                return;
+            }
+            Entry first = entry;
+            if (!name.empty())
+                first.summary.insert(QStringLiteral("names"), QJsonArray{text(name)});
+            keepAggregate(db, aggregateKey, write(db, caller, first), now);
+            made = true;
+        });
     } catch (const std::exception& e) {
         qWarning("audit trail: a refusal could not be recorded: %s", e.what());
     }
+    return made;
+}
+
+long long CAuditTrail::countRepeat(QSqlDatabase& db, const QString& key, long long nowMs) const {
+    QSqlQuery find(db);
+    find.prepare(QStringLiteral(
+        "SELECT entry_id, window_start_ms FROM audit_aggregates WHERE aggregate_key = ?"));
+    find.addBindValue(key);
+    m_database.exec(find);
+    if (!find.next() || nowMs - find.value(1).toLongLong() >= kAggregateWindowMs)
+        return 0;
+    const long long entryId = find.value(0).toLongLong();
+    find.finish();
+    QSqlQuery count(db);
+    count.prepare(
+        QStringLiteral("UPDATE audit_entries SET occurrences = occurrences + 1 WHERE id = ?"));
+    count.addBindValue(entryId);
+    m_database.exec(count);
+    // A pruned entry counts nothing: a new one starts.
+    return count.numRowsAffected() == 1 ? entryId : 0;
+}
+
+void CAuditTrail::listName(QSqlDatabase& db, long long entryId, const std::string& name) const {
+    QSqlQuery read(db);
+    read.prepare(QStringLiteral("SELECT summary FROM audit_entries WHERE id = ?"));
+    read.addBindValue(entryId);
+    m_database.exec(read);
+    if (!read.next())
+        return;
+    QJsonObject summary = object(read.value(0));
+    read.finish();
+    QJsonArray names = summary.value(QStringLiteral("names")).toArray();
+    if (names.size() >= kMaxListedNames || names.contains(text(name)))
+        return;
+    names.append(text(name));
+    summary.insert(QStringLiteral("names"), names);
+    QSqlQuery write(db);
+    write.prepare(QStringLiteral("UPDATE audit_entries SET summary = ? WHERE id = ?"));
+    write.addBindValue(json(summary));
+    write.addBindValue(entryId);
+    m_database.exec(write);
+}
+
+void CAuditTrail::keepAggregate(QSqlDatabase& db, const QString& key, long long entryId,
+                                long long nowMs) const {
+    // The key's old window and every window that ended go: the table stays as small as the
+    // set of clients refused within the last minute.
+    QSqlQuery erase(db);
+    erase.prepare(QStringLiteral(
+        "DELETE FROM audit_aggregates WHERE aggregate_key = ? OR window_start_ms < ?"));
+    erase.addBindValue(key);
+    erase.addBindValue(nowMs - kAggregateWindowMs);
+    m_database.exec(erase);
+    QSqlQuery insert(db);
+    insert.prepare(
+        QStringLiteral("INSERT INTO audit_aggregates (aggregate_key, entry_id, "
+                       "window_start_ms) VALUES (?, ?, ?)"));
+    insert.addBindValue(key);
+    insert.addBindValue(entryId);
+    insert.addBindValue(nowMs);
+    m_database.exec(insert);
 }
 
 long long CAuditTrail::insertEntry(QSqlDatabase& db, const Entry& entry) const {
     const bool postgres = m_database.engine() == CDatabase::PostgreSQL;
     QSqlQuery insert(db);
-    insert.prepare(QStringLiteral("INSERT INTO audit_entries (time_ms, account, os_user, local, "
-                                  "client_address, subsystem, action, data_type, ids, error, "
-                                  "summary, session) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)") +
-                   (postgres ? QStringLiteral(" RETURNING id") : QString()));
+    insert.prepare(
+        QStringLiteral("INSERT INTO audit_entries (time_ms, account, os_user, local, "
+                       "client_address, subsystem, action, data_type, ids, error, "
+                       "summary, session, occurrences) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, "
+                       "?, ?, ?, ?)") +
+        (postgres ? QStringLiteral(" RETURNING id") : QString()));
     insert.addBindValue(entry.timeMs);
     for (const std::string* value : {&entry.account, &entry.osUser})
         insert.addBindValue(text(*value));
@@ -123,6 +254,7 @@ long long CAuditTrail::insertEntry(QSqlDatabase& db, const Entry& entry) const {
         insert.addBindValue(text(*value));
     insert.addBindValue(json(entry.summary));
     insert.addBindValue(text(entry.session));
+    insert.addBindValue(std::max(1LL, entry.count));
     m_database.exec(insert);
     if (postgres) {
         if (!insert.next())
@@ -148,7 +280,7 @@ void CAuditTrail::insertDetails(QSqlDatabase& db, long long entryId, const Entry
     }
 }
 
-std::vector<CAuditTrail::Entry> CAuditTrail::read(const Hlx::CAuditFilter& filter) const {
+Hlx::CAuditPage CAuditTrail::read(const Hlx::CAuditFilter& filter) const {
     QStringList conditions;
     QVariantList values;
     if (!filter.account.empty()) {
@@ -167,9 +299,14 @@ std::vector<CAuditTrail::Entry> CAuditTrail::read(const Hlx::CAuditFilter& filte
         conditions << QStringLiteral("time_ms < ?");
         values << filter.untilMs;
     }
+    if (filter.beforeId > 0) {
+        conditions << QStringLiteral("id < ?");
+        values << filter.beforeId;
+    }
+    const int limit = filter.limit > 0 ? filter.limit : 1000;
     const QString where =
         conditions.isEmpty() ? QString() : QStringLiteral(" WHERE ") + conditions.join(" AND ");
-    std::vector<Entry> entries;
+    Hlx::CAuditPage page;
     m_database.transact(false, [&](QSqlDatabase& db) {
         QSqlQuery query(db);
         query.setForwardOnly(true);
@@ -177,14 +314,27 @@ std::vector<CAuditTrail::Entry> CAuditTrail::read(const Hlx::CAuditFilter& filte
                           .arg(kColumns, where));
         for (const QVariant& value : values)
             query.addBindValue(value);
-        query.addBindValue(filter.limit > 0 ? filter.limit : 1000);
+        // One more than asked tells whether the listing stops at the limit.
+        query.addBindValue(qint64(limit) + 1);
         m_database.exec(query);
         while (query.next())
-            entries.push_back(entryFrom(query));
+            page.entries.push_back(entryFrom(query));
         query.finish();
-        readDetails(db, &entries);
+        page.more = page.entries.size() > std::size_t(limit);
+        page.entries.resize(std::min(page.entries.size(), std::size_t(limit)));
+        readDetails(db, &page.entries);
     });
-    return entries;
+    // At least one entry a page, so paging always moves on.
+    long long bytes = 0;
+    for (std::size_t i = 0; i < page.entries.size(); ++i) {
+        bytes += sizeOf(page.entries[i]);
+        if (i > 0 && bytes > kPageBytes) {
+            page.entries.resize(i);
+            page.more = true;
+            break;
+        }
+    }
+    return page;
 }
 
 std::vector<CAuditTrail::Entry> CAuditTrail::changesAfter(QSqlDatabase& db,
@@ -207,13 +357,15 @@ std::vector<CAuditTrail::Entry> CAuditTrail::readChanges(QSqlDatabase& db,
     std::vector<Entry> entries;
     QSqlQuery query(db);
     query.setForwardOnly(true);
-    // The condition is built from numbers and the vocabulary's own names only.
+    // The condition is built from numbers and the vocabulary's own names only; sessions and
+    // reads change no data.
     QStringList reads;
     for (const char* action : CAuditVocabulary::kReadActions)
         reads << QStringLiteral("'%1'").arg(QLatin1String(action));
     query.prepare(QStringLiteral("SELECT %1 FROM audit_entries WHERE %2 AND error = '' AND action "
-                                 "NOT IN (%3) ORDER BY id")
-                      .arg(kColumns, where, reads.join(QLatin1Char(','))));
+                                 "NOT IN (%3) AND data_type <> '%4' ORDER BY id")
+                      .arg(kColumns, where, reads.join(QLatin1Char(',')),
+                           QLatin1String(CAuditVocabulary::kSession)));
     m_database.exec(query);
     while (query.next())
         entries.push_back(entryFrom(query));
@@ -261,7 +413,12 @@ int CAuditTrail::prune(QSqlDatabase& db, long long beforeMs) const {
     entries.prepare(QStringLiteral("DELETE FROM audit_entries WHERE time_ms < ?"));
     entries.addBindValue(beforeMs);
     m_database.exec(entries);
-    return entries.numRowsAffected();
+    const int removed = entries.numRowsAffected();
+    QSqlQuery aggregates(db);
+    aggregates.prepare(QStringLiteral(
+        "DELETE FROM audit_aggregates WHERE entry_id NOT IN (SELECT id FROM audit_entries)"));
+    m_database.exec(aggregates);
+    return removed;
 }
 
 QJsonObject CAuditTrail::secret(bool changed) {

@@ -29,14 +29,31 @@ public:
     static Entry entry(const std::string& action, const std::string& dataType,
                        const std::string& subsystem = std::string());
 
-    // Writes the entry with the caller and the time, within the change's transaction.
-    void write(QSqlDatabase& db, const CCaller& caller, Entry entry) const;
+    // Writes the entry with the caller and the time, within the change's transaction; its id.
+    long long write(QSqlDatabase& db, const CCaller& caller, Entry entry) const;
     // Records a refused or failed request in a transaction of its own; never throws, since the
-    // caller is already answering with the error.
+    // caller is already answering with the error. Repeats of the caller's action (on the same
+    // data type) within a minute count on the entry of the first, so no client grows the trail
+    // by more than a few rows a minute.
     void refused(const CCaller& caller, Entry entry, const std::string& error) const;
+    // A refused login, counted on one entry per address a minute whatever names it tries; the
+    // entry lists the names (cut to the user-name limit). True when it made a new entry.
+    bool refusedLogin(const std::string& address, const std::string& name,
+                      const std::string& error) const;
+    // An event of a login (its start, end or expiry): a row of its own, never announced.
+    void loginEvent(const CCaller& caller, const std::string& action) const;
+    // Writes the entry unless an entry of the key younger than a minute exists; that one then
+    // counts one more (and lists the name, when given). True when it made a new entry.
+    bool aggregated(const std::string& key, const CCaller& caller, const Entry& entry,
+                    const std::string& name) const;
 
-    // Newest first.
-    std::vector<Entry> read(const Hlx::CAuditFilter& filter) const;
+    // Newest first, a page: at most the filter's limit and about kPageBytes of entries.
+    Hlx::CAuditPage read(const Hlx::CAuditFilter& filter) const;
+    // What one page of entries may hold, well below the message limit.
+    static constexpr long long kPageBytes = 8 * 1024 * 1024;
+    // How long repeats count on one entry, and how many names a login entry lists.
+    static constexpr long long kAggregateWindowMs = 60 * 1000;
+    static constexpr int kMaxListedNames = 20;
     // The changes made (entries without error), without details, in the order of their ids:
     // those after an id, or those with the ids given.
     std::vector<Entry> changesAfter(QSqlDatabase& db, long long afterId) const;
@@ -66,6 +83,11 @@ public:
 private:
     static QJsonObject sourceFields(const rkservice::COrinQuoterSourceInfo& source);
     long long insertEntry(QSqlDatabase& db, const Entry& entry) const;
+    // The entry of the key within the window that counted one more; 0 when none did.
+    long long countRepeat(QSqlDatabase& db, const QString& key, long long nowMs) const;
+    void listName(QSqlDatabase& db, long long entryId, const std::string& name) const;
+    void keepAggregate(QSqlDatabase& db, const QString& key, long long entryId,
+                       long long nowMs) const;
     void announce(QSqlDatabase& db, long long entryId) const;
     std::vector<Entry> readChanges(QSqlDatabase& db, const QString& where) const;
     void insertDetails(QSqlDatabase& db, long long entryId, const Entry& entry) const;

@@ -62,6 +62,9 @@ public:
     utils::RKError setRights(const std::string& name, const std::set<int>& rights) override {
         return m_service->setRights(m_caller(), name, rights);
     }
+    utils::RKError unlockLogins(const std::string& name, const std::string& address) override {
+        return m_service->unlockLogins(m_caller(), name, address);
+    }
 
     // Audit and transfer.
     utils::RKError exportDocument(QJsonObject* document, const Hlx::CExportOptions& options =
@@ -84,6 +87,9 @@ public:
     utils::RKError auditEntries(const Hlx::CAuditFilter& filter,
                                 std::vector<Hlx::CAuditEntry>* entries) override {
         return m_service->auditEntries(m_caller(), filter, entries);
+    }
+    utils::RKError auditPage(const Hlx::CAuditFilter& filter, Hlx::CAuditPage* page) override {
+        return m_service->auditPage(m_caller(), filter, page);
     }
     utils::RKError pruneAudit(long long beforeMs, int* removed) override {
         return m_service->pruneAudit(m_caller(), beforeMs, removed);

@@ -14,6 +14,8 @@ namespace {
 constexpr int kTokenBytes = 32;
 constexpr size_t kMaxTokenLength = 128;
 constexpr qint64 kHousekeepingIntervalMs = 60 * 1000;
+// Where names that are no account count (empty, never null: a null QString binds as NULL).
+const QString kNoAccount = QStringLiteral("");
 
 // The hash an unknown account's attempt is checked against, so that it costs as much as a known
 // one and its timing does not tell whether the account exists.
@@ -35,12 +37,24 @@ QString serviceFailure(const CServiceError& e) {
     return QStringLiteral("登录服务暂时不可用: ") + QString::fromStdString(e.what());
 }
 
+CLoginFailures::Rule ruleOf(const CLoginManager::Options& options) {
+    CLoginFailures::Rule rule;
+    rule.failuresBeforeLockout = options.failuresBeforeLockout;
+    rule.baseLockoutMs = options.lockoutBaseMs;
+    rule.maxLockoutMs = options.lockoutMaxMs;
+    rule.forgetAfterMs = options.forgetFailuresAfterMs;
+    return rule;
+}
+
 }  // namespace
 
 CLoginManager::CLoginManager(CDatabase& database) : CLoginManager(database, Options()) {}
 
 CLoginManager::CLoginManager(CDatabase& database, const Options& options)
-    : m_database(database), m_options(options), m_checks(options.concurrentPasswordChecks) {
+    : m_database(database),
+      m_options(options),
+      m_checks(options.concurrentPasswordChecks),
+      m_failures(database, ruleOf(options)) {
     CPasswordHasher::ensureInitialised();
 }
 
@@ -59,56 +73,51 @@ QString CLoginManager::throttledMessage(qint64 remainingMs) {
     return QStringLiteral("登录失败次数过多，请 %1 秒后再试").arg(seconds);
 }
 
-qint64 CLoginManager::lockedOut(const QString& name, const QString& address, qint64 nowMs,
-                                Reason* which) {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    auto remaining = [&](const FailureMap& map, const QString& key) -> qint64 {
-        auto it = map.find(key);
-        if (it == map.end() || it->second.count < m_options.failuresBeforeLockout)
-            return 0;
-        return std::max<qint64>(0, it->second.lockedUntilMs - nowMs);
-    };
-    const qint64 byAddress = remaining(m_failuresByAddress, address);
-    const qint64 byName = remaining(m_failuresByName, name);
-    if (byAddress == 0 && byName == 0)
-        return 0;
-    *which = byAddress >= byName ? Reason::ThrottledAddress : Reason::ThrottledAccount;
-    return std::max(byAddress, byName);
+const QString& CLoginManager::disabledMessage() {
+    static const QString text = QStringLiteral("账户已停用");
+    return text;
 }
 
-void CLoginManager::recordFailure(FailureMap& map, const QString& key, qint64 nowMs) {
-    Failures& f = map[key];
-    ++f.count;
-    f.lastFailureMs = nowMs;
-    const int over = f.count - m_options.failuresBeforeLockout;
-    if (over < 0)
-        return;
-    // Doubling stops long before the shift could overflow: the cap is reached first.
-    qint64 interval = m_options.lockoutBaseMs;
-    for (int i = 0; i < over && interval < m_options.lockoutMaxMs; ++i)
-        interval *= 2;
-    f.lockedUntilMs = nowMs + std::min(interval, m_options.lockoutMaxMs);
+qint64 CLoginManager::lockedOut(const QString& name, const QString& address, qint64 nowMs,
+                                Reason* which) {
+    qint64 wait = 0;
+    m_database.transact(false, [&](QSqlDatabase& db) {
+        CAccount account;
+        const bool known = CAccountStore::read(m_database, db, name, &account, nullptr);
+        // A name that is no account waits on its address's counter of such names; a real
+        // account only on its own pair, so nobody else's guesses stand in its way.
+        wait = m_failures.lockedFor(db, known ? name : kNoAccount, address, nowMs);
+        *which = known ? Reason::ThrottledAccount : Reason::ThrottledAddress;
+    });
+    return wait;
+}
+
+int CLoginManager::recordFailure(const QString& name, const QString& address, bool known,
+                                 qint64 nowMs) {
+    int addresses = 0;
+    m_database.transact(true, [&](QSqlDatabase& db) {
+        m_failures.recordFailure(db, known ? name : kNoAccount, address, nowMs);
+        if (known)
+            addresses = m_failures.failingAddresses(db, name, nowMs);
+    });
+    return addresses >= m_options.reportedAddresses ? addresses : 0;
 }
 
 void CLoginManager::recordSuccess(const QString& name, const QString& address) {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    m_failuresByName.erase(name);
-    m_failuresByAddress.erase(address);
+    m_database.transact(true, [&](QSqlDatabase& db) { m_failures.clear(db, name, address); });
 }
 
-void CLoginManager::forgetQuietCounters(qint64 nowMs) {
-    auto sweep = [&](FailureMap& map) {
-        for (auto it = map.begin(); it != map.end();) {
-            const Failures& f = it->second;
-            if (nowMs >= f.lockedUntilMs &&
-                nowMs - f.lastFailureMs >= m_options.forgetFailuresAfterMs)
-                it = map.erase(it);
-            else
-                ++it;
-        }
-    };
-    sweep(m_failuresByName);
-    sweep(m_failuresByAddress);
+bool CLoginManager::housekeepingDue(qint64 nowMs) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    if (nowMs - m_lastHousekeepingMs < kHousekeepingIntervalMs)
+        return false;
+    m_lastHousekeepingMs = nowMs;
+    return true;
+}
+
+void CLoginManager::housekeeping(qint64 nowMs) {
+    m_database.transact(true, [&](QSqlDatabase& db) { m_failures.forgetQuiet(db, nowMs); });
+    purgeExpired(nowMs);
 }
 
 bool CLoginManager::checkPassword(const QString& name, const std::string& password,
@@ -127,10 +136,10 @@ bool CLoginManager::checkPassword(const QString& name, const std::string& passwo
         *reason = Reason::UnknownAccount;
     else if (!account->hasPassword)
         *reason = Reason::NoPassword;
-    else if (!account->enabled)
-        *reason = Reason::AccountDisabled;
     else if (!matched)
         *reason = Reason::WrongPassword;
+    else if (!account->enabled)
+        *reason = Reason::AccountDisabled;  // told only to who knows the password
     else
         *reason = Reason::Ok;
     return *reason == Reason::Ok;
@@ -156,42 +165,34 @@ std::string CLoginManager::issueToken(const QString& name, const QString& addres
 CLoginManager::LoginResult CLoginManager::login(const QString& name, const std::string& password,
                                                 const QString& clientAddress, qint64 nowMs) {
     LoginResult result;
-    bool housekeeping = false;
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        if (nowMs - m_lastHousekeepingMs >= kHousekeepingIntervalMs) {
-            m_lastHousekeepingMs = nowMs;
-            forgetQuietCounters(nowMs);
-            housekeeping = true;
-        }
-    }
-    Reason throttled = Reason::Ok;
-    const qint64 wait = lockedOut(name, clientAddress, nowMs, &throttled);
-    if (wait > 0) {
-        result.reason = throttled;
-        result.message = throttledMessage(wait);
-        return result;
-    }
     try {
-        if (housekeeping)
-            purgeExpired(nowMs);
+        if (housekeepingDue(nowMs))
+            housekeeping(nowMs);
+        const qint64 wait = lockedOut(name, clientAddress, nowMs, &result.reason);
+        if (wait > 0) {
+            result.message = throttledMessage(wait);
+            return result;
+        }
         CAccount account;
         if (!checkPassword(name, password, &account, &result.reason)) {
-            std::lock_guard<std::mutex> lock(m_mutex);
-            recordFailure(m_failuresByName, name, nowMs);
-            recordFailure(m_failuresByAddress, clientAddress, nowMs);
+            if (result.reason == Reason::AccountDisabled) {
+                result.message = disabledMessage();
+                return result;
+            }
+            const bool known = result.reason != Reason::UnknownAccount;
+            result.failingAddresses = recordFailure(name, clientAddress, known, nowMs);
             result.message = wrongCredentialsMessage();
             return result;
         }
         result.token = issueToken(account.name, clientAddress, nowMs);
         result.account = account;
+        recordSuccess(name, clientAddress);
     } catch (const CServiceError& e) {
         result.reason = Reason::ServiceError;
         result.message = serviceFailure(e);
         result.token.clear();
-        return result;
+        result.account = CAccount();
     }
-    recordSuccess(name, clientAddress);
     return result;
 }
 
@@ -291,6 +292,7 @@ CLoginManager::AuthResult CLoginManager::authenticate(const std::string& token, 
         if (nowMs - lastUse(tokenHash, storedLastUse) >= m_options.idleTimeoutMs) {
             endToken(tokenHash, storedLastUse);
             result.reason = Reason::TokenExpired;
+            result.expiredName = account.name;
             return result;
         }
         if (!account.enabled || !account.hasPassword) {

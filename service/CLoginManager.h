@@ -8,14 +8,17 @@
 #include <string>
 
 #include "CAccount.h"
+#include "CLoginFailures.h"
 #include "CSemaphore.h"
 
 class CDatabase;
 
 // Logins of the accounts: checks passwords, hands out tokens and recognises them again. Tokens
 // live in the database (only their SHA-256), so every manager on one database accepts the
-// tokens of the others. Failure counters are per process. Thread-safe and never sleeps: a
-// throttled attempt is refused at once. Time is passed in, so callers (and tests) own the clock.
+// tokens of the others. Failures are counted per (account, address) in the database too
+// (CLoginFailures), so every manager on it enforces them and a restart keeps them. Thread-safe
+// and never sleeps: a throttled attempt is refused at once. Time is passed in, so callers (and
+// tests) own the clock.
 class CLoginManager {
 public:
     struct Options {
@@ -24,7 +27,8 @@ public:
         // A token's last use is written to the database at most this often; another manager may
         // therefore end a token up to this much early, never late.
         qint64 lastUsedWriteIntervalMs = 10 * 1000;
-        // Failures of a name or an address before further attempts are refused unchecked.
+        // Failures of an (account, address) pair before its further attempts are refused
+        // unchecked; names that are no account count per address only.
         int failuresBeforeLockout = 5;
         // First lockout; it doubles with every further failure, up to lockoutMaxMs.
         qint64 lockoutBaseMs = 30 * 1000;
@@ -33,6 +37,9 @@ public:
         qint64 forgetFailuresAfterMs = 60 * 60 * 1000;
         // Password checks at once; each Argon2id check takes 64 MiB, the others wait.
         int concurrentPasswordChecks = 4;
+        // An account that failed from this many addresses within the forget interval is
+        // reported (it still logs in from a clean address).
+        int reportedAddresses = 5;
     };
 
     // Why a login or a token was refused; for the caller's audit log only, never for the client.
@@ -42,9 +49,9 @@ public:
         UnknownAccount,
         AccountDisabled,
         NoPassword,
-        ThrottledAccount,
-        ThrottledAddress,
-        TokenUnknown,  // never issued, logged out, or ended by an account change
+        ThrottledAccount,  // this account from this address
+        ThrottledAddress,  // names that are no account, from this address
+        TokenUnknown,      // never issued, logged out, or ended by an account change
         TokenExpired,
         ServiceError,
     };
@@ -54,6 +61,8 @@ public:
         QString message;  // empty when ok; Chinese text for the client otherwise
         std::string token;
         CAccount account;  // the account that logged in (empty on refusal)
+        // On a failure of an account from many addresses: how many (0 otherwise).
+        int failingAddresses = 0;
         bool ok() const { return reason == Reason::Ok; }
     };
 
@@ -62,6 +71,7 @@ public:
         QString message;
         CAccount account;       // as the database holds it now
         std::string tokenHash;  // names the login's session
+        QString expiredName;    // the account whose login just expired (for the audit trail)
         bool ok() const { return reason == Reason::Ok; }
     };
 
@@ -92,23 +102,20 @@ public:
 
     static const QString& wrongCredentialsMessage();
     static const QString& expiredMessage();
+    static const QString& disabledMessage();
     static QString throttledMessage(qint64 remainingMs);
 
 private:
-    struct Failures {
-        int count = 0;
-        qint64 lastFailureMs = 0;
-        qint64 lockedUntilMs = 0;
-    };
-    using FailureMap = std::map<QString, Failures>;
-
-    // Remaining lockout of the name or address in ms (0 = may try) and which one holds it.
+    // The stored lockout of the name from the address: the pair for an account, the address
+    // for a name that is none.
     qint64 lockedOut(const QString& name, const QString& address, qint64 nowMs, Reason* which);
-    void recordFailure(FailureMap& map, const QString& key, qint64 nowMs);
+    // Counts the failure; how many addresses the account failed from lately, when that many
+    // are to be reported.
+    int recordFailure(const QString& name, const QString& address, bool known, qint64 nowMs);
     void recordSuccess(const QString& name, const QString& address);
-    void forgetQuietCounters(qint64 nowMs);
-    // Now and then: forgets quiet counters and tells the caller to purge expired tokens.
+    // Now and then: tells the caller to forget quiet counters and purge expired tokens.
     bool housekeepingDue(qint64 nowMs);
+    void housekeeping(qint64 nowMs);
 
     bool checkPassword(const QString& name, const std::string& password, CAccount* account,
                        Reason* reason);
@@ -125,9 +132,8 @@ private:
     std::atomic<quint64> m_verifyCount{0};
     CSemaphore m_checks;
 
+    const CLoginFailures m_failures;
     std::mutex m_mutex;
-    FailureMap m_failuresByName;
-    FailureMap m_failuresByAddress;
     // Last use of each token seen by this manager, possibly newer than the database holds.
     std::map<std::string, qint64> m_localLastUse;
     qint64 m_lastHousekeepingMs = 0;

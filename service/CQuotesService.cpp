@@ -19,6 +19,7 @@
 #include "CDatabase.h"
 #include "CImportBackups.h"
 #include "CImportGeneration.h"
+#include "CLoginFailures.h"
 #include "CQuoteSourceStore.h"
 #include "CReferenceData.h"
 #include "CSchema.h"
@@ -33,6 +34,7 @@
 #include "Hlx/CAnswer.h"
 #include "Hlx/QuotesVersion.h"
 #include "model/CAuditVocabulary.h"
+#include "model/CRightsTable.h"
 #include "rkservice/CGlobalFeaturePermissionInfo.h"
 #include "rkservice/CLevel2Token.h"
 #include "rkservice/DataTypeIds.h"
@@ -131,6 +133,19 @@ std::vector<rkservice::COrinQuoterSourceInfoPtr> sourcesOf(
         sources.push_back(source);
     }
     return sources;
+}
+
+// A filter's action must be one the trail records: a misspelt one would list nothing.
+void checkAuditAction(const std::string& action) {
+    if (action.empty())
+        return;
+    std::string known;
+    for (const char* name : CAuditVocabulary::kActions) {
+        if (action == name)
+            return;
+        known += (known.empty() ? "" : ", ") + std::string(name);
+    }
+    throw CServiceError("未知操作: " + action + "（可用: " + known + "）");
 }
 
 // Thrown out of a dry run's transaction so that it rolls back.
@@ -509,6 +524,8 @@ std::vector<int> CQuotesService::addSources(
     const std::vector<rkservice::COrinQuoterSourceInfoPtr>& sources) {
     // An add sent to the centre goes to the default sub-system.
     const QString owner = subsystem.isEmpty() ? m_settings.defaultSubsystem() : subsystem;
+    for (const auto& source : sources)
+        CSourceValidator::checkTradeType(source->m_nTradeType);
     CAccessPolicy::checkAdd(caller, sources);
     std::vector<int> ids;
     m_database->transact(true, [&](QSqlDatabase& db) {
@@ -529,6 +546,10 @@ void CQuotesService::modifySources(
     const CCaller& caller, const QString& subsystem, const rkservice::COperateDataReq& request,
     const std::vector<rkservice::COrinQuoterSourceInfoPtr>& sources) {
     const std::vector<int> ids = distinctIds(sources, "修改");
+    for (const auto& source : sources) {
+        if (source->m_nTradeType != -1)  // -1 keeps the stored type
+            CSourceValidator::checkTradeType(source->m_nTradeType);
+    }
     const CQuoteSourceStore store(*m_database);
     // The rights of the stored rows are read in the transaction that changes them.
     m_database->transact(true, [&](QSqlDatabase& db) {
@@ -815,7 +836,9 @@ void CQuotesService::runImport(const CCaller& caller, const QJsonObject& documen
 utils::RKError CQuotesService::accounts(const CCaller& caller,
                                         std::vector<Hlx::CAdminAccount>* accounts) {
     accounts->clear();
-    return administer(caller, "管理账户", nullptr, [&] {
+    const CAuditTrail::Entry refusal =
+        CAuditTrail::entry(CAuditVocabulary::kRead, CAuditVocabulary::kAccount);
+    return administer(caller, "管理账户", &refusal, [&] {
         for (const CAccount& account : CAccountStore(*m_database).accounts())
             accounts->push_back({account.userInfo(), account.enabled});
     });
@@ -858,11 +881,35 @@ utils::RKError CQuotesService::setRights(const CCaller& caller, const std::strin
                                          const std::set<int>& rights) {
     CAccount changed;
     changed.rights = rights;
-    return changeAccount(
-        caller, "修改账户权限", CAuditVocabulary::kSetRights, name,
-        {{QStringLiteral("rights"),
-          CAuditTrail::accountFields(changed).value(QStringLiteral("rights"))}},
-        [&](CAccountStore& store) { store.setRights(QString::fromStdString(name), rights); });
+    return changeAccount(caller, "修改账户权限", CAuditVocabulary::kSetRights, name,
+                         {{QStringLiteral("rights"),
+                           CAuditTrail::accountFields(changed).value(QStringLiteral("rights"))}},
+                         [&](CAccountStore& store) {
+                             for (int right : rights) {
+                                 if (!Hlx::CRightsTable::isKnown(right))
+                                     throw CServiceError("未知权限 " + std::to_string(right));
+                             }
+                             store.setRights(QString::fromStdString(name), rights);
+                         });
+}
+
+utils::RKError CQuotesService::unlockLogins(const CCaller& caller, const std::string& name,
+                                            const std::string& address) {
+    CAuditTrail::Entry entry =
+        CAuditTrail::entry(CAuditVocabulary::kUnlock, CAuditVocabulary::kSession);
+    entry.ids = name;
+    entry.summary.insert(QStringLiteral("address"), QString::fromStdString(address));
+    return administer(caller, "解除登录锁定", &entry, [&] {
+        if (name.empty() && address.empty())
+            throw CServiceError("需要账户名或地址");
+        m_database->transact(true, [&](QSqlDatabase& db) {
+            const int cleared =
+                CLoginFailures(*m_database, CLoginFailures::Rule())
+                    .clear(db, QString::fromStdString(name), QString::fromStdString(address));
+            entry.summary.insert(QStringLiteral("cleared"), cleared);
+            m_audit->write(db, caller, entry);
+        });
+    });
 }
 
 utils::RKError CQuotesService::rekey(const CCaller& caller) {
@@ -879,8 +926,21 @@ utils::RKError CQuotesService::rekey(const CCaller& caller) {
 
 utils::RKError CQuotesService::auditEntries(const CCaller& caller, const Hlx::CAuditFilter& filter,
                                             std::vector<Hlx::CAuditEntry>* entries) {
-    entries->clear();
-    return administer(caller, "查看操作记录", nullptr, [&] { *entries = m_audit->read(filter); });
+    Hlx::CAuditPage page;
+    const utils::RKError error = auditPage(caller, filter, &page);
+    entries->swap(page.entries);
+    return error;
+}
+
+utils::RKError CQuotesService::auditPage(const CCaller& caller, const Hlx::CAuditFilter& filter,
+                                         Hlx::CAuditPage* page) {
+    *page = Hlx::CAuditPage();
+    const CAuditTrail::Entry refusal =
+        CAuditTrail::entry(CAuditVocabulary::kRead, CAuditVocabulary::kAuditTrail);
+    return administer(caller, "查看操作记录", &refusal, [&] {
+        checkAuditAction(filter.action);
+        *page = m_audit->read(filter);
+    });
 }
 
 utils::RKError CQuotesService::pruneAudit(const CCaller& caller, long long beforeMs, int* removed) {
@@ -899,7 +959,9 @@ utils::RKError CQuotesService::pruneAudit(const CCaller& caller, long long befor
 
 utils::RKError CQuotesService::checkIntegrity(const CCaller& caller,
                                               std::vector<std::string>* keptValues) {
-    return administer(caller, "检查数据库", nullptr, [&] {
+    const CAuditTrail::Entry refusal =
+        CAuditTrail::entry(CAuditVocabulary::kCheck, CAuditVocabulary::kDatabase);
+    return administer(caller, "一致性检查", &refusal, [&] {
         QString detail;
         std::vector<std::string> kept;
         m_database->transact(false, [&](QSqlDatabase& db) {

@@ -88,6 +88,9 @@ public:
     utils::RKError setAccountEnabled(const CCaller& caller, const std::string& name, bool enabled);
     utils::RKError setRights(const CCaller& caller, const std::string& name,
                              const std::set<int>& rights);
+    // Clears failed-login counters: of the account, of the address, or of the pair.
+    utils::RKError unlockLogins(const CCaller& caller, const std::string& name,
+                                const std::string& address);
 
     // Seals every stored secret under a new key in one transaction and replaces the key file;
     // needs the administrator right. Other processes on the database need the new file.
@@ -103,6 +106,9 @@ public:
     // prune is itself recorded.
     utils::RKError auditEntries(const CCaller& caller, const Hlx::CAuditFilter& filter,
                                 std::vector<Hlx::CAuditEntry>* entries);
+    // One page: the filter's limit at most, and never more than a message carries.
+    utils::RKError auditPage(const CCaller& caller, const Hlx::CAuditFilter& filter,
+                             Hlx::CAuditPage* page);
     utils::RKError pruneAudit(const CCaller& caller, long long beforeMs, int* removed);
 
     // The cached settings as a call answers them.

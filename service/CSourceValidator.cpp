@@ -74,6 +74,11 @@ std::vector<std::string> CSourceValidator::faults(const std::string& value, int 
     return result;
 }
 
+void CSourceValidator::checkTradeType(int tradeType) {
+    if (!tradeTypes().count(tradeType))
+        throw CServiceError("未知交易类型 " + std::to_string(tradeType));
+}
+
 void CSourceValidator::checkText(const std::string& value, int field) {
     const std::vector<std::string> broken = faults(value, field);
     if (!broken.empty())
@@ -105,8 +110,7 @@ std::vector<std::string> CSourceValidator::textFaults(
 
 void CSourceValidator::checkFields(const rkservice::COrinQuoterSourceInfo& source,
                                    const rkservice::COrinQuoterSourceInfo* stored) {
-    if (!tradeTypes().count(source.m_nTradeType))
-        throw CServiceError("未知的交易类型: " + std::to_string(source.m_nTradeType));
+    checkTradeType(source.m_nTradeType);
     const auto texts = textsOf(source);
     const auto kept = stored ? textsOf(*stored) : texts;
     for (size_t i = 0; i < texts.size(); ++i) {

@@ -33,6 +33,8 @@ public:
     // text bind only a change that sets it (earlier releases accepted some that break them).
     static void checkFields(const rkservice::COrinQuoterSourceInfo& source,
                             const rkservice::COrinQuoterSourceInfo* stored = nullptr);
+    // Before any right is looked up: a type no right belongs to is a bad request, not a refusal.
+    static void checkTradeType(int tradeType);
     static void checkToken(const std::string& token);
     // Every rule of the texts the source's fields break, each a line naming the source
     // ("行情源 18: 密码不能含控制字符"), in field order, both rules of a field that breaks both;

@@ -21,6 +21,7 @@ namespace {
 constexpr int kLayoutId = 1270;
 constexpr int kQueryButton = 1;
 constexpr int kExportButton = 2;
+constexpr int kOlderButton = 3;
 constexpr int kSecondMs = 1000;
 constexpr int kDaySeconds = 24 * 3600;
 const QString kTimeFormat = QStringLiteral("yyyy-MM-dd HH:mm:ss");
@@ -106,6 +107,14 @@ void CAuditDock::createFilters(Zu::CWidgetList* outer) {
     exportButton->setObjectName(QStringLiteral("auditExport"));
     connect(exportButton, &QPushButton::clicked, this, &CAuditDock::chooseExportFile);
     bar->addWidget(exportButton);
+    m_older = new Zu::CSmallNormalButton(bar, kOlderButton, QStringLiteral("更早"));
+    m_older->setObjectName(QStringLiteral("auditOlder"));
+    m_older->setEnabled(false);
+    connect(m_older, &QPushButton::clicked, this, &CAuditDock::readOlder);
+    bar->addWidget(m_older);
+    m_moreNote = new QLabel(bar);
+    m_moreNote->setObjectName(QStringLiteral("auditMore"));
+    bar->addWidget(m_moreNote);
     bar->addStretch(1);
     connect(m_account, &QLineEdit::returnPressed, this, &CAuditDock::refresh);
     outer->addWidget(bar);
@@ -140,6 +149,7 @@ void CAuditDock::createTable(Zu::CWidgetList* outer) {
 
 Hlx::CAuditFilter CAuditDock::filter() const {
     Hlx::CAuditFilter filter;
+    filter.limit = m_pageSize;
     filter.account = m_account->text().trimmed().toStdString();
     filter.action = m_action->currentData().toString().toStdString();
     if (m_sinceEnabled->isChecked())
@@ -152,18 +162,33 @@ Hlx::CAuditFilter CAuditDock::filter() const {
 
 void CAuditDock::refresh() {
     m_loading = true;
-    m_loader.start(filter(), [this](const utils::RKError& error,
-                                    const std::vector<Hlx::CAuditEntry>& entries) {
-        onEntries(error, entries);
+    m_loader.start(filter(), [this](const utils::RKError& error, const Hlx::CAuditPage& page) {
+        onEntries(error, page, false);
     });
 }
 
-void CAuditDock::onEntries(const utils::RKError& error,
-                           const std::vector<Hlx::CAuditEntry>& entries) {
+void CAuditDock::readOlder() {
+    if (m_entries.empty() || !m_more)
+        return;
+    Hlx::CAuditFilter older = filter();
+    older.beforeId = m_entries.back().id;
+    m_loading = true;
+    m_loader.start(older, [this](const utils::RKError& error, const Hlx::CAuditPage& page) {
+        onEntries(error, page, true);
+    });
+}
+
+void CAuditDock::onEntries(const utils::RKError& error, const Hlx::CAuditPage& page, bool older) {
     m_loading = false;
+    m_more = error.isSuccess() && page.more;
+    m_older->setEnabled(m_more);
+    // Never silently short: the dock says when older entries match too.
+    m_moreNote->setText(m_more ? QStringLiteral("还有更早的记录") : QString());
     if (error.isSuccess()) {
         showMessage(QString());
-        showEntries(entries);
+        std::vector<Hlx::CAuditEntry> shown = older ? m_entries : std::vector<Hlx::CAuditEntry>();
+        shown.insert(shown.end(), page.entries.begin(), page.entries.end());
+        showEntries(shown);
         return;
     }
     // A refusal empties the table: rows of an earlier read must not pass for the answer.

@@ -32,6 +32,12 @@ public:
 
     // Reads the trail again with the filters shown; an answer of an earlier read is dropped.
     void refresh();
+    // Reads the page of entries older than the last one shown and adds it below.
+    void readOlder();
+    // Whether older entries match than those shown.
+    bool hasOlder() const { return m_more; }
+    // How many entries a read brings at most (1,000 unless set).
+    void setPageSize(int entries) { m_pageSize = entries; }
     // The filters as the inputs stand.
     Hlx::CAuditFilter filter() const;
     // Writes the rows shown to the file; false (and the reason in the dock) when it cannot.
@@ -47,13 +53,17 @@ private:
     void createTimeFilters(Zu::CWidgetList* bar);
     void createTable(Zu::CWidgetList* outer);
     void chooseExportFile();
-    void onEntries(const utils::RKError& error, const std::vector<Hlx::CAuditEntry>& entries);
+    void onEntries(const utils::RKError& error, const Hlx::CAuditPage& page, bool older);
     void showEntries(const std::vector<Hlx::CAuditEntry>& entries);
     void showMessage(const QString& text);
 
     CAuditLoader m_loader;
     std::vector<Hlx::CAuditEntry> m_entries;
     bool m_loading = false;
+    bool m_more = false;
+    int m_pageSize = 1000;
+    QPushButton* m_older = nullptr;
+    QLabel* m_moreNote = nullptr;
     QLineEdit* m_account = nullptr;
     QComboBox* m_action = nullptr;
     QCheckBox* m_sinceEnabled = nullptr;

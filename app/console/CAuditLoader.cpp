@@ -20,9 +20,9 @@ struct CAuditLoader::State {
 namespace {
 
 utils::RKError readTrail(Hlx::IAuditTransfer& admin, const Hlx::CAuditFilter& filter,
-                         std::vector<Hlx::CAuditEntry>* entries) {
+                         Hlx::CAuditPage* page) {
     try {
-        return admin.auditEntries(filter, entries);
+        return admin.auditPage(filter, page);
     } catch (const std::exception& e) {
         // A worker must not end the process: the fault is the answer.
         return utils::RKError::fail(e.what());
@@ -53,7 +53,7 @@ void CAuditLoader::start(const Hlx::CAuditFilter& filter, Answer answer) {
     const boost::shared_ptr<Hlx::IAuditTransfer> admin = m_admin;
     QObject* receiver = m_receiver;
     QThreadPool::globalInstance()->start([state, load, admin, filter, receiver, answer] {
-        auto entries = std::make_shared<std::vector<Hlx::CAuditEntry>>();
+        auto entries = std::make_shared<Hlx::CAuditPage>();
         const utils::RKError error = readTrail(*admin, filter, entries.get());
         // Posted under the lock: the receiver's destructor waits for it, and Qt drops the
         // posted call with the receiver, so nothing reaches a destroyed one.

@@ -19,7 +19,7 @@ class IAuditTransfer;
 // after invalidate() (the receiver's destructor) none is.
 class CAuditLoader {
 public:
-    using Answer = std::function<void(const utils::RKError&, const std::vector<Hlx::CAuditEntry>&)>;
+    using Answer = std::function<void(const utils::RKError&, const Hlx::CAuditPage&)>;
 
     CAuditLoader(boost::shared_ptr<Hlx::IAuditTransfer> admin, QObject* receiver);
     ~CAuditLoader();

@@ -12,9 +12,9 @@ QString text(const std::string& value) {
 }  // namespace
 
 QStringList CAuditRows::headers() {
-    return {QStringLiteral("时间"),   QStringLiteral("账户"),    QStringLiteral("客户端地址"),
-            QStringLiteral("分系统"), QStringLiteral("操作"),    QStringLiteral("数据类型"),
-            QStringLiteral("编号"),   QStringLiteral("错误信息")};
+    return {QStringLiteral("时间"),   QStringLiteral("账户"), QStringLiteral("客户端地址"),
+            QStringLiteral("分系统"), QStringLiteral("操作"), QStringLiteral("数据类型"),
+            QStringLiteral("编号"),   QStringLiteral("次数"), QStringLiteral("错误信息")};
 }
 
 QString CAuditRows::localTime(long long ms) {
@@ -50,6 +50,8 @@ QString CAuditRows::cell(const Hlx::CAuditEntry& entry, int column) {
             return text(entry.dataType);
         case Ids:
             return text(entry.ids);
+        case Count:
+            return QString::number(entry.count);
         case Error:
             return text(entry.error);
         default:

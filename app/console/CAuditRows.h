@@ -18,6 +18,7 @@ public:
         Action,
         DataType,
         Ids,
+        Count,  // how many requests the entry stands for (repeated refusals)
         Error,
         ColumnCount,
     };

@@ -3,6 +3,7 @@
 #include <QApplication>
 #include <QFormLayout>
 #include <QHBoxLayout>
+#include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPointer>
@@ -48,7 +49,24 @@ CLoginDialog::CLoginDialog(const QString& servers, Attempt attempt, QWidget* par
     connect(m_cancel, &QPushButton::clicked, this, &QDialog::reject);
 }
 
+void CLoginDialog::keyPressEvent(QKeyEvent* event) {
+    const bool enter = event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter;
+    if (enter && event->isAutoRepeat()) {
+        event->accept();  // a held Enter asks once
+        return;
+    }
+    QDialog::keyPressEvent(event);
+}
+
 void CLoginDialog::tryLogin() {
+    if (m_inFlight)
+        return;
+    if (m_name->text().trimmed().isEmpty()) {
+        m_error->setText(QStringLiteral("请输入账户"));
+        m_name->setFocus();
+        return;
+    }
+    m_inFlight = true;
     m_login->setEnabled(false);
     m_error->setText(QStringLiteral("正在登录…"));
     const QString name = m_name->text();
@@ -69,6 +87,7 @@ void CLoginDialog::tryLogin() {
 }
 
 void CLoginDialog::finishAttempt(const QString& error) {
+    m_inFlight = false;
     m_login->setEnabled(true);
     if (error.isEmpty()) {
         m_password->clear();

@@ -3,13 +3,16 @@
 #include <QDialog>
 #include <functional>
 
+class QKeyEvent;
 class QLabel;
 class QLineEdit;
 class QPushButton;
 
 // Asks for an account and its password and tries them. The attempt runs on a thread of its own,
 // so a slow or unreachable server never freezes the window; its error is shown in the dialog,
-// which stays open until a login succeeds or the operator cancels.
+// which stays open until a login succeeds or the operator cancels. One attempt at a time, each
+// asked for on purpose: an empty account is refused here, 登录 is disabled while one runs, and a
+// held key's repeats start none (each failure counts towards a lockout).
 class CLoginDialog : public QDialog {
     Q_OBJECT
 public:
@@ -23,6 +26,9 @@ public:
     QLabel* errorLabel() const { return m_error; }
     QPushButton* loginButton() const { return m_login; }
 
+protected:
+    void keyPressEvent(QKeyEvent* event) override;
+
 private:
     void tryLogin();
     void finishAttempt(const QString& error);
@@ -33,4 +39,5 @@ private:
     QLabel* m_error;
     QPushButton* m_login;
     QPushButton* m_cancel;
+    bool m_inFlight = false;
 };

@@ -53,6 +53,15 @@ void CAccountCommands::disable(CCtlSession& session) {
     CCtlError::check(session.admin().setAccountEnabled(name(session), false));
 }
 
+void CAccountCommands::unlock(CCtlSession& session) {
+    const QStringList& positional = session.arguments().positional();
+    const std::string account = positional.isEmpty() ? std::string() : name(session);
+    const std::string address = session.arguments().text(CCtlOption::kAddress).toStdString();
+    if (account.empty() && address.empty())
+        throw CCtlError::usage(QStringLiteral("accounts unlock needs NAME or --address A"));
+    CCtlError::check(session.admin().unlockLogins(account, address));
+}
+
 void CAccountCommands::rights(CCtlSession& session) {
     CCtlError::check(
         session.admin().setRights(name(session), session.arguments().rights(CCtlOption::kRights)));

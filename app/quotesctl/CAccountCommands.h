@@ -4,7 +4,7 @@
 
 class CCtlSession;
 
-// quotesctl's accounts list|password|enable|disable|rights.
+// quotesctl's accounts list|password|enable|disable|rights|unlock.
 class CAccountCommands {
 public:
     static void list(CCtlSession& session);
@@ -12,6 +12,7 @@ public:
     static void enable(CCtlSession& session);
     static void disable(CCtlSession& session);
     static void rights(CCtlSession& session);
+    static void unlock(CCtlSession& session);
 
 private:
     // The account the command names.

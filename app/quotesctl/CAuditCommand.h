@@ -18,6 +18,10 @@ public:
 
     // UTC with milliseconds ("2026-11-23T08:00:00.123Z").
     static QString isoUtc(long long ms);
+    // The whole trail, newest first, read page by page (no message carries all of it).
+    static std::vector<Hlx::CAuditEntry> everything(CCtlSession& session);
+    // The action a filter names, or a usage error listing the actions the trail records.
+    static std::string knownAction(const QString& action);
 
     static QJsonArray toJson(const std::vector<Hlx::CAuditEntry>& entries);
     static QStringList header();

@@ -195,7 +195,16 @@ std::vector<C> accountCommands() {
             .ignored(O::kPasswordFile)
             .changesData()
             .needs(kAdminister)
-            .help("Replace an account's rights (comma-separated numbers; empty for none).")
+            .help("Replace an account's rights (comma-separated numbers; empty for none)."),
+        C({"accounts", "unlock"}, &CAccountCommands::unlock)
+            .positional(P::Name, "NAME", 0, 1)
+            .option(O::kAddress)
+            .ignored(O::kPasswordFile)
+            .ignored(O::kRights)
+            .changesData()
+            .needs(kAdminister)
+            .help("Forget failed logins: of the account NAME (from every address), of the\n"
+                  "address --address A (every name), or of the one pair when both are given.")
             .note("The account commands need the administrator right (90002)."),
     };
 }
@@ -209,16 +218,20 @@ std::vector<C> auditCommands() {
             .option(O::kUntil)
             .option(O::kLogin)
             .option(O::kAction)
+            .option(O::kLimit)
+            .option(O::kBefore)
             .option(O::kJson)
-            .refused(O::kBefore, pruneOnly)
             .needs(kAdminister)
-            .help("The audit trail, newest first (times ISO-8601; without an offset local)."),
+            .help("The audit trail, newest first (times ISO-8601; without an offset local):\n"
+                  "at most --limit entries (default 1000), older than entry --before ID; a\n"
+                  "listing that stops at its limit says how to read on."),
         C({"audit", "prune"}, &CAuditCommand::prune)
             .required(O::kBefore, pruneOnly)
             .hidden(O::kSince)
             .hidden(O::kUntil)
             .hidden(O::kLogin)
             .hidden(O::kAction)
+            .hidden(O::kLimit)
             .hidden(O::kJson)
             .changesData()
             .needs(kAdminister)

@@ -19,7 +19,7 @@ const std::vector<CCtlOption>& CCtlOption::all() {
         {kRights, "rights", Kind::Rights, "LIST"},
         {kSince, "since", Kind::Time, "T"},
         {kUntil, "until", Kind::Time, "T"},
-        {kBefore, "before", Kind::Time, "DATE"},
+        {kBefore, "before", Kind::Text, "DATE|ID"},
         {kLogin, "login", Kind::Text, "NAME"},
         {kAction, "action", Kind::Text, "A"},
         {kOutput, "output", Kind::File, "FILE"},
@@ -28,6 +28,7 @@ const std::vector<CCtlOption>& CCtlOption::all() {
         {kDryRun, "dry-run", Kind::Flag, ""},
         {kBackup, "backup", Kind::File, "FILE"},
         {kKey, "key", Kind::File, "FILE"},
+        {kLimit, "limit", Kind::Int, "N"},
     };
     return options;
 }

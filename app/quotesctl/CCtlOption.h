@@ -34,6 +34,7 @@ public:
         kDryRun,
         kBackup,
         kKey,
+        kLimit,
     };
     enum class Kind {
         Flag,       // no value

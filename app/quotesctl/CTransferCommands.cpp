@@ -42,12 +42,9 @@ void CTransferCommands::exportAll(CCtlSession& session) {
     options.withoutSecrets = arguments.has(O::kNoSecrets);
     CCtlError::check(session.admin().exportDocument(&document, options));
     if (arguments.has(O::kWithAudit)) {
-        Hlx::CAuditFilter everything;
-        everything.limit = std::numeric_limits<int>::max();
-        std::vector<Hlx::CAuditEntry> entries;
-        CCtlError::check(session.admin().auditEntries(everything, &entries));
         // For the record only: import passes over it and leaves the trail as it is.
-        document.insert(QStringLiteral("audit"), CAuditCommand::toJson(entries));
+        document.insert(QStringLiteral("audit"),
+                        CAuditCommand::toJson(CAuditCommand::everything(session)));
     }
     const QByteArray text = QJsonDocument(document).toJson(QJsonDocument::Indented);
     if (arguments.has(O::kOutput)) {

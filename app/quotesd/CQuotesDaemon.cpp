@@ -222,9 +222,15 @@ int CQuotesDaemon::resetPassword() {
         CQuotesService::open(serviceOptions(), &error);
     if (!service)
         return fail(error);
-    const utils::RKError set =
-        service->setPassword(serverOwner(), m_options.account.toStdString(), readSecretLine());
-    return set.isSuccess() ? kOk : fail(QString::fromStdString(set.errorMsg()));
+    // The owner's way back in: the account is enabled too and its failed logins forgotten.
+    const CCaller owner = serverOwner();
+    const std::string name = m_options.account.toStdString();
+    utils::RKError done = service->setPassword(owner, name, readSecretLine());
+    if (done.isSuccess())
+        done = service->setAccountEnabled(owner, name, true);
+    if (done.isSuccess())
+        done = service->unlockLogins(owner, name, std::string());
+    return done.isSuccess() ? kOk : fail(QString::fromStdString(done.errorMsg()));
 }
 
 CServerLimits CQuotesDaemon::fittedLimits(const CQuotesService& service) const {

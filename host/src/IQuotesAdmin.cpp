@@ -20,6 +20,12 @@ utils::RKError IAuditTransfer::importDocument(const QJsonObject& document,
     return importDocument(document);
 }
 
+utils::RKError IAuditTransfer::auditPage(const CAuditFilter& filter, CAuditPage* page) {
+    const utils::RKError error = auditEntries(filter, &page->entries);
+    page->more = filter.limit > 0 && page->entries.size() >= std::size_t(filter.limit);
+    return error;
+}
+
 IChangeEvents::~IChangeEvents() = default;
 
 std::shared_ptr<void> IChangeEvents::watchChanges(const ChangeHandler&) {

@@ -32,13 +32,13 @@ expect "sources brokers platforms token subsystems users export import integrity
 expect "sources subsystems" quotesctl --server host:7461 s
 expect "list add modify delete" quotesctl --data /srv/quotes sources ""
 expect "--trade-type --subsystem --json" quotesctl sources list --
-expect "list password enable disable rights" quotesctl accounts ""
+expect "list password enable disable rights unlock" quotesctl accounts ""
 expect "--password-file" quotesctl accounts password admin --p
 expect "FILES" quotesctl --ca ""
 expect "" quotesctl --login ""
 expect "--data --db --secrets-key --server --ca --login --login-password-file --help" quotesctl --
 expect "FILES" quotesctl --secrets-key ""
-expect "--since --until --login --action --json prune" quotesctl audit ""
+expect "--since --until --login --action --limit --before --json prune" quotesctl audit ""
 expect "--before" quotesctl audit --json prune --
 expect "--trade-type --json" quotesctl brokers list --trade-type 1 --
 expect "FILES" quotesctl import --dry-run ""

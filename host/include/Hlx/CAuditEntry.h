@@ -29,9 +29,19 @@ struct CAuditEntry {
     std::string dataType;
     std::string ids;    // comma-separated
     std::string error;  // empty when the change was made
+    // How many requests the entry stands for: repeated refusals within a minute are counted on
+    // one entry (per address for logins, per account and action otherwise).
+    long long count = 1;
     // What the details do not say: an import's counts and document hash, a prune's date.
     QJsonObject summary;
     std::vector<Detail> details;
+};
+
+// One page of the trail, newest first: more tells that older entries match too (read them with
+// the filter's beforeId set to the last entry's id).
+struct CAuditPage {
+    std::vector<CAuditEntry> entries;
+    bool more = false;
 };
 
 }  // namespace Hlx

@@ -11,6 +11,7 @@ struct CAuditFilter {
     std::string account;
     std::string action;
     int limit = 1000;
+    long long beforeId = 0;  // only entries older than this one (0: from the newest)
 };
 
 }  // namespace Hlx

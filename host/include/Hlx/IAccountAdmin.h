@@ -25,6 +25,9 @@ public:
     virtual utils::RKError setPassword(const std::string& name, const std::string& password) = 0;
     virtual utils::RKError setAccountEnabled(const std::string& name, bool enabled) = 0;
     virtual utils::RKError setRights(const std::string& name, const std::set<int>& rights) = 0;
+    // Clears the failed-login counters of an account (every address), of an address (every
+    // name), or of the one pair when both are given.
+    virtual utils::RKError unlockLogins(const std::string& name, const std::string& address) = 0;
 };
 
 }  // namespace Hlx

@@ -69,6 +69,10 @@ public:
     // with the administrator right; a prune is itself recorded).
     virtual utils::RKError auditEntries(const CAuditFilter& filter,
                                         std::vector<CAuditEntry>* entries) = 0;
+    // One page of it: at most the filter's limit, and never more than one message can carry;
+    // more says that older entries match too. By default the entries, more when the limit is
+    // reached.
+    virtual utils::RKError auditPage(const CAuditFilter& filter, CAuditPage* page);
     virtual utils::RKError pruneAudit(long long beforeMs, int* removed) = 0;
 };
 

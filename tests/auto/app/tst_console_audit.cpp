@@ -9,6 +9,7 @@
 #include <QFile>
 #include <QLabel>
 #include <QLineEdit>
+#include <QPushButton>
 #include <QSettings>
 #include <QTemporaryDir>
 #include <QThreadPool>
@@ -179,6 +180,50 @@ private slots:
         QVERIFY(!dock.table()->itemText(0, CAuditRows::Error).isEmpty());
     }
 
+    void pagesThroughEveryEntry() {
+        makeThreeChanges();
+        QVERIFY(addStock(9003).isSuccess());
+        QVERIFY(addStock(9004).isSuccess());
+        const Entries entries = stored();
+        QCOMPARE(int(entries.size()), 5);
+        CAuditDock dock(m_embedded->admin());
+        dock.setPageSize(2);
+        QVERIFY(reload(dock));
+        QCOMPARE(dock.table()->rowCount(), 2);
+        QVERIFY(dock.hasOlder());
+        QCOMPARE(dock.findChild<QLabel*>("auditMore")->text(), QStringLiteral("还有更早的记录"));
+        auto* older = dock.findChild<QPushButton*>("auditOlder");
+        QVERIFY(older->isEnabled());
+        older->click();
+        QTRY_COMPARE(dock.table()->rowCount(), 4);
+        older->click();
+        QTRY_COMPARE(dock.table()->rowCount(), 5);
+        QVERIFY(!dock.hasOlder());
+        QVERIFY(!older->isEnabled());
+        QVERIFY(dock.findChild<QLabel*>("auditMore")->text().isEmpty());
+        std::vector<long long> shown;
+        for (const Hlx::CAuditEntry& entry : dock.entries())
+            shown.push_back(entry.id);
+        std::vector<long long> expected;
+        for (const Hlx::CAuditEntry& entry : entries)
+            expected.push_back(entry.id);
+        QCOMPARE(shown, expected);
+    }
+
+    // Repeated refusals of one action are one row counting them, in the table and the CSV.
+    void repeatedRefusalsShowTheirCount() {
+        QVERIFY(m_embedded->loginAs("futures_op"));
+        for (int port = 9001; port <= 9003; ++port)
+            QVERIFY(!addStock(port).isSuccess());
+        QVERIFY(m_embedded->loginAs("admin"));
+        CAuditDock dock(m_embedded->admin());
+        QVERIFY(reload(dock));
+        QCOMPARE(dock.table()->rowCount(), 1);
+        QCOMPARE(dock.table()->itemText(0, CAuditRows::Count), QStringLiteral("3"));
+        const QString csv = QString::fromUtf8(CAuditRows::csv(dock.entries()));
+        QVERIFY(csv.contains(QStringLiteral("次数")));
+    }
+
     void actionFilterNarrowsTheRows() {
         makeThreeChanges();
         CAuditDock dock(m_embedded->admin());
@@ -248,8 +293,11 @@ private slots:
         QVERIFY(dock.findChild<QLabel*>("auditMessage")->isVisible());
 
         QVERIFY(m_embedded->loginAs("admin"));
-        QTRY_COMPARE(dock.table()->rowCount(), 1);
+        // The change, and viewer's refused reads of the trail (one entry counting them).
+        QTRY_COMPARE(dock.table()->rowCount(), 2);
         QVERIFY(dock.message().isEmpty());
+        QCOMPARE(dock.table()->itemText(0, CAuditRows::Action), QStringLiteral("read"));
+        QVERIFY(!dock.table()->itemText(0, CAuditRows::Error).isEmpty());
     }
 
     void csvExportIsExact() {
@@ -266,10 +314,10 @@ private slots:
         const QByteArray expected =
             QByteArray("\xEF\xBB\xBF") +
             QStringLiteral(
-                "时间,账户,客户端地址,分系统,操作,数据类型,编号,错误信息\r\n"
+                "时间,账户,客户端地址,分系统,操作,数据类型,编号,次数,错误信息\r\n"
                 "2024-06-10T06:13:20.123Z,\"张三,\"\"老\"\"\n王\",192.0.2.7,sys1,modify,"
-                "quote_source,\"7,8\",\r\n"
-                "2024-06-10T06:13:21.000Z,admin (本地 ops),,sys1,modify,quote_source,\"7,8\","
+                "quote_source,\"7,8\",1,\r\n"
+                "2024-06-10T06:13:21.000Z,admin (本地 ops),,sys1,modify,quote_source,\"7,8\",1,"
                 "\"拒绝, 没有权限\"\r\n")
                 .toUtf8();
         QCOMPARE(file.readAll(), expected);

@@ -8,6 +8,7 @@
 #include "CCallCodec.h"
 #include "CRecordCodec.h"
 #include "SourceChecks.h"
+#include "model/CFieldLimits.h"
 #include "rkservice/CGlobalFeaturePermissionInfo.h"
 #include "rkservice/CLevel2Token.h"
 #include "rkservice/COrinBrokerInfo.h"
@@ -126,6 +127,64 @@ std::vector<Corruption> corruptions() {
 class TestCodec : public QObject {
     Q_OBJECT
 private slots:
+    // Names are bounded by the user-name limit before the service or the audit trail sees them.
+    void loginNameBoundedByTheUserNameLimit() {
+        quotes::v1::LoginRequest request;
+        request.set_password("password");
+        std::tuple<std::string, std::string> credentials;
+        request.set_name(std::string(75, 'n'));
+        QVERIFY(CCallCodec::decode(request, &credentials).isSuccess());
+        QCOMPARE(std::get<0>(credentials), std::string(75, 'n'));
+        request.set_name(std::string(76, 'n'));
+        const utils::RKError refused = CCallCodec::decode(request, &credentials);
+        QCOMPARE(refused.kind(), utils::ErrorKind::Invalid);
+        request.set_name("admin");
+        request.set_password(std::string(2048, 'p'));
+        QVERIFY(!CCallCodec::decode(request, &credentials).isSuccess());
+        // The same bound for every name an administration call carries.
+        quotes::v1::SetAccountEnabledRequest enable;
+        enable.set_name(std::string(1024, 'n'));
+        std::tuple<std::string, bool> enabled;
+        QVERIFY(!CCallCodec::decode(enable, &enabled).isSuccess());
+        quotes::v1::UnlockLoginsRequest unlock;
+        unlock.set_name(std::string(76, 'n'));
+        std::tuple<std::string, std::string> pair;
+        QVERIFY(!CCallCodec::decode(unlock, &pair).isSuccess());
+        quotes::v1::AuditRequest audit;
+        audit.set_account(std::string(76, 'n'));
+        std::tuple<Hlx::CAuditFilter, Hlx::CAuditPage> page;
+        QVERIFY(!CCallCodec::decode(audit, &page).isSuccess());
+    }
+
+    void cutNeverSplitsACharacter() {
+        const std::string chinese = "行情源";  // three bytes each
+        QCOMPARE(Hlx::CFieldLimits::cut(chinese, 9), chinese);
+        QCOMPARE(Hlx::CFieldLimits::cut(chinese, 8), std::string("行情"));
+        QCOMPARE(Hlx::CFieldLimits::cut(chinese, 2), std::string());
+    }
+
+    void auditCountAndPageTravel() {
+        Hlx::CAuditEntry entry;
+        entry.id = 7;
+        entry.count = 42;
+        quotes::v1::AuditReply reply;
+        CCallCodec::encode(utils::RKError::ok(),
+                           std::make_tuple(Hlx::CAuditFilter(), Hlx::CAuditPage{{entry}, true}),
+                           &reply);
+        Hlx::CAuditPage page;
+        QVERIFY(CCallCodec::decode(reply, &page).isSuccess());
+        QVERIFY(page.more);
+        QCOMPARE(int(page.entries.size()), 1);
+        QCOMPARE(page.entries[0].count, 42LL);
+        Hlx::CAuditFilter filter;
+        filter.beforeId = 99;
+        quotes::v1::AuditRequest request;
+        QVERIFY(CCallCodec::encode(filter, &request).isSuccess());
+        std::tuple<Hlx::CAuditFilter, Hlx::CAuditPage> decoded;
+        QVERIFY(CCallCodec::decode(request, &decoded).isSuccess());
+        QCOMPARE(std::get<0>(decoded).beforeId, 99LL);
+    }
+
     void quoteSourceRoundTrips() {
         const auto source = fullSource();
         auto decoded = boost::dynamic_pointer_cast<COrinQuoterSourceInfo>(roundTrip(*source));

@@ -490,7 +490,7 @@ private slots:
         QCOMPARE(QString::fromStdString(viewer.setLoginTypeAuth(7, !typeBefore).errorMsg()),
                  QString("没有权限：修改登录类型设置"));
         QCOMPARE(QString::fromStdString(viewer.checkIntegrity(nullptr).errorMsg()),
-                 QString("没有权限：检查数据库"));
+                 QString("没有权限：一致性检查"));
         QVERIFY(viewer.refreshSession().isSuccess());
         QCOMPARE(viewer.subsystems().size(), before.size());
         QCOMPARE(viewer.hasClientLoginTypeAuth(7), typeBefore);
@@ -658,6 +658,42 @@ private slots:
         // Once the interval has passed the right password is taken again.
         QTRY_VERIFY_WITH_TIMEOUT(login("admin", kAdminPassword, stub.get()).error().success(),
                                  10000);
+        QCOMPARE(server.stop(), 0);
+    }
+
+    // The counters are the database's: a restart keeps them, and the server's owner clears them
+    // (and enables the account) with reset-password.
+    void lockoutSurvivesARestartUntilResetPassword() {
+        QuotesdProcess server;
+        QVERIFY(server.init(kAdminPassword));
+        const QStringList slow = {QStringLiteral("--lockout-base-ms"), QStringLiteral("600000")};
+        QVERIFY(server.start(slow));
+        auto stub = stubFor(server.address(), trusting(server.certificatePem()));
+        for (int i = 0; i < 5; ++i)
+            QVERIFY(
+                !login("admin", QStringLiteral("wrong-password-1"), stub.get()).error().success());
+        QCOMPARE(server.stop(), 0);
+        QVERIFY(server.start(slow));
+        stub = stubFor(server.address(), trusting(server.certificatePem()));
+        QVERIFY(QString::fromStdString(login("admin", kAdminPassword, stub.get()).error().message())
+                    .startsWith(QStringLiteral("登录失败次数过多")));
+        QVERIFY(server.setPassword(QStringLiteral("admin"), kAdminPassword));
+        const v1::LoginReply admin = login("admin", kAdminPassword, stub.get());
+        QVERIFY(admin.error().success());
+        // A disabled account comes back with its new password.
+        const QString viewerPassword = QStringLiteral("viewer-password-1");
+        QVERIFY(server.setPassword(QStringLiteral("viewer"), viewerPassword));
+        v1::SetAccountEnabledRequest disable;
+        disable.set_name("viewer");
+        disable.set_enabled(false);
+        v1::AdminReply reply;
+        QVERIFY(stub->SetAccountEnabled(context(admin.token()).get(), disable, &reply).ok());
+        QVERIFY(reply.error().success());
+        QCOMPARE(
+            QString::fromStdString(login("viewer", viewerPassword, stub.get()).error().message()),
+            QStringLiteral("账户已停用"));
+        QVERIFY(server.setPassword(QStringLiteral("viewer"), viewerPassword));
+        QVERIFY(login("viewer", viewerPassword, stub.get()).error().success());
         QCOMPARE(server.stop(), 0);
     }
 

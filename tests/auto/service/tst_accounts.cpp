@@ -20,13 +20,16 @@
 
 #include "CAccountStore.h"
 #include "CDatabase.h"
+#include "CEmbeddedAdmin.h"
 #include "CLoginManager.h"
 #include "CPasswordHasher.h"
 #include "CSchema.h"
 #include "CServiceError.h"
 #include "PostgresCluster.h"
+#include "RecordBuilders.h"
 #include "ServiceTestUtil.h"
 #include "TestDatabases.h"
+#include "rkservice/DataTypeIds.h"
 
 namespace {
 
@@ -321,7 +324,7 @@ private slots:
         const std::vector<Case> cases = {
             {QStringLiteral("admin"), "wrong password!", Reason::WrongPassword},
             {QStringLiteral("nobody"), kPassword, Reason::UnknownAccount},
-            {QStringLiteral("off"), kPassword, Reason::AccountDisabled},
+            {QStringLiteral("off"), "wrong password!", Reason::WrongPassword},
             {QStringLiteral("viewer"), kPassword, Reason::NoPassword},
         };
         for (const Case& c : cases) {
@@ -337,59 +340,150 @@ private slots:
         }
     }
 
-    void throttledByName() {
+    void disabledAccountToldWithItsPassword() {
+        m_store->createAccount(QStringLiteral("off"), 0, {});
+        m_store->setPassword(QStringLiteral("off"), kPassword);
+        m_store->setEnabled(QStringLiteral("off"), false);
+        CLoginManager manager(*m_database);
+        // Only who knows the password learns that the account exists and is disabled.
+        auto r = manager.login(QStringLiteral("off"), kPassword, kHere, m_now);
+        QCOMPARE(r.reason, Reason::AccountDisabled);
+        QCOMPARE(r.message, QStringLiteral("账户已停用"));
+        QVERIFY(r.token.empty());
+        r = manager.login(QStringLiteral("off"), "wrong password!", kHere, m_now);
+        QCOMPARE(r.message, QStringLiteral("用户名或密码错误"));
+    }
+
+    void lockedPerAccountAndAddress() {
         CLoginManager manager(*m_database);  // default: 30 s base
-        for (int i = 0; i < 5; ++i) {
-            const auto r = manager.login(QStringLiteral("admin"), "wrong password!",
-                                         QStringLiteral("10.1.0.%1").arg(i), m_now);
-            QCOMPARE(r.reason, Reason::WrongPassword);
-        }
+        const QString attacker = QStringLiteral("10.66.0.1");
+        failTimes(manager, QStringLiteral("admin"), attacker, 5, m_now);
         const quint64 verifies = manager.verifyCount();
-        // Even the right password from a fresh address is refused unchecked.
-        auto r =
-            manager.login(QStringLiteral("admin"), kPassword, QStringLiteral("10.2.0.1"), m_now);
+        // From the address that failed, even the right password is refused unchecked.
+        auto r = manager.login(QStringLiteral("admin"), kPassword, attacker, m_now);
         QCOMPARE(r.reason, Reason::ThrottledAccount);
         QCOMPARE(r.message, QStringLiteral("登录失败次数过多，请 30 秒后再试"));
         QVERIFY(r.token.empty());
         QCOMPARE(manager.verifyCount(), verifies);
         // Whole seconds, rounded up.
-        r = manager.login(QStringLiteral("admin"), kPassword, QStringLiteral("10.2.0.1"),
-                          m_now + 10200);
+        r = manager.login(QStringLiteral("admin"), kPassword, attacker, m_now + 10200);
         QCOMPARE(r.message, QStringLiteral("登录失败次数过多，请 20 秒后再试"));
-        r = manager.login(QStringLiteral("admin"), kPassword, QStringLiteral("10.2.0.1"),
-                          m_now + 29999);
-        QCOMPARE(r.message, QStringLiteral("登录失败次数过多，请 1 秒后再试"));
-        QCOMPARE(manager.verifyCount(), verifies);
-        // Other accounts are not held up by it.
+        // Nobody else is held up: the account from another address, another account from this
+        // one.
+        r = manager.login(QStringLiteral("admin"), kPassword, kHere, m_now);
+        QVERIFY2(r.ok(), qPrintable(r.message));
         m_store->setPassword(QStringLiteral("viewer"), kPassword);
-        QVERIFY(
-            manager.login(QStringLiteral("viewer"), kPassword, QStringLiteral("10.2.0.1"), m_now)
-                .ok());
-        // Once the interval has passed the right password works.
-        r = manager.login(QStringLiteral("admin"), kPassword, QStringLiteral("10.2.0.1"),
-                          m_now + 30000);
+        QVERIFY(manager.login(QStringLiteral("viewer"), kPassword, attacker, m_now).ok());
+        // Once the interval has passed the right password works from there too.
+        r = manager.login(QStringLiteral("admin"), kPassword, attacker, m_now + 30000);
         QVERIFY2(r.ok(), qPrintable(r.message));
     }
 
-    void throttledByAddress() {
+    void unknownNamesNeverLockAnAccount() {
         CLoginManager manager(*m_database, fastLockout());
-        const QString attacker = QStringLiteral("10.66.0.1");
+        const QString jumpHost = QStringLiteral("10.66.0.2");
         for (int i = 0; i < 5; ++i) {
-            const auto r =
-                manager.login(QStringLiteral("guess%1").arg(i), kPassword, attacker, m_now);
+            const auto r = manager.login(QStringLiteral("mallory"), kPassword, jumpHost, m_now);
             QCOMPARE(r.reason, Reason::UnknownAccount);
         }
         const quint64 verifies = manager.verifyCount();
-        auto r = manager.login(QStringLiteral("admin"), kPassword, attacker, m_now + 500);
+        // Further names that are no account are refused unchecked from that address...
+        auto r = manager.login(QStringLiteral("guess"), kPassword, jumpHost, m_now + 500);
         QCOMPARE(r.reason, Reason::ThrottledAddress);
         QCOMPARE(r.message, QStringLiteral("登录失败次数过多，请 2 秒后再试"));
         QCOMPARE(manager.verifyCount(), verifies);
-        // The account itself is not locked: from elsewhere it logs in.
-        r = manager.login(QStringLiteral("admin"), kPassword, kHere, m_now + 500);
+        // ...but a real account behind the same address logs in.
+        r = manager.login(QStringLiteral("admin"), kPassword, jumpHost, m_now + 500);
         QVERIFY2(r.ok(), qPrintable(r.message));
         QCOMPARE(manager.verifyCount(), verifies + 1);
-        r = manager.login(QStringLiteral("admin"), kPassword, attacker, m_now + 2000);
+    }
+
+    void countersLiveInTheDatabase() {
+        CLoginManager first(*m_database, fastLockout());
+        failTimes(first, QStringLiteral("admin"), kHere, 5, m_now);
+        // Another server on the database, and this one after a restart, enforce them.
+        auto otherDatabase = openDatabase();
+        QVERIFY(otherDatabase);
+        CLoginManager second(*otherDatabase, fastLockout());
+        QCOMPARE(second.login(QStringLiteral("admin"), kPassword, kHere, m_now).reason,
+                 Reason::ThrottledAccount);
+        CLoginManager restarted(*m_database, fastLockout());
+        QCOMPARE(restarted.login(QStringLiteral("admin"), kPassword, kHere, m_now).reason,
+                 Reason::ThrottledAccount);
+    }
+
+    void failuresFromManyAddressesReported() {
+        CLoginManager manager(*m_database, fastLockout());
+        int reported = 0;
+        for (int i = 1; i <= 5; ++i) {
+            const auto r = manager.login(QStringLiteral("admin"), "wrong password!",
+                                         QStringLiteral("10.9.0.%1").arg(i), m_now);
+            QCOMPARE(r.reason, Reason::WrongPassword);
+            reported = r.failingAddresses;
+            QCOMPARE(reported, i < 5 ? 0 : 5);
+        }
+        // Reported, not locked: a clean address still logs in.
+        const auto r = manager.login(QStringLiteral("admin"), kPassword, kHere, m_now);
         QVERIFY2(r.ok(), qPrintable(r.message));
+    }
+
+    void unlockClearsCounters() {
+        CLoginManager manager(*m_database, fastLockout());
+        failTimes(manager, QStringLiteral("admin"), kHere, 5, m_now);
+        QCOMPARE(manager.login(QStringLiteral("admin"), kPassword, kHere, m_now).reason,
+                 Reason::ThrottledAccount);
+        const auto owner = CEmbeddedAdmin::asOwner(m_service);
+        QVERIFY(owner->unlockLogins("admin", "").isSuccess());
+        QVERIFY(manager.login(QStringLiteral("admin"), kPassword, kHere, m_now).ok());
+        // By address: every name failed from it.
+        failTimes(manager, QStringLiteral("admin"), kHere, 5, m_now);
+        QVERIFY(owner->unlockLogins("", kHere.toStdString()).isSuccess());
+        QVERIFY(manager.login(QStringLiteral("admin"), kPassword, kHere, m_now).ok());
+        // Only the administrator may.
+        const CCaller viewerCaller = CCaller::user("viewer", {});
+        CEmbeddedAdmin viewer(m_service, [viewerCaller] { return viewerCaller; });
+        QVERIFY(!viewer.unlockLogins("admin", "").isSuccess());
+    }
+
+    void lastAdministratorStays() {
+        const auto owner = CEmbeddedAdmin::asOwner(m_service);
+        const std::string refusal = "不能移除最后一个管理员";
+        auto check = [&](const utils::RKError& error) {
+            QVERIFY(!error.isSuccess());
+            QCOMPARE(QString::fromStdString(error.errorMsg()), QString::fromStdString(refusal));
+        };
+        check(owner->setAccountEnabled("admin", false));
+        check(owner->setRights("admin", {Hlx::CRightsTable::kWholeQuoteSave}));
+        CAccount admin;
+        QVERIFY(m_store->find(QStringLiteral("admin"), &admin));
+        QVERIFY(admin.enabled);
+        QVERIFY(admin.rights.count(Hlx::CRightsTable::kAdminister));
+        // With a second administrator either may go.
+        QVERIFY(owner->setRights("viewer", {Hlx::CRightsTable::kAdminister}).isSuccess());
+        QVERIFY(owner->setAccountEnabled("admin", false).isSuccess());
+        check(owner->setRights("viewer", {}));
+    }
+
+    void unknownRightIsInvalid() {
+        const auto owner = CEmbeddedAdmin::asOwner(m_service);
+        const utils::RKError error =
+            owner->setRights("viewer", {Hlx::CRightsTable::kAdminister, 7});
+        QCOMPARE(error.kind(), utils::ErrorKind::Invalid);
+        QCOMPARE(QString::fromStdString(error.errorMsg()), QStringLiteral("未知权限 7"));
+    }
+
+    // A type no right belongs to is a bad request, for a caller without rights too.
+    void unknownTradeTypeIsInvalid() {
+        const CCaller viewerCaller = CCaller::user("viewer", {});
+        CEmbeddedAdmin viewer(m_service, [viewerCaller] { return viewerCaller; });
+        rkservice::COperateDataReq request;
+        request.dataType = rkservice::kDataQuoteSources;
+        request.operateType = rkservice::kOperateAdd;
+        request.datas = {RecordBuilders::source(0, 10000, 0, "10.0.0.1", 9000)};
+        const utils::RKError error =
+            viewer.operate(Hlx::CRequestTarget::subsystem("sys1"), request, nullptr);
+        QCOMPARE(error.kind(), utils::ErrorKind::Invalid);
+        QCOMPARE(QString::fromStdString(error.errorMsg()), QStringLiteral("未知交易类型 0"));
     }
 
     void lockoutGrows() {
@@ -528,6 +622,8 @@ private slots:
         auto otherDatabase = openDatabase();
         QVERIFY(otherDatabase);
         CAccountStore other(*otherDatabase);
+        // Another administrator, so that admin's rights and flag may go.
+        other.createAccount(QStringLiteral("admin2"), 0, {Hlx::CRightsTable::kAdminister});
         other.setRights(QStringLiteral("admin"), {42});
         auto auth = manager.authenticate(r.token, m_now + 1);
         QVERIFY(auth.ok());

@@ -238,7 +238,7 @@ private slots:
         expectRefused(stockSource(0, 2, "10.0.0.3", 9000), QStringLiteral("未知的平台"));
         for (int type : {-1, 0, 3, 9, 14, 15, 1001})
             expectRefused(stockSource(10000, type, "10.0.0.3", 9000),
-                          QStringLiteral("未知的交易类型"));
+                          QStringLiteral("未知交易类型"));
         expectRefused(stockSource(10000, 2, "10.0.0.1", 9000), QStringLiteral("行情源已存在"));
         // Another port, trade type or platform is another source.
         QVERIFY(addOne(stockSource(10000, 2, "10.0.0.1", 9001)) > 0);
