@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <boost/make_shared.hpp>
 #include <future>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,7 @@
 #include "CEmbeddedBackends.h"
 #include "CQuotesService.h"
 #include "Hlx/COrinClientCenter.h"
+#include "Hlx/CSourcePatch.h"
 #include "rkservice/COrinQuoterSourceInfo.h"
 #include "rkservice/DataTypeIds.h"
 
@@ -108,6 +110,46 @@ double modifyMs(CQuotesService& service, int count) {
     return median(times);
 }
 
+// Seconds of `count` patches of the port of sources spread over the table, each conditional on
+// the revision it knows (the check) or not; revisions holds what each source is at.
+double patchSeconds(CQuotesService& service, const std::vector<rkservice::IDataPtr>& stored,
+                    std::map<int, long long>* revisions, int count, int offset, bool check) {
+    QElapsedTimer timer;
+    timer.start();
+    for (int i = 0; i < count; ++i) {
+        const size_t index =
+            (size_t(i) * stored.size() / size_t(count) + size_t(offset)) % stored.size();
+        const int id = static_cast<const rkservice::COrinQuoterSourceInfo&>(*stored[index]).m_nId;
+        Hlx::CSourcePatch patch;
+        patch.port = 9001 + (i + offset) % 1000;
+        if (check)
+            patch.ifRevision = (*revisions)[id];
+        const utils::RKError error = service.modifySource(CCaller::owner(), id, patch);
+        if (!error.isSuccess())
+            std::fprintf(stderr, "service bench: patch %d: %s\n", id, error.errorMsg().c_str());
+        ++(*revisions)[id];
+    }
+    return double(timer.nsecsElapsed()) / 1e9;
+}
+
+// Modify throughput with the revision check over throughput without it, in one run: rounds of
+// each in turn, on the same table, so that neither has the warmer cache.
+double revisionCheckOverhead(CQuotesService& service, int count) {
+    const std::vector<rkservice::IDataPtr> stored = storedSources(service);
+    std::map<int, long long> revisions;
+    for (const auto& data : stored)
+        revisions[static_cast<const rkservice::COrinQuoterSourceInfo&>(*data).m_nId] =
+            data->getRevision();
+    double with = 0;
+    double without = 0;
+    for (int round = 0; round < 6 && !stored.empty(); ++round) {
+        with += patchSeconds(service, stored, &revisions, count, 2 * round, true);
+        without += patchSeconds(service, stored, &revisions, count, 2 * round + 1, false);
+    }
+    // Throughput is count over time: the ratio of throughputs is the inverse one of times.
+    return with > 0 ? without / with : 0;
+}
+
 // The floor of a query of every source of trade type 2: a forward-only Qt SQL select of the
 // same rows and columns, each value read, no record built.
 double rawSelectMs(CQuotesService& service) {
@@ -179,6 +221,7 @@ void runServiceBench() {
         benchReport("service_modify_ms_1k", modify1k, "ms");
         benchReport("service_modify_ms_100k", modify100k, "ms");
         benchReport("service_modify_ratio_100k_1k", modify100k / modify1k, "x");
+        benchReport("revision_check_overhead", revisionCheckOverhead(*service, 100), "x");
         const double raw = rawSelectMs(*service);
         const double owner = queryMs(*service, CCaller::owner());
         benchReport("raw_select_ms_100k", raw, "ms");

@@ -459,8 +459,6 @@ void CQuotesService::operateSources(const CCaller& caller, const Hlx::CRequestTa
                              CRevisionCheck::list(std::vector<long long>(ids.size(), 1)));
         return;
     }
-    for (const auto& source : sources)
-        CRevisionCheck::require(source->getRevision());
     if (request.operateType == rkservice::kOperateModify)
         result->appendString(
             "revisions", CRevisionCheck::list(modifySources(caller, subsystem, request, sources)));
@@ -582,16 +580,16 @@ long long CQuotesService::operateToken(const CCaller& caller,
         throw CServiceError("记录类型不符: 需要 Level-2 token 记录");
     if (op != rkservice::kOperateDelete)
         CSourceValidator::checkToken(token->token);
-    if (op != rkservice::kOperateAdd)
-        CRevisionCheck::require(token->getRevision());
     long long written = 0;
     m_database->transact(true, [&](QSqlDatabase& db) {
         const CTokenStore store(*m_database);
         std::string stored;
         long long revision = 0;
         const bool exists = store.read(db, &stored, &revision, true);
-        if (exists && op != rkservice::kOperateAdd)
+        if (exists && op != rkservice::kOperateAdd) {
+            CRevisionCheck::require(token->getRevision());
             CRevisionCheck::check(token->getRevision(), revision, CRevisionConflicts::kToken);
+        }
         written = changeToken(db, op, exists, stored, token->token, revision);
         CAuditTrail::Entry entry = CAuditTrail::forRequest(request, QString());
         entry.ids = "1";

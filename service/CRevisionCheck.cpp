@@ -17,8 +17,10 @@ void CRevisionCheck::checkSources(const std::vector<rkservice::COrinQuoterSource
                                   const std::map<int, rkservice::COrinQuoterSourceInfo>& stored) {
     for (const auto& source : sources) {
         const auto row = stored.find(source->m_nId);
-        if (row != stored.end())
-            check(source->getRevision(), row->second.getRevision(), CRevisionConflicts::kSource);
+        if (row == stored.end())
+            continue;
+        require(source->getRevision());
+        check(source->getRevision(), row->second.getRevision(), CRevisionConflicts::kSource);
     }
 }
 

@@ -27,6 +27,7 @@ const std::vector<CCtlOption>& CCtlOption::all() {
         {kWithAudit, "with-audit", Kind::Flag, ""},
         {kDryRun, "dry-run", Kind::Flag, ""},
         {kBackup, "backup", Kind::File, "FILE"},
+        {kIfRevision, "if-revision", Kind::Int, "N"},
     };
     return options;
 }

@@ -33,6 +33,7 @@ public:
         kWithAudit,
         kDryRun,
         kBackup,
+        kIfRevision,
     };
     enum class Kind {
         Flag,       // no value

@@ -11,6 +11,7 @@
 
 #include "ServiceResults.h"
 #include "ServiceTestUtil.h"
+#include "StoredRevisions.h"
 #include "model/CRightsTable.h"
 
 using namespace svctest;
@@ -85,6 +86,7 @@ private:
         rkservice::COperateDataReq request;
         request.dataType = rkservice::kDataQuoteSources;
         request.operateType = rkservice::kOperateModify;
+        StoredRevisions::fill(*m_service, rkservice::kDataQuoteSources, sources);
         request.datas = sources;
         return m_service->operateSync(CCaller::owner(), Hlx::CRequestTarget::centre(), request);
     }
