@@ -6,6 +6,7 @@
 #include <QElapsedTimer>
 #include <algorithm>
 #include <boost/make_shared.hpp>
+#include <cstdlib>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -75,21 +76,27 @@ bool fill(Hlx::IQuotesAdmin& admin) {
     return true;
 }
 
-// Latencies in ms of `count` modifies of the source with the id, one after the other.
+// Latencies in ms of `count` modifies of the source with the id, one after the other; each
+// sends the revision the one before answered, as a client that keeps its record does.
 std::vector<double> modifies(Hlx::IQuotesAdmin& admin, int id, int count) {
     std::vector<double> latencies;
     auto record = source(kSources + id);
     record->m_nId = id;
+    record->setRevision(1);
     rkservice::COperateDataReq modify;
     modify.dataType = rkservice::kDataQuoteSources;
     modify.operateType = rkservice::kOperateModify;
     for (int i = 0; i < count; ++i) {
         record->m_nPort = 1000 + i % 2;
         modify.datas = {record};
+        bson::BSONObj result;
         QElapsedTimer timer;
         timer.start();
-        admin.operate(Hlx::CRequestTarget::centre(), modify, nullptr);
+        const utils::RKError error = admin.operate(Hlx::CRequestTarget::centre(), modify, &result);
         latencies.push_back(seconds(timer) * 1000);
+        if (!error.isSuccess())
+            std::fprintf(stderr, "remote bench: modify %d: %s\n", id, error.errorMsg().c_str());
+        record->setRevision(std::atoll(result.getStringField("revisions").c_str()));
     }
     return latencies;
 }

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <boost/make_shared.hpp>
 #include <future>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,7 @@
 #include "CEmbeddedBackends.h"
 #include "CQuotesService.h"
 #include "Hlx/COrinClientCenter.h"
+#include "Hlx/CSourcePatch.h"
 #include "rkservice/COrinQuoterSourceInfo.h"
 #include "rkservice/DataTypeIds.h"
 
@@ -108,6 +110,54 @@ double modifyMs(CQuotesService& service, int count) {
     return median(times);
 }
 
+// Seconds of one patch of the port of the source, conditional on the revision it knows (the
+// check) or not; revisions holds what each source is at.
+double patchSeconds(CQuotesService& service, int id, int port, bool check,
+                    std::map<int, long long>* revisions) {
+    Hlx::CSourcePatch patch;
+    patch.port = port;
+    if (check)
+        patch.ifRevision = (*revisions)[id];
+    QElapsedTimer timer;
+    timer.start();
+    const utils::RKError error = service.modifySource(CCaller::owner(), id, patch);
+    const double seconds = double(timer.nsecsElapsed()) / 1e9;
+    if (!error.isSuccess())
+        std::fprintf(stderr, "service bench: patch %d: %s\n", id, error.errorMsg().c_str());
+    ++(*revisions)[id];
+    return seconds;
+}
+
+// Modify throughput with the revision check over throughput without it, in one run: the two
+// alternate patch by patch (who goes first alternating too), on sources spread over the same
+// table, so that neither sees a warmer cache or a quieter disk.
+double revisionCheckOverhead(CQuotesService& service, int count) {
+    const std::vector<rkservice::IDataPtr> stored = storedSources(service);
+    if (stored.size() < 2)
+        return 0;
+    std::map<int, long long> revisions;
+    for (const auto& data : stored)
+        revisions[static_cast<const rkservice::COrinQuoterSourceInfo&>(*data).m_nId] =
+            data->getRevision();
+    double with = 0;
+    double without = 0;
+    for (int i = 0; i < count; ++i) {
+        const size_t index = size_t(i) * (stored.size() / 2) / size_t(count) * 2;
+        const auto idAt = [&stored](size_t at) {
+            return static_cast<const rkservice::COrinQuoterSourceInfo&>(*stored[at]).m_nId;
+        };
+        const bool checkFirst = i % 2 == 0;
+        const double first =
+            patchSeconds(service, idAt(index), 9001 + i % 1000, checkFirst, &revisions);
+        const double second =
+            patchSeconds(service, idAt(index + 1), 9001 + i % 1000, !checkFirst, &revisions);
+        with += checkFirst ? first : second;
+        without += checkFirst ? second : first;
+    }
+    // Throughput is count over time: the ratio of throughputs is the inverse one of times.
+    return with > 0 ? without / with : 0;
+}
+
 // The floor of a query of every source of trade type 2: a forward-only Qt SQL select of the
 // same rows and columns, each value read, no record built.
 double rawSelectMs(CQuotesService& service) {
@@ -179,6 +229,7 @@ void runServiceBench() {
         benchReport("service_modify_ms_1k", modify1k, "ms");
         benchReport("service_modify_ms_100k", modify100k, "ms");
         benchReport("service_modify_ratio_100k_1k", modify100k / modify1k, "x");
+        benchReport("revision_check_overhead", revisionCheckOverhead(*service, 600), "x");
         const double raw = rawSelectMs(*service);
         const double owner = queryMs(*service, CCaller::owner());
         benchReport("raw_select_ms_100k", raw, "ms");

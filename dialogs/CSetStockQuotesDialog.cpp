@@ -23,7 +23,7 @@
 #include "model/CPlatformTable.h"
 #include "model/CRequestFactory.h"
 #include "model/CRequestRouter.h"
-#include "model/CStaleRows.h"
+#include "model/CRevisionConflicts.h"
 #include "model/CTradeTypeTable.h"
 #include "rkservice/DataTypeIds.h"
 
@@ -92,6 +92,8 @@ CSetStockQuotesDialog::CSetStockQuotesDialog(int tradeType, QWidget* parent, boo
     setFixedSize(380, 355);
     connect(this, &CSetStockQuotesDialog::sigOnOperationFinished, this,
             &CSetStockQuotesDialog::slotOnOperationFinished, Qt::AutoConnection);
+    connect(this, &CSetStockQuotesDialog::sigStoredRowRead, this,
+            &CSetStockQuotesDialog::slotStoredRowRead, Qt::AutoConnection);
     initPlatform();
 }
 
@@ -174,6 +176,7 @@ void CSetStockQuotesDialog::initPlatform() {
 
 void CSetStockQuotesDialog::setIsAdd(bool isAdd) {
     m_bIsAdd = isAdd;
+    m_editBase.reset();
     for (CSafeLineEdit* edit : {m_pAddressEdit, m_pPortEdit, m_pUserEdit, m_pPasswordEdit}) {
         if (edit)
             edit->clear();
@@ -185,6 +188,8 @@ void CSetStockQuotesDialog::setBasicInfo(
     if (!info)
         return;
     m_nEditId = info->m_nId;
+    // A copy: the panel's row record stays as the panel read it.
+    m_editBase = boost::make_shared<rkservice::COrinQuoterSourceInfo>(*info);
     if (m_pAddressEdit)
         m_pAddressEdit->setText(Zu::sToQs(info->m_strAddress));
     if (m_pPortEdit)
@@ -201,6 +206,10 @@ void CSetStockQuotesDialog::setBasicInfo(
     }
     if (m_pMarketEdit)
         m_pMarketEdit->setText(Zu::sToQs(info->m_strMarkets));
+}
+
+long long CSetStockQuotesDialog::editRevision() const {
+    return m_editBase ? m_editBase->getRevision() : 0;
 }
 
 void CSetStockQuotesDialog::setBasicInfo(const QString& serverName) {
@@ -314,8 +323,10 @@ void CSetStockQuotesDialog::getOperateDatas(std::vector<rkservice::IDataPtr>& da
         return;
     }
 
-    if (!m_bIsAdd)
+    if (!m_bIsAdd) {
         record->m_nId = m_nEditId;
+        record->setRevision(editRevision());
+    }
     record->m_nPlatformId = platform.toInt();
     record->m_nTradeType = CTradeTypeTable::storedTradeType(m_nTradeType);
     if (m_pMarketEdit)
@@ -395,12 +406,68 @@ void CSetStockQuotesDialog::slotOnOperationFinished(bool bError, QString qsError
     COrinClientCenter::instance()->showServerMsgCallBack(bError ? 1 : 0, !bError, this, title, text,
                                                          true, false);
     deliverEvent(Zu::EventQuoteSourcesChanged, 0, 0, QString(), nullptr);
-    // A refusal leaves everything typed for another try, except when the edited row was read
-    // before an import: its id may name another source now, so only the reload may go on.
-    const bool stale = bError && qsError == QString::fromUtf8(CStaleRows::kRefusal);
+    // A refusal leaves everything typed for another try. When the row changed since it was read
+    // (by another operator, or an import), the dialog reads it again, so that the next try sends
+    // the stored revision and the fields the operator did not touch as they are stored now.
+    if (bError && !m_bIsAdd && CRevisionConflicts::isStale(qsError.toUtf8().constData()))
+        readStoredRow();
     // The panel's reload may replace this dialog; close it only while it is still there.
-    if (self && (!bError || stale))
+    if (self && !bError)
         close();
+}
+
+void CSetStockQuotesDialog::readStoredRow() {
+    if (!m_editBase)
+        return;
+    auto request = CRequestFactory::query(
+        rkservice::kDataQuoteSources, CRequestFactory::queryCondition(m_editBase->m_nTradeType));
+    CRequestRouter(RoutePolicy::RoutedOrCentre, m_routeBySystem, m_strServerName)
+        .query(request, m_answerGuard.guardQuery(boost::bind(
+                            &CSetStockQuotesDialog::onStoredRowRead, this, _1, _2, _3, _4)));
+}
+
+void CSetStockQuotesDialog::onStoredRowRead(const utils::RKError& error,
+                                            const std::vector<rkservice::IDataPtr>& datas,
+                                            int /*count*/, bson::BSONObj /*result*/) {
+    if (!error.isSuccess())
+        return;
+    for (const rkservice::IDataPtr& data : datas) {
+        auto source = boost::dynamic_pointer_cast<rkservice::COrinQuoterSourceInfo>(data);
+        if (source && source->m_nId == m_nEditId) {
+            boost::recursive_mutex::scoped_lock lock(m_mutex);
+            m_reread = source;
+            emit sigStoredRowRead();
+            return;
+        }
+    }
+}
+
+void CSetStockQuotesDialog::slotStoredRowRead() {
+    boost::shared_ptr<rkservice::COrinQuoterSourceInfo> stored;
+    {
+        boost::recursive_mutex::scoped_lock lock(m_mutex);
+        stored.swap(m_reread);
+    }
+    if (stored && m_editBase && !m_bIsAdd && stored->m_nId == m_nEditId)
+        rebase(*stored);
+}
+
+void CSetStockQuotesDialog::rebase(const rkservice::COrinQuoterSourceInfo& stored) {
+    const rkservice::COrinQuoterSourceInfo& base = *m_editBase;
+    const auto keep = [](CSafeLineEdit* edit, const QString& was, const QString& now) {
+        if (edit && edit->getOriginalText() == was)
+            edit->setText(now);
+    };
+    keep(m_pAddressEdit, Zu::sToQs(base.m_strAddress), Zu::sToQs(stored.m_strAddress));
+    keep(m_pPortEdit, QString::number(base.m_nPort), QString::number(stored.m_nPort));
+    keep(m_pUserEdit, Zu::sToQs(base.m_strUserName), Zu::sToQs(stored.m_strUserName));
+    keep(m_pPasswordEdit, Zu::sToQs(base.m_strPassword), Zu::sToQs(stored.m_strPassword));
+    if (m_pPlatformCombo && m_pPlatformCombo->currentText() == getPlatformName(base.m_nPlatformId))
+        m_pPlatformCombo->setCurrentIndex(m_pPlatformCombo->findText(
+            getPlatformName(stored.m_nPlatformId), Qt::MatchExactly | Qt::MatchCaseSensitive));
+    if (m_pMarketEdit && m_pMarketEdit->text() == Zu::sToQs(base.m_strMarkets))
+        m_pMarketEdit->setText(Zu::sToQs(stored.m_strMarkets));
+    m_editBase = boost::make_shared<rkservice::COrinQuoterSourceInfo>(stored);
 }
 
 }  // namespace Hlx

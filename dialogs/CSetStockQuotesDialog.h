@@ -38,7 +38,7 @@ public:
 
     // Switches between add and edit and empties the inputs; the caller sets the title.
     void setIsAdd(bool isAdd);
-    // Fills the form from the record being edited.
+    // Fills the form from the record being edited, whose revision the modify sends back.
     void setBasicInfo(const boost::shared_ptr<rkservice::COrinQuoterSourceInfo>& info);
     // The server (sub-system) a multi-server client submits to.
     void setBasicInfo(const QString& serverName);
@@ -57,6 +57,8 @@ public:
     bool isAdd() const { return m_bIsAdd; }
     QString serverName() const { return m_strServerName; }
     int editId() const { return m_nEditId; }
+    // The revision of the edited source the dialog last read (0 when adding).
+    long long editRevision() const;
     bool routeBySystem() const { return m_routeBySystem; }
     Zu::CComboBox* platformCombo() const { return m_pPlatformCombo; }
     CSafeLineEdit* addressEdit() const { return m_pAddressEdit; }
@@ -68,9 +70,12 @@ public:
 
 signals:
     void sigOnOperationFinished(bool bError, QString qsError);
+    // The stored row was read again after a refusal of a stale edit (see m_reread).
+    void sigStoredRowRead();
 
 public slots:
     void slotOnOperationFinished(bool bError, QString qsError);
+    void slotStoredRowRead();
 
 protected:
     void createUi();
@@ -81,6 +86,13 @@ protected:
     void hideEvent(QHideEvent* event) override;
     // Completion of the submission; runs on the data service's worker thread.
     void onOperationQuotes(const utils::RKError& error, bson::BSONObj result);
+    // After a refusal because the row changed since it was read: reads it again, so that the
+    // operator's input is kept and what the operator left takes the stored values.
+    void readStoredRow();
+    void onStoredRowRead(const utils::RKError& error, const std::vector<rkservice::IDataPtr>& datas,
+                         int count, bson::BSONObj result);
+    // The fields the operator left as the edited record had them take the stored row's.
+    void rebase(const rkservice::COrinQuoterSourceInfo& stored);
 
 private:
     enum class Submission { NothingBuilt, Sent, Dropped };
@@ -90,6 +102,10 @@ private:
     QString m_strServerName;
     bool m_routeBySystem;
     int m_nEditId;
+    // The record being edited as last read (null when adding), and what a read again brought
+    // (guarded by m_mutex).
+    boost::shared_ptr<rkservice::COrinQuoterSourceInfo> m_editBase;
+    boost::shared_ptr<rkservice::COrinQuoterSourceInfo> m_reread;
     bool m_bIsAdd;
     QWidget* m_pReserved;
     Zu::CComboBox* m_pPlatformCombo;

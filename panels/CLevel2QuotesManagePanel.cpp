@@ -5,6 +5,7 @@
 #include <QVector>
 #include <boost/bind/bind.hpp>
 #include <boost/make_shared.hpp>
+#include <cstdlib>
 
 #include "Hlx/COrinClientCenter.h"
 #include "Hlx/CUserManager.h"
@@ -19,6 +20,7 @@
 #include "model/CLevel2Names.h"
 #include "model/CRequestFactory.h"
 #include "model/CRequestRouter.h"
+#include "model/CRevisionConflicts.h"
 #include "model/CRightsTable.h"
 #include "rkservice/CLevel2Token.h"
 #include "rkservice/DataTypeIds.h"
@@ -146,10 +148,13 @@ void CLevel2QuotesManagePanel::slotInitTokens(const std::vector<rkservice::IData
     m_table->clear();
     if (m_loadingMask)
         m_loadingMask->hide();
+    m_tokenRevision = 0;
     for (const rkservice::IDataPtr& value : values) {
         auto token = boost::dynamic_pointer_cast<rkservice::CLevel2Token>(value);
         if (!token)
             continue;
+        // The row's revision, which an edit or delete of it sends back.
+        m_tokenRevision = token->getRevision();
         const int row = m_table->appendRow();
         appendToken(row, Zu::sToQs(token->token));
     }
@@ -197,6 +202,8 @@ void CLevel2QuotesManagePanel::tryUpdateToken(const QString& token, int row) {
         m_table->rowCount() < 1 ? rkservice::kOperateAdd : rkservice::kOperateModify);
     auto record = boost::make_shared<rkservice::CLevel2Token>();
     record->token = Zu::qsToS(text);
+    if (request->operateType == rkservice::kOperateModify)
+        record->setRevision(m_tokenRevision);
     request->datas.push_back(record);
 
     // Tokens are kept by the centre, whichever sub-system the panel shows.
@@ -214,6 +221,7 @@ void CLevel2QuotesManagePanel::removeToken(int row) {
         CRequestFactory::operate(rkservice::kDataLevel2Tokens, rkservice::kOperateDelete);
     auto record = boost::make_shared<rkservice::CLevel2Token>();
     record->token = Zu::qsToS(m_table->itemText(row, kTokenColumn));
+    record->setRevision(m_tokenRevision);
     request->datas.push_back(record);
 
     CRequestRouter router(RoutePolicy::Centre, false, QString());
@@ -226,7 +234,10 @@ void CLevel2QuotesManagePanel::removeToken(int row) {
 }
 
 void CLevel2QuotesManagePanel::onOperationSave(const utils::RKError& error, bson::BSONObj result) {
-    Q_UNUSED(result);
+    // Taken by the row when the answer is shown, so that a second change in a row is not
+    // refused before the reload has come.
+    m_savedRevision =
+        error.isSuccess() ? std::atoll(result.getStringField("revisions").c_str()) : 0;
     emit sigOnOperationFinished(!error.isSuccess(), Zu::sToQs(error.errorMsg()));
 }
 
@@ -238,8 +249,13 @@ void CLevel2QuotesManagePanel::slotOnOperationFinished(bool bError, QString qsEr
     if (!qsError.isEmpty()) {
         COrinClientCenter::instance()->showServerMsgCallBack(1, false, this, messageTitle(),
                                                              qsError, true, false);
+        // Changed by someone else since it was read: show what is stored now.
+        if (CRevisionConflicts::isStale(qsError.toUtf8().constData()))
+            refresh();
         return;
     }
+    if (m_savedRevision > 0)
+        m_tokenRevision = m_savedRevision;
     COrinClientCenter::instance()->showServerMsgCallBack(0, true, this, messageTitle(),
                                                          QStringLiteral("操作成功"), true, false);
     refresh();

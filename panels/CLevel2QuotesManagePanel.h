@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QString>
+#include <atomic>
 #include <vector>
 
 #include "Hlx/IorinDockableWidget.h"
@@ -81,6 +82,10 @@ private:
     Zu::CSmallNormalButton* m_addButton;
     Zu::CLoadingMaskWidget* m_loadingMask;
     Zu::CWidgetList* m_maskHost;
+    // The revision of the token the row shows (user-interface thread), and the one the last
+    // successful change answered (written by its answer, read by its slot).
+    long long m_tokenRevision = 0;
+    std::atomic<long long> m_savedRevision{0};
     CAnswerGuard m_answerGuard;
 };
 

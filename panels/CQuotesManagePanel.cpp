@@ -8,6 +8,7 @@
 #include <array>
 #include <boost/bind/bind.hpp>
 #include <boost/make_shared.hpp>
+#include <cstdlib>
 
 #include "Hlx/CLogCenter.h"
 #include "Hlx/COrinClientCenter.h"
@@ -766,9 +767,10 @@ void CQuotesManagePanel::editSelectedRow() {
 }
 
 rkservice::COrinQuoterSourceInfoPtr CQuotesManagePanel::deleteRecord(
-    int id, const rkservice::COrinQuoterSourceInfo& of) {
+    int id, const rkservice::COrinQuoterSourceInfo& of, long long revision) {
     auto record = boost::make_shared<rkservice::COrinQuoterSourceInfo>();
     record->m_nId = id;
+    record->setRevision(revision);
     record->m_nTradeType = of.m_nTradeType;
     record->m_nPlatformId = of.m_nPlatformId;
     if (record->m_nPlatformId == CPlatformTable::kKxFutures)
@@ -800,10 +802,14 @@ void CQuotesManagePanel::deleteRow(const QString& rowText) {
     m_deleteRefreshed = false;
     auto request =
         CRequestFactory::operate(rkservice::kDataQuoteSources, rkservice::kOperateDelete);
-    // The id comes from the row selected now, not from the row whose button was pressed.
-    const int id = m_table->itemText(m_table->selectedRow(), kColId).toInt(nullptr, 10);
+    // The id comes from the row selected now, not from the row whose button was pressed, and
+    // so does the revision: both name the source of the selected row.
+    const int selected = m_table->selectedRow();
+    const int id = m_table->itemText(selected, kColId).toInt(nullptr, 10);
+    const rkservice::COrinQuoterSourceInfoPtr shown = m_rowRecords.value(selected);
     request->datas.push_back(
-        deleteRecord(id, found.value() ? *found.value() : rkservice::COrinQuoterSourceInfo()));
+        deleteRecord(id, found.value() ? *found.value() : rkservice::COrinQuoterSourceInfo(),
+                     shown ? shown->getRevision() : 0));
     sendDelete(request);
 }
 
@@ -823,7 +829,8 @@ void CQuotesManagePanel::deleteAllRows() {
     // Only this thread writes the map, so it is read here without the lock.
     for (auto it = m_rowRecords.constBegin(); it != m_rowRecords.constEnd(); ++it) {
         if (it.value())
-            request->datas.push_back(deleteRecord(it.value()->m_nId, *it.value()));
+            request->datas.push_back(
+                deleteRecord(it.value()->m_nId, *it.value(), it.value()->getRevision()));
     }
     if (request->datas.empty())
         return;
@@ -889,12 +896,21 @@ void CQuotesManagePanel::editWholeQuote() {
     auto request = CRequestFactory::operate(rkservice::kDataGlobalPermission,
                                             rkservice::kOperateSaveWholeQuote);
     request->datas.push_back(m_permissionInfo);
+    const rkservice::CGlobalFeaturePermissionInfoPtr saved = m_permissionInfo;
     CRequestRouter(RoutePolicy::NamedClient, m_routeBySystem, m_systemName)
-        .operate(request, m_answerGuard.guardOperate(
-                              boost::bind(&CQuotesManagePanel::onSaveCallBack, this, _1, _2)));
+        .operate(request, m_answerGuard.guardOperate(boost::bind(
+                              &CQuotesManagePanel::onSaveCallBack, this, _1, _2, saved)));
 }
 
-void CQuotesManagePanel::onSaveCallBack(const utils::RKError& error, bson::BSONObj /*result*/) {
+void CQuotesManagePanel::onSaveCallBack(const utils::RKError& error, bson::BSONObj result,
+                                        const rkservice::CGlobalFeaturePermissionInfoPtr& saved) {
+    if (error.isSuccess()) {
+        // The held record is what was stored now: the next save sends its new revision.
+        const long long revision = std::atoll(result.getStringField("revisions").c_str());
+        CPanelMutex::Locker lock(m_permissionMutex);
+        if (lock && revision > 0 && m_permissionInfo == saved && saved)
+            saved->setRevision(revision);
+    }
     emit sigMsgCallBack(error.isSuccess(), Zu::sToQs(error.errorMsg()));
 }
 
@@ -912,6 +928,10 @@ void CQuotesManagePanel::slotMsgCallBack(bool bSuccess, QString qsError) {
         rkStdLogNew(logger, log4cxx::Level::getInfo(), "[CQuotesManagePanel] saveData error:%s",
                     qsError.toStdString().c_str());
     centre->showServerMsgCallBack(1, false, this, QStringLiteral("提示"), qsError, true, false);
+    // The refused flags were written into the held record: read what is stored again, so that
+    // the dialog never shows settings that are not stored.
+    if (m_tradeType == CTradeTypeTable::kAll)
+        sendPermissionQuery();
 }
 
 }  // namespace Hlx

@@ -142,7 +142,9 @@ protected:
                            const std::vector<rkservice::IDataPtr>& datas, int count,
                            bson::BSONObj result);
     void onOperationDeleteQuotes(const utils::RKError& error, bson::BSONObj result);
-    void onSaveCallBack(const utils::RKError& error, bson::BSONObj result);
+    // The answer of a whole-quote save of the held record saved.
+    void onSaveCallBack(const utils::RKError& error, bson::BSONObj result,
+                        const rkservice::CGlobalFeaturePermissionInfoPtr& saved);
 
 private:
     void createUi();
@@ -185,7 +187,7 @@ private:
     void sendDelete(const rkservice::COperateDataReqPtr& request);
     void clearRowRecords();
     static rkservice::COrinQuoterSourceInfoPtr deleteRecord(
-        int id, const rkservice::COrinQuoterSourceInfo& of);
+        int id, const rkservice::COrinQuoterSourceInfo& of, long long revision);
 
     QString m_systemName;
     bool m_routeBySystem = false;

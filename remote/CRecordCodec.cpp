@@ -156,6 +156,7 @@ RKError CRecordCodec::encodeRecord(const rkservice::IData& data, quotes::v1::Rec
     out->Clear();
     Checks c;
     out->set_system_tag(c.text(data.getSystemTag(), "system_tag"));
+    out->set_revision(data.getRevision());
     if (auto* source = dynamic_cast<const rkservice::COrinQuoterSourceInfo*>(&data))
         encodeSource(*source, out->mutable_quote_source(), &c);
     else if (auto* broker = dynamic_cast<const rkservice::COrinBrokerInfo*>(&data))
@@ -201,7 +202,11 @@ RKError CRecordCodec::decodeRecord(const quotes::v1::Record& in, rkservice::IDat
     }
     if (!c.ok() || !record)
         return c.ok() ? RKError::fail(utils::ErrorKind::Invalid, "未知的记录类型") : c.error();
+    if (in.revision() < 0)
+        return RKError::fail(utils::ErrorKind::Invalid,
+                             "版本号无效: " + std::to_string(in.revision()));
     record->setSystemTag(in.system_tag());
+    record->setRevision(in.revision());
     *out = record;
     return RKError::ok();
 }
@@ -347,6 +352,8 @@ RKError CRecordCodec::encodeSourcePatch(int id, const Hlx::CSourcePatch& patch,
         p->set_trade_type(*patch.tradeType);
     if (patch.markets)
         p->set_markets(c.text(*patch.markets, "source_patch.markets"));
+    if (patch.ifRevision)
+        out->set_if_revision(*patch.ifRevision);
     return c.error();
 }
 
@@ -374,6 +381,11 @@ RKError CRecordCodec::decodeSourcePatch(const quotes::v1::ModifySourceRequest& i
         out->tradeType = c.narrow(p.trade_type(), "source_patch.trade_type");
     if (p.has_markets())
         out->markets = p.markets();
+    if (in.has_if_revision()) {
+        if (in.if_revision() < 1)
+            c.fail("版本号无效: " + std::to_string(in.if_revision()));
+        out->ifRevision = in.if_revision();
+    }
     return c.error();
 }
 
@@ -419,22 +431,43 @@ RKError CRecordCodec::decodeError(const quotes::v1::Error& in) {
     return RKError::fail(in.message());
 }
 
+namespace {
+
+// The numbers of a comma-separated list of a result ("ids", "revisions").
+bool parseNumbers(const std::string& list, std::vector<long long>* out) {
+    for (const QString& text :
+         QString::fromStdString(list).split(QLatin1Char(','), Qt::SkipEmptyParts)) {
+        bool isNumber = false;
+        out->push_back(text.trimmed().toLongLong(&isNumber));
+        if (!isNumber)
+            return false;
+    }
+    return true;
+}
+
+}  // namespace
+
 RKError CRecordCodec::encodeResult(const bson::BSONObj& result, quotes::v1::OperateResult* out) {
     // Only the fields clients read are carried; a field added later must be added here.
     out->Clear();
     if (result.hasField("count"))
         out->set_count(result.getIntField("count"));
-    if (!result.hasField("ids"))
-        return RKError::ok();
-    const QString ids = QString::fromStdString(result.getStringField("ids"));
-    for (const QString& text : ids.split(QLatin1Char(','), Qt::SkipEmptyParts)) {
-        bool isNumber = false;
-        const int id = text.trimmed().toInt(&isNumber);
-        if (!isNumber)
+    std::vector<long long> ids;
+    if (!parseNumbers(result.getStringField("ids"), &ids))
+        return RKError::fail(utils::ErrorKind::Invalid,
+                             "操作结果中的编号无效: " + result.getStringField("ids"));
+    for (long long id : ids) {
+        if (id < INT_MIN || id > INT_MAX)
             return RKError::fail(utils::ErrorKind::Invalid,
-                                 "操作结果中的编号无效: " + text.toStdString());
+                                 "操作结果中的编号无效: " + std::to_string(id));
         out->add_ids(id);
     }
+    std::vector<long long> revisions;
+    if (!parseNumbers(result.getStringField("revisions"), &revisions))
+        return RKError::fail(utils::ErrorKind::Invalid,
+                             "操作结果中的版本号无效: " + result.getStringField("revisions"));
+    for (long long revision : revisions)
+        out->add_revisions(revision);
     return RKError::ok();
 }
 
@@ -448,6 +481,11 @@ RKError CRecordCodec::decodeResult(const quotes::v1::OperateResult& in, bson::BS
         ids += (ids.empty() ? "" : ",") + std::to_string(c.narrow(id, "result.ids"));
     if (!ids.empty())
         result.appendString("ids", ids);
+    std::string revisions;
+    for (int64 revision : in.revisions())
+        revisions += (revisions.empty() ? "" : ",") + std::to_string(revision);
+    if (!revisions.empty())
+        result.appendString("revisions", revisions);
     if (c.ok())
         *out = result;
     return c.error();

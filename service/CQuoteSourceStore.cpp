@@ -48,11 +48,12 @@ QString columnsOf(const CDatabase& database) {
                      "SELECT id, CAST(subsystem AS BLOB), platform_id, broker_id, server_group_id, "
                      "CAST(address AS BLOB), port, CAST(user_name AS BLOB), CAST(password AS "
                      "BLOB), "
-                     "trade_type, CAST(markets AS BLOB) FROM kx_orin_quoter_source")
+                     "trade_type, CAST(markets AS BLOB), revision FROM kx_orin_quoter_source")
                : QStringLiteral(
                      "SELECT id, subsystem, platform_id, broker_id, server_group_id, address, "
                      "port, "
-                     "user_name, password, trade_type, markets FROM kx_orin_quoter_source");
+                     "user_name, password, trade_type, markets, revision FROM "
+                     "kx_orin_quoter_source");
 }
 
 // A text column's UTF-8 bytes, whichever way the driver gave them.
@@ -97,6 +98,7 @@ void readRow(const QSqlQuery& query, CPasswordOpener& passwords,
     source->m_strUserName = textOf(query.value(7));
     source->m_nTradeType = query.value(9).toInt();
     source->m_strMarkets = textOf(query.value(10));
+    source->setRevision(query.value(11).toLongLong());
     if (!mayRead || mayRead(*source))
         passwords.add(source, utf8Of(query.value(8)));
 }
@@ -275,7 +277,8 @@ std::map<int, rkservice::COrinQuoterSourceInfo> CQuoteSourceStore::modify(
     update.prepare(
         QStringLiteral("UPDATE kx_orin_quoter_source SET platform_id = ?, broker_id = "
                        "?, server_group_id = ?, address = ?, port = ?, user_name = ?, "
-                       "password = ?, trade_type = ?, markets = ? WHERE id = ?"));
+                       "password = ?, trade_type = ?, markets = ?, revision = revision + 1 WHERE "
+                       "id = ?"));
     for (const auto& incoming : sources) {
         const auto old = stored.find(incoming->m_nId);
         if (old == stored.end())
@@ -295,6 +298,8 @@ std::map<int, rkservice::COrinQuoterSourceInfo> CQuoteSourceStore::modify(
         if (update.numRowsAffected() != 1)
             throw CServiceError::notFound("行情源不存在: " + std::to_string(source.m_nId));
         source.setSystemTag(old->second.getSystemTag());
+        // The row is the transaction's since byIds read it: no one else advanced it meanwhile.
+        source.setRevision(old->second.getRevision() + 1);
         written[source.m_nId] = source;
     }
     return written;

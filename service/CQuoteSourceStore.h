@@ -39,8 +39,9 @@ public:
     // Adds the sources to the sub-system; returns the ids assigned, in order.
     std::vector<int> add(QSqlDatabase& db, const QString& subsystem,
                          const std::vector<rkservice::COrinQuoterSourceInfoPtr>& sources) const;
-    // Rewrites the sources named by their ids, as stored read them (byIds); an id stored lacks
-    // is not found. Answers the rows as written, by id.
+    // Rewrites the sources named by their ids, as stored read them (byIds), each advancing its
+    // revision; an id stored lacks is not found. Answers the rows as written (with their new
+    // revisions), by id.
     std::map<int, rkservice::COrinQuoterSourceInfo> modify(
         QSqlDatabase& db, const std::map<int, rkservice::COrinQuoterSourceInfo>& stored,
         const std::vector<rkservice::COrinQuoterSourceInfoPtr>& sources) const;

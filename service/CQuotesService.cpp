@@ -22,6 +22,7 @@
 #include "CLoginFailures.h"
 #include "CQuoteSourceStore.h"
 #include "CReferenceData.h"
+#include "CRevisionCheck.h"
 #include "CSchema.h"
 #include "CSecretBox.h"
 #include "CSecretKeys.h"
@@ -34,6 +35,7 @@
 #include "Hlx/CAnswer.h"
 #include "Hlx/QuotesVersion.h"
 #include "model/CAuditVocabulary.h"
+#include "model/CRevisionConflicts.h"
 #include "model/CRightsTable.h"
 #include "rkservice/CGlobalFeaturePermissionInfo.h"
 #include "rkservice/CLevel2Token.h"
@@ -409,6 +411,7 @@ std::vector<rkservice::IDataPtr> CQuotesService::queryWholeQuote(const QString& 
         for (const std::string& tag : scopeOf(subsystem)) {
             auto record = boost::make_shared<rkservice::CGlobalFeaturePermissionInfo>();
             record->setSystemTag(tag);
+            record->setRevision(store.revision(db, QString::fromStdString(tag)));
             if (!record->m_wholeQuote)
                 record->m_wholeQuote = boost::make_shared<rkservice::CWholeQuotedivision>();
             for (const std::string& market : rkservice::CWholeQuotedivision::knownMarkets())
@@ -430,10 +433,12 @@ std::vector<rkservice::IDataPtr> CQuotesService::queryToken(const CCaller& calle
     std::vector<rkservice::IDataPtr> result;
     m_database->transact(false, [&](QSqlDatabase& db) {
         auto record = boost::make_shared<rkservice::CLevel2Token>();
-        if (CTokenStore(*m_database).read(db, &record->token)) {
+        long long revision = 0;
+        if (CTokenStore(*m_database).read(db, &record->token, &revision)) {
             if (!CAccessPolicy::mayReadToken(caller))
                 record->token = CAuditVocabulary::kMasked;
             record->setSystemTag(tag);
+            record->setRevision(revision);
             result.push_back(record);
         }
     });
@@ -485,10 +490,11 @@ void CQuotesService::doOperate(const CCaller& caller, const Hlx::CRequestTarget&
             break;
         case rkservice::kDataLevel2Tokens:
             resolveTarget(target);
-            operateToken(caller, request);
+            result->appendString("revisions", std::to_string(operateToken(caller, request)));
             break;
         case rkservice::kDataGlobalPermission:
-            operatePermission(caller, target, request);
+            result->appendString("revisions",
+                                 std::to_string(operatePermission(caller, target, request)));
             break;
         case rkservice::kDataBrokers:
         case rkservice::kDataPlatforms:
@@ -510,13 +516,17 @@ void CQuotesService::operateSources(const CCaller& caller, const Hlx::CRequestTa
         const std::vector<int> ids = addSources(caller, subsystem, request, sources);
         result->appendInt("count", int(ids.size()));
         result->appendString("ids", CAuditTrail::idList(ids));
-    } else if (request.operateType == rkservice::kOperateModify) {
-        modifySources(caller, subsystem, request, sources);
-        result->appendInt("count", int(sources.size()));
-    } else {
-        deleteSources(caller, subsystem, request, sources);
-        result->appendInt("count", int(sources.size()));
+        // A new row starts at revision 1.
+        result->appendString("revisions",
+                             CRevisionCheck::list(std::vector<long long>(ids.size(), 1)));
+        return;
     }
+    if (request.operateType == rkservice::kOperateModify)
+        result->appendString(
+            "revisions", CRevisionCheck::list(modifySources(caller, subsystem, request, sources)));
+    else
+        deleteSources(caller, subsystem, request, sources);
+    result->appendInt("count", int(sources.size()));
 }
 
 std::vector<int> CQuotesService::addSources(
@@ -542,7 +552,7 @@ std::vector<int> CQuotesService::addSources(
     return ids;
 }
 
-void CQuotesService::modifySources(
+std::vector<long long> CQuotesService::modifySources(
     const CCaller& caller, const QString& subsystem, const rkservice::COperateDataReq& request,
     const std::vector<rkservice::COrinQuoterSourceInfoPtr>& sources) {
     const std::vector<int> ids = distinctIds(sources, "修改");
@@ -551,13 +561,20 @@ void CQuotesService::modifySources(
             CSourceValidator::checkTradeType(source->m_nTradeType);
     }
     const CQuoteSourceStore store(*m_database);
-    // The rights of the stored rows are read in the transaction that changes them.
+    std::vector<long long> revisions;
+    // The rights and revisions of the stored rows are read in the transaction that changes them.
     m_database->transact(true, [&](QSqlDatabase& db) {
         m_generations->checkModify(db, caller);
         const auto before = store.byIds(db, subsystem, ids, true);
         CAccessPolicy::checkModify(caller, sources, CQuoteSourceStore::kindsOf(before));
-        auditSources(db, caller, request, subsystem, before, store.modify(db, before, sources));
+        CRevisionCheck::checkSources(sources, before);
+        const auto written = store.modify(db, before, sources);
+        revisions.clear();
+        for (int id : ids)
+            revisions.push_back(written.at(id).getRevision());
+        auditSources(db, caller, request, subsystem, before, written);
     });
+    return revisions;
 }
 
 void CQuotesService::deleteSources(
@@ -570,6 +587,7 @@ void CQuotesService::deleteSources(
         const std::map<int, CStoredKind> kinds = CQuoteSourceStore::kindsOf(before);
         m_generations->checkDelete(db, caller, sources, kinds);
         CAccessPolicy::checkDelete(caller, ids, kinds);
+        CRevisionCheck::checkSources(sources, before);
         store.remove(db, subsystem, ids);
         auditSources(db, caller, request, subsystem, before, {});
     });
@@ -609,14 +627,17 @@ utils::RKError CQuotesService::modifySource(const CCaller& caller, int id,
             request.datas = {source};
             m_generations->checkModify(db, caller);
             CAccessPolicy::checkModify(caller, {source}, CQuoteSourceStore::kindsOf(stored));
+            if (patch.ifRevision)
+                CRevisionCheck::check(*patch.ifRevision, before.getRevision(),
+                                      CRevisionConflicts::kSource);
             auditSources(db, caller, request, QString::fromStdString(before.getSystemTag()), stored,
                          store.modify(db, stored, {source}));
         });
     });
 }
 
-void CQuotesService::operateToken(const CCaller& caller,
-                                  const rkservice::COperateDataReq& request) {
+long long CQuotesService::operateToken(const CCaller& caller,
+                                       const rkservice::COperateDataReq& request) {
     const int op = request.operateType;
     checkChangeOfRows(op);
     CAccessPolicy::checkLevel2(caller, recordAction(op));
@@ -627,23 +648,17 @@ void CQuotesService::operateToken(const CCaller& caller,
         throw CServiceError("记录类型不符: 需要 Level-2 token 记录");
     if (op != rkservice::kOperateDelete)
         CSourceValidator::checkToken(token->token);
+    long long written = 0;
     m_database->transact(true, [&](QSqlDatabase& db) {
         const CTokenStore store(*m_database);
         std::string stored;
-        const bool exists = store.read(db, &stored);
-        if (op == rkservice::kOperateAdd) {
-            if (exists)
-                throw CServiceError::conflict("已有 Level-2 行情源 token，请修改或删除后再添加");
-            store.insert(db, token->token);
-        } else if (op == rkservice::kOperateModify) {
-            if (!exists)
-                throw CServiceError::notFound("没有可修改的 Level-2 行情源 token");
-            store.update(db, token->token);
-        } else {
-            if (!exists || stored != token->token)
-                throw CServiceError::notFound("Level-2 行情源 token 不存在");
-            store.remove(db);
+        long long revision = 0;
+        const bool exists = store.read(db, &stored, &revision, true);
+        if (exists && op != rkservice::kOperateAdd) {
+            CRevisionCheck::require(token->getRevision());
+            CRevisionCheck::check(token->getRevision(), revision, CRevisionConflicts::kToken);
         }
+        written = changeToken(db, op, exists, stored, token->token, revision);
         CAuditTrail::Entry entry = CAuditTrail::forRequest(request, QString());
         entry.ids = "1";
         entry.details.push_back({entry.ids, exists ? CAuditTrail::secret(false) : QJsonObject(),
@@ -652,10 +667,34 @@ void CQuotesService::operateToken(const CCaller& caller,
                                      : CAuditTrail::secret(stored != token->token)});
         m_audit->write(db, caller, entry);
     });
+    return written;
 }
 
-void CQuotesService::operatePermission(const CCaller& caller, const Hlx::CRequestTarget& target,
-                                       const rkservice::COperateDataReq& request) {
+long long CQuotesService::changeToken(QSqlDatabase& db, int op, bool exists,
+                                      const std::string& stored, const std::string& token,
+                                      long long revision) const {
+    const CTokenStore store(*m_database);
+    if (op == rkservice::kOperateAdd) {
+        if (exists)
+            throw CServiceError::conflict("已有 Level-2 行情源 token，请修改或删除后再添加");
+        store.insert(db, token);
+        return 1;
+    }
+    if (op == rkservice::kOperateModify) {
+        if (!exists)
+            throw CServiceError::notFound("没有可修改的 Level-2 行情源 token");
+        store.update(db, token);
+        return revision + 1;
+    }
+    if (!exists || stored != token)
+        throw CServiceError::notFound("Level-2 行情源 token 不存在");
+    store.remove(db);
+    return 0;
+}
+
+long long CQuotesService::operatePermission(const CCaller& caller,
+                                            const Hlx::CRequestTarget& target,
+                                            const rkservice::COperateDataReq& request) {
     if (request.operateType != rkservice::kOperateSaveWholeQuote)
         throw CServiceError("不支持的操作类型: " + std::to_string(request.operateType));
     CAccessPolicy::checkWholeQuote(caller);
@@ -668,6 +707,7 @@ void CQuotesService::operatePermission(const CCaller& caller, const Hlx::CReques
         throw CServiceError("记录类型不符: 需要全局功能权限记录");
     if (!record->m_wholeQuote)
         throw CServiceError("全局功能权限记录缺少全推设置");
+    CRevisionCheck::require(record->getRevision());
     if (subsystem.isEmpty()) {
         // Sent to the centre: the record belongs where it was read from.
         const QString tag = QString::fromStdString(record->getSystemTag());
@@ -681,14 +721,19 @@ void CQuotesService::operatePermission(const CCaller& caller, const Hlx::CReques
         flags[QString::fromStdString(flag.first)] = flag.second;
     }
     const CWholeQuoteStore store(*m_database);
+    long long written = 0;
     m_database->transact(true, [&](QSqlDatabase& db) {
+        const long long stored = store.revision(db, subsystem, true);
+        CRevisionCheck::check(record->getRevision(), stored, CRevisionConflicts::kWholeQuote);
         CAuditTrail::Entry entry = CAuditTrail::forRequest(request, subsystem);
         entry.ids = utf8(subsystem);
         const QJsonObject before = flagFields(store.read(db, subsystem));
         store.replace(db, subsystem, flags);
+        written = store.advance(db, subsystem, stored);
         entry.details.push_back({entry.ids, before, flagFields(store.read(db, subsystem))});
         m_audit->write(db, caller, entry);
     });
+    return written;
 }
 
 utils::RKError CQuotesService::setLoginTypeAuth(const CCaller& caller, int loginType,

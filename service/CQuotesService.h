@@ -177,15 +177,20 @@ private:
     std::vector<int> addSources(const CCaller& caller, const QString& subsystem,
                                 const rkservice::COperateDataReq& request,
                                 const std::vector<rkservice::COrinQuoterSourceInfoPtr>& sources);
-    void modifySources(const CCaller& caller, const QString& subsystem,
-                       const rkservice::COperateDataReq& request,
-                       const std::vector<rkservice::COrinQuoterSourceInfoPtr>& sources);
+    // Answers the new revisions, in the order of the request.
+    std::vector<long long> modifySources(
+        const CCaller& caller, const QString& subsystem, const rkservice::COperateDataReq& request,
+        const std::vector<rkservice::COrinQuoterSourceInfoPtr>& sources);
     void deleteSources(const CCaller& caller, const QString& subsystem,
                        const rkservice::COperateDataReq& request,
                        const std::vector<rkservice::COrinQuoterSourceInfoPtr>& sources);
-    void operateToken(const CCaller& caller, const rkservice::COperateDataReq& request);
-    void operatePermission(const CCaller& caller, const Hlx::CRequestTarget& target,
-                           const rkservice::COperateDataReq& request);
+    // Each answers the revision it wrote (0 after a delete).
+    long long operateToken(const CCaller& caller, const rkservice::COperateDataReq& request);
+    // The change of the token, with the stored one as read.
+    long long changeToken(QSqlDatabase& db, int op, bool exists, const std::string& stored,
+                          const std::string& token, long long revision) const;
+    long long operatePermission(const CCaller& caller, const Hlx::CRequestTarget& target,
+                                const rkservice::COperateDataReq& request);
     // Writes the entry of a change of sources: the rows before and after it.
     void auditSources(QSqlDatabase& db, const CCaller& caller,
                       const rkservice::COperateDataReq& request, const QString& subsystem,

@@ -6,13 +6,18 @@
 #include "CDatabase.h"
 #include "CSecretBox.h"
 
-bool CTokenStore::read(QSqlDatabase& db, std::string* token) const {
+bool CTokenStore::read(QSqlDatabase& db, std::string* token, long long* revision,
+                       bool forUpdate) const {
     QSqlQuery query(db);
-    query.prepare(QStringLiteral("SELECT token FROM level2_token WHERE slot = 1"));
+    const bool lock = forUpdate && m_database.engine() == CDatabase::PostgreSQL;
+    query.prepare(QStringLiteral("SELECT token, revision FROM level2_token WHERE slot = 1") +
+                  (lock ? QStringLiteral(" FOR UPDATE") : QString()));
     m_database.exec(query);
     if (!query.next())
         return false;
     *token = m_database.secrets()->open(query.value(0).toString());
+    if (revision)
+        *revision = query.value(1).toLongLong();
     return true;
 }
 
@@ -21,7 +26,10 @@ void CTokenStore::insert(QSqlDatabase& db, const std::string& token) const {
 }
 
 void CTokenStore::update(QSqlDatabase& db, const std::string& token) const {
-    write(db, QStringLiteral("UPDATE level2_token SET token = ? WHERE slot = 1"), token);
+    write(
+        db,
+        QStringLiteral("UPDATE level2_token SET token = ?, revision = revision + 1 WHERE slot = 1"),
+        token);
 }
 
 void CTokenStore::remove(QSqlDatabase& db) const {

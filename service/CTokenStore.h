@@ -11,8 +11,11 @@ class CTokenStore {
 public:
     explicit CTokenStore(const CDatabase& database) : m_database(database) {}
 
-    // Whether a token is stored, and then which.
-    bool read(QSqlDatabase& db, std::string* token) const;
+    // Whether a token is stored, and then which, at which revision (may be null). forUpdate locks
+    // the row for the transaction (PostgreSQL), so that two changes of one revision take turns.
+    bool read(QSqlDatabase& db, std::string* token, long long* revision = nullptr,
+              bool forUpdate = false) const;
+    // A new token starts at revision 1; an update advances it.
     void insert(QSqlDatabase& db, const std::string& token) const;
     void update(QSqlDatabase& db, const std::string& token) const;
     void remove(QSqlDatabase& db) const;

@@ -37,6 +37,37 @@ void CWholeQuoteStore::replace(QSqlDatabase& db, const QString& subsystem,
     insert(db, subsystem, flags);
 }
 
+long long CWholeQuoteStore::revision(QSqlDatabase& db, const QString& subsystem,
+                                     bool forUpdate) const {
+    QSqlQuery query(db);
+    const bool lock = forUpdate && m_database.engine() == CDatabase::PostgreSQL;
+    query.prepare(QStringLiteral("SELECT revision FROM whole_quote_revisions WHERE subsystem = ?") +
+                  (lock ? QStringLiteral(" FOR UPDATE") : QString()));
+    query.addBindValue(subsystem);
+    m_database.exec(query);
+    // A sub-system added after the revisions came has its first revision until it changes.
+    return query.next() ? query.value(0).toLongLong() : 1;
+}
+
+long long CWholeQuoteStore::advance(QSqlDatabase& db, const QString& subsystem,
+                                    long long current) const {
+    QSqlQuery update(db);
+    update.prepare(
+        QStringLiteral("UPDATE whole_quote_revisions SET revision = ? WHERE subsystem = ?"));
+    update.addBindValue(current + 1);
+    update.addBindValue(subsystem);
+    m_database.exec(update);
+    if (update.numRowsAffected() < 1) {
+        QSqlQuery insert(db);
+        insert.prepare(QStringLiteral(
+            "INSERT INTO whole_quote_revisions (subsystem, revision) VALUES (?, ?)"));
+        insert.addBindValue(subsystem);
+        insert.addBindValue(current + 1);
+        m_database.exec(insert);
+    }
+    return current + 1;
+}
+
 void CWholeQuoteStore::replaceAll(QSqlDatabase& db, const std::map<QString, Flags>& all) const {
     m_database.exec(db, QStringLiteral("DELETE FROM whole_quote"));
     for (const auto& subsystem : all)

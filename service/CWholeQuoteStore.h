@@ -20,6 +20,11 @@ public:
     std::map<QString, Flags> readAll(QSqlDatabase& db) const;
     // Makes the sub-system's flags exactly these.
     void replace(QSqlDatabase& db, const QString& subsystem, const Flags& flags) const;
+    // The revision of a sub-system's settings (1 until their first change). forUpdate locks it for
+    // the transaction (PostgreSQL), so that two saves of one revision take turns.
+    long long revision(QSqlDatabase& db, const QString& subsystem, bool forUpdate = false) const;
+    // Advances the revision of a sub-system's settings from the one read; answers the new one.
+    long long advance(QSqlDatabase& db, const QString& subsystem, long long current) const;
     // Makes the table hold exactly these (import).
     void replaceAll(QSqlDatabase& db, const std::map<QString, Flags>& all) const;
 

@@ -53,12 +53,15 @@ std::vector<C> sourceCommands() {
             .option(O::kMarkets)
             .option(O::kBroker)
             .option(O::kServerGroup)
+            .option(O::kIfRevision)
             .refused(O::kSubsystem, "a source stays in its sub-system; %1 does not apply")
             .checkedBy(&CSourceCommands::checkModify)
             .changesData()
             .help("Change the given fields of source ID; the others keep their values. The\n"
                   "service reads and changes the source in one transaction (also through\n"
                   "--server), so a field someone else changed meanwhile is kept.\n"
+                  "--if-revision N: only while the source's revision (sources list --json)\n"
+                  "is still N; refused when someone changed it since.\n"
                   "--password-file: the password is the first line of FILE, or of standard\n"
                   "input for -; --password TEXT still works but warns (other local users\n"
                   "can read the command line)."),

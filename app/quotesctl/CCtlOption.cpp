@@ -29,6 +29,7 @@ const std::vector<CCtlOption>& CCtlOption::all() {
         {kBackup, "backup", Kind::File, "FILE"},
         {kKey, "key", Kind::File, "FILE"},
         {kLimit, "limit", Kind::Int, "N"},
+        {kIfRevision, "if-revision", Kind::Int, "N"},
     };
     return options;
 }

@@ -35,6 +35,7 @@ public:
         kBackup,
         kKey,
         kLimit,
+        kIfRevision,
     };
     enum class Kind {
         Flag,       // no value

@@ -1,6 +1,7 @@
 #include "CSourceCommands.h"
 
 #include <QJsonArray>
+#include <QJsonObject>
 #include <boost/make_shared.hpp>
 
 #include "CCtlArguments.h"
@@ -91,8 +92,12 @@ void CSourceCommands::list(CCtlSession& session) {
         sources(session.admin(), target(arguments), condition);
     if (arguments.has(O::kJson)) {
         QJsonArray array;
-        for (const auto& data : datas)
-            array.append(CDataTransfer::sourceToJson(static_cast<const Source&>(*data)));
+        for (const auto& data : datas) {
+            QJsonObject object = CDataTransfer::sourceToJson(static_cast<const Source&>(*data));
+            // What sources modify --if-revision makes a change conditional on.
+            object.insert(QStringLiteral("revision"), double(data->getRevision()));
+            array.append(object);
+        }
         CCtlOutput::printJson(array);
         return;
     }
@@ -169,10 +174,13 @@ void CSourceCommands::modify(CCtlSession& session) {
     std::string secret;
     if (password(arguments, &secret))
         patch.password = std::move(secret);
+    int revision = 0;
+    if (arguments.number(O::kIfRevision, &revision))
+        patch.ifRevision = revision;
     // The id is the operator's own, like a delete's: the read tells a server that this login's
     // view is current. The patch itself is applied to the stored source in the service's
     // transaction, so a field changed meanwhile by someone else is kept.
-    std::map<int, int> platforms;
+    std::map<int, Stored> platforms;
     utils::RKError error = storedPlatforms(session.admin(), &platforms);
     if (error.isSuccess())
         error = session.admin().modifySource(id, patch);
@@ -182,24 +190,24 @@ void CSourceCommands::modify(CCtlSession& session) {
 }
 
 utils::RKError CSourceCommands::storedPlatforms(Hlx::IQuotesAdmin& admin,
-                                                std::map<int, int>* platforms) {
+                                                std::map<int, Stored>* platforms) {
     rkservice::COrinQueryDataReq query;
     query.dataType = rkservice::kDataQuoteSources;
     std::vector<rkservice::IDataPtr> datas;
     const utils::RKError error = admin.query(Hlx::CRequestTarget::centre(), query, &datas);
     for (const auto& data : datas) {
         const auto& stored = static_cast<const Source&>(*data);
-        (*platforms)[stored.m_nId] = stored.m_nPlatformId;
+        (*platforms)[stored.m_nId] = Stored{stored.m_nPlatformId, stored.getRevision()};
     }
     return error;
 }
 
 void CSourceCommands::remove(CCtlSession& session) {
-    // The ids are the operator's own: they are sent with the platforms stored now (the service
-    // refuses a delete whose platform is not the stored row's), read by a query that also tells
-    // the server this login's view is current. An unknown id goes as it is, for the service to
-    // name.
-    std::map<int, int> platforms;
+    // The ids are the operator's own: they are sent with the platforms and revisions stored now
+    // (the service refuses a delete whose platform is not the stored row's), read by a query that
+    // also tells the server this login's view is current. An unknown id goes as it is, for the
+    // service to name.
+    std::map<int, Stored> platforms;
     CCtlError::check(storedPlatforms(session.admin(), &platforms));
     rkservice::COperateDataReq request;
     request.dataType = rkservice::kDataQuoteSources;
@@ -209,8 +217,10 @@ void CSourceCommands::remove(CCtlSession& session) {
         auto source = boost::make_shared<Source>();
         source->m_nId = id;
         const auto found = platforms.find(id);
-        if (found != platforms.end())
-            source->m_nPlatformId = found->second;
+        if (found != platforms.end()) {
+            source->m_nPlatformId = found->second.platformId;
+            source->setRevision(found->second.revision);
+        }
         request.datas.push_back(source);
     }
     CCtlError::check(session.admin().operate(Hlx::CRequestTarget::centre(), request, nullptr));

@@ -40,6 +40,12 @@ private:
     // is given. Throws CCtlError when the file cannot be read.
     static bool password(const CCtlArguments& arguments, std::string* password);
     // Every stored source's platform by id; the error when the query fails.
-    static utils::RKError storedPlatforms(Hlx::IQuotesAdmin& admin, std::map<int, int>* platforms);
+    // A stored source as a delete names it.
+    struct Stored {
+        int platformId;
+        long long revision;
+    };
+    static utils::RKError storedPlatforms(Hlx::IQuotesAdmin& admin,
+                                          std::map<int, Stored>* platforms);
     static QStringList row(const rkservice::COrinQuoterSourceInfo& source);
 };

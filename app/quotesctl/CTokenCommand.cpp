@@ -29,9 +29,12 @@ std::vector<rkservice::IDataPtr> CTokenCommand::stored(CCtlSession& session) {
     return datas;
 }
 
-void CTokenCommand::operate(CCtlSession& session, int operateType, const std::string& token) {
+void CTokenCommand::operate(CCtlSession& session, int operateType, const std::string& token,
+                            long long revision) {
     auto record = boost::make_shared<rkservice::CLevel2Token>();
     record->token = token;
+    // The revision just read: a token changed by someone else meanwhile is not overwritten.
+    record->setRevision(revision);
     rkservice::COperateDataReq request;
     request.dataType = rkservice::kDataLevel2Tokens;
     request.operateType = operateType;
@@ -62,12 +65,14 @@ void CTokenCommand::set(CCtlSession& session) {
     } else {
         token = given.toStdString();
     }
-    operate(session, datas.empty() ? rkservice::kOperateAdd : rkservice::kOperateModify, token);
+    operate(session, datas.empty() ? rkservice::kOperateAdd : rkservice::kOperateModify, token,
+            datas.empty() ? 0 : datas.front()->getRevision());
 }
 
 void CTokenCommand::remove(CCtlSession& session) {
     const std::vector<rkservice::IDataPtr> datas = stored(session);
     if (datas.empty())
         throw CCtlError::refused(QStringLiteral("Level-2 行情源 token 不存在"));
-    operate(session, rkservice::kOperateDelete, tokenOf(datas).toStdString());
+    operate(session, rkservice::kOperateDelete, tokenOf(datas).toStdString(),
+            datas.front()->getRevision());
 }

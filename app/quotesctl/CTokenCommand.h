@@ -17,5 +17,6 @@ public:
 private:
     // The stored token: empty when there is none.
     static std::vector<rkservice::IDataPtr> stored(CCtlSession& session);
-    static void operate(CCtlSession& session, int operateType, const std::string& token);
+    static void operate(CCtlSession& session, int operateType, const std::string& token,
+                        long long revision);
 };

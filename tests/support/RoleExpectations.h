@@ -77,11 +77,13 @@ inline const std::map<QString, QStringList>& expected() {
     return table;
 }
 
-// The delete record the panels send: platform 20000 goes as trade type 2.
+// The delete record the panels send: platform 20000 goes as trade type 2; the revision is the
+// row's, as read.
 inline rkservice::COrinQuoterSourceInfoPtr panelDeleteRecord(
     const rkservice::COrinQuoterSourceInfo& of) {
     auto record = boost::make_shared<rkservice::COrinQuoterSourceInfo>();
     record->m_nId = of.m_nId;
+    record->setRevision(of.getRevision());
     record->m_nTradeType = of.m_nPlatformId == 20000 ? 2 : of.m_nTradeType;
     record->m_nPlatformId = of.m_nPlatformId;
     return record;

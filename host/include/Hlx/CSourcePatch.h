@@ -21,7 +21,10 @@ struct CSourcePatch {
     std::optional<std::string> userName;
     std::optional<std::string> password;
     std::optional<std::string> markets;
+    // Not a field: when set, the patch applies only while the stored revision is this one.
+    std::optional<long long> ifRevision;
 
+    // Whether the patch names no field (a condition alone changes nothing).
     bool isEmpty() const;
     // Sets the fields this patch names; the id and the others stay.
     void applyTo(rkservice::COrinQuoterSourceInfo* source) const;

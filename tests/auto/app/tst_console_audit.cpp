@@ -113,9 +113,9 @@ class TestConsoleAudit : public QObject {
         const Entries entries = stored();
         QVERIFY(!entries.empty());
         const int firstId = std::stoi(entries.back().details.at(0).recordId);
-        QVERIFY(change(rkservice::kOperateDelete,
-                       RecordBuilders::source(firstId, kKxStocks, kStocks, "10.0.0.1", 9001))
-                    .isSuccess());
+        auto first = RecordBuilders::source(firstId, kKxStocks, kStocks, "10.0.0.1", 9001);
+        first->setRevision(1);  // as added
+        QVERIFY(change(rkservice::kOperateDelete, first).isSuccess());
     }
 
 private slots:

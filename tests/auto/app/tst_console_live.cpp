@@ -221,6 +221,7 @@ private slots:
         auto permission = boost::make_shared<rkservice::CGlobalFeaturePermissionInfo>();
         permission->m_wholeQuote = boost::make_shared<rkservice::CWholeQuotedivision>();
         permission->m_wholeQuote->setEnabled("SH", true);
+        permission->setRevision(1);  // never saved before
         rkservice::COperateDataReq request;
         request.dataType = rkservice::kDataGlobalPermission;
         request.operateType = rkservice::kOperateSaveWholeQuote;

@@ -749,6 +749,26 @@ private slots:
         QVERIFY(quoteSource(datas[0])->m_strMarkets.empty());
     }
 
+    // An edit sends back the revision of the row it was opened on.
+    void editSendsTheRevisionItRead() {
+        CSetStockQuotesDialog dialog(2, nullptr, false);
+        dialog.setIsAdd(false);
+        auto record = sourceRecord(9, 10000, 2);
+        record->setRevision(12);
+        dialog.setBasicInfo(record);
+        std::vector<rkservice::IDataPtr> datas;
+        dialog.getOperateDatas(datas);
+        QCOMPARE(int(datas.size()), 1);
+        QCOMPARE(datas[0]->getRevision(), 12LL);
+        // An add sends none.
+        dialog.setIsAdd(true);
+        datas.clear();
+        dialog.addressEdit()->setText("10.0.0.1");
+        dialog.getOperateDatas(datas);
+        QCOMPARE(int(datas.size()), 1);
+        QCOMPARE(datas[0]->getRevision(), 0LL);
+    }
+
     void portConversion_data() {
         QTest::addColumn<QString>("port");
         QTest::addColumn<int>("value");

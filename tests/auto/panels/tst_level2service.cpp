@@ -13,6 +13,7 @@
 #include "Zu/COddEvenRowTable.h"
 #include "Zu/CSmallNormalButton.h"
 #include "dialogs/CLevel2QuoteDialog.h"
+#include "model/CRevisionConflicts.h"
 #include "panels/CLevel2QuotesManagePanel.h"
 #include "rkservice/CLevel2Token.h"
 
@@ -56,6 +57,25 @@ class TestLevel2Service : public QObject {
             dialog->setTokenText(text);
             QTest::mouseClick(kitButton(dialog, buttonId), Qt::LeftButton);
         });
+    }
+
+    // Another operator's change of the token, from the revision stored now.
+    void changeElsewhere(int operateType, const std::string& text) {
+        rkservice::COrinQueryDataReq query;
+        query.dataType = kDataLevel2Tokens;
+        std::vector<rkservice::IDataPtr> datas;
+        QVERIFY(m_service->querySync(CCaller::owner(), CRequestTarget::centre(), query, &datas)
+                    .isSuccess());
+        auto record = boost::make_shared<rkservice::CLevel2Token>();
+        record->token = text;
+        record->setRevision(datas.empty() ? 0 : datas.front()->getRevision());
+        rkservice::COperateDataReq request;
+        request.dataType = kDataLevel2Tokens;
+        request.operateType = operateType;
+        request.datas.push_back(record);
+        const utils::RKError error =
+            m_service->operateSync(CCaller::owner(), CRequestTarget::centre(), request);
+        QVERIFY2(error.isSuccess(), error.errorMsg().c_str());
     }
 
     Zu::CBaseTableColumnMultiButtonsDelegate* delegate(CLevel2QuotesManagePanel* panel) {
@@ -134,6 +154,47 @@ private slots:
         waitLoaded(&panel);
         QTRY_COMPARE(panel.table()->rowCount(), 1);
         QCOMPARE(panel.table()->itemText(0, 0), QString("HiddenToken07"));
+    }
+
+    // Changed by another operator after the panel read it: the row's edit and delete are
+    // refused with the conflict's text, the panel shows the stored token again, and an edit
+    // from what it shows then goes through.
+    void staleTokenIsRefusedAndShownAgain() {
+        changeElsewhere(rkservice::kOperateAdd, "FirstToken01");
+        CLevel2QuotesManagePanel panel(nullptr);
+        waitLoaded(&panel);
+        QCOMPARE(panel.table()->itemText(0, 0), QString("FirstToken01"));
+        changeElsewhere(rkservice::kOperateModify, "OtherToken02");
+
+        answerDialog("MineToken03", 1);
+        QVERIFY(delegate(&panel)->clickButton(0, 3));
+        QTRY_COMPARE(m_messages.size(), 1);
+        QCOMPARE(m_messages[0].type, 1);
+        QCOMPARE(m_messages[0].text, QString::fromUtf8(CRevisionConflicts::kToken));
+        QTRY_COMPARE(panel.table()->itemText(0, 0), QString("OtherToken02"));
+        QCOMPARE(storedTokens(), QStringList{"OtherToken02"});
+
+        waitLoaded(&panel);
+        changeElsewhere(rkservice::kOperateModify, "OtherToken04");
+        QVERIFY(delegate(&panel)->clickButton(0, 4));
+        QTRY_COMPARE(m_messages.size(), 2);
+        QCOMPARE(m_messages[1].text, QString::fromUtf8(CRevisionConflicts::kToken));
+        QTRY_COMPARE(panel.table()->itemText(0, 0), QString("OtherToken04"));
+        QCOMPARE(storedTokens(), QStringList{"OtherToken04"});
+
+        waitLoaded(&panel);
+        answerDialog("MineToken03", 1);
+        QVERIFY(delegate(&panel)->clickButton(0, 3));
+        QTRY_COMPARE(m_messages.size(), 3);
+        QCOMPARE(m_messages[2].type, 0);
+        QCOMPARE(storedTokens(), QStringList{"MineToken03"});
+        // A second edit in a row, before anything else is read, is not refused.
+        waitLoaded(&panel);
+        answerDialog("MineToken05", 1);
+        QVERIFY(delegate(&panel)->clickButton(0, 3));
+        QTRY_COMPARE(m_messages.size(), 4);
+        QCOMPARE(m_messages[3].type, 0);
+        QCOMPARE(storedTokens(), QStringList{"MineToken05"});
     }
 
     void secondTokenIsRefused() {

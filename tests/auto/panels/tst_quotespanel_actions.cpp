@@ -1,6 +1,7 @@
 #include <QCheckBox>
 #include <QSignalSpy>
 #include <QtTest>
+#include <map>
 
 #include "Hlx/CLogCenter.h"
 #include "Hlx/COrinClientCenter.h"
@@ -347,6 +348,40 @@ private slots:
         QVERIFY(request.toCentre);
     }
 
+    // The revision goes with the id: both are the selected row's, so that a row someone changed
+    // since it was read is refused instead of deleted. 全部删除 sends each row's own.
+    void deletesSendTheRevisionsOfTheirRows() {
+        auto first = source(31, kKxStocks, kStocks);
+        first->setRevision(5);
+        auto second = source(32, kKxStocks, kStocks);
+        second->setRevision(7);
+        m_backend->setQueryAnswer(kDataQuoteSources, {first, second});
+        CStockQuotesManagePanel panel(nullptr);
+        panel.refresh();
+        QTRY_COMPARE(panel.table()->rowCount(), 2);
+        m_backend->clearRequests();
+        panel.table()->selectRow(1);
+        ModalDriver::answerNextBox(QMessageBox::Ok);
+        QVERIFY(PanelEvents::pressDeleteInRow(panel, 0));
+        QTRY_VERIFY(m_backend->requestCount() >= 1);
+        QCOMPARE(sentSource(m_backend->requests().front())->m_nId, 32);
+        QCOMPARE(sentSource(m_backend->requests().front())->getRevision(), 7LL);
+
+        QTRY_COMPARE(panel.table()->rowCount(), 2);
+        m_backend->settle();
+        m_backend->clearRequests();
+        ModalDriver::answerNextBox(QMessageBox::Yes);
+        PanelEvents::press(panel, CQuotesManagePanel::kBtnDeleteAll);
+        QTRY_VERIFY(m_backend->requestCount() >= 1);
+        const auto all = m_backend->requests().front();
+        QCOMPARE(int(all.datas.size()), 2);
+        std::map<int, long long> revisions;
+        for (const auto& data : all.datas)
+            revisions[boost::dynamic_pointer_cast<rkservice::COrinQuoterSourceInfo>(data)->m_nId] =
+                data->getRevision();
+        QCOMPARE(revisions, (std::map<int, long long>{{31, 5}, {32, 7}}));
+    }
+
     void deleteOfAFuturesPlatformSendsTradeTypeTwo() {
         auto kx = source(21, kKxFutures, kFutures);
         m_backend->setQueryAnswer(kDataQuoteSources, "2", {kx});
@@ -684,6 +719,11 @@ private slots:
         QVERIFY(!panel.loadingMask()->isVisible());
         QVERIFY(CLogCenter::instance()->recentLines().contains(
             "[CQuotesManagePanel] saveData error:保存被拒绝"));
+        // The refused save reads the stored settings again.
+        QTRY_COMPARE(m_backend->heldCount(), 1);
+        QVERIFY(m_backend->requests().back().isQuery);
+        QCOMPARE(m_backend->requests().back().dataType, int(kDataGlobalPermission));
+        m_backend->releaseAll();
         // With logging off, nothing is logged.
         CLogCenter::instance()->clearRecentLines();
         CLogCenter::instance()->setLogEnabled(false);

@@ -11,6 +11,7 @@
 #include "EmbeddedService.h"
 #include "Hlx/COrinClientCenter.h"
 #include "Hlx/CSafeLineEdit.h"
+#include "Hlx/CSourcePatch.h"
 #include "Hlx/CUserManager.h"
 #include "Hlx/CWholeQuoteSettingDialog.h"
 #include "ModalDriver.h"
@@ -21,6 +22,7 @@
 #include "Zu/COddEvenRowTable.h"
 #include "dialogs/CSetFutureQuotesDialog.h"
 #include "dialogs/CSetStockQuotesDialog.h"
+#include "model/CRevisionConflicts.h"
 #include "model/CStaleRows.h"
 #include "panels/QuotesManagePanel.h"
 #include "rkservice/DataTypeIds.h"
@@ -259,9 +261,9 @@ private slots:
         QCOMPARE(storedCount(), 0);
     }
 
-    // The same for an edit: the dialog closes (its row is stale, another try would change
-    // whichever source has the id now) and the panel reloads.
-    void staleEditAfterAnImportClosesAndReloads() {
+    // The same for an edit: the dialog stays open with the operator's input, reads the row
+    // again, and the panel reloads once it closes.
+    void staleEditAfterAnImportKeepsTheInputAndReloads() {
         CStockQuotesManagePanel panel(nullptr);
         showThenImport(&panel, "10.5.0.1", "10.5.0.9");
 
@@ -271,15 +273,118 @@ private slots:
             QVERIFY(dialog);
             QCOMPARE(dialog->addressEdit()->text(), QString("10.5.0.1"));
             dialog->portEdit()->setText("9100");
-            dialog->handleEvent(Zu::EventButtonClicked, CSetStockQuotesDialog::SubmitButton, 0,
-                                QString(), nullptr);
+            submit(dialog);
             QTRY_COMPARE(m_messages->count(), 1);
             QCOMPARE(lastMessage(), QString::fromUtf8(CStaleRows::kRefusal));
-            QTRY_VERIFY(!dialog->isVisible());
+            QVERIFY(dialog->isVisible());
+            QCOMPARE(dialog->portEdit()->text(), QString("9100"));
+            // Read again: the address the operator left is the stored one now.
+            QTRY_COMPARE(dialog->addressEdit()->text(), QString("10.5.0.9"));
+            dialog->handleEvent(Zu::EventButtonClicked, CSetStockQuotesDialog::CloseButton, 0,
+                                QString(), nullptr);
         });
         PanelEvents::pressEditInRow(panel, 0);
         QTRY_COMPARE(panel.table()->itemText(0, Panel::kColAddress), QString("10.5.0.9"));
         QCOMPARE(panel.table()->itemText(0, Panel::kColPort), QString("9000"));
+    }
+
+    // Operator A opens 编辑 on a source; meanwhile B changes its user name; A changes only the
+    // port and submits: refused, nothing changes, the dialog stays open with A's port and takes
+    // B's user name into the field A left; A's second submission keeps both changes.
+    void staleEditIsRefusedAndBothChangesSurviveTheNextTry() {
+        addStockSource("10.6.0.1");
+        CStockQuotesManagePanel panel(nullptr);
+        panel.switchSystem(0, "sys1");
+        QTRY_COMPARE(panel.table()->rowCount(), 1);
+        waitUntilIdle();
+        const int id = panel.table()->itemText(0, Panel::kColId).toInt();
+        m_messages->clear();
+        panel.table()->selectRow(0);
+        ModalDriver::onNext([this, id](QWidget* modal) {
+            auto* dialog = qobject_cast<CSetStockQuotesDialog*>(modal);
+            QVERIFY(dialog);
+            QCOMPARE(dialog->userEdit()->text(), QString("u"));
+            changeUserElsewhere(id, "bob");
+            const long long read = dialog->editRevision();
+            dialog->portEdit()->setText("9100");
+            submit(dialog);
+            QTRY_COMPARE(m_messages->count(), 1);
+            QCOMPARE(lastMessage(), QString::fromUtf8(CRevisionConflicts::kSource));
+            QCOMPARE(storedSource(id)->m_nPort, 9000);
+            QVERIFY(dialog->isVisible());
+            QTRY_VERIFY(dialog->editRevision() > read);
+            QCOMPARE(dialog->portEdit()->text(), QString("9100"));
+            QCOMPARE(dialog->userEdit()->text(), QString("bob"));
+            submit(dialog);
+            QTRY_COMPARE(m_messages->count(), 2);
+            QCOMPARE(lastMessage(), QString("操作成功"));
+            QTRY_VERIFY(!dialog->isVisible());
+        });
+        PanelEvents::pressEditInRow(panel, 0);
+        QTRY_COMPARE(panel.table()->itemText(0, Panel::kColPort), QString("9100"));
+        QCOMPARE(panel.table()->itemText(0, Panel::kColUser), QString("bob"));
+        QCOMPARE(storedSource(id)->m_strUserName, std::string("bob"));
+        QCOMPARE(storedSource(id)->m_nPort, 9100);
+    }
+
+    // A source changed elsewhere after the panel read it: 全部删除 is refused whole, and the
+    // reload shows every source again.
+    void staleDeleteAllIsRefusedWhole() {
+        addStockSource("10.7.0.1");
+        addStockSource("10.7.0.2");
+        CStockQuotesManagePanel panel(nullptr);
+        panel.switchSystem(0, "sys1");
+        QTRY_COMPARE(panel.table()->rowCount(), 2);
+        waitUntilIdle();
+        changeUserElsewhere(panel.table()->itemText(1, Panel::kColId).toInt(), "bob");
+        m_messages->clear();
+        ModalDriver::answerNextBox(QMessageBox::Yes);
+        PanelEvents::press(panel, CQuotesManagePanel::kBtnDeleteAll);
+        QTRY_COMPARE(m_messages->count(), 1);
+        QCOMPARE(lastMessage(), QString::fromUtf8(CRevisionConflicts::kSource));
+        QTRY_COMPARE(panel.table()->rowCount(), 2);
+        QCOMPARE(storedCount(), 2);
+        QTRY_COMPARE(panel.table()->itemText(1, Panel::kColUser), QString("bob"));
+    }
+
+    // Two whole-quote saves in a row: the held record takes the revision the first answered.
+    void twoWholeQuoteSavesInARow() {
+        CAllTypeQuotesManagePanel panel(nullptr);
+        panel.switchSystem(0, "sys1");
+        panel.onActive();
+        QTRY_VERIFY(panel.permissionInfo());
+        for (bool enabled : {true, false}) {
+            m_messages->clear();
+            saveWholeQuote(&panel, "HGT", enabled);
+            QTRY_COMPARE(m_messages->count(), 1);
+            QCOMPARE(lastMessage(), QString("保存成功"));
+        }
+        QVERIFY(!storedWholeQuote()->m_wholeQuote->isEnabled("HGT"));
+    }
+
+    // A save from settings someone else changed since they were read is refused, and the panel
+    // reads what is stored again instead of keeping the refused choice.
+    void staleWholeQuoteSaveReadsTheStoredSettings() {
+        CAllTypeQuotesManagePanel panel(nullptr);
+        panel.switchSystem(0, "sys1");
+        panel.onActive();
+        QTRY_VERIFY(panel.permissionInfo());
+        auto other = storedWholeQuote();
+        other->m_wholeQuote->setEnabled("SGT", true);
+        rkservice::COperateDataReq request;
+        request.dataType = rkservice::kDataGlobalPermission;
+        request.operateType = rkservice::kOperateSaveWholeQuote;
+        request.datas.push_back(other);
+        QVERIFY(m_service->administrator()
+                    .operate(CRequestTarget::subsystem("sys1"), request, nullptr)
+                    .isSuccess());
+        m_messages->clear();
+        saveWholeQuote(&panel, "HGT", true);
+        QTRY_COMPARE(m_messages->count(), 1);
+        QCOMPARE(lastMessage(), QString::fromUtf8(CRevisionConflicts::kWholeQuote));
+        QTRY_VERIFY(panel.permissionInfo()->m_wholeQuote->isEnabled("SGT"));
+        QVERIFY(!panel.permissionInfo()->m_wholeQuote->isEnabled("HGT"));
+        QVERIFY(!storedWholeQuote()->m_wholeQuote->isEnabled("HGT"));
     }
 
     void wholeQuoteSettingsSurviveARestart() {
@@ -364,6 +469,52 @@ private:
         document.insert(QStringLiteral("sources"), sources);
         const utils::RKError imported = m_service->administrator().importDocument(document);
         QVERIFY2(imported.isSuccess(), imported.errorMsg().c_str());
+    }
+
+    // Another operator's change of the user name (a patch, which needs no revision).
+    void changeUserElsewhere(int id, const std::string& user) {
+        Hlx::CSourcePatch patch;
+        patch.userName = user;
+        const utils::RKError error = m_service->administrator().modifySource(id, patch);
+        QVERIFY2(error.isSuccess(), error.errorMsg().c_str());
+    }
+
+    rkservice::COrinQuoterSourceInfoPtr storedSource(int id) {
+        rkservice::COrinQueryDataReq request;
+        request.dataType = rkservice::kDataQuoteSources;
+        std::vector<rkservice::IDataPtr> datas;
+        m_service->administrator().query(CRequestTarget::centre(), request, &datas);
+        for (const auto& data : datas) {
+            auto source = boost::dynamic_pointer_cast<rkservice::COrinQuoterSourceInfo>(data);
+            if (source && source->m_nId == id)
+                return source;
+        }
+        return boost::make_shared<rkservice::COrinQuoterSourceInfo>();
+    }
+
+    rkservice::CGlobalFeaturePermissionInfoPtr storedWholeQuote() {
+        rkservice::COrinQueryDataReq request;
+        request.dataType = rkservice::kDataGlobalPermission;
+        std::vector<rkservice::IDataPtr> datas;
+        m_service->administrator().query(CRequestTarget::subsystem("sys1"), request, &datas);
+        return datas.empty() ? boost::make_shared<rkservice::CGlobalFeaturePermissionInfo>()
+                             : boost::dynamic_pointer_cast<rkservice::CGlobalFeaturePermissionInfo>(
+                                   datas.front());
+    }
+
+    static void saveWholeQuote(Panel* panel, const char* market, bool enabled) {
+        ModalDriver::onNext([market, enabled](QWidget* modal) {
+            auto* dialog = qobject_cast<CWholeQuoteSettingDialog*>(modal);
+            QVERIFY(dialog);
+            dialog->marketCheckBox(market)->setChecked(enabled);
+            dialog->accept();
+        });
+        PanelEvents::press(*panel, CQuotesManagePanel::kBtnWholeQuote);
+    }
+
+    static void submit(CSetStockQuotesDialog* dialog) {
+        dialog->handleEvent(Zu::EventButtonClicked, CSetStockQuotesDialog::SubmitButton, 0,
+                            QString(), nullptr);
     }
 
     int storedCount() {

@@ -7,6 +7,7 @@
 
 #include "CCallCodec.h"
 #include "CRecordCodec.h"
+#include "Hlx/CSourcePatch.h"
 #include "SourceChecks.h"
 #include "model/CFieldLimits.h"
 #include "rkservice/CGlobalFeaturePermissionInfo.h"
@@ -534,6 +535,44 @@ private slots:
         QVERIFY(!CRecordCodec::decodeQuery(overTheWire(query), &target, &request).isSuccess());
         query.mutable_target()->set_centre(false);
         QVERIFY(!CRecordCodec::decodeQuery(overTheWire(query), &target, &request).isSuccess());
+    }
+
+    // The revision travels beside the record, as its system tag does, and a result carries the
+    // new revisions in order.
+    void revisionsTravel() {
+        auto source = boost::make_shared<rkservice::COrinQuoterSourceInfo>();
+        source->m_nId = 3;
+        source->setRevision(42);
+        quotes::v1::Record message;
+        QVERIFY(CRecordCodec::encodeRecord(*source, &message).isSuccess());
+        QCOMPARE(message.revision(), google::protobuf::int64(42));
+        rkservice::IDataPtr decoded;
+        QVERIFY(CRecordCodec::decodeRecord(overTheWire(message), &decoded).isSuccess());
+        QCOMPARE(decoded->getRevision(), 42LL);
+        QCOMPARE(decoded->clone()->getRevision(), 42LL);
+        message.set_revision(-1);
+        QVERIFY(!CRecordCodec::decodeRecord(overTheWire(message), &decoded).isSuccess());
+
+        bson::BSONObj result;
+        result.appendInt("count", 2);
+        result.appendString("revisions", "3,7");
+        quotes::v1::OperateResult encoded;
+        QVERIFY(CRecordCodec::encodeResult(result, &encoded).isSuccess());
+        QCOMPARE(encoded.revisions_size(), 2);
+        bson::BSONObj back;
+        QVERIFY(CRecordCodec::decodeResult(overTheWire(encoded), &back).isSuccess());
+        QCOMPARE(back.getStringField("revisions"), std::string("3,7"));
+
+        Hlx::CSourcePatch patch;
+        patch.port = 1;
+        patch.ifRevision = 9;
+        quotes::v1::ModifySourceRequest request;
+        QVERIFY(CRecordCodec::encodeSourcePatch(3, patch, &request).isSuccess());
+        int id = 0;
+        Hlx::CSourcePatch decodedPatch;
+        QVERIFY(
+            CRecordCodec::decodeSourcePatch(overTheWire(request), &id, &decodedPatch).isSuccess());
+        QCOMPARE(decodedPatch.ifRevision.value_or(0), 9LL);
     }
 
     void oneBadRecordRefusesTheWholeChange() {

@@ -11,6 +11,7 @@
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <QJsonObject>
 #include <QSqlDatabase>
 #include <QSqlQuery>
 #include <QtTest>
@@ -25,8 +26,10 @@
 #include "QuotesctlOnServer.h"
 #include "QuotesdProcess.h"
 #include "RoleExpectations.h"
+#include "model/CRevisionConflicts.h"
 #include "model/CStaleRows.h"
 #include "quotes.grpc.pb.h"
+#include "rkservice/DataTypeIds.h"
 
 using namespace RoleExpectations;
 namespace v1 = quotes::v1;
@@ -816,6 +819,73 @@ private slots:
         const utils::RKError removed = operate(later, 3, remove);
         QVERIFY2(removed.isSuccess(), removed.errorMsg().c_str());
         QVERIFY(!stored(id));
+    }
+
+    // Through a raw Operate: A reads a source, B changes its user name, A sends the port it
+    // changed on what it read: refused as a conflict, nothing changes; without a revision it is
+    // refused as invalid; read again it goes through, and both changes are kept.
+    void staleOperateIsRefused() {
+        removeEverySource();
+        const int id = ownerAdd(addressSource(10000, 2, "192.0.2.80", 1));
+        QVERIFY(id > 0);
+        const auto seenByA = stored(id);
+        rkservice::COrinQuoterSourceInfoPtr seenByB;
+        for (const auto& source : sources(token("stock_op")))
+            seenByB = source->m_nId == id ? source : seenByB;
+        QVERIFY(seenByB);
+        QCOMPARE(seenByA->getRevision(), 1LL);
+        seenByB->m_strUserName = "bob";
+        bson::BSONObj result;
+        QVERIFY(
+            operate(token("stock_op"), rkservice::kOperateModify, {seenByB}, &result).isSuccess());
+        QCOMPARE(result.getStringField("revisions"), std::string("2"));
+
+        seenByA->m_nPort = 9100;
+        const utils::RKError refused =
+            operate(token("admin"), rkservice::kOperateModify, {seenByA});
+        QCOMPARE(QString::fromStdString(refused.errorMsg()),
+                 QString::fromUtf8(CRevisionConflicts::kSource));
+        QCOMPARE(refused.kind(), utils::ErrorKind::Conflict);
+        QCOMPARE(stored(id)->m_nPort, 1);
+        QCOMPARE(stored(id)->m_strUserName, std::string("bob"));
+        seenByA->setRevision(0);
+        const utils::RKError missing =
+            operate(token("admin"), rkservice::kOperateModify, {seenByA});
+        QCOMPARE(QString::fromStdString(missing.errorMsg()),
+                 QString::fromUtf8(CRevisionConflicts::kMissing));
+        QCOMPARE(missing.kind(), utils::ErrorKind::Invalid);
+
+        auto again = stored(id);
+        again->m_nPort = 9100;
+        QVERIFY(operate(token("admin"), rkservice::kOperateModify, {again}).isSuccess());
+        QCOMPARE(stored(id)->m_nPort, 9100);
+        QCOMPARE(stored(id)->m_strUserName, std::string("bob"));
+        QCOMPARE(stored(id)->getRevision(), 3LL);
+    }
+
+    // quotesctl sources modify --if-revision through the server: refused once the source moved
+    // on, applied while it is the stored revision.
+    void conditionalModifyThroughQuotesctl() {
+        removeEverySource();
+        const int id = ownerAdd(addressSource(10000, 2, "192.0.2.81", 1));
+        QVERIFY(id > 0);
+        const QuotesctlOnServer ctl(m_server, QStringLiteral("admin"), kAdminPassword);
+        QuotesctlRun run = ctl.run({"sources", "list", "--json"});
+        QCOMPARE(run.code, 0);
+        QCOMPARE(QJsonDocument::fromJson(run.out).array().at(0).toObject().value("revision"),
+                 QJsonValue(1));
+        QCOMPARE(ctl.run({"sources", "modify", QString::number(id), "--port", "9001"}).code, 0);
+        run = ctl.run(
+            {"sources", "modify", QString::number(id), "--port", "9002", "--if-revision", "1"});
+        QVERIFY2(run.code != 0, run.out.constData());
+        QVERIFY2(QString::fromUtf8(run.out + run.err).contains(CRevisionConflicts::kSource),
+                 run.err.constData());
+        QCOMPARE(stored(id)->m_nPort, 9001);
+        QCOMPARE(ctl.run({"sources", "modify", QString::number(id), "--port", "9002",
+                          "--if-revision", "2"})
+                     .code,
+                 0);
+        QCOMPARE(stored(id)->m_nPort, 9002);
     }
 
     void stoppedKilledAndRestartedServer() {

@@ -105,8 +105,10 @@ private slots:
         // The next test counts the sources from an empty database.
         rkservice::COperateDataReq remove = add;
         remove.operateType = rkservice::kOperateDelete;
-        remove.datas = {
-            RecordBuilders::source(std::stoi(log.at(1).ids.at(0)), 10000, 2, "192.0.2.80", 9080)};
+        auto added =
+            RecordBuilders::source(std::stoi(log.at(1).ids.at(0)), 10000, 2, "192.0.2.80", 9080);
+        added->setRevision(1);  // as added
+        remove.datas = {added};
         // A delete whose answer the restart cut off may have been made: the list tells.
         utils::RKError listed;
         const bool gone = QTest::qWaitFor(

@@ -20,6 +20,7 @@
 #include "PostgresCluster.h"
 #include "RecordBuilders.h"
 #include "ServiceResults.h"
+#include "StoredRevisions.h"
 #include "TestDatabases.h"
 #include "model/CAuditVocabulary.h"
 #include "rkservice/CGlobalFeaturePermissionInfo.h"
@@ -80,6 +81,9 @@ private:
     utils::RKError operate(Hlx::IQuotesAdmin& admin, int dataType, int operateType,
                            const std::vector<rkservice::IDataPtr>& datas,
                            const std::string& subsystem = "sys1") {
+        // The trail is the subject here: each change names the revision stored now.
+        if (operateType != rkservice::kOperateAdd)
+            StoredRevisions::fill(*m_service, dataType, datas, subsystem);
         rkservice::COperateDataReq request;
         request.dataType = dataType;
         request.operateType = operateType;

@@ -148,6 +148,8 @@ private slots:
         for (int t = 0; t < kThreads; ++t) {
             threads.push_back(QThread::create([&, t] {
                 auto& mine = expected[t];
+                // The revision of each of its rows, as the answers of its changes give them.
+                std::map<int, long long> revisions;
                 const std::string subsystem = t % 2 ? "sys2" : "";
                 int serial = 0;
                 for (int i = 0; i < kOperations; ++i) {
@@ -176,24 +178,31 @@ private slots:
                             fail("add returned ids " + r.result.getStringField("ids"));
                             continue;
                         }
-                        for (int k = 0; k < count; ++k)
+                        for (int k = 0; k < count; ++k) {
                             mine[ids[k].toInt()] = endpoints[k];
+                            revisions[ids[k].toInt()] = 1;
+                        }
                     } else if (kind == 3) {
                         const auto it = std::next(mine.begin(), i % mine.size());
                         const std::string address =
                             "10." + std::to_string(t) + ".200." + std::to_string(i % 250);
                         auto change = stockSource(10000, 2, address, 2000 + i);
                         change->m_nId = it->first;
+                        change->setRevision(revisions[it->first]);
                         const OperateResult r =
                             operate(rkservice::kDataQuoteSources, 0, list({change}));
-                        if (!r.error.isSuccess())
+                        if (!r.error.isSuccess()) {
                             fail("modify: " + r.error.errorMsg());
-                        else
+                        } else {
                             it->second = {address, 2000 + i};
+                            revisions[it->first] = std::stoll(r.result.getStringField("revisions"));
+                        }
                     } else if (kind == 4) {
                         const auto it = std::next(mine.begin(), (i * 7) % mine.size());
-                        const OperateResult r = operate(rkservice::kDataQuoteSources, 3,
-                                                        list({deleteRecord(it->first)}));
+                        auto record = deleteRecord(it->first);
+                        record->setRevision(revisions[it->first]);
+                        const OperateResult r =
+                            operate(rkservice::kDataQuoteSources, 3, list({record}));
                         if (!r.error.isSuccess())
                             fail("delete: " + r.error.errorMsg());
                         else

@@ -131,15 +131,16 @@ private slots:
 
         auto change = stockSource(10000, 2, "10.0.0.3", 9001);
         change->m_nId = ids[0].toInt();
+        change->setRevision(1);  // as added
         QVERIFY(operate(rkservice::kDataQuoteSources, 0, list({change})).error.isSuccess());
         QCOMPARE(sources().front()->m_strAddress, std::string("10.0.0.3"));
         QVERIFY(!operate(rkservice::kDataQuoteSources, 3,
                          list({deleteRecord(ids[1].toInt()), deleteRecord(424242)}))
                      .error.isSuccess());
         QCOMPARE(int(sources().size()), 2);
-        QVERIFY(
-            operate(rkservice::kDataQuoteSources, 3, list({deleteRecord(ids[1].toInt())}), "sys1")
-                .error.isSuccess());
+        auto second = deleteRecord(ids[1].toInt());
+        second->setRevision(1);  // as added
+        QVERIFY(operate(rkservice::kDataQuoteSources, 3, list({second}), "sys1").error.isSuccess());
         QCOMPARE(int(sources().size()), 1);
 
         auto token = boost::make_shared<rkservice::CLevel2Token>();
@@ -165,7 +166,9 @@ private slots:
                     if (i % 4 == 3) {
                         const int id =
                             QString::fromStdString(r.result.getStringField("ids")).toInt();
-                        if (!operate(rkservice::kDataQuoteSources, 3, list({deleteRecord(id)}))
+                        auto added = deleteRecord(id);
+                        added->setRevision(1);
+                        if (!operate(rkservice::kDataQuoteSources, 3, list({added}))
                                  .error.isSuccess())
                             ++failures;
                     }

@@ -9,6 +9,7 @@
 #include "CSchema.h"
 #include "ServiceResults.h"
 #include "ServiceTestUtil.h"
+#include "StoredRevisions.h"
 #include "rkservice/CUserInfo.h"
 
 using namespace svctest;
@@ -54,6 +55,16 @@ private:
         }
         return QString::fromStdString(r.result.getStringField("ids")).toInt();
     }
+    // The requests of these tests, each modify or delete naming the revision stored now:
+    // validation is the subject here.
+    OperateResult operate(int dataType, int operateType,
+                          const std::vector<rkservice::IDataPtr>& datas,
+                          const std::string& subsystem = std::string()) {
+        if (operateType != rkservice::kOperateAdd)
+            StoredRevisions::fill(*m_service, dataType, datas, subsystem);
+        return svctest::operate(dataType, operateType, datas, subsystem);
+    }
+
     void expectRefused(const rkservice::COrinQuoterSourceInfoPtr& source, const QString& fragment,
                        int op = rkservice::kOperateAdd, const std::string& subsystem = "") {
         const size_t before = sources().size();

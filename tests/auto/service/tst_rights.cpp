@@ -6,6 +6,7 @@
 #include "RoleExpectations.h"
 #include "ServiceResults.h"
 #include "ServiceTestUtil.h"
+#include "StoredRevisions.h"
 #include "rkservice/CUserInfo.h"
 
 using namespace svctest;
@@ -33,6 +34,9 @@ class TestRights : public QObject {
 
     utils::RKError send(Path path, const rkservice::CUserInfoPtr& user, int dataType, int op,
                         const std::vector<rkservice::IDataPtr>& datas) {
+        // Rights are the subject here: each change names the revision stored now.
+        if (op != rkservice::kOperateAdd)
+            StoredRevisions::fill(*m_service, dataType, datas);
         if (path == Console) {
             Hlx::CUserManager::instance()->setCurrentUser(user);
             return operate(dataType, op, datas).error;
@@ -68,8 +72,10 @@ class TestRights : public QObject {
         rkservice::COperateDataReq request;
         request.dataType = rkservice::kDataQuoteSources;
         request.operateType = rkservice::kOperateDelete;
-        for (const auto& source : as<rkservice::COrinQuoterSourceInfo>(datas))
+        for (const auto& source : as<rkservice::COrinQuoterSourceInfo>(datas)) {
             request.datas.push_back(deleteRecord(source->m_nId));
+            request.datas.back()->setRevision(source->getRevision());
+        }
         m_service->operateSync(CCaller::owner(), Hlx::CRequestTarget::centre(), request);
     }
 

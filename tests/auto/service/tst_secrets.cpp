@@ -375,10 +375,14 @@ private slots:
         auto changed = boost::make_shared<rkservice::COrinQuoterSourceInfo>(*other);
         changed->m_nId = damaged + 1;
         changed->m_nPort = 9102;
+        // The revisions as added and as each change leaves them (a read of every row would open
+        // the damaged password).
+        changed->setRevision(1);
         QVERIFY_OK(operate(rkservice::kDataQuoteSources, rkservice::kOperateModify, changed));
         Hlx::CSourcePatch patch;
         patch.port = 9103;
         QVERIFY_OK(m_service->modifySource(CCaller::owner(), damaged + 1, patch));
+        changed->setRevision(3);
         QVERIFY_OK(operate(rkservice::kDataQuoteSources, rkservice::kOperateDelete, changed));
         QCOMPARE(passwords().front().rfind("error: ", 0), size_t(0));
     }

@@ -17,6 +17,7 @@
 #include "PostgresCluster.h"
 #include "RecordBuilders.h"
 #include "ServiceResults.h"
+#include "StoredRevisions.h"
 #include "TestDatabases.h"
 #include "model/CStaleRows.h"
 #include "rkservice/DataTypeIds.h"
@@ -82,6 +83,10 @@ private:
     utils::RKError operate(const CCaller& caller, int operateType,
                            const rkservice::COrinQuoterSourceInfoPtr& record,
                            CQuotesService* service = nullptr) {
+        // Imports are the subject here: each change names the revision stored now.
+        if (operateType != rkservice::kOperateAdd)
+            StoredRevisions::fill(service ? *service : *m_service, rkservice::kDataQuoteSources,
+                                  {record});
         rkservice::COperateDataReq request;
         request.dataType = rkservice::kDataQuoteSources;
         request.operateType = operateType;
@@ -369,13 +374,13 @@ private slots:
             std::unique_ptr<CDatabase> database = CDatabase::create(m_options, &error);
             QVERIFY2(database, qPrintable(error));
             database->transact(true, [&](QSqlDatabase& db) {
-                for (const char* table :
-                     {"whole_quote_revisions", "audit_aggregates", "login_failures"})
-                    database->exec(db, QStringLiteral("DROP TABLE %1").arg(QLatin1String(table)));
-                for (const char* column :
-                     {"kx_orin_quoter_source DROP COLUMN revision",
-                      "level2_token DROP COLUMN revision", "audit_entries DROP COLUMN occurrences"})
-                    database->exec(db, QStringLiteral("ALTER TABLE %1").arg(QLatin1String(column)));
+                // What the later versions added, newest first.
+                for (const char* sql : {"DROP TABLE login_failures", "DROP TABLE audit_aggregates",
+                                        "DROP TABLE whole_quote_revisions",
+                                        "ALTER TABLE audit_entries DROP COLUMN occurrences",
+                                        "ALTER TABLE level2_token DROP COLUMN revision",
+                                        "ALTER TABLE kx_orin_quoter_source DROP COLUMN revision"})
+                    database->exec(db, QString::fromLatin1(sql));
                 database->exec(db, QStringLiteral("DROP TABLE import_generation"));
                 database->exec(
                     db, QStringLiteral("ALTER TABLE login_tokens DROP COLUMN import_generation"));

@@ -13,6 +13,7 @@
 #include "CSecretKeyFile.h"
 #include "ServiceResults.h"
 #include "ServiceTestUtil.h"
+#include "StoredRevisions.h"
 #include "model/CRightsTable.h"
 
 using namespace svctest;
@@ -87,6 +88,7 @@ private:
         rkservice::COperateDataReq request;
         request.dataType = rkservice::kDataQuoteSources;
         request.operateType = rkservice::kOperateModify;
+        StoredRevisions::fill(*m_service, rkservice::kDataQuoteSources, sources);
         request.datas = sources;
         return m_service->operateSync(CCaller::owner(), Hlx::CRequestTarget::centre(), request);
     }

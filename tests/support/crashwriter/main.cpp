@@ -14,13 +14,14 @@
 
 namespace {
 
-std::vector<int> storedIds(CQuotesService& service) {
+// The stored sources' ids with the revisions a change of each sends back.
+std::vector<std::pair<int, long long>> storedIds(CQuotesService& service) {
     std::vector<rkservice::IDataPtr> datas;
     OwnerCalls::query(service, rkservice::kDataQuoteSources, &datas);
-    std::vector<int> ids;
+    std::vector<std::pair<int, long long>> ids;
     for (const rkservice::IDataPtr& data : datas) {
         if (auto* source = dynamic_cast<rkservice::COrinQuoterSourceInfo*>(data.get()))
-            ids.push_back(source->m_nId);
+            ids.emplace_back(source->m_nId, source->getRevision());
     }
     return ids;
 }
@@ -28,17 +29,18 @@ std::vector<int> storedIds(CQuotesService& service) {
 // One change: half adds, then modifies and deletes of a stored source. Random ports, so that
 // a modify the trail missed would show in the stored row.
 utils::RKError changeOnce(CQuotesService& service, std::mt19937& random) {
-    const std::vector<int> ids = storedIds(service);
+    const std::vector<std::pair<int, long long>> ids = storedIds(service);
     const int choice = ids.empty() ? 0 : int(random() % 10);
     const int port = 1024 + int(random() % 60000);
     const std::string address = "10.0.0." + std::to_string(1 + random() % 250);
     if (choice < 5)
         return OwnerCalls::operate(service, rkservice::kDataQuoteSources, rkservice::kOperateAdd,
                                    RecordBuilders::source(0, 10000, 2, address, port));
-    const int id = ids[random() % ids.size()];
+    const auto& stored = ids[random() % ids.size()];
     const int operation = choice < 8 ? rkservice::kOperateModify : rkservice::kOperateDelete;
-    return OwnerCalls::operate(service, rkservice::kDataQuoteSources, operation,
-                               RecordBuilders::source(id, 10000, 2, address, port));
+    auto record = RecordBuilders::source(stored.first, 10000, 2, address, port);
+    record->setRevision(stored.second);
+    return OwnerCalls::operate(service, rkservice::kDataQuoteSources, operation, record);
 }
 
 }  // namespace
