@@ -325,7 +325,7 @@ private slots:
         std::vector<Hlx::CAdminAccount> accounts;
         for (int i = 0; i < 5; ++i)
             QVERIFY(!viewer->accounts(&accounts).isSuccess());
-        const utils::RKError integrity = viewer->checkIntegrity();
+        const utils::RKError integrity = viewer->checkIntegrity(nullptr);
         QCOMPARE(QString::fromStdString(integrity.errorMsg()),
                  QStringLiteral("没有权限：一致性检查"));
         QJsonObject document;
