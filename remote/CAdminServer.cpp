@@ -124,6 +124,13 @@ grpc::Status CAdminServer::Login(grpc::ServerContext* context,
     const CLoginManager::LoginResult result =
         m_logins.login(QString::fromStdString(name), std::get<1>(credentials),
                        QString::fromStdString(address), now());
+    // The database did not answer: nothing was checked, so nothing is counted or recorded.
+    if (result.reason == CLoginManager::Reason::ServiceError) {
+        CCallCodec::encode(
+            utils::RKError::fail(utils::ErrorKind::Unavailable, result.message.toStdString()),
+            CCallCodec::Login(), reply);
+        return grpc::Status::OK;
+    }
     if (!result.ok())
         return refuseLogin(name, address, result, reply);
     m_service->auditTrail().loginEvent(

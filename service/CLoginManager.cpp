@@ -33,7 +33,10 @@ bool plausibleToken(const std::string& token) {
     });
 }
 
+// A database that does not answer says so in the words every other call uses.
 QString serviceFailure(const CServiceError& e) {
+    if (e.kind() == utils::ErrorKind::Unavailable)
+        return QString::fromUtf8(CDatabase::kNoResponse);
     return QStringLiteral("登录服务暂时不可用: ") + QString::fromStdString(e.what());
 }
 

@@ -143,6 +143,10 @@ private slots:
         QCoreApplication::processEvents();
         QCOMPARE(expiries.load(), 0);
         QVERIFY(!QApplication::activeModalWidget());
+        // A new login says the same, and is neither counted nor taken for a wrong password.
+        const utils::RKError login = client()->login("admin", kAdminPassword.toStdString());
+        QCOMPARE(int(login.kind()), int(utils::ErrorKind::Unavailable));
+        QCOMPARE(QString::fromStdString(login.errorMsg()), kNoResponse);
 
         // Back: the console reads everything again by itself (its panels are built anew).
         QVERIFY(m_database.restart());
