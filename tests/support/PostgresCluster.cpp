@@ -9,6 +9,7 @@
 #include <QFileInfo>
 #include <QProcess>
 #include <QSqlDatabase>
+#include <QTest>
 
 namespace {
 
@@ -19,6 +20,17 @@ const QString kBin = QStringLiteral("/usr/lib/postgresql/15/bin");
 PostgresCluster::~PostgresCluster() {
     if (m_running)
         stop();
+}
+
+bool PostgresCluster::startOrSkip() {
+    const QString why = start();
+    if (why.isEmpty())
+        return true;
+    if (qEnvironmentVariable("CI") == QLatin1String("true"))
+        QTest::qFail(qPrintable(why), __FILE__, __LINE__);
+    else
+        QTest::qSkip(qPrintable(why), __FILE__, __LINE__);
+    return false;
 }
 
 QString PostgresCluster::start() {
