@@ -80,13 +80,21 @@ grpc::Status CAdminServer::invalid(const utils::RKError& error) {
     return grpc::Status(grpc::StatusCode::INVALID_ARGUMENT, error.errorMsg());
 }
 
+grpc::Status CAdminServer::unauthenticated(grpc::ServerContext* context,
+                                           const std::string& message) {
+    // Counted per address like refused logins: a client without a valid login, however it
+    // calls, grows the trail by a row a minute at most.
+    m_service->auditTrail().refusedCall(peerAddress(context->peer()), message);
+    return grpc::Status(grpc::StatusCode::UNAUTHENTICATED, message);
+}
+
 grpc::Status CAdminServer::authenticate(grpc::ServerContext* context, CCaller* caller,
                                         utils::RKError* unavailable) {
     if (m_refusing)
         return refusing();
     const std::string token = bearerToken(context);
     if (token.empty())
-        return grpc::Status(grpc::StatusCode::UNAUTHENTICATED, "请先登录");
+        return unauthenticated(context, "请先登录");
     const CLoginManager::AuthResult result = m_logins.authenticate(token, now());
     // A database that does not answer has not ended the login.
     if (result.reason == CLoginManager::Reason::ServiceError) {
@@ -99,7 +107,7 @@ grpc::Status CAdminServer::authenticate(grpc::ServerContext* context, CCaller* c
             CCaller::user(result.expiredName.toStdString(), {}).from(peerAddress(context->peer())),
             CAuditVocabulary::kExpire);
     if (!result.ok())
-        return grpc::Status(grpc::StatusCode::UNAUTHENTICATED, result.message.toStdString());
+        return unauthenticated(context, result.message.toStdString());
     *caller = CCaller::user(result.account.name.toStdString(), result.account.rights)
                   .from(peerAddress(context->peer()))
                   .inSession(result.tokenHash);

@@ -199,6 +199,8 @@ private:
     // is stopping); OK with *unavailable set when the database could not tell.
     grpc::Status authenticate(grpc::ServerContext* context, CCaller* caller,
                               utils::RKError* unavailable);
+    // UNAUTHENTICATED with the message, the refusal recorded.
+    grpc::Status unauthenticated(grpc::ServerContext* context, const std::string& message);
     grpc::Status refusing() const;
     // The loop of an Events call once it holds its slot.
     grpc::Status streamEvents(grpc::ServerContext* context, const CCaller& caller,

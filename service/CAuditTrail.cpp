@@ -139,6 +139,15 @@ bool CAuditTrail::refusedLogin(const std::string& address, const std::string& na
                       CCaller::user(cut, {}).from(address), refusal, cut);
 }
 
+bool CAuditTrail::refusedCall(const std::string& address, const std::string& error) const {
+    if (!m_enabled)
+        return false;
+    Entry refusal = entry(CAuditVocabulary::kLogin, CAuditVocabulary::kSession);
+    refusal.error = error;
+    return aggregated("token|" + keyPart(address).toStdString(),
+                      CCaller::user({}, {}).from(address), refusal, std::string());
+}
+
 void CAuditTrail::loginEvent(const CCaller& caller, const std::string& action) const {
     if (!m_enabled)
         return;

@@ -40,6 +40,9 @@ public:
     // entry lists the names (cut to the user-name limit). True when it made a new entry.
     bool refusedLogin(const std::string& address, const std::string& name,
                       const std::string& error) const;
+    // A call without a valid login: counted per address like refused logins, on an entry of
+    // its own.
+    bool refusedCall(const std::string& address, const std::string& error) const;
     // An event of a login (its start, end or expiry): a row of its own, never announced.
     void loginEvent(const CCaller& caller, const std::string& action) const;
     // Writes the entry unless an entry of the key younger than a minute exists; that one then

@@ -73,9 +73,10 @@ class TestAuditRemote : public QObject {
         return count;
     }
 
+    // The newest refused login: it names an account (calls without a login name none).
     static Hlx::CAuditEntry newestRefusal(const Entries& found) {
         for (const Hlx::CAuditEntry& entry : found) {
-            if (!entry.error.empty())
+            if (!entry.error.empty() && !entry.account.empty())
                 return entry;
         }
         return Hlx::CAuditEntry();
@@ -264,6 +265,33 @@ private slots:
                 newest.account == cut.toStdString());
         for (const Hlx::CAuditEntry& entry : entries(filter))
             QVERIFY(entry.account.size() <= 75);
+    }
+
+    // Calls without a valid login count with the refused logins of their address.
+    void callsWithoutALoginAreCounted() {
+        Hlx::CAuditFilter filter;
+        filter.action = "login";
+        auto refused = [&] {
+            long long count = 0;
+            for (const Hlx::CAuditEntry& entry : entries(filter))
+                count += entry.error.empty() ? 0 : entry.count;
+            return count;
+        };
+        const long long before = refused();
+        grpc::SslCredentialsOptions tls;
+        tls.pem_root_certs = m_server.certificatePem().toStdString();
+        const auto stub = quotes::v1::QuotesAdmin::NewStub(
+            grpc::CreateChannel(m_server.address().toStdString(), grpc::SslCredentials(tls)));
+        for (const char* token : {"", "not-a-token", "AAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAA"}) {
+            grpc::ClientContext context;
+            if (*token)
+                context.AddMetadata("authorization", std::string("Bearer ") + token);
+            quotes::v1::ListAccountsReply reply;
+            const grpc::Status status =
+                stub->ListAccounts(&context, quotes::v1::ListAccountsRequest(), &reply);
+            QCOMPARE(int(status.error_code()), int(grpc::StatusCode::UNAUTHENTICATED));
+        }
+        QCOMPARE(refused(), before + 3);
     }
 
     // A login idle for too long ends on its next call, and the trail says whose it was.
