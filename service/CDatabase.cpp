@@ -65,10 +65,6 @@ int sqliteSystemErrno(const QSqlDriver* driver) {
     return connection ? sqlite3_system_errno(connection) : 0;
 }
 
-bool outOfSpace(int systemErrno) {
-    return systemErrno == ENOSPC || systemErrno == EDQUOT || systemErrno == EFBIG;
-}
-
 // The libpq connection under a Qt PostgreSQL driver; null for any other driver.
 pg_conn* pgConnection(const QSqlDriver* driver) {
     if (!driver)
@@ -90,6 +86,10 @@ bool containsAny(const QString& text, std::initializer_list<const char*> needles
 }  // namespace
 
 const char* const CDatabase::kNoResponse = "数据库无响应";
+
+bool CDatabase::outOfSpace(int systemErrno) {
+    return systemErrno == ENOSPC || systemErrno == EDQUOT || systemErrno == EFBIG;
+}
 
 std::unique_ptr<CDatabase> CDatabase::create(const CServiceOptions& options, QString* error) {
     std::unique_ptr<CDatabase> db(new CDatabase);

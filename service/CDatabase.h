@@ -27,6 +27,8 @@ public:
     // What the operator is told when the database does not answer (a statement that ran out of
     // time, or a token that could not be checked).
     static const char* const kNoResponse;
+    // An error number of a write that failed for want of space (or of file size).
+    static bool outOfSpace(int systemErrno);
 
     // Works out the engine and its parameters from the options and prepares the SQLite file
     // (directory, mode 0600); does not connect. Null with *error set when the options are unusable.

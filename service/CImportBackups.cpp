@@ -5,6 +5,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonDocument>
+#include <cerrno>
 
 #include "CDatabase.h"
 #include "CPrivateFile.h"
@@ -39,8 +40,10 @@ void CImportBackups::write(const QJsonObject& content, const QString& path) cons
     const QByteArray sealed =
         kSealedHeader + m_database.secrets()->seal(plain.toStdString()).toLatin1() + '\n';
     QString failure;
-    if (!CPrivateFile::write(path, sealed, &failure))
-        throw CServiceError::unavailable("导入前备份失败，未导入: " + failure.toStdString());
+    if (!CPrivateFile::write(path, sealed, &failure)) {
+        const std::string full = CDatabase::outOfSpace(errno) ? "数据库空间已满：" : "";
+        throw CServiceError::unavailable(full + "导入前备份失败，未导入: " + failure.toStdString());
+    }
     if (!m_dir.isEmpty() && QFileInfo(path).absolutePath() == QDir(m_dir).absolutePath())
         prune();
 }

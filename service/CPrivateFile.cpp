@@ -30,8 +30,10 @@ bool CPrivateFile::write(const QString& path, const QByteArray& bytes, QString* 
     // mkstemp creates the file with mode 0600 whatever the umask.
     const int fd = ::mkstemp(temporary.data());
     if (fd < 0) {
+        const int failure = errno;
         *error = QStringLiteral("无法创建文件 %1: %2")
-                     .arg(path, QString::fromLocal8Bit(strerror(errno)));
+                     .arg(path, QString::fromLocal8Bit(strerror(failure)));
+        errno = failure;
         return false;
     }
     bool ok = writeAll(fd, bytes) && ::fsync(fd) == 0;
@@ -39,8 +41,11 @@ bool CPrivateFile::write(const QString& path, const QByteArray& bytes, QString* 
     ok = (::close(fd) == 0) && ok;
     if (ok && ::rename(temporary.constData(), target.constData()) == 0)
         return true;
-    *error = QStringLiteral("无法写入文件 %1: %2")
-                 .arg(path, QString::fromLocal8Bit(strerror(ok ? errno : savedErrno)));
+    const int failure = ok ? errno : savedErrno;
+    *error =
+        QStringLiteral("无法写入文件 %1: %2").arg(path, QString::fromLocal8Bit(strerror(failure)));
     ::unlink(temporary.constData());
+    // The caller may tell a full disk from other failures.
+    errno = failure;
     return false;
 }

@@ -7,7 +7,8 @@
 // temporary file beside it, which is synced and then renamed over the name.
 class CPrivateFile {
 public:
-    // False with *error set when any step fails; no partial file remains then.
+    // False with *error set (and errno that of the failed step) when any step fails; no
+    // partial file remains then.
     static bool write(const QString& path, const QByteArray& bytes, QString* error);
     // Writes all bytes to a descriptor, resuming after interruptions; false on any error.
     static bool writeAll(int fd, const QByteArray& bytes);

@@ -344,6 +344,40 @@ private slots:
         QVERIFY2(backups().isEmpty(), qPrintable(backups().join(' ')));
     }
 
+    // The backup of a large content does not fit where the database still does: the import
+    // says the disk is full, and nothing changed.
+    void fullDiskForTheBackupSaysSo() {
+        QVERIFY(open());
+        QJsonObject document = exported();
+        QJsonArray sources;
+        for (int i = 0; i < 6000; ++i)
+            sources.append(
+                QJsonObject{{"address", QStringLiteral("10.1.%1.%2").arg(i / 250).arg(i % 250)},
+                            {"brokerId", 2147483647},
+                            {"id", i + 1},
+                            {"markets", "SH"},
+                            {"password", QString(40, QLatin1Char('p'))},
+                            {"platformId", 20000},
+                            {"port", 7709},
+                            {"serverGroupId", 0},
+                            {"subsystem", "sys1"},
+                            {"tradeType", 1},
+                            {"userName", QStringLiteral("user%1").arg(i)}});
+        document.insert(QStringLiteral("sources"), sources);
+        QVERIFY_OK(m_service->importDocument(CCaller::owner(), document, {}, nullptr));
+        m_service.reset();
+        const QStringList before = backups();
+        QTemporaryFile file;
+        QVERIFY(file.open());
+        file.write(QJsonDocument(document).toJson());
+        file.close();
+        const QuotesctlRun r = limited(1600, {"import", file.fileName()});
+        QCOMPARE(r.code, 1);
+        QVERIFY2(r.err.contains("数据库空间已满"), r.err.constData());
+        verifyEveryLineNamed(r.err);
+        QCOMPARE(backups(), before);
+    }
+
     void realFullDiskSaysSo() {
         // A small file system of its own, where the user may mount one (a user namespace).
         QProcess probe;
