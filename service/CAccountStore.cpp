@@ -7,6 +7,7 @@
 #include "CDatabase.h"
 #include "CPasswordHasher.h"
 #include "CServiceError.h"
+#include "model/CFieldLimits.h"
 #include "model/CRightsTable.h"
 
 namespace {
@@ -139,6 +140,11 @@ void CAccountStore::checkName(const QString& name) {
         throw CServiceError("用户名不能为空");
     if (name.size() > kMaxNameLength)
         throw CServiceError("用户名最多 " + std::to_string(kMaxNameLength) + " 个字符");
+    // A login name longer than this is refused before it is looked at: such an account could
+    // never log in.
+    const int maxBytes = Hlx::CFieldLimits::of(Hlx::CFieldLimit::UserName).maxBytes;
+    if (name.toUtf8().size() > maxBytes)
+        throw CServiceError("用户名最多 " + std::to_string(maxBytes) + " 个字节");
     for (const QChar c : name) {
         if (c.isSpace() || c.category() == QChar::Other_Control)
             throw CServiceError("用户名不能包含空白或控制字符");

@@ -259,6 +259,9 @@ private slots:
         QVERIFY_EXCEPTION_THROWN(m_store->createAccount(QStringLiteral("a b"), 0, {}),
                                  CServiceError);
         QVERIFY_EXCEPTION_THROWN(m_store->createAccount(QString(), 0, {}), CServiceError);
+        // 30 characters, 90 bytes: more than a login name may carry.
+        QVERIFY_EXCEPTION_THROWN(m_store->createAccount(QString(30, QChar(0x884C)), 0, {}),
+                                 CServiceError);
         QVERIFY_EXCEPTION_THROWN(m_store->setEnabled(QStringLiteral("nobody"), true),
                                  CServiceError);
         QVERIFY_EXCEPTION_THROWN(m_store->setRights(QStringLiteral("nobody"), {}), CServiceError);
