@@ -1,6 +1,7 @@
 #include "model/CRevisionConflicts.h"
 
 #include <cstring>
+#include <initializer_list>
 
 #include "model/CStaleRows.h"
 
