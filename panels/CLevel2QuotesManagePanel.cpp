@@ -2,6 +2,7 @@
 
 #include <QDialog>
 #include <QMetaType>
+#include <QPointer>
 #include <QVector>
 #include <boost/bind/bind.hpp>
 #include <boost/make_shared.hpp>
@@ -56,6 +57,8 @@ CLevel2QuotesManagePanel::CLevel2QuotesManagePanel(QWidget* parent)
             &CLevel2QuotesManagePanel::slotOnOperationFinished);
     connect(this, &CLevel2QuotesManagePanel::sigOnLoadUnavailable, this,
             &CLevel2QuotesManagePanel::slotOnLoadUnavailable);
+    connect(this, &CLevel2QuotesManagePanel::sigTokenRefused, this,
+            &CLevel2QuotesManagePanel::slotTokenRefused);
     refresh();
 }
 
@@ -64,6 +67,7 @@ CLevel2QuotesManagePanel::~CLevel2QuotesManagePanel() {
     m_answerGuard.invalidate();
     disconnect();
     // The token dialog has no parent to free it.
+    m_dialogReopened = false;
     delete m_tokenDialog;
     m_tokenDialog = nullptr;
 }
@@ -184,15 +188,29 @@ void CLevel2QuotesManagePanel::appendToken(int row, const QString& token) {
 
 void CLevel2QuotesManagePanel::tryUpdateToken(const QString& token, int row) {
     Q_UNUSED(row);
+    // Shown again after a refusal, the dialog holds what the operator typed: it is only raised.
+    if (m_tokenDialog && m_tokenDialog->isVisible()) {
+        m_tokenDialog->raise();
+        m_tokenDialog->activateWindow();
+        return;
+    }
     if (!m_tokenDialog) {
         m_tokenDialog = new CLevel2QuoteDialog(this);
         m_tokenDialog->setFixedSize(450, 150);
+        connect(m_tokenDialog, &QDialog::finished, this,
+                &CLevel2QuotesManagePanel::slotTokenDialogFinished);
     }
     // An empty token keeps what the dialog last held.
     if (!token.isEmpty())
         m_tokenDialog->setTokenText(token);
-    if (m_tokenDialog->exec() != QDialog::Accepted)
-        return;
+    QPointer<CLevel2QuotesManagePanel> alive(this);
+    const int result = m_tokenDialog->exec();
+    // The panel may have been closed while the dialog ran: nothing of it is touched then.
+    if (alive && result == QDialog::Accepted)
+        submitToken();
+}
+
+void CLevel2QuotesManagePanel::submitToken() {
     const QString text = m_tokenDialog->getTokenText();
     if (text.isEmpty())
         return;
@@ -208,12 +226,38 @@ void CLevel2QuotesManagePanel::tryUpdateToken(const QString& token, int row) {
 
     // Tokens are kept by the centre, whichever sub-system the panel shows.
     CRequestRouter router(RoutePolicy::Centre, false, QString());
-    router.operate(request, m_answerGuard.guardOperate(boost::bind(
-                                &CLevel2QuotesManagePanel::onOperationSave, this, _1, _2)));
+    router.operate(request, m_answerGuard.guardOperate(
+                                boost::bind(&CLevel2QuotesManagePanel::onTokenSave, this, _1, _2)));
     if (m_loadingMask) {
         m_loadingMask->setText(QStringLiteral("正在提交数据"));
         m_loadingMask->attach(m_maskHost);
     }
+}
+
+void CLevel2QuotesManagePanel::onTokenSave(const utils::RKError& error, bson::BSONObj result) {
+    // Any text is a refusal, as the panel's slot reads it; the dialog comes back before the box.
+    if (!error.errorMsg().empty())
+        emit sigTokenRefused();
+    onOperationSave(error, result);
+}
+
+void CLevel2QuotesManagePanel::slotTokenRefused() {
+    // The dialog still holds the operator's text. It comes back at once, without a modal run
+    // nested in this answer's slot; its 确定 submits again, with the revision the panel holds by
+    // then (a stale refusal reloads the row underneath).
+    if (!m_tokenDialog || m_tokenDialog->isVisible())
+        return;
+    m_dialogReopened = true;
+    m_tokenDialog->open();
+}
+
+void CLevel2QuotesManagePanel::slotTokenDialogFinished(int result) {
+    // A run of exec() submits from tryUpdateToken; only the dialog shown again submits here.
+    if (!m_dialogReopened)
+        return;
+    m_dialogReopened = false;
+    if (result == QDialog::Accepted)
+        submitToken();
 }
 
 void CLevel2QuotesManagePanel::removeToken(int row) {

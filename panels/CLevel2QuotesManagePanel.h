@@ -60,21 +60,30 @@ signals:
     void sigOnOperationFinished(bool bError, QString qsError);
     // A load the database or the server did not answer (an addition: the row shown stays).
     void sigOnLoadUnavailable(QString qsError);
+    // The token the dialog submitted was refused; comes before the refusal's
+    // sigOnOperationFinished.
+    void sigTokenRefused();
 
 public slots:
     void slotInitTokens(const std::vector<rkservice::IDataPtr> values);
     void slotOnOperationFinished(bool bError, QString qsError);
     void slotOnLoadUnavailable(QString qsError);
+    void slotTokenRefused();
+    void slotTokenDialogFinished(int result);
 
 protected:
     void createUi();
     void appendToken(int row, const QString& token);
     void removeToken(int row);
     void tryUpdateToken(const QString& token, int row);
+    // Sends what the token dialog holds: an add while no row is listed, else a modify with the
+    // revision of the row shown now.
+    void submitToken();
     // Answers; run on the data service's worker thread and only emit.
     void onQueryData(const utils::RKError& error, const std::vector<rkservice::IDataPtr>& datas,
                      int count, bson::BSONObj result);
     void onOperationSave(const utils::RKError& error, bson::BSONObj result);
+    void onTokenSave(const utils::RKError& error, bson::BSONObj result);
 
 private:
     CLevel2QuoteDialog* m_tokenDialog;
@@ -86,6 +95,9 @@ private:
     // successful change answered (written by its answer, read by its slot).
     long long m_tokenRevision = 0;
     std::atomic<long long> m_savedRevision{0};
+    // The token dialog is shown again after a refusal (open(), not a modal run of exec()): its
+    // 确定 submits through slotTokenDialogFinished.
+    bool m_dialogReopened = false;
     CAnswerGuard m_answerGuard;
 };
 

@@ -15,6 +15,7 @@
 #include "Zu/CSmallNormalButton.h"
 #include "Zu/CWidgetList.h"
 #include "dialogs/CLevel2QuoteDialog.h"
+#include "model/CRevisionConflicts.h"
 #include "panels/CLevel2QuotesManagePanel.h"
 #include "rkservice/CLevel2Token.h"
 #include "rkservice/COrinQuoterSourceInfo.h"
@@ -24,9 +25,10 @@ using namespace TestIds;
 
 namespace {
 
-rkservice::IDataPtr token(const std::string& text) {
+rkservice::IDataPtr token(const std::string& text, long long revision = 0) {
     auto record = boost::make_shared<rkservice::CLevel2Token>();
     record->token = text;
+    record->setRevision(revision);
     return record;
 }
 
@@ -429,6 +431,100 @@ private slots:
             QTRY_COMPARE(queryCount(), 1);
             waitLoaded(&panel);
         }
+    }
+
+    // A refused edit keeps the dialog open with the operator's text while the box and, for a
+    // stale refusal, the reload come; 确定 then sends the same text with the reloaded revision,
+    // and its success closes the dialog.
+    void refusedEditKeepsTheDialogOpen_data() {
+        QTest::addColumn<QString>("refusal");
+        QTest::addColumn<bool>("reloads");
+        QTest::newRow("changed by another operator")
+            << QString::fromUtf8(CRevisionConflicts::kToken) << true;
+        QTest::newRow("rows read before an import")
+            << QString("行情源已变更，请刷新后重试") << true;
+        QTest::newRow("any other refusal") << QString("已存在token") << false;
+    }
+
+    void refusedEditKeepsTheDialogOpen() {
+        QFETCH(QString, refusal);
+        QFETCH(bool, reloads);
+        m_backend->setQueryAnswer(kDataLevel2Tokens, {token("Stored1", 4)});
+        CLevel2QuotesManagePanel panel(nullptr);
+        waitLoaded(&panel);
+        m_backend->clearRequests();
+        m_backend->setQueryAnswer(kDataLevel2Tokens, {token("Theirs2", 9)});
+        m_backend->setOperateAnswer(kDataLevel2Tokens,
+                                    utils::RKError(false, refusal.toStdString()));
+        answerDialog("Typed3", 1);
+        QVERIFY(delegate(&panel)->clickButton(0, 3));
+        QTRY_COMPARE(m_messages.size(), 1);
+        QCOMPARE(m_messages[0].type, 1);
+        QCOMPARE(m_messages[0].text, refusal);
+        CLevel2QuoteDialog* dialog = panel.tokenDialog();
+        QVERIFY(dialog);
+        QTRY_VERIFY(dialog->isVisible());
+        QCOMPARE(QApplication::activeModalWidget(), static_cast<QWidget*>(dialog));
+        QCOMPARE(dialog->getTokenText(), QString("Typed3"));
+        waitLoaded(&panel);
+        m_backend->settle();
+        QCOMPARE(queryCount(), reloads ? 1 : 0);
+        QCOMPARE(panel.table()->itemText(0, 0), QString(reloads ? "Theirs2" : "Stored1"));
+        // The row's edit while the dialog is shown again opens no second one.
+        QVERIFY(delegate(&panel)->clickButton(0, 3));
+        QCOMPARE(dialog->getTokenText(), QString("Typed3"));
+
+        m_backend->setOperateAnswer(kDataLevel2Tokens, utils::RKError(true, std::string()));
+        QTest::mouseClick(kitButton(dialog, 1), Qt::LeftButton);
+        QTRY_COMPARE(m_messages.size(), 2);
+        QCOMPARE(m_messages[1].type, 0);
+        QVERIFY(!dialog->isVisible());
+        QVERIFY(QApplication::activeModalWidget() == nullptr);
+        auto sent = operations();
+        QCOMPARE(int(sent.size()), 2);
+        QCOMPARE(sent[1].operateType, 0);
+        QCOMPARE(tokenOf(sent[1].datas[0]), std::string("Typed3"));
+        QCOMPARE(sent[1].datas[0]->getRevision(), reloads ? 9LL : 4LL);
+        waitLoaded(&panel);
+    }
+
+    // Closed instead, the dialog shown again sends nothing; the next edit opens it afresh.
+    void refusedEditClosedSendsNothing() {
+        m_backend->setQueryAnswer(kDataLevel2Tokens, {token("Stored1", 4)});
+        CLevel2QuotesManagePanel panel(nullptr);
+        waitLoaded(&panel);
+        m_backend->clearRequests();
+        m_backend->setOperateAnswer(kDataLevel2Tokens, utils::RKError(false, "已存在token"));
+        answerDialog("Typed3", 1);
+        QVERIFY(delegate(&panel)->clickButton(0, 3));
+        QTRY_VERIFY(panel.tokenDialog()->isVisible());
+        QTest::mouseClick(kitButton(panel.tokenDialog(), 0), Qt::LeftButton);
+        QVERIFY(!panel.tokenDialog()->isVisible());
+        m_backend->settle();
+        QCOMPARE(int(operations().size()), 1);
+        QString seen;
+        answerDialog(QString(), 0, &seen, false);
+        QVERIFY(delegate(&panel)->clickButton(0, 3));
+        QCOMPARE(seen, QString("Stored1"));
+        m_backend->settle();
+        QCOMPARE(int(operations().size()), 1);
+    }
+
+    // Destroyed while the dialog is shown again: the dialog goes with the panel.
+    void destroyedWhileRefusedDialogShown() {
+        auto* panel = new CLevel2QuotesManagePanel(nullptr);
+        waitLoaded(panel);
+        m_backend->setOperateAnswer(kDataLevel2Tokens, utils::RKError(false, "已存在token"));
+        answerDialog("Typed3", 1);
+        panel->handleEvent(Zu::EventButtonClicked, CLevel2QuotesManagePanel::AddButton, 0,
+                           QString(), nullptr);
+        QPointer<CLevel2QuoteDialog> dialog = panel->tokenDialog();
+        QTRY_VERIFY(dialog->isVisible());
+        delete panel;
+        QVERIFY(dialog.isNull());
+        QVERIFY(QApplication::activeModalWidget() == nullptr);
+        COrinClientCenter::instance()->waitForIdle();
+        QCoreApplication::processEvents();
     }
 
     void slotDecidesByTextAlone() {

@@ -156,9 +156,10 @@ private slots:
         QCOMPARE(panel.table()->itemText(0, 0), QString("HiddenToken07"));
     }
 
-    // Changed by another operator after the panel read it: the row's edit and delete are
-    // refused with the conflict's text, the panel shows the stored token again, and an edit
-    // from what it shows then goes through.
+    // Changed by another operator after the panel read it: the row's edit is refused with the
+    // conflict's text, the dialog stays open with what the operator typed while the panel shows
+    // the stored token underneath, and 确定 again sends the new revision and goes through. A
+    // stale delete is refused the same way and shows the stored token again.
     void staleTokenIsRefusedAndShownAgain() {
         changeElsewhere(rkservice::kOperateAdd, "FirstToken01");
         CLevel2QuotesManagePanel panel(nullptr);
@@ -173,28 +174,42 @@ private slots:
         QCOMPARE(m_messages[0].text, QString::fromUtf8(CRevisionConflicts::kToken));
         QTRY_COMPARE(panel.table()->itemText(0, 0), QString("OtherToken02"));
         QCOMPARE(storedTokens(), QStringList{"OtherToken02"});
+        CLevel2QuoteDialog* dialog = panel.tokenDialog();
+        QVERIFY(dialog);
+        QTRY_VERIFY(dialog->isVisible());
+        QCOMPARE(QApplication::activeModalWidget(), static_cast<QWidget*>(dialog));
+        QCOMPARE(dialog->getTokenText(), QString("MineToken03"));
+
+        waitLoaded(&panel);
+        QTest::mouseClick(kitButton(dialog, 1), Qt::LeftButton);
+        QTRY_COMPARE(m_messages.size(), 2);
+        QCOMPARE(m_messages[1].type, 0);
+        QCOMPARE(storedTokens(), QStringList{"MineToken03"});
+        QVERIFY(!dialog->isVisible());
+        QTRY_COMPARE(panel.table()->itemText(0, 0), QString("MineToken03"));
 
         waitLoaded(&panel);
         changeElsewhere(rkservice::kOperateModify, "OtherToken04");
         QVERIFY(delegate(&panel)->clickButton(0, 4));
-        QTRY_COMPARE(m_messages.size(), 2);
-        QCOMPARE(m_messages[1].text, QString::fromUtf8(CRevisionConflicts::kToken));
+        QTRY_COMPARE(m_messages.size(), 3);
+        QCOMPARE(m_messages[2].text, QString::fromUtf8(CRevisionConflicts::kToken));
         QTRY_COMPARE(panel.table()->itemText(0, 0), QString("OtherToken04"));
         QCOMPARE(storedTokens(), QStringList{"OtherToken04"});
+        QVERIFY(!dialog->isVisible());
 
-        waitLoaded(&panel);
-        answerDialog("MineToken03", 1);
-        QVERIFY(delegate(&panel)->clickButton(0, 3));
-        QTRY_COMPARE(m_messages.size(), 3);
-        QCOMPARE(m_messages[2].type, 0);
-        QCOMPARE(storedTokens(), QStringList{"MineToken03"});
-        // A second edit in a row, before anything else is read, is not refused.
         waitLoaded(&panel);
         answerDialog("MineToken05", 1);
         QVERIFY(delegate(&panel)->clickButton(0, 3));
         QTRY_COMPARE(m_messages.size(), 4);
         QCOMPARE(m_messages[3].type, 0);
         QCOMPARE(storedTokens(), QStringList{"MineToken05"});
+        // A second edit in a row, before anything else is read, is not refused.
+        waitLoaded(&panel);
+        answerDialog("MineToken06", 1);
+        QVERIFY(delegate(&panel)->clickButton(0, 3));
+        QTRY_COMPARE(m_messages.size(), 5);
+        QCOMPARE(m_messages[4].type, 0);
+        QCOMPARE(storedTokens(), QStringList{"MineToken06"});
     }
 
     void secondTokenIsRefused() {
