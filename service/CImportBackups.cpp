@@ -44,7 +44,10 @@ void CImportBackups::write(const QJsonObject& content, const QString& path) cons
         const std::string full = CDatabase::outOfSpace(errno) ? "数据库空间已满：" : "";
         throw CServiceError::unavailable(full + "导入前备份失败，未导入: " + failure.toStdString());
     }
-    if (!m_dir.isEmpty() && QFileInfo(path).absolutePath() == QDir(m_dir).absolutePath())
+}
+
+void CImportBackups::keep(const QString& written) const {
+    if (!m_dir.isEmpty() && QFileInfo(written).absolutePath() == QDir(m_dir).absolutePath())
         prune();
 }
 

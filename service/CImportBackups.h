@@ -25,6 +25,9 @@ public:
     QString target(const Hlx::CImportOptions& options) const;
     // Writes the content sealed (0600, through a temporary file); throws when it cannot.
     void write(const QJsonObject& content, const QString& path) const;
+    // Once the change it backs up has committed: the oldest copies in the directory beyond the
+    // ones kept go (never before, so that a change that fails costs no older copy).
+    void keep(const QString& written) const;
 
     // Seals the copies in the data directory that the old key opens under the database's key
     // again (after a rekey), so that the one key file opens them all; throws when one cannot

@@ -873,6 +873,7 @@ void CQuotesService::runImport(const CCaller& caller, const QJsonObject& documen
             QFile::remove(backup);
         throw;
     }
+    m_backups->keep(backup);
     if (report)
         report->backupFile = backup.toStdString();
     m_settings.apply(settings);
