@@ -7,6 +7,7 @@
 #include <QStringList>
 #include <QVariant>
 #include <algorithm>
+#include <iterator>
 #include <set>
 
 #include "CAccountStore.h"
@@ -98,10 +99,17 @@ long long CAuditTrail::write(QSqlDatabase& db, const CCaller& caller, Entry entr
     entry.session = caller.session();
     const long long id = insertEntry(db, entry);
     insertDetails(db, id, entry);
-    // Logins change no data: nobody reloads for them.
-    if (entry.error.empty() && entry.dataType != CAuditVocabulary::kSession)
+    if (changesData(entry))
         announce(db, id);
     return id;
+}
+
+bool CAuditTrail::changesData(const Entry& entry) {
+    if (!entry.error.empty() || entry.dataType == CAuditVocabulary::kSession)
+        return false;
+    return std::none_of(std::begin(CAuditVocabulary::kReadActions),
+                        std::end(CAuditVocabulary::kReadActions),
+                        [&](const char* action) { return entry.action == action; });
 }
 
 void CAuditTrail::announce(QSqlDatabase& db, long long entryId) const {
@@ -129,23 +137,23 @@ void CAuditTrail::refused(const CCaller& caller, Entry entry, const std::string&
 
 bool CAuditTrail::refusedLogin(const std::string& address, const std::string& name,
                                const std::string& error) const {
+    return refusedAtAddress("login", address, name, error);
+}
+
+bool CAuditTrail::refusedCall(const std::string& address, const std::string& error) const {
+    return refusedAtAddress("token", address, std::string(), error);
+}
+
+bool CAuditTrail::refusedAtAddress(const char* kind, const std::string& address,
+                                   const std::string& name, const std::string& error) const {
     if (!m_enabled)
         return false;
     const std::string cut =
         Hlx::CFieldLimits::cut(name, Hlx::CFieldLimits::of(Hlx::CFieldLimit::UserName).maxBytes);
     Entry refusal = entry(CAuditVocabulary::kLogin, CAuditVocabulary::kSession);
     refusal.error = error;
-    return aggregated("login|" + keyPart(address).toStdString(),
+    return aggregated(std::string(kind) + "|" + keyPart(address).toStdString(),
                       CCaller::user(cut, {}).from(address), refusal, cut);
-}
-
-bool CAuditTrail::refusedCall(const std::string& address, const std::string& error) const {
-    if (!m_enabled)
-        return false;
-    Entry refusal = entry(CAuditVocabulary::kLogin, CAuditVocabulary::kSession);
-    refusal.error = error;
-    return aggregated("token|" + keyPart(address).toStdString(),
-                      CCaller::user({}, {}).from(address), refusal, std::string());
 }
 
 void CAuditTrail::loginEvent(const CCaller& caller, const std::string& action) const {

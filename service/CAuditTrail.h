@@ -91,7 +91,13 @@ private:
     void listName(QSqlDatabase& db, long long entryId, const std::string& name) const;
     void keepAggregate(QSqlDatabase& db, const QString& key, long long entryId,
                        long long nowMs) const;
+    // Whether the entry stands for changed data (what the change feed passes on): not a
+    // refusal, a session or a read.
+    static bool changesData(const Entry& entry);
     void announce(QSqlDatabase& db, long long entryId) const;
+    // A refusal at an address before any login, counted on the key's entry of the minute.
+    bool refusedAtAddress(const char* kind, const std::string& address, const std::string& name,
+                          const std::string& error) const;
     std::vector<Entry> readChanges(QSqlDatabase& db, const QString& where) const;
     void insertDetails(QSqlDatabase& db, long long entryId, const Entry& entry) const;
     void readDetails(QSqlDatabase& db, std::vector<Entry>* entries) const;
