@@ -17,6 +17,8 @@ packages=(
   xvfb openbox x11-utils
   lintian systemd dpkg-dev file man-db
   ccache ninja-build clang-tidy
+  libsystemd-dev prometheus-cpp-dev libqwt-qt5-dev
+  python3-grpcio python3-prometheus-client testssl.sh
 )
 
 missing=()
