@@ -4,8 +4,13 @@
 #include <cstring>
 
 #include "BenchRegistry.h"
+#include "Hlx/QuotesVersion.h"
 
 int main(int argc, char** argv) {
+    if (argc == 2 && std::strcmp(argv[1], "--version") == 0) {
+        std::printf("%s\n", Hlx::quotesVersionLine("quotes-bench").c_str());
+        return 0;
+    }
     if (!qEnvironmentVariableIsSet("QT_QPA_PLATFORM"))
         qputenv("QT_QPA_PLATFORM", "offscreen");
     QApplication app(argc, argv);

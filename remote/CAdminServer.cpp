@@ -192,7 +192,7 @@ grpc::Status CAdminServer::Ping(grpc::ServerContext* context, const quotes::v1::
         unavailable.isSuccess())
         m_service->status(caller, &status);
     else
-        status.version = Hlx::quotesVersion();
+        status = {Hlx::quotesVersion(), Hlx::quotesCommit(), std::string(), 0};
     CCallCodec::encode(status, reply);
     return grpc::Status::OK;
 }

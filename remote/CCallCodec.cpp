@@ -275,6 +275,7 @@ void CCallCodec::encode(const RKError& error, const Login& login, v1::LoginReply
 void CCallCodec::encode(const Hlx::CServiceStatus& status, v1::PingReply* out) {
     CCodecChecks c;
     out->set_server_version(c.text(status.version, "server_version"));
+    out->set_commit(c.text(status.commit, "commit"));
     out->set_database(c.text(status.database, "database"));
     out->set_uptime_seconds(status.uptimeMs / 1000);
     if (!c.ok())
@@ -404,6 +405,7 @@ RKError CCallCodec::decode(const v1::LogoutReply& in) {
 
 RKError CCallCodec::decode(const v1::PingReply& in, Hlx::CServiceStatus* out) {
     out->version = in.server_version();
+    out->commit = in.commit();
     out->database = in.database();
     out->uptimeMs = in.uptime_seconds() * 1000;
     return RKError::ok();

@@ -1044,6 +1044,7 @@ std::vector<std::string> CQuotesService::storedFaults(QSqlDatabase& db) const {
 utils::RKError CQuotesService::status(const CCaller& caller, Hlx::CServiceStatus* status) {
     return answer(caller, nullptr, [&] {
         status->version = Hlx::quotesVersion();
+        status->commit = Hlx::quotesCommit();
         status->database = databaseDescription().toStdString();
         status->uptimeMs = m_opened.elapsed();
     });

@@ -7,6 +7,10 @@ bool CConsoleOptions::parse(const QStringList& arguments, CConsoleOptions* optio
     QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral("Quote-source administration console"));
     parser.addHelpOption();
+    // Answered by main before anything starts; listed here for --help.
+    parser.addOption(QCommandLineOption(QStringLiteral("version"),
+                                        QStringLiteral("The version and the commit it was "
+                                                       "built from.")));
     const QCommandLineOption data(QStringLiteral("data"),
                                   QStringLiteral("Data directory (database, logs, settings)."),
                                   QStringLiteral("DIR"));

@@ -7,6 +7,7 @@
 #include <QStandardPaths>
 #include <boost/make_shared.hpp>
 #include <cstdio>
+#include <cstring>
 
 #include "CConsoleLocale.h"
 #include "CConsoleLogging.h"
@@ -24,6 +25,7 @@
 #include "CScreenshotter.h"
 #include "Hlx/CAdminBackend.h"
 #include "Hlx/COrinClientCenter.h"
+#include "Hlx/QuotesVersion.h"
 #include "Zu/CMessageBox.h"
 
 namespace {
@@ -123,6 +125,11 @@ int runOnServers(QApplication& app, const CConsoleOptions& options, const QStrin
 }  // namespace
 
 int main(int argc, char** argv) {
+    // Before the display is looked for: a version needs none.
+    if (argc == 2 && std::strcmp(argv[1], "--version") == 0) {
+        std::printf("%s\n", Hlx::quotesVersionLine("quotes-console").c_str());
+        return 0;
+    }
     QString noDisplay;
     if (!CDisplayCheck::prepare(argc, argv, &noDisplay)) {
         std::fprintf(stderr, "quotes-console: %s\n", noDisplay.toLocal8Bit().constData());

@@ -31,6 +31,7 @@ const std::vector<CCtlGlobals::Option>& CCtlGlobals::options() {
          "(never a command-line argument)"},
         {kHelp, "--help", "-h", Kind::Flag, "", "this text",
          "print every command with its options and arguments"},
+        {kVersion, "--version", "", Kind::Flag, "", "the version and the commit it was built from"},
     };
     return table;
 }
@@ -56,8 +57,10 @@ bool CCtlGlobals::take(QStringList* arguments) {
             if (name == QLatin1String(o.name) || (*o.alias && name == QLatin1String(o.alias)))
                 found = &o;
         }
-        if (found && found->id == kHelp)
+        if (found && (found->id == kHelp || found->id == kVersion)) {
+            wantsVersion = found->id == kVersion;
             return true;
+        }
         if (!found)
             throw CCtlError::usage(QStringLiteral("unknown option %1").arg(name));
         if (arguments->isEmpty() || arguments->front().isEmpty())
@@ -91,6 +94,7 @@ void CCtlGlobals::set(Id id, const QString& value) {
             passwordFile = value;
             break;
         case kHelp:
+        case kVersion:
             break;
     }
 }

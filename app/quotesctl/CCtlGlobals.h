@@ -11,7 +11,7 @@
 // them.
 class CCtlGlobals {
 public:
-    enum Id { kData, kDb, kSecretsKey, kServer, kCa, kLogin, kLoginPasswordFile, kHelp };
+    enum Id { kData, kDb, kSecretsKey, kServer, kCa, kLogin, kLoginPasswordFile, kHelp, kVersion };
     struct Option {
         Id id;
         const char* name;
@@ -31,7 +31,8 @@ public:
     static QString flag(Id id);
     static QString label(Id id);
 
-    // Takes the global options off the front of arguments; true when they ask for --help.
+    // Takes the global options off the front of arguments; true when they ask for --help or
+    // --version (then wantsVersion says which).
     // Throws CCtlError on an unknown option or a missing value.
     bool take(QStringList* arguments);
     // Throws CCtlError when the options given do not go together.
@@ -50,6 +51,7 @@ public:
     QString caFile;
     QString login;
     QString passwordFile;
+    bool wantsVersion = false;
 
 private:
     void set(Id id, const QString& value);

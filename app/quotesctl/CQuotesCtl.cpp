@@ -6,6 +6,7 @@
 #include "CCtlOutput.h"
 #include "CCtlSession.h"
 #include "CQuotesService.h"
+#include "Hlx/QuotesVersion.h"
 
 int CQuotesCtl::run(const QStringList& arguments) {
     const int parsed = parse(arguments);
@@ -15,7 +16,10 @@ int CQuotesCtl::run(const QStringList& arguments) {
 int CQuotesCtl::parse(const QStringList& arguments) {
     try {
         if (!m_parser.parse(arguments)) {
-            CCtlOutput::print(helpText());
+            CCtlOutput::print(m_parser.globals().wantsVersion
+                                  ? QString::fromStdString(Hlx::quotesVersionLine("quotesctl")) +
+                                        QLatin1Char('\n')
+                                  : helpText());
             return kOk;
         }
     } catch (const CCtlError& error) {

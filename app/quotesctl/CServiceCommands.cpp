@@ -32,14 +32,16 @@ void CServiceCommands::ping(CCtlSession& session) {
     Hlx::CServiceStatus status;
     CCtlError::check(session.admin().status(&status));
     const QString version = QString::fromStdString(status.version);
+    const QString commit = QString::fromStdString(status.commit);
     const QString database = QString::fromStdString(status.database);
     if (session.arguments().has(CCtlOption::kJson)) {
         CCtlOutput::printJson(QJsonObject{{QStringLiteral("version"), version},
+                                          {QStringLiteral("commit"), commit},
                                           {QStringLiteral("database"), database},
                                           {QStringLiteral("uptimeMs"), double(status.uptimeMs)}});
         return;
     }
     CCtlOutput::print(
-        QStringLiteral("version %1\ndatabase %2\nuptime %3 s\n")
-            .arg(version, database, QString::number(status.uptimeMs / 1000.0, 'f', 1)));
+        QStringLiteral("version %1\ndatabase %2\nuptime %3 s\ncommit %4\n")
+            .arg(version, database, QString::number(status.uptimeMs / 1000.0, 'f', 1), commit));
 }

@@ -46,6 +46,7 @@ const std::vector<NumberOption>& numberOptions() {
     const qint64 day = 24 * 3600 * 1000;
     const qint64 many = 100000;
     static const std::vector<NumberOption> options{
+        // For tests (a lockout they can wait out), so --help does not list it.
         {"--lockout-base-ms", 1, day, [](CDaemonOptions* o, qint64 v) { o->lockoutBaseMs = v; }},
         {"--handshake-timeout-ms", 100, day,
          [](CDaemonOptions* o, qint64 v) { o->limits.handshakeTimeoutMs = v; }},
@@ -96,8 +97,6 @@ QString* textTarget(const QString& option, CDaemonOptions* options) {
         return &options->dataDir;
     if (option == QLatin1String("--db"))
         return &options->dbUrl;
-    if (option == QLatin1String("--listen"))
-        return &options->listen;
     if (option == QLatin1String("--cert"))
         return &options->certFile;
     if (option == QLatin1String("--key"))
@@ -113,6 +112,10 @@ bool parseOption(const QString& option, QStringList* rest, CDaemonOptions* optio
         options->command = CDaemonOptions::Help;
         return true;
     }
+    if (option == QLatin1String("--version")) {
+        options->command = CDaemonOptions::Version;
+        return true;
+    }
     if (option == QLatin1String("--generate")) {
         options->generate = true;
         return true;
@@ -123,7 +126,8 @@ bool parseOption(const QString& option, QStringList* rest, CDaemonOptions* optio
     }
     QString* target = textTarget(option, options);
     const NumberOption* number = numberOption(option);
-    if (!target && !number && option != QLatin1String("--host")) {
+    const bool listing = option == QLatin1String("--host") || option == QLatin1String("--listen");
+    if (!target && !number && !listing) {
         *error = QStringLiteral("unknown option \"%1\"").arg(option);
         return false;
     }
@@ -134,13 +138,15 @@ bool parseOption(const QString& option, QStringList* rest, CDaemonOptions* optio
         return parseNumber(*number, value, options, error);
     if (target)
         *target = value;
+    else if (option == QLatin1String("--listen"))
+        options->listen << value;
     else
         options->hosts << value;
     return true;
 }
 
 bool checkCombination(CDaemonOptions* options, QString* error) {
-    if (options->command == CDaemonOptions::Help)
+    if (options->command == CDaemonOptions::Help || options->command == CDaemonOptions::Version)
         return true;
     if (options->dataDir.isEmpty())
         *error = QStringLiteral("--data DIR is required");
@@ -154,6 +160,8 @@ bool checkCombination(CDaemonOptions* options, QString* error) {
         *error = options->limits.conflict();
     if (options->hosts.isEmpty())
         options->hosts = QStringList{QStringLiteral("localhost"), QStringLiteral("127.0.0.1")};
+    if (options->listen.isEmpty())
+        options->listen = QStringList{QStringLiteral("127.0.0.1:7461")};
     return error->isEmpty();
 }
 
@@ -195,8 +203,13 @@ QString CDaemonOptions::helpText() {
         "      FILE is the first server's DIR/secrets.key, copied into this DIR.\n"
         "  quotesd reset-password NAME --data DIR [--db URL]\n"
         "      Set an account's password (read from standard input) on this machine.\n"
-        "  quotesd --data DIR [--db URL] [--listen ADDR:PORT]\n"
-        "      Serve (default 127.0.0.1:7461) until SIGTERM, which lets calls in flight finish.\n"
+        "  quotesd --data DIR [--db URL] [--listen ADDR:PORT]...\n"
+        "      Serve (default 127.0.0.1:7461; --listen again for each further address) until\n"
+        "      SIGTERM, which lets calls in flight finish; SIGHUP is logged and never stops it.\n"
+        "      0.0.0.0 and [::] both mean every IPv4 and IPv6 address: to serve on IPv4 alone,\n"
+        "      name each address.\n"
+        "  quotesd --version\n"
+        "      The version and the commit it was built from.\n"
         "\n"
         "The sources' passwords and the Level-2 token are stored encrypted under the key in\n"
         "DIR/secrets.key (mode 0600, made by init); every server of one database needs the\n"
@@ -204,8 +217,6 @@ QString CDaemonOptions::helpText() {
         "A password in a --db URL is visible to other local users: use ~/.pgpass or\n"
         "PGPASSFILE instead.\n"
         "quotesd refuses to run as root: run it as its own unprivileged user.\n"
-        "--lockout-base-ms N sets the first refusal interval after 5 failed logins (default\n"
-        "30000), for tests.\n"
         "\n"
         "What clients may hold (serving; the defaults suit a team of a few dozen consoles):\n"
         "  --handshake-timeout-ms N      a connection's TLS handshake (default 10000)\n"

@@ -7,12 +7,13 @@
 
 // quotesd's command line.
 struct CDaemonOptions {
-    enum Command { Serve, Init, Join, ResetPassword, Help };
+    enum Command { Serve, Init, Join, ResetPassword, Help, Version };
 
     Command command = Serve;
     QString dataDir;
     QString dbUrl;
-    QString listen = QStringLiteral("127.0.0.1:7461");
+    // Where to serve: each --listen adds one; none given, loopback.
+    QStringList listen;
     QStringList hosts;  // init: names the certificate is valid for
     QString certFile;   // init: an existing certificate and key instead of a new pair
     QString keyFile;

@@ -3,11 +3,14 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <grpcpp/health_check_service_interface.h>
+
 #include <algorithm>
 #include <vector>
 
 #include "CRecordCodec.h"
 #include "CSelfCheck.h"
+#include "quotes.grpc.pb.h"
 
 namespace {
 
@@ -25,6 +28,13 @@ std::chrono::system_clock::time_point after(std::chrono::milliseconds wait) {
     return std::chrono::system_clock::now() + wait;
 }
 
+QString joined(const std::vector<std::string>& addresses) {
+    QStringList all;
+    for (const std::string& address : addresses)
+        all << QString::fromStdString(address);
+    return all.join(QStringLiteral(", "));
+}
+
 }  // namespace
 
 CGuardedServer::CGuardedServer(grpc::Service& service, const CTlsIdentity& identity,
@@ -35,12 +45,18 @@ CGuardedServer::~CGuardedServer() {
     endGuard();
 }
 
-std::unique_ptr<grpc::Server> CGuardedServer::build(const std::string& address, int* port) const {
+std::unique_ptr<grpc::Server> CGuardedServer::build(const std::vector<std::string>& addresses,
+                                                    std::vector<int>* ports) const {
     grpc::SslServerCredentialsOptions tls;
     tls.pem_key_cert_pairs.push_back(
         {m_identity.privateKeyPem().toStdString(), m_identity.certificatePem().toStdString()});
+    // gRPC's own health service (grpc.health.v1), answered without a login: monitors need no
+    // account. Process-wide; every server built after it has one.
+    grpc::EnableDefaultHealthCheckService(true);
     grpc::ServerBuilder builder;
-    builder.AddListeningPort(address, grpc::SslServerCredentials(tls), port);
+    ports->assign(addresses.size(), 0);
+    for (size_t i = 0; i < addresses.size(); ++i)
+        builder.AddListeningPort(addresses[i], grpc::SslServerCredentials(tls), &(*ports)[i]);
     builder.SetMaxReceiveMessageSize(CRecordCodec::kMaxMessageBytes);
     builder.SetMaxSendMessageSize(CRecordCodec::kMaxMessageBytes);
     builder.AddChannelArgument(GRPC_ARG_SERVER_HANDSHAKE_TIMEOUT_MS,
@@ -53,15 +69,34 @@ std::unique_ptr<grpc::Server> CGuardedServer::build(const std::string& address, 
     builder.SetSyncServerOption(grpc::ServerBuilder::MAX_POLLERS,
                                 std::min(kMaxIdleThreads, m_limits.maxThreads / 2));
     builder.RegisterService(&m_service);
-    return builder.BuildAndStart();
+    std::unique_ptr<grpc::Server> server = builder.BuildAndStart();
+    if (!server || std::count(ports->begin(), ports->end(), 0) > 0) {
+        ports->clear();
+        return nullptr;
+    }
+    applyServing(*server);
+    return server;
 }
 
-bool CGuardedServer::start(const std::string& listen) {
+void CGuardedServer::applyServing(grpc::Server& server) const {
+    grpc::HealthCheckServiceInterface* health = server.GetHealthCheckService();
+    if (!health)
+        return;
+    health->SetServingStatus("", m_serving);
+    health->SetServingStatus(quotes::v1::QuotesAdmin::service_full_name(), m_serving);
+}
+
+void CGuardedServer::setServing(bool serving) {
+    if (m_serving.exchange(serving) != serving && m_server)
+        applyServing(*m_server);
+}
+
+bool CGuardedServer::start(const std::vector<std::string>& listen) {
     m_listen = listen;
-    m_server = build(listen, &m_port);
-    if (!m_server || m_port == 0)
+    m_server = build(listen, &m_ports);
+    if (!m_server)
         return false;
-    m_check = std::make_unique<CSelfCheck>(listen, m_port, m_identity, kCheckDeadline);
+    m_check = std::make_unique<CSelfCheck>(listen.front(), port(), m_identity, kCheckDeadline);
     std::string why;
     m_armed = checkTwice(&why);
     if (!m_armed)
@@ -71,8 +106,12 @@ bool CGuardedServer::start(const std::string& listen) {
     return true;
 }
 
-std::string CGuardedServer::address() const {
-    return m_listen.substr(0, m_listen.rfind(':')) + ":" + std::to_string(m_port);
+std::vector<std::string> CGuardedServer::addresses() const {
+    std::vector<std::string> all;
+    for (size_t i = 0; i < m_listen.size(); ++i)
+        all.push_back(m_listen[i].substr(0, m_listen[i].rfind(':')) + ":" +
+                      std::to_string(m_ports[i]));
+    return all;
 }
 
 void CGuardedServer::guard(CheckObserver observer) {
@@ -141,25 +180,26 @@ void CGuardedServer::run(const CheckObserver& observer) {
 }
 
 void CGuardedServer::rebuild() {
+    const std::vector<std::string> where = addresses();
     m_log(QStringLiteral("the server no longer accepts connections: listening anew on %1")
-              .arg(QString::fromStdString(address())));
+              .arg(joined(where)));
     // The new listener first (gRPC listens with SO_REUSEPORT), so the port is never closed;
     // the old server's established connections then end.
-    int port = 0;
-    std::unique_ptr<grpc::Server> fresh = build(address(), &port);
+    std::vector<int> ports;
+    std::unique_ptr<grpc::Server> fresh = build(where, &ports);
     std::unique_ptr<grpc::Server> old = std::move(m_server);
     if (old) {
         old->Shutdown(after(kReplacedGrace));
         old->Wait();
         old.reset();
     }
-    if (!fresh || port != m_port)
-        fresh = build(address(), &port);
-    if (!fresh || port != m_port) {
+    if (!fresh || ports != m_ports)
+        fresh = build(where, &ports);
+    if (!fresh || ports != m_ports) {
         m_log(QStringLiteral("cannot listen on %1 again; trying at the next check")
-                  .arg(QString::fromStdString(address())));
+                  .arg(joined(where)));
         return;
     }
     m_server = std::move(fresh);
-    m_log(QStringLiteral("listening anew on %1").arg(QString::fromStdString(address())));
+    m_log(QStringLiteral("listening anew on %1").arg(joined(where)));
 }

@@ -3,6 +3,7 @@
 #include <grpcpp/grpcpp.h>
 
 #include <QString>
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <functional>
@@ -10,6 +11,7 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "CServerLimits.h"
 #include "CTlsIdentity.h"
@@ -35,10 +37,16 @@ public:
     CGuardedServer(const CGuardedServer&) = delete;
     CGuardedServer& operator=(const CGuardedServer&) = delete;
 
-    // Listens on the address ("HOST:PORT", port 0: any free one) and checks itself once;
-    // false when it cannot listen.
-    bool start(const std::string& listen);
-    int port() const { return m_port; }
+    // Listens on the addresses ("HOST:PORT", port 0: any free one) and checks itself once on
+    // the first; false when it cannot listen on every one.
+    bool start(const std::vector<std::string>& listen);
+    // The port of the first address, and of each.
+    int port() const { return m_ports.front(); }
+    const std::vector<int>& ports() const { return m_ports; }
+    // What the standard health service (grpc.health.v1) answers, for the whole server and for
+    // quotes.v1.QuotesAdmin; a rebuilt server answers the same. From the check's observer (the
+    // guard's thread) or while no guard runs.
+    void setServing(bool serving);
     // Checks every limits.selfCheckMs from now on, until endGuard().
     void guard(CheckObserver observer = CheckObserver());
     void endGuard();
@@ -49,21 +57,26 @@ public:
     static bool canOpenFiles();
 
 private:
-    std::unique_ptr<grpc::Server> build(const std::string& address, int* port) const;
+    // A server on the addresses; *ports the ones it listens on (empty when it does not).
+    std::unique_ptr<grpc::Server> build(const std::vector<std::string>& addresses,
+                                        std::vector<int>* ports) const;
+    void applyServing(grpc::Server& server) const;
     void run(const CheckObserver& observer);
     // Whether the check passes, asking twice before it says no.
     bool checkTwice(std::string* why) const;
     void rebuild();
     // Waits for the next check; false once the guard ends.
     bool waitInterval();
-    std::string address() const;
+    // Where a rebuilt server listens: each address with the port it got at the start.
+    std::vector<std::string> addresses() const;
 
     grpc::Service& m_service;
     const CTlsIdentity m_identity;
     const CServerLimits m_limits;
     const Log m_log;
-    std::string m_listen;
-    int m_port = 0;
+    std::vector<std::string> m_listen;
+    std::vector<int> m_ports{0};
+    std::atomic<bool> m_serving{true};
     std::unique_ptr<CSelfCheck> m_check;
     // A check that never passed proves nothing about the listener (a certificate the loopback
     // call cannot verify, say): rebuilding on it would only cut the clients off again and again.

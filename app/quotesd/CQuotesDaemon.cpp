@@ -12,11 +12,13 @@
 #include <cstdio>
 #include <iostream>
 #include <string>
+#include <vector>
 
 #include "CAccountStore.h"
 #include "CAdminServer.h"
 #include "CCaller.h"
 #include "CDatabase.h"
+#include "CDatabaseProbe.h"
 #include "CDatabaseUrl.h"
 #include "CGuardedServer.h"
 #include "CLoginManager.h"
@@ -24,8 +26,11 @@
 #include "CQuotesService.h"
 #include "CSecretBox.h"
 #include "CSecretKeyFile.h"
+#include "CServerHealth.h"
 #include "CServiceError.h"
+#include "CSystemdNotifier.h"
 #include "CTlsIdentity.h"
+#include "Hlx/QuotesVersion.h"
 
 namespace {
 
@@ -44,14 +49,35 @@ std::string readSecretLine() {
     return line;
 }
 
-// SIGTERM and SIGINT are taken by sigwait, never by a handler: blocked before any thread
-// starts, so every thread inherits the mask.
-sigset_t stopSignals() {
+// SIGTERM, SIGINT and SIGHUP are taken by sigwait, never by a handler: blocked before any
+// thread starts, so every thread inherits the mask. SIGHUP's default would end the server at
+// once, which systemd under Restart=on-failure takes for a clean exit.
+sigset_t servingSignals() {
     sigset_t set;
     sigemptyset(&set);
     sigaddset(&set, SIGTERM);
     sigaddset(&set, SIGINT);
+    sigaddset(&set, SIGHUP);
     return set;
+}
+
+// How long a database statement may take before the server calls itself unhealthy.
+const std::chrono::seconds kDatabaseDeadline(5);
+
+std::vector<std::string> addresses(const QStringList& listen) {
+    std::vector<std::string> all;
+    for (const QString& address : listen)
+        all.push_back(address.toStdString());
+    return all;
+}
+
+// "127.0.0.1:7461, [::1]:7461": each address with the port it listens on.
+QString listening(const QStringList& listen, const std::vector<int>& ports) {
+    QStringList all;
+    for (int i = 0; i < listen.size(); ++i)
+        all << listen[i].left(listen[i].lastIndexOf(QLatin1Char(':')) + 1) +
+                   QString::number(ports[size_t(i)]);
+    return all.join(QStringLiteral(", "));
 }
 
 // Who the server's own commands act as: the owner of its files, recorded in the audit trail as
@@ -104,6 +130,10 @@ CServiceOptions CQuotesDaemon::serviceOptions() const {
 int CQuotesDaemon::run() {
     if (m_options.command == CDaemonOptions::Help) {
         std::fputs(CDaemonOptions::helpText().toLocal8Bit().constData(), stdout);
+        return kOk;
+    }
+    if (m_options.command == CDaemonOptions::Version) {
+        std::printf("%s\n", Hlx::quotesVersionLine("quotesd").c_str());
         return kOk;
     }
     // Files made as root would be unreadable to the server's own user, and a network server
@@ -255,8 +285,8 @@ int CQuotesDaemon::serve() {
         CTlsIdentity::load(keyPath(m_options.dataDir), certificatePath(m_options.dataDir), &error);
     if (identity.isNull())
         return fail(QStringLiteral("%1 (run quotesd init first)").arg(error));
-    const sigset_t stops = stopSignals();
-    pthread_sigmask(SIG_BLOCK, &stops, nullptr);
+    const sigset_t waited = servingSignals();
+    pthread_sigmask(SIG_BLOCK, &waited, nullptr);
 
     const boost::shared_ptr<CQuotesService> service =
         CQuotesService::open(serviceOptions(), &error);
@@ -270,19 +300,25 @@ int CQuotesDaemon::serve() {
     CAdminServer admin(service, logins, {limits.eventStreams, limits.eventStreamsPerLogin});
 
     CGuardedServer server(admin, identity, limits, say);
-    if (!server.start(m_options.listen.toStdString()))
-        return fail(QStringLiteral("cannot listen on %1").arg(m_options.listen));
-    const QString host = m_options.listen.left(m_options.listen.lastIndexOf(QLatin1Char(':')));
-    say(QStringLiteral("listening on %1:%2 (%3)")
-            .arg(host)
-            .arg(server.port())
-            .arg(service->databaseDescription()));
-    server.guard();
+    if (!server.start(addresses(m_options.listen)))
+        return fail(QStringLiteral("cannot listen on %1").arg(m_options.listen.join(", ")));
+    const QString serving =
+        QStringLiteral("listening on %1 (%2)")
+            .arg(listening(m_options.listen, server.ports()), service->databaseDescription());
+    say(serving);
+    const CSystemdNotifier systemd;
+    CDatabaseProbe probe(service->database(), std::chrono::milliseconds(limits.selfCheckMs),
+                         kDatabaseDeadline);
+    CServerHealth health(server, probe, systemd, serving, say);
+    health.update();
+    systemd.ready(serving);
+    server.guard([&health](bool passed) { health.checked(passed); });
 
-    int received = 0;
-    sigwait(&stops, &received);
+    awaitStop(waited, *service, systemd, serving);
+    systemd.stopping(QStringLiteral("stopping: calls in flight finish"));
     say(QStringLiteral("stopping: calls in flight finish, new ones are refused"));
     server.endGuard();
+    server.setServing(false);
     // Our own drain: gRPC's shutdown with a long deadline also waits for idle connections. A
     // call whose handler has returned may still be sending its last answer: a second lets that
     // reach the client.
@@ -291,4 +327,25 @@ int CQuotesDaemon::serve() {
     server.stop(std::chrono::seconds(1));
     say(QStringLiteral("stopped"));
     return kOk;
+}
+
+void CQuotesDaemon::awaitStop(const sigset_t& waited, CQuotesService& service,
+                              const CSystemdNotifier& systemd, const QString& serving) const {
+    for (;;) {
+        int received = 0;
+        sigwait(&waited, &received);
+        if (received != SIGHUP)
+            return;
+        // What a running server can read again: the settings other servers of its database
+        // may have changed. Its options and files take a restart.
+        say(
+            QStringLiteral("SIGHUP: reading the sub-systems and login-type settings again; "
+                           "options take a restart"));
+        systemd.reloading();
+        const utils::RKError reloaded = service.reloadSettings(serverOwner());
+        if (!reloaded.isSuccess())
+            say(QStringLiteral("cannot read the settings again: %1")
+                    .arg(QString::fromStdString(reloaded.errorMsg())));
+        systemd.ready(serving);
+    }
 }

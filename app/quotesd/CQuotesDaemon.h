@@ -1,10 +1,13 @@
 #pragma once
 
+#include <signal.h>
+
 #include <QString>
 
 #include "CDaemonOptions.h"
 
 class CQuotesService;
+class CSystemdNotifier;
 struct CServiceOptions;
 
 // quotesd's commands: set a server up, reset a password, serve.
@@ -24,6 +27,9 @@ private:
     int init();
     int resetPassword();
     int serve();
+    // Waits for SIGTERM or SIGINT; a SIGHUP meanwhile reads the settings again.
+    void awaitStop(const sigset_t& waited, CQuotesService& service, const CSystemdNotifier& systemd,
+                   const QString& serving) const;
 
     CServiceOptions serviceOptions() const;
     // The caps of the options within the open files this process may hold, said in the log.

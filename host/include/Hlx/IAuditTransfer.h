@@ -13,6 +13,7 @@ namespace Hlx {
 // What a data service says of itself.
 struct CServiceStatus {
     std::string version;
+    std::string commit;
     std::string database;
     long long uptimeMs = 0;
 };
