@@ -52,6 +52,11 @@ CCtlCommand& CCtlCommand::checkedBy(Check check) {
     return *this;
 }
 
+CCtlCommand& CCtlCommand::withoutLogin() {
+    m_withoutLogin = true;
+    return *this;
+}
+
 CCtlCommand& CCtlCommand::changesData() {
     m_changes = true;
     return *this;

@@ -69,6 +69,8 @@ public:
     CCtlCommand& checkedBy(Check check);
     CCtlCommand& changesData();
     CCtlCommand& needs(int right);
+    // The command asks a server without logging in (--login is not needed).
+    CCtlCommand& withoutLogin();
     // The command works only on a database of its own; %1, %2, %3: --data, --db, --server.
     CCtlCommand& localOnly(const char* message);
     // Lines of --help; none: described together with the next command.
@@ -87,6 +89,7 @@ public:
     Check checker() const { return m_check; }
     bool changes() const { return m_changes; }
     int right() const { return m_right; }
+    bool needsLogin() const { return !m_withoutLogin; }
     QString localOnlyMessage() const { return m_localOnly; }
     QString helpText() const { return m_help; }
     QString noteText() const { return m_note; }
@@ -105,6 +108,7 @@ private:
     QString m_arity;
     bool m_changes = false;
     int m_right = 0;
+    bool m_withoutLogin = false;
     QString m_localOnly;
     QString m_help;
     QString m_note;

@@ -246,7 +246,13 @@ std::vector<C> auditCommands() {
 std::vector<C> pingCommand() {
     return {C({"ping"}, &CServiceCommands::ping)
                 .option(O::kJson)
-                .help("The data service's version, database and uptime.")};
+                .help("The data service's version, database and uptime."),
+            C({"health"}, &CServiceCommands::health)
+                .withoutLogin()
+                .checkedBy(&CServiceCommands::checkHealth)
+                .help("Ask each --server's standard health service, without a login: one line\n"
+                      "each (SERVING while it answers and its database does, its version and\n"
+                      "commit); exit 0 when all serve, 1 otherwise.")};
 }
 
 std::vector<C> table() {

@@ -113,6 +113,9 @@ void CCtlGlobals::check() const {
         throw CCtlError::usage(
             QStringLiteral("%1, %2 and %3 need %4")
                 .arg(flag(kCa), flag(kLogin), flag(kLoginPasswordFile), flag(kServer)));
+}
+
+void CCtlGlobals::checkLogin() const {
     if (remote() && (login.isEmpty() || passwordFile.isEmpty()))
         throw CCtlError::usage(QStringLiteral("%1 needs %2 and %3 (or - for standard input)")
                                    .arg(flag(kServer), label(kLogin), label(kLoginPasswordFile)));

@@ -37,6 +37,8 @@ public:
     bool take(QStringList* arguments);
     // Throws CCtlError when the options given do not go together.
     void check() const;
+    // Throws CCtlError when a server is named without a login (a command that logs in).
+    void checkLogin() const;
 
     bool remote() const { return !servers.isEmpty(); }
     // How many of them read standard input (0 or 1).

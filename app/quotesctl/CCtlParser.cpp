@@ -15,6 +15,8 @@ bool CCtlParser::parse(const QStringList& arguments) {
         throw CCtlError::usage(QStringLiteral("no command given"));
     // The command line is checked before the database is touched, so a typo never creates one.
     const CCtlCommand& command = takeArguments(select(&rest), rest);
+    if (command.needsLogin())
+        m_globals.checkLogin();
     command.checker()(command, m_arguments, m_globals);
     CCtlCheck::inputs(command, m_arguments, m_globals);
     m_command = &command;

@@ -32,7 +32,10 @@ int CQuotesCtl::parse(const QStringList& arguments) {
 
 int CQuotesCtl::execute() {
     try {
-        CCtlSession session = CCtlSession::open(m_parser.globals(), m_parser.arguments());
+        CCtlSession session =
+            m_parser.command()->needsLogin()
+                ? CCtlSession::open(m_parser.globals(), m_parser.arguments())
+                : CCtlSession::withoutLogin(m_parser.globals(), m_parser.arguments());
         const int code = runCommand(session);
         session.end();
         return code;

@@ -1,12 +1,16 @@
 #include "CServiceCommands.h"
 
+#include <QFile>
 #include <QJsonObject>
+#include <chrono>
 
 #include "CCaller.h"
 #include "CCtlArguments.h"
 #include "CCtlError.h"
+#include "CCtlGlobals.h"
 #include "CCtlOutput.h"
 #include "CCtlSession.h"
+#include "CHealthCheck.h"
 #include "CQuotesService.h"
 #include "Hlx/IQuotesAdmin.h"
 
@@ -44,4 +48,56 @@ void CServiceCommands::ping(CCtlSession& session) {
     CCtlOutput::print(
         QStringLiteral("version %1\ndatabase %2\nuptime %3 s\ncommit %4\n")
             .arg(version, database, QString::number(status.uptimeMs / 1000.0, 'f', 1), commit));
+}
+
+namespace {
+
+// A monitor's call: short, so a hung server is reported rather than waited for.
+const std::chrono::seconds kHealthDeadline(5);
+
+QByteArray trustedCertificate(const QString& file) {
+    if (file.isEmpty())
+        return QByteArray();
+    QFile in(file);
+    if (!in.open(QIODevice::ReadOnly))
+        throw CCtlError::refused(QStringLiteral("无法读取证书文件: %1").arg(file));
+    return in.readAll();
+}
+
+// "127.0.0.1:7461 SERVING version 3.0.0 commit 0123456789ab", or what went wrong.
+QString healthLine(const QString& server, const CHealthCheck::Answer& answer) {
+    if (!answer.reached)
+        return QStringLiteral("%1 UNREACHABLE %2")
+            .arg(server, QString::fromStdString(answer.failure));
+    QString line = server + QLatin1Char(' ') + QString::fromStdString(answer.status);
+    if (!answer.version.empty())
+        line +=
+            QStringLiteral(" version %1 commit %2")
+                .arg(QString::fromStdString(answer.version), QString::fromStdString(answer.commit));
+    return line;
+}
+
+}  // namespace
+
+void CServiceCommands::checkHealth(const CCtlCommand&, const CCtlArguments&,
+                                   const CCtlGlobals& globals) {
+    if (!globals.remote())
+        throw CCtlError::usage(QStringLiteral("health needs %1: it asks a server")
+                                   .arg(CCtlGlobals::flag(CCtlGlobals::kServer)));
+}
+
+void CServiceCommands::health(CCtlSession& session) {
+    const CCtlGlobals& globals = session.globals();
+    const std::string ca = trustedCertificate(globals.caFile).toStdString();
+    int failing = 0;
+    for (const QString& server : globals.servers) {
+        const CHealthCheck::Answer answer =
+            CHealthCheck::ask(server.toStdString(), ca, kHealthDeadline);
+        CCtlOutput::print(healthLine(server, answer) + QLatin1Char('\n'));
+        failing += answer.serving() ? 0 : 1;
+    }
+    if (failing > 0)
+        throw CCtlError::refused(QStringLiteral("%1 of %2 servers not serving")
+                                     .arg(failing)
+                                     .arg(globals.servers.size()));
 }

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <chrono>
+#include <string>
+
+// One call of the standard gRPC health service (grpc.health.v1.Health/Check, the whole server)
+// and of Ping, neither with a login: what a monitor asks of a quotesd. The health messages are
+// two tiny fields, encoded here by hand rather than from a copy of their schema.
+class CHealthCheck {
+public:
+    struct Answer {
+        bool reached = false;  // the server answered the health call
+        std::string status;    // "SERVING", "NOT_SERVING", "UNKNOWN", ...
+        std::string version;   // from Ping, when it answered
+        std::string commit;
+        std::string failure;  // why it was not reached
+        bool serving() const { return reached && status == "SERVING"; }
+    };
+
+    // caPem: the certificate to trust, empty for the system's roots.
+    static Answer ask(const std::string& server, const std::string& caPem,
+                      std::chrono::milliseconds deadline);
+
+    // The status of a HealthCheckResponse's bytes (field 1, an enum), "" when malformed.
+    static std::string statusOf(const std::string& response);
+};
