@@ -310,8 +310,8 @@ int CQuotesDaemon::serve() {
     CDatabaseProbe probe(service->database(), std::chrono::milliseconds(limits.selfCheckMs),
                          kDatabaseDeadline);
     CServerHealth health(server, probe, systemd, serving, say);
-    health.update();
     systemd.ready(serving);
+    health.update();
     server.guard([&health](bool passed) { health.checked(passed); });
 
     awaitStop(waited, *service, systemd, serving);

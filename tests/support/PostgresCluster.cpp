@@ -1,6 +1,7 @@
 #include "PostgresCluster.h"
 
 #include <pwd.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include <QCoreApplication>
@@ -88,6 +89,45 @@ bool PostgresCluster::stop() {
               QStringLiteral("-w"), QStringLiteral("stop")});
     m_running = !stopped;
     return stopped;
+}
+
+namespace {
+
+// The postmaster (first line of postmaster.pid) and its children, from /proc.
+QList<pid_t> clusterProcesses(const QString& dataDir) {
+    QFile pidFile(QDir(dataDir).filePath(QStringLiteral("postmaster.pid")));
+    if (!pidFile.open(QIODevice::ReadOnly))
+        return {};
+    const pid_t postmaster = pid_t(pidFile.readLine().trimmed().toInt());
+    QList<pid_t> all{postmaster};
+    for (const QString& entry : QDir(QStringLiteral("/proc")).entryList(QDir::Dirs)) {
+        QFile stat(QStringLiteral("/proc/%1/stat").arg(entry));
+        if (entry.toInt() <= 0 || !stat.open(QIODevice::ReadOnly))
+            continue;
+        // pid (comm) state ppid ...: the fields after the command's closing parenthesis.
+        const QByteArray line = stat.readAll();
+        const QList<QByteArray> fields = line.mid(line.lastIndexOf(')') + 2).split(' ');
+        if (fields.size() > 1 && pid_t(fields[1].toInt()) == postmaster)
+            all << pid_t(entry.toInt());
+    }
+    return all;
+}
+
+bool signalAll(const QList<pid_t>& processes, int signal) {
+    bool all = !processes.isEmpty();
+    for (const pid_t pid : processes)
+        all = ::kill(pid, signal) == 0 && all;
+    return all;
+}
+
+}  // namespace
+
+bool PostgresCluster::suspend() {
+    return signalAll(clusterProcesses(m_dataDir), SIGSTOP);
+}
+
+bool PostgresCluster::resume() {
+    return signalAll(clusterProcesses(m_dataDir), SIGCONT);
 }
 
 bool PostgresCluster::restart() {

@@ -25,6 +25,10 @@ public:
     // Stops it at once (as after a crash) / starts it again on the same data.
     bool stop();
     bool restart();
+    // SIGSTOP to the server and every process of it (a hung database: connections stay open,
+    // statements get no answer) / SIGCONT.
+    bool suspend();
+    bool resume();
     bool createDatabase(const QString& name);
     // Runs one SQL statement in the database as the superuser.
     bool sql(const QString& database, const QString& statement);

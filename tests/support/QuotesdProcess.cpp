@@ -45,6 +45,9 @@ QString QuotesdProcess::dataDir() const {
 
 QStringList QuotesdProcess::command(const QStringList& arguments) const {
     QStringList server{program()};
+    // env replaces itself with quotesd (after setpriv has reset the environment).
+    if (!m_environment.isEmpty())
+        server = QStringList{QStringLiteral("env")} + m_environment + server;
     // prlimit replaces itself with quotesd too.
     if (m_hardFiles > 0)
         server = QStringList{QStringLiteral("prlimit"),

@@ -16,6 +16,8 @@ public:
 
     // A PostgreSQL database instead of the SQLite file in the data directory (before init).
     void setDatabaseUrl(const QString& url) { m_dbUrl = url; }
+    // Variables of quotesd's environment ("NAME=VALUE"), beyond the few it keeps as nobody.
+    void setEnvironment(const QStringList& variables) { m_environment = variables; }
     // The open-file limits (soft, hard) the server starts with; 0: the test's own.
     void setOpenFileLimit(int soft, int hard) {
         m_softFiles = soft;
@@ -62,6 +64,7 @@ private:
     QProcess m_server;
     QString m_log;
     QString m_dbUrl;
+    QStringList m_environment;
     int m_port = 0;
     int m_softFiles = 0;
     int m_hardFiles = 0;
