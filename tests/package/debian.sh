@@ -153,7 +153,21 @@ port=$((20000 + RANDOM % 20000))
 while port_in_use $port; do port=$((port + 1)); done
 
 : >"$scratch/server.log"
-"${as_server[@]}" "$bin/quotesd" --data "$data" --listen "127.0.0.1:$port" >"$scratch/server.log" 2>&1 &
+# As the unit runs it, with what applies without systemd: its umask, its open-file limit and the
+# packaged environment file's arguments (this test's data directory and port in place of
+# /var/lib/quotesd and 7461); the user is nobody, standing in for quotesd.
+unit=$root/lib/systemd/system/quotesd.service
+unit_umask=$(sed -n 's/^UMask=//p' "$unit")
+unit_files=$(sed -n 's/^LimitNOFILE=//p' "$unit")
+[ -n "$unit_umask" ] && [ -n "$unit_files" ] || fail "the unit sets no UMask= or LimitNOFILE="
+quotesd_args=$(set -a && . "$root/etc/default/quotesd" && echo "$QUOTESD_ARGS")
+quotesd_args=${quotesd_args//\/var\/lib\/quotesd/$data}
+quotesd_args=${quotesd_args//0.0.0.0:7461/127.0.0.1:$port}
+(
+    umask "$unit_umask"
+    # shellcheck disable=SC2086 # the arguments split as systemd splits $QUOTESD_ARGS
+    exec prlimit --nofile="$unit_files:$unit_files" "${as_server[@]}" "$bin/quotesd" $quotesd_args
+) >"$scratch/server.log" 2>&1 &
 server_pid=$!
 client=("$bin/quotesctl" --server "127.0.0.1:$port" --ca "$data/quotesd.crt" --login admin
     --login-password-file -)
@@ -171,6 +185,22 @@ printf '%s\n' "$password" | "${client[@]}" sources add --platform 10000 --trade-
 listing=$(printf '%s\n' "$password" | "${client[@]}" sources list) ||
     { cat "$scratch/server.log" >&2; fail "quotesctl sources list through quotesd failed"; }
 grep -q '192\.0\.2\.15 *7100' <<<"$listing" || fail "quotesctl did not list the source: $listing"
+grep -q "open files: $unit_files;" "$scratch/server.log" ||
+    { cat "$scratch/server.log" >&2; fail "quotesd did not run with the unit's open-file limit"; }
+# The unit's umask: what the server made in its data directory is its own user's alone.
+! find "$data" -newer "$scratch/init.log" -type f -perm /077 | grep -q . ||
+    fail "quotesd made files others may read under the unit's umask"
+# The monitor's check, without a login.
+"$bin/quotesctl" --server "127.0.0.1:$port" --ca "$data/quotesd.crt" health >/dev/null ||
+    fail "quotesctl health did not find quotesd serving"
+# SIGHUP, the unit's ExecReload, never stops it.
+kill -HUP "$server_pid"
+for _ in $(seq 50); do
+    grep -q 'SIGHUP' "$scratch/server.log" && break
+    sleep 0.1
+done
+grep -q 'SIGHUP' "$scratch/server.log" || fail "quotesd did not log SIGHUP"
+kill -0 "$server_pid" 2>/dev/null || { cat "$scratch/server.log" >&2; fail "SIGHUP stopped quotesd"; }
 kill -TERM "$server_pid"
 wait "$server_pid" || fail "quotesd did not stop cleanly"
 server_pid=
