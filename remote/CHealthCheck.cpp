@@ -12,14 +12,6 @@ namespace {
 
 const char* const kCheckMethod = "/grpc.health.v1.Health/Check";
 
-std::shared_ptr<grpc::Channel> channelTo(const std::string& server, const std::string& caPem) {
-    grpc::SslCredentialsOptions tls;
-    tls.pem_root_certs = caPem;
-    grpc::ChannelArguments arguments;
-    arguments.SetInt(GRPC_ARG_USE_LOCAL_SUBCHANNEL_POOL, 1);
-    return grpc::CreateCustomChannel(server, grpc::SslCredentials(tls), arguments);
-}
-
 std::string bytesOf(const grpc::ByteBuffer& buffer) {
     std::vector<grpc::Slice> slices;
     std::string bytes;
@@ -82,10 +74,27 @@ std::string CHealthCheck::statusOf(const std::string& response) {
     return names[int(response[1])];
 }
 
+std::shared_ptr<grpc::Channel> CHealthCheck::channelTo(const std::string& server,
+                                                       const std::string& caPem) {
+    grpc::SslCredentialsOptions tls;
+    tls.pem_root_certs = caPem;
+    grpc::ChannelArguments arguments;
+    arguments.SetInt(GRPC_ARG_USE_LOCAL_SUBCHANNEL_POOL, 1);
+    return grpc::CreateCustomChannel(server, grpc::SslCredentials(tls), arguments);
+}
+
 CHealthCheck::Answer CHealthCheck::ask(const std::string& server, const std::string& caPem,
                                        std::chrono::milliseconds deadline) {
-    Answer answer;
     const std::shared_ptr<grpc::Channel> channel = channelTo(server, caPem);
+    Answer answer = check(channel, deadline);
+    if (answer.reached)
+        askVersion(channel, deadline, &answer);
+    return answer;
+}
+
+CHealthCheck::Answer CHealthCheck::check(const std::shared_ptr<grpc::Channel>& channel,
+                                         std::chrono::milliseconds deadline) {
+    Answer answer;
     grpc::GenericStub stub(channel);
     std::string response;
     const grpc::Status status = callCheck(stub, deadline, &response);
@@ -97,6 +106,5 @@ CHealthCheck::Answer CHealthCheck::ask(const std::string& server, const std::str
     answer.reached = !answer.status.empty();
     if (!answer.reached)
         answer.failure = "malformed health answer";
-    askVersion(channel, deadline, &answer);
     return answer;
 }
