@@ -27,7 +27,7 @@ expect() {
         failures=$((failures + 1))
     fi
 }
-expect "sources brokers platforms token subsystems users export import integrity rekey accounts audit ping" \
+expect "sources brokers platforms token subsystems users export import integrity rekey accounts audit ping health" \
     quotesctl ""
 expect "sources subsystems" quotesctl --server host:7461 s
 expect "list add modify delete" quotesctl --data /srv/quotes sources ""
@@ -36,7 +36,7 @@ expect "list password enable disable rights unlock" quotesctl accounts ""
 expect "--password-file" quotesctl accounts password admin --p
 expect "FILES" quotesctl --ca ""
 expect "" quotesctl --login ""
-expect "--data --db --secrets-key --server --ca --login --login-password-file --help" quotesctl --
+expect "--data --db --secrets-key --server --ca --login --login-password-file --help --version" quotesctl --
 expect "FILES" quotesctl --secrets-key ""
 expect "--since --until --login --action --limit --before --json prune" quotesctl audit ""
 expect "--before" quotesctl audit --json prune --

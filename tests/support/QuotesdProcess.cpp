@@ -111,9 +111,12 @@ bool QuotesdProcess::setPassword(const QString& account, const QString& password
 bool QuotesdProcess::start(const QStringList& extraArguments) {
     m_port = 0;
     m_log.clear();
-    QStringList all =
-        command(where() + QStringList{QStringLiteral("--listen"), QStringLiteral("127.0.0.1:0")} +
-                extraArguments);
+    // Each --listen adds an address: a port of the test's own choosing replaces the default.
+    const QStringList listen =
+        extraArguments.contains(QStringLiteral("--listen"))
+            ? QStringList()
+            : QStringList{QStringLiteral("--listen"), QStringLiteral("127.0.0.1:0")};
+    QStringList all = command(where() + listen + extraArguments);
     m_server.setProcessChannelMode(QProcess::SeparateChannels);
     // The server says where it listens on its standard error.
     m_server.setReadChannel(QProcess::StandardError);

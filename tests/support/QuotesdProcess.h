@@ -34,7 +34,8 @@ public:
     bool join(QString* output = nullptr, const QString& secretsKey = QString()) const;
     bool setPassword(const QString& account, const QString& password) const;
 
-    // Serves on 127.0.0.1 on a port of its choosing; waits until it listens.
+    // Serves on 127.0.0.1 on a port of its choosing (or where the arguments' --listen say, the
+    // first on 127.0.0.1); waits until it listens.
     bool start(const QStringList& extraArguments = QStringList());
     // SIGTERM, then waits for the exit; the exit code (-1 when it had to be killed).
     int stop();

@@ -137,7 +137,8 @@ private slots:
     void listensOnEveryAddressGiven() {
         QuotesdProcess server;
         QVERIFY(server.init(kAdminPassword));
-        QVERIFY2(server.start({QStringLiteral("--listen"), QStringLiteral("[::1]:0")}),
+        QVERIFY2(server.start({QStringLiteral("--listen"), QStringLiteral("127.0.0.1:0"),
+                               QStringLiteral("--listen"), QStringLiteral("[::1]:0")}),
                  qPrintable(server.log()));
         const QRegularExpression both(
             QStringLiteral("listening on 127\\.0\\.0\\.1:\\d+, \\[::1\\]:(\\d+) "));
