@@ -160,6 +160,11 @@ unit=$root/lib/systemd/system/quotesd.service
 unit_umask=$(sed -n 's/^UMask=//p' "$unit")
 unit_files=$(sed -n 's/^LimitNOFILE=//p' "$unit")
 [ -n "$unit_umask" ] && [ -n "$unit_files" ] || fail "the unit sets no UMask= or LimitNOFILE="
+# A container may hold a lower hard limit than the unit's, which even root cannot raise here.
+if ! prlimit --nofile="$unit_files:$unit_files" true 2>/dev/null; then
+    unit_files=$(ulimit -Hn)
+    echo "(open-file limit $unit_files, the most this machine allows)"
+fi
 quotesd_args=$(set -a && . "$root/etc/default/quotesd" && echo "$QUOTESD_ARGS")
 quotesd_args=${quotesd_args//\/var\/lib\/quotesd/$data}
 quotesd_args=${quotesd_args//0.0.0.0:7461/127.0.0.1:$port}
