@@ -1,5 +1,7 @@
 #include "CDaemonOptions.h"
 
+#include "CServerLog.h"
+
 #include <functional>
 #include <vector>
 
@@ -104,6 +106,10 @@ QString* textTarget(const QString& option, CDaemonOptions* options) {
         return &options->keyFile;
     if (option == QLatin1String("--secrets-key"))
         return &options->secretsKeyFile;
+    if (option == QLatin1String("--metrics-listen"))
+        return &options->metricsListen;
+    if (option == QLatin1String("--log-level"))
+        return &options->logLevel;
     return nullptr;
 }
 
@@ -132,6 +138,11 @@ bool parseOption(const QString& option, QStringList* rest, CDaemonOptions* optio
         return false;
     if (number)
         return parseNumber(*number, value, options, error);
+    CServerLog::Level level;
+    if (option == QLatin1String("--log-level") && !CServerLog::parseLevel(value, &level)) {
+        *error = QStringLiteral("--log-level needs error, warning, notice, info or debug");
+        return false;
+    }
     if (target)
         *target = value;
     else
@@ -195,8 +206,14 @@ QString CDaemonOptions::helpText() {
         "      FILE is the first server's DIR/secrets.key, copied into this DIR.\n"
         "  quotesd reset-password NAME --data DIR [--db URL]\n"
         "      Set an account's password (read from standard input) on this machine.\n"
-        "  quotesd --data DIR [--db URL] [--listen ADDR:PORT]\n"
+        "  quotesd --data DIR [--db URL] [--listen ADDR:PORT] [--metrics-listen ADDR:PORT]\n"
+        "          [--log-level LEVEL]\n"
         "      Serve (default 127.0.0.1:7461) until SIGTERM, which lets calls in flight finish.\n"
+        "      --metrics-listen serves Prometheus metrics over plain HTTP at /metrics (off\n"
+        "      unless given; keep it on loopback or a monitoring network, e.g. 127.0.0.1:9461).\n"
+        "      --log-level error, warning, notice, info (default) or debug: logins (info; refused\n"
+        "      notice, locked out warning), refused requests (warning) and changes (notice), to\n"
+        "      the journal under systemd, else to standard error.\n"
         "\n"
         "The sources' passwords and the Level-2 token are stored encrypted under the key in\n"
         "DIR/secrets.key (mode 0600, made by init); every server of one database needs the\n"

@@ -53,6 +53,8 @@ std::unique_ptr<grpc::Server> CGuardedServer::build(const std::string& address, 
     builder.SetSyncServerOption(grpc::ServerBuilder::MAX_POLLERS,
                                 std::min(kMaxIdleThreads, m_limits.maxThreads / 2));
     builder.RegisterService(&m_service);
+    if (m_interceptors)
+        builder.experimental().SetInterceptorCreators(m_interceptors());
     return builder.BuildAndStart();
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <grpcpp/grpcpp.h>
+#include <grpcpp/support/server_interceptor.h>
 
 #include <QString>
 #include <chrono>
@@ -10,6 +11,7 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "CServerLimits.h"
 #include "CTlsIdentity.h"
@@ -34,6 +36,12 @@ public:
 
     CGuardedServer(const CGuardedServer&) = delete;
     CGuardedServer& operator=(const CGuardedServer&) = delete;
+
+    // Makes the interceptors each new grpc::Server runs its calls through (metrics); before
+    // start.
+    using Interceptors = std::function<
+        std::vector<std::unique_ptr<grpc::experimental::ServerInterceptorFactoryInterface>>()>;
+    void setInterceptors(Interceptors make) { m_interceptors = std::move(make); }
 
     // Listens on the address ("HOST:PORT", port 0: any free one) and checks itself once;
     // false when it cannot listen.
@@ -62,6 +70,7 @@ private:
     const CTlsIdentity m_identity;
     const CServerLimits m_limits;
     const Log m_log;
+    Interceptors m_interceptors;
     std::string m_listen;
     int m_port = 0;
     std::unique_ptr<CSelfCheck> m_check;

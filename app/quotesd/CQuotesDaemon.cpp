@@ -24,6 +24,7 @@
 #include "CQuotesService.h"
 #include "CSecretBox.h"
 #include "CSecretKeyFile.h"
+#include "CServerWatch.h"
 #include "CServiceError.h"
 #include "CTlsIdentity.h"
 
@@ -257,6 +258,8 @@ int CQuotesDaemon::serve() {
         return fail(QStringLiteral("%1 (run quotesd init first)").arg(error));
     const sigset_t stops = stopSignals();
     pthread_sigmask(SIG_BLOCK, &stops, nullptr);
+    // Before the service, so that it outlives every thread that tells it something.
+    CServerWatch watch(m_options);
 
     const boost::shared_ptr<CQuotesService> service =
         CQuotesService::open(serviceOptions(), &error);
@@ -268,8 +271,11 @@ int CQuotesDaemon::serve() {
     loginOptions.concurrentPasswordChecks = limits.passwordChecks;
     CLoginManager logins(service->database(), loginOptions);
     CAdminServer admin(service, logins, {limits.eventStreams, limits.eventStreamsPerLogin});
+    if (!watch.watch(*service, logins, admin, identity.notAfter(), &error))
+        return fail(error);
 
     CGuardedServer server(admin, identity, limits, say);
+    watch.instrument(server);
     if (!server.start(m_options.listen.toStdString()))
         return fail(QStringLiteral("cannot listen on %1").arg(m_options.listen));
     const QString host = m_options.listen.left(m_options.listen.lastIndexOf(QLatin1Char(':')));
