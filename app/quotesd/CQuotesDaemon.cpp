@@ -8,6 +8,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QScopeGuard>
 #include <QTextStream>
 #include <cstdio>
 #include <iostream>
@@ -273,6 +274,7 @@ int CQuotesDaemon::serve() {
     CAdminServer admin(service, logins, {limits.eventStreams, limits.eventStreamsPerLogin});
     if (!watch.watch(*service, logins, admin, identity.notAfter(), &error))
         return fail(error);
+    const auto unwatch = qScopeGuard([&watch] { watch.unwatch(); });
 
     CGuardedServer server(admin, identity, limits, say);
     watch.instrument(server);

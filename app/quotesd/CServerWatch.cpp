@@ -49,9 +49,28 @@ bool CServerWatch::watch(CQuotesService& service, CLoginManager& logins, CAdminS
                 m_metricsListen.left(m_metricsListen.lastIndexOf(QLatin1Char(':'))).toStdString() +
                 ":" + std::to_string(m_metrics->port()) + "/metrics");
     }
-    service.database().setObserver(this);
-    admin.setObserver(this);
+    m_database = &service.database();
+    m_admin = &admin;
+    m_database->setObserver(this);
+    m_admin->setObserver(this);
     return true;
+}
+
+void CServerWatch::unwatch() {
+    if (m_database)
+        m_database->setObserver(nullptr);
+    if (m_admin)
+        m_admin->setObserver(nullptr);
+    m_database = nullptr;
+    m_admin = nullptr;
+    std::unique_ptr<CServerMetrics> gone;
+    {
+        std::unique_lock<std::shared_mutex> alone(m_metricsMutex);
+        gone = std::move(m_metrics);
+    }
+    // Outside the lock: a scrape that is ending may still tell of its statement, and the
+    // metrics' end waits for it.
+    gone.reset();
 }
 
 void CServerWatch::instrument(CGuardedServer& server) {
@@ -60,17 +79,20 @@ void CServerWatch::instrument(CGuardedServer& server) {
 }
 
 void CServerWatch::statementRan(std::chrono::nanoseconds elapsed) {
+    std::shared_lock<std::shared_mutex> telling(m_metricsMutex);
     if (m_metrics)
         m_metrics->statementRan(elapsed);
 }
 
 void CServerWatch::groupCommitted(std::size_t writers) {
+    std::shared_lock<std::shared_mutex> telling(m_metricsMutex);
     if (m_metrics)
         m_metrics->groupCommitted(writers);
 }
 
 void CServerWatch::recorded(const Hlx::CAuditEntry& entry, bool repeat) {
     m_log.recorded(entry, repeat);
+    std::shared_lock<std::shared_mutex> telling(m_metricsMutex);
     if (m_metrics)
         m_metrics->recorded(entry, repeat);
 }
@@ -78,11 +100,13 @@ void CServerWatch::recorded(const Hlx::CAuditEntry& entry, bool repeat) {
 void CServerWatch::loginAnswered(const std::string& name, const std::string& address,
                                  LoginOutcome outcome, const std::string& refusal) {
     m_log.loginAnswered(name, address, outcome, refusal);
+    std::shared_lock<std::shared_mutex> telling(m_metricsMutex);
     if (m_metrics)
         m_metrics->loginAnswered(name, address, outcome, refusal);
 }
 
 void CServerWatch::eventStreamsChanged(int delta) {
+    std::shared_lock<std::shared_mutex> telling(m_metricsMutex);
     if (m_metrics)
         m_metrics->eventStreamsChanged(delta);
 }

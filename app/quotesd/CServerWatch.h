@@ -3,12 +3,14 @@
 #include <QDateTime>
 #include <QString>
 #include <memory>
+#include <shared_mutex>
 
 #include "CServerLog.h"
 #include "IAdminObserver.h"
 #include "IServiceObserver.h"
 
 class CAdminServer;
+class CDatabase;
 class CGuardedServer;
 class CLoginManager;
 class CQuotesService;
@@ -35,6 +37,9 @@ public:
                const QDateTime& certificateExpiry, QString* error);
     // Counts the calls of the server (before it starts).
     void instrument(CGuardedServer& server);
+    // Stops the metrics (no scrape reads the logins after this) and stops listening to the
+    // service and its transport: before they go.
+    void unwatch();
 
     void statementRan(std::chrono::nanoseconds elapsed) override;
     void groupCommitted(std::size_t writers) override;
@@ -46,5 +51,9 @@ public:
 private:
     const QString m_metricsListen;
     CServerLog m_log;
+    // Held shared while a thread tells the metrics, alone while they go.
+    mutable std::shared_mutex m_metricsMutex;
     std::unique_ptr<CServerMetrics> m_metrics;
+    CDatabase* m_database = nullptr;
+    CAdminServer* m_admin = nullptr;
 };
