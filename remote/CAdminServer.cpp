@@ -8,6 +8,7 @@
 #include "CLoginManager.h"
 #include "Hlx/QuotesVersion.h"
 #include "model/CAuditVocabulary.h"
+#include "model/CFieldLimits.h"
 
 namespace {
 
@@ -126,6 +127,9 @@ grpc::Status CAdminServer::Login(grpc::ServerContext* context,
     const utils::RKError decoded = CCallCodec::decode(*request, &credentials);
     if (!decoded.isSuccess()) {
         m_service->auditTrail().refusedLogin(address, request->name(), decoded.errorMsg());
+        tellLogin(Hlx::CFieldLimits::cut(
+                      request->name(), Hlx::CFieldLimits::of(Hlx::CFieldLimit::UserName).maxBytes),
+                  address, IAdminObserver::LoginOutcome::Refused, decoded.errorMsg());
         return invalid(decoded);
     }
     const std::string& name = std::get<0>(credentials);
@@ -144,6 +148,8 @@ grpc::Status CAdminServer::Login(grpc::ServerContext* context,
     m_service->auditTrail().loginEvent(
         CCaller::user(result.account.name.toStdString(), result.account.rights).from(address),
         CAuditVocabulary::kLogin);
+    tellLogin(result.account.name.toStdString(), address, IAdminObserver::LoginOutcome::Ok,
+              std::string());
     CCallCodec::Login login;
     login.token = result.token;
     login.account = result.account.userInfo();
@@ -161,9 +167,21 @@ grpc::Status CAdminServer::refuseLogin(const std::string& name, const std::strin
     trail.refusedLogin(address, name, refusal);
     if (result.failingAddresses > 0)
         reportSpread(name, result.failingAddresses);
+    const bool locked = result.reason == CLoginManager::Reason::ThrottledAccount ||
+                        result.reason == CLoginManager::Reason::ThrottledAddress;
+    tellLogin(name, address,
+              locked ? IAdminObserver::LoginOutcome::Locked : IAdminObserver::LoginOutcome::Refused,
+              refusal);
     CCallCodec::encode(utils::RKError::fail(utils::ErrorKind::Refused, refusal),
                        CCallCodec::Login(), reply);
     return grpc::Status::OK;
+}
+
+void CAdminServer::tellLogin(const std::string& name, const std::string& address,
+                             IAdminObserver::LoginOutcome outcome,
+                             const std::string& refusal) const {
+    if (IAdminObserver* observer = m_observer)
+        observer->loginAnswered(name, address, outcome, refusal);
 }
 
 void CAdminServer::reportSpread(const std::string& name, int addresses) {
@@ -272,7 +290,13 @@ grpc::Status CAdminServer::Events(grpc::ServerContext* context,
     const std::shared_ptr<void> slot = m_streamSlots.take(caller.session());
     if (!slot)
         return busy("实时更新连接过多");
-    return streamEvents(context, caller, writer);
+    IAdminObserver* observer = m_observer;
+    if (observer)
+        observer->eventStreamsChanged(+1);
+    const grpc::Status ended = streamEvents(context, caller, writer);
+    if (observer)
+        observer->eventStreamsChanged(-1);
+    return ended;
 }
 
 grpc::Status CAdminServer::streamEvents(grpc::ServerContext* context, const CCaller& caller,

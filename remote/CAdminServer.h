@@ -14,6 +14,7 @@
 #include "CQuotesService.h"
 #include "CServiceCall.h"
 #include "CStreamSlots.h"
+#include "IAdminObserver.h"
 #include "quotes.grpc.pb.h"
 
 // quotesd's side of the protocol: a thin transport over the data service. Every call but Login
@@ -32,6 +33,9 @@ public:
     CAdminServer(boost::shared_ptr<CQuotesService> service, CLoginManager& logins);
     CAdminServer(boost::shared_ptr<CQuotesService> service, CLoginManager& logins,
                  const StreamLimits& streams);
+
+    // Who is told of logins and streams; set before serving. Null: nobody.
+    void setObserver(IAdminObserver* observer) { m_observer = observer; }
 
     // From now on every new call is refused; waits until the calls already running have
     // finished, or the timeout has passed. True when none is left.
@@ -210,6 +214,8 @@ private:
                              const CLoginManager::LoginResult& result,
                              quotes::v1::LoginReply* reply);
     void reportSpread(const std::string& name, int addresses);
+    void tellLogin(const std::string& name, const std::string& address,
+                   IAdminObserver::LoginOutcome outcome, const std::string& refusal) const;
     static grpc::Status invalid(const utils::RKError& error);
     // Writes the answer of a query in chunks of a bounded size.
     grpc::Status streamAnswer(utils::RKError error, const rkservice::IDataList& datas,
@@ -219,6 +225,7 @@ private:
     CLoginManager& m_logins;
     CStreamSlots m_streamSlots;
     std::atomic<bool> m_refusing{false};
+    std::atomic<IAdminObserver*> m_observer{nullptr};
     std::mutex m_callMutex;
     std::condition_variable m_callsDone;
     int m_inFlight = 0;

@@ -155,7 +155,28 @@ public:
                 return (stub->*method)(context, request, &reply);
             });
         CCallCodec::wipe(&request);
-        return error.isSuccess() ? CCallCodec::decode(reply, out...) : error;
+        const RKError outcome = error.isSuccess() ? CCallCodec::decode(reply, out...) : error;
+        told(Request::descriptor()->name(), outcome);
+        return outcome;
+    }
+
+    // The call's outcome to the connection log ("SetLoginTypeAuthRequest" told as
+    // "SetLoginTypeAuth"); what the client answered itself never reached a server.
+    void told(const std::string& request, const RKError& outcome) {
+        const std::string& text = outcome.errorMsg();
+        if (text == CRemoteAdmin::kNotLoggedIn || text == CRemoteAdmin::kClosed ||
+            text == CRemoteAdmin::kLoginExpired)
+            return;
+        const std::string suffix = "Request";
+        const bool named =
+            request.size() > suffix.size() &&
+            request.compare(request.size() - suffix.size(), suffix.size(), suffix) == 0;
+        m_log.answered(named ? request.substr(0, request.size() - suffix.size()) : request,
+                       address(), outcome);
+    }
+
+    std::string address() const {
+        return m_endpoints.empty() ? std::string() : m_endpoints[m_current].address;
     }
 
     RKError send(Mode mode, const Rpc& rpc) {
@@ -203,6 +224,7 @@ public:
     std::vector<Hlx::SubsystemInfo> m_subsystems;
     std::map<int, bool> m_loginTypeAuth;
     std::function<void()> m_expiredHandler;
+    CConnectionLog m_log;
 };
 
 void CRemoteAdmin::Impl::cacheSession(const CCallCodec::Login& login, size_t server) {
@@ -451,6 +473,7 @@ void CRemoteAdmin::Impl::sessionEnded(const std::string& token) {
         m_expired = true;
         handler = m_expiredHandler;
     }
+    m_log.loginExpired(address());
     if (handler)
         handler();
 }
@@ -485,8 +508,13 @@ RKError CRemoteAdmin::login(const std::string& name, const std::string& password
     CCallCodec::Login session;
     if (error.isSuccess())
         error = CCallCodec::decode(reply, &session);
-    if (error.isSuccess())
+    if (error.isSuccess()) {
         d->cacheSession(session, server);
+        d->m_log.loggedIn(d->address(), name);
+    } else {
+        d->m_log.loginFailed(
+            d->m_endpoints.empty() ? std::string() : d->m_endpoints[server].address, name, error);
+    }
     std::fill(reply.mutable_token()->begin(), reply.mutable_token()->end(), '\0');
     return error;
 }
@@ -513,6 +541,10 @@ rkservice::CUserInfoPtr CRemoteAdmin::account() const {
 
 std::string CRemoteAdmin::currentServer() const {
     return d->m_endpoints.empty() ? std::string() : d->m_endpoints[d->m_current].address;
+}
+
+void CRemoteAdmin::setConnectionLog(CConnectionLog::Sink sink) {
+    d->m_log.setSink(std::move(sink));
 }
 
 void CRemoteAdmin::setLoginExpiredHandler(std::function<void()> handler) {
@@ -593,7 +625,9 @@ RKError CRemoteAdmin::query(const Hlx::CRequestTarget& target,
             return grpc::Status::OK;
         },
         true);
-    return error.isSuccess() ? collector->finish(datas) : error;
+    const RKError outcome = error.isSuccess() ? collector->finish(datas) : error;
+    d->told(v1::QueryRequest::descriptor()->name(), outcome);
+    return outcome;
 }
 
 RKError CRemoteAdmin::operate(const Hlx::CRequestTarget& target,

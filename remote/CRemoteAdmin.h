@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "CConnectionLog.h"
 #include "Hlx/IQuotesAdmin.h"
 #include "rkservice/CUserInfo.h"
 
@@ -50,6 +51,9 @@ public:
     // Called once when the server ends the session (expired or logged out elsewhere), on the
     // thread of the call that found out; the next successful login arms it again.
     void setLoginExpiredHandler(std::function<void()> handler);
+    // Where the client tells its connection events (logins, a server lost and reached again,
+    // logins ended) and the calls the server refused: the console's log file.
+    void setConnectionLog(CConnectionLog::Sink sink);
     // Reads the sub-systems and login types again into the cache.
     utils::RKError refreshSession();
     // Reads the logged-in account again (its rights change while the login lasts) into the

@@ -14,6 +14,7 @@
 #include "CCaller.h"
 #include "CDatabase.h"
 #include "CServiceError.h"
+#include "IServiceObserver.h"
 #include "model/CAuditVocabulary.h"
 #include "model/CFieldLimits.h"
 #include "rkservice/DataTypeIds.h"
@@ -101,7 +102,18 @@ long long CAuditTrail::write(QSqlDatabase& db, const CCaller& caller, Entry entr
     insertDetails(db, id, entry);
     if (changesData(entry))
         announce(db, id);
+    entry.id = id;
+    noteRecorded(entry, false);
     return id;
+}
+
+void CAuditTrail::noteRecorded(const Entry& entry, bool repeat) const {
+    IServiceObserver* observer = m_database.observer();
+    if (!observer)
+        return;
+    Entry told = entry;
+    told.details.clear();
+    CDatabase::afterCommit([observer, told, repeat] { observer->recorded(told, repeat); });
 }
 
 bool CAuditTrail::changesData(const Entry& entry) {
@@ -179,6 +191,12 @@ bool CAuditTrail::aggregated(const std::string& key, const CCaller& caller, cons
             if (repeated != 0) {
                 if (!name.empty())
                     listName(db, repeated, name);
+                Entry repeat = entry;
+                repeat.id = repeated;
+                repeat.timeMs = now;
+                repeat.account = caller.name();
+                repeat.clientAddress = caller.clientAddress();
+                noteRecorded(repeat, true);
                 return;
             }
             Entry first = entry;

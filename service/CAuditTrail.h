@@ -94,6 +94,8 @@ private:
     // Whether the entry stands for changed data (what the change feed passes on): not a
     // refusal, a session or a read.
     static bool changesData(const Entry& entry);
+    // Tells the database's observer of the entry once its transaction has committed.
+    void noteRecorded(const Entry& entry, bool repeat) const;
     void announce(QSqlDatabase& db, long long entryId) const;
     // A refusal at an address before any login, counted on the key's entry of the minute.
     bool refusedAtAddress(const char* kind, const std::string& address, const std::string& name,

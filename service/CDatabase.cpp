@@ -12,13 +12,16 @@
 #include <QVariant>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <map>
 
+#include "CCommitNotes.h"
 #include "CDataDirectory.h"
 #include "CDatabaseUrl.h"
 #include "CSecretBox.h"
 #include "CServiceError.h"
 #include "CStatementWatchdog.h"
+#include "IServiceObserver.h"
 
 namespace {
 
@@ -282,7 +285,13 @@ void CDatabase::transact(bool write, const std::function<void(QSqlDatabase&)>& w
     runTransaction(QStringLiteral("BEGIN"), write, work);
 }
 
+void CDatabase::afterCommit(std::function<void()> note) {
+    CCommitNotes::add(std::move(note));
+}
+
 void CDatabase::runBatch(QSqlDatabase& db, const std::vector<CGroupCommit::Job*>& batch) {
+    if (IServiceObserver* observer = m_observer)
+        observer->groupCommitted(batch.size());
     if (batch.size() == 1) {
         (*batch.front()->work)(db);
         return;
@@ -290,10 +299,12 @@ void CDatabase::runBatch(QSqlDatabase& db, const std::vector<CGroupCommit::Job*>
     // Each writer in its own savepoint: one that fails leaves the others' changes in place.
     for (CGroupCommit::Job* job : batch) {
         exec(db, QStringLiteral("SAVEPOINT writer"));
+        const std::size_t notes = CCommitNotes::mark();
         try {
             (*job->work)(db);
         } catch (...) {
             job->error = std::current_exception();
+            CCommitNotes::drop(notes);
             // Some errors (a full disk, an I/O error) end the whole transaction in SQLite: then
             // the batch fails with this error.
             QSqlQuery undo(db);
@@ -335,8 +346,15 @@ void CDatabase::runTransaction(const QString& begin, bool write,
             // it allows (the lock ends with the transaction). lock_timeout bounds the wait.
             if (write && m_engine == PostgreSQL)
                 exec(db, QStringLiteral("SELECT pg_advisory_xact_lock(%1)").arg(kWriterLock));
-            work(db);
-            exec(db, QStringLiteral("COMMIT"));
+            const std::size_t notes = CCommitNotes::mark();
+            try {
+                work(db);
+                exec(db, QStringLiteral("COMMIT"));
+            } catch (...) {
+                CCommitNotes::drop(notes);
+                throw;
+            }
+            CCommitNotes::run(notes);
         } catch (...) {
             QSqlQuery rollback(db);
             // A connection that cannot even roll back is broken (server gone, file gone).
@@ -352,7 +370,11 @@ void CDatabase::runTransaction(const QString& begin, bool write,
 
 void CDatabase::run(QSqlQuery& query, const std::function<bool()>& exec) const {
     CStatementWatchdog::Watch watch(m_watchdog.get(), pgConnection(query.driver()));
-    if (exec())
+    const auto started = std::chrono::steady_clock::now();
+    const bool done = exec();
+    if (IServiceObserver* observer = m_observer)
+        observer->statementRan(std::chrono::steady_clock::now() - started);
+    if (done)
         return;
     if (watch.expired())
         throw CServiceError::unavailable(kNoResponse);

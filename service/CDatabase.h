@@ -4,6 +4,7 @@
 #include <QSqlError>
 #include <QSqlQuery>
 #include <QString>
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -17,6 +18,7 @@
 
 class CStatementWatchdog;
 class CSecretBox;
+class IServiceObserver;
 
 // The service's database: SQLite in one file or PostgreSQL, with one Qt SQL connection per
 // thread (a Qt SQL connection may only be used by the thread that opened it).
@@ -53,6 +55,15 @@ public:
     // rethrows). SQLite writers of this process queue and may commit together: their work then
     // runs on the thread of the first in line, on that thread's connection, each in a savepoint.
     void transact(bool write, const std::function<void(QSqlDatabase&)>& work);
+
+    // Runs the note once the transaction whose work calls this is committed (never when it, or
+    // the writer's savepoint, rolls back), on the thread that committed it.
+    static void afterCommit(std::function<void()> note);
+
+    // Who watches the statements and commits (metrics, logs); set before serving, cleared
+    // (null) before the observer goes. Null: nobody.
+    void setObserver(IServiceObserver* observer) { m_observer = observer; }
+    IServiceObserver* observer() const { return m_observer; }
 
     // Executes a prepared query or throws CServiceError with the operator's text for its error.
     void exec(QSqlQuery& query) const;
@@ -101,6 +112,7 @@ private:
     // Runs one statement under the watchdog; exec is the query's own call.
     void run(QSqlQuery& query, const std::function<bool()>& exec) const;
 
+    std::atomic<IServiceObserver*> m_observer{nullptr};
     std::mutex m_mutex;
     std::set<QString> m_names;
     // Writers of this process (SQLite).

@@ -341,6 +341,20 @@ bool CLoginManager::logout(const std::string& token) {
     }
 }
 
+long long CLoginManager::liveLogins(qint64 nowMs) {
+    const qint64 since = nowMs - m_options.idleTimeoutMs - m_options.lastUsedWriteIntervalMs;
+    long long count = 0;
+    m_database.transact(false, [&](QSqlDatabase& db) {
+        QSqlQuery live(db);
+        live.prepare(QStringLiteral("SELECT COUNT(*) FROM login_tokens WHERE last_used_ms >= ?"));
+        live.addBindValue(since);
+        m_database.exec(live);
+        if (live.next())
+            count = live.value(0).toLongLong();
+    });
+    return count;
+}
+
 int CLoginManager::purgeExpired(qint64 nowMs) {
     // The database may lag a manager's last use by up to the write interval; wait that much
     // longer so that no token still alive somewhere goes.

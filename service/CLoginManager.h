@@ -91,6 +91,9 @@ public:
     bool isLive(const std::string& tokenHash, qint64 nowMs);
     // True when the token was a live login.
     bool logout(const std::string& token);
+    // The logins of every server of the database whose last use is within the idle timeout
+    // (as the database knows it, up to the write interval late); throws CServiceError.
+    long long liveLogins(qint64 nowMs);
     // Removes tokens idle for longer than the timeout; returns how many. Login calls it now and
     // then; a server may also call it on a timer.
     int purgeExpired(qint64 nowMs);

@@ -5,6 +5,8 @@
 #include <log4cxx/patternlayout.h>
 #include <QDir>
 
+#include "CRemoteAdmin.h"
+
 bool CConsoleLogging::start(const QString& dataDir, QString* error) {
     if (!QDir().mkpath(dataDir)) {
         *error = QStringLiteral("cannot create %1").arg(dataDir);
@@ -19,4 +21,15 @@ bool CConsoleLogging::start(const QString& dataDir, QString* error) {
     root->addAppender(appender);
     root->setLevel(log4cxx::Level::getInfo());
     return true;
+}
+
+void CConsoleLogging::logConnection(CRemoteAdmin& remote) {
+    remote.setConnectionLog([](CConnectionLog::Level level, const std::string& line) {
+        static const log4cxx::LoggerPtr logger =
+            log4cxx::Logger::getLogger(LOG4CXX_STR("quotes.console.connection"));
+        if (level == CConnectionLog::Level::Warning)
+            LOG4CXX_WARN(logger, line);
+        else
+            LOG4CXX_INFO(logger, line);
+    });
 }

@@ -102,6 +102,7 @@ int runOnServers(QApplication& app, const CConsoleOptions& options, const QStrin
     for (const QString& server : options.servers)
         servers.push_back(server.toStdString());
     const auto remote = boost::make_shared<CRemoteAdmin>(servers, ca.toStdString());
+    CConsoleLogging::logConnection(*remote);
     const CConsoleSession session =
         CRemoteSession::make(remote, options.servers.join(QStringLiteral(", ")));
     if (!session.login(nullptr))

@@ -1,5 +1,7 @@
 #include "CDaemonOptions.h"
 
+#include "CServerLog.h"
+
 #include <functional>
 #include <vector>
 
@@ -103,6 +105,10 @@ QString* textTarget(const QString& option, CDaemonOptions* options) {
         return &options->keyFile;
     if (option == QLatin1String("--secrets-key"))
         return &options->secretsKeyFile;
+    if (option == QLatin1String("--metrics-listen"))
+        return &options->metricsListen;
+    if (option == QLatin1String("--log-level"))
+        return &options->logLevel;
     return nullptr;
 }
 
@@ -136,6 +142,11 @@ bool parseOption(const QString& option, QStringList* rest, CDaemonOptions* optio
         return false;
     if (number)
         return parseNumber(*number, value, options, error);
+    CServerLog::Level level;
+    if (option == QLatin1String("--log-level") && !CServerLog::parseLevel(value, &level)) {
+        *error = QStringLiteral("--log-level needs error, warning, notice, info or debug");
+        return false;
+    }
     if (target)
         *target = value;
     else if (option == QLatin1String("--listen"))
@@ -203,11 +214,17 @@ QString CDaemonOptions::helpText() {
         "      FILE is the first server's DIR/secrets.key, copied into this DIR.\n"
         "  quotesd reset-password NAME --data DIR [--db URL]\n"
         "      Set an account's password (read from standard input) on this machine.\n"
-        "  quotesd --data DIR [--db URL] [--listen ADDR:PORT]...\n"
+        "  quotesd --data DIR [--db URL] [--listen ADDR:PORT]... [--metrics-listen ADDR:PORT]\n"
+        "          [--log-level LEVEL]\n"
         "      Serve (default 127.0.0.1:7461; --listen again for each further address) until\n"
         "      SIGTERM, which lets calls in flight finish; SIGHUP is logged and never stops it.\n"
         "      0.0.0.0 and [::] both mean every IPv4 and IPv6 address: to serve on IPv4 alone,\n"
         "      name each address.\n"
+        "      --metrics-listen serves Prometheus metrics over plain HTTP at /metrics (off\n"
+        "      unless given; keep it on loopback or a monitoring network, e.g. 127.0.0.1:9461).\n"
+        "      --log-level error, warning, notice, info (default) or debug: logins (info; refused\n"
+        "      notice, locked out warning), refused requests (warning) and changes (notice), to\n"
+        "      the journal under systemd, else to standard error.\n"
         "  quotesd --version\n"
         "      The version and the commit it was built from.\n"
         "\n"

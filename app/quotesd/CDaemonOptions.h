@@ -23,6 +23,8 @@ struct CDaemonOptions {
     bool generate = false;  // init: make admin's password instead of reading it
     QString account;        // reset-password
     qint64 lockoutBaseMs = 30 * 1000;
+    QString metricsListen;  // serving: where /metrics answers; empty: no metrics
+    QString logLevel = QStringLiteral("info");
     CServerLimits limits;
 
     // Arguments without the program name. False with *error set on a bad command line.

@@ -69,6 +69,8 @@ std::unique_ptr<grpc::Server> CGuardedServer::build(const std::vector<std::strin
     builder.SetSyncServerOption(grpc::ServerBuilder::MAX_POLLERS,
                                 std::min(kMaxIdleThreads, m_limits.maxThreads / 2));
     builder.RegisterService(&m_service);
+    if (m_interceptors)
+        builder.experimental().SetInterceptorCreators(m_interceptors());
     std::unique_ptr<grpc::Server> server = builder.BuildAndStart();
     if (!server || std::count(ports->begin(), ports->end(), 0) > 0) {
         ports->clear();

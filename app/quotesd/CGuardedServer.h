@@ -1,6 +1,7 @@
 #pragma once
 
 #include <grpcpp/grpcpp.h>
+#include <grpcpp/support/server_interceptor.h>
 
 #include <QString>
 #include <atomic>
@@ -36,6 +37,12 @@ public:
 
     CGuardedServer(const CGuardedServer&) = delete;
     CGuardedServer& operator=(const CGuardedServer&) = delete;
+
+    // Makes the interceptors each new grpc::Server runs its calls through (metrics); before
+    // start.
+    using Interceptors = std::function<
+        std::vector<std::unique_ptr<grpc::experimental::ServerInterceptorFactoryInterface>>()>;
+    void setInterceptors(Interceptors make) { m_interceptors = std::move(make); }
 
     // Listens on the addresses ("HOST:PORT", port 0: any free one) and checks itself once on
     // the first; false when it cannot listen on every one.
@@ -74,6 +81,7 @@ private:
     const CTlsIdentity m_identity;
     const CServerLimits m_limits;
     const Log m_log;
+    Interceptors m_interceptors;
     std::vector<std::string> m_listen;
     std::vector<int> m_ports{0};
     std::atomic<bool> m_serving{true};

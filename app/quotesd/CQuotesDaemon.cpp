@@ -8,6 +8,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QScopeGuard>
 #include <QTextStream>
 #include <cstdio>
 #include <iostream>
@@ -27,6 +28,7 @@
 #include "CSecretBox.h"
 #include "CSecretKeyFile.h"
 #include "CServerHealth.h"
+#include "CServerWatch.h"
 #include "CServiceError.h"
 #include "CSystemdNotifier.h"
 #include "CTlsIdentity.h"
@@ -287,6 +289,8 @@ int CQuotesDaemon::serve() {
         return fail(QStringLiteral("%1 (run quotesd init first)").arg(error));
     const sigset_t waited = servingSignals();
     pthread_sigmask(SIG_BLOCK, &waited, nullptr);
+    // Before the service, so that it outlives every thread that tells it something.
+    CServerWatch watch(m_options);
 
     const boost::shared_ptr<CQuotesService> service =
         CQuotesService::open(serviceOptions(), &error);
@@ -298,8 +302,12 @@ int CQuotesDaemon::serve() {
     loginOptions.concurrentPasswordChecks = limits.passwordChecks;
     CLoginManager logins(service->database(), loginOptions);
     CAdminServer admin(service, logins, {limits.eventStreams, limits.eventStreamsPerLogin});
+    if (!watch.watch(*service, logins, admin, identity.notAfter(), &error))
+        return fail(error);
+    const auto unwatch = qScopeGuard([&watch] { watch.unwatch(); });
 
     CGuardedServer server(admin, identity, limits, say);
+    watch.instrument(server);
     if (!server.start(addresses(m_options.listen)))
         return fail(QStringLiteral("cannot listen on %1").arg(m_options.listen.join(", ")));
     const QString serving =

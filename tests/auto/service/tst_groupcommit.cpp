@@ -5,6 +5,7 @@
 #include <QSqlQuery>
 #include <QTemporaryDir>
 #include <QtTest>
+#include <algorithm>
 #include <atomic>
 #include <future>
 #include <mutex>
@@ -14,6 +15,7 @@
 
 #include "CDatabase.h"
 #include "CGroupCommit.h"
+#include "IServiceObserver.h"
 
 namespace {
 
@@ -85,6 +87,21 @@ std::vector<int> storedValues(CDatabase& database) {
     });
     return values;
 }
+
+// What the database tells its observer.
+class RecordingObserver final : public IServiceObserver {
+public:
+    void statementRan(std::chrono::nanoseconds) override { ++statements; }
+    void groupCommitted(std::size_t writers) override {
+        std::lock_guard<std::mutex> lock(mutex);
+        groups.push_back(int(writers));
+    }
+    void recorded(const Hlx::CAuditEntry&, bool) override {}
+
+    std::atomic<int> statements{0};
+    std::mutex mutex;
+    std::vector<int> groups;
+};
 
 }  // namespace
 
@@ -194,6 +211,57 @@ private slots:
         QCOMPARE(third.ranOn(), failing.ranOn());
 
         QCOMPARE(storedValues(*database), (std::vector<int>{1, 3}));
+    }
+
+    // What a writer asks to be done after its commit happens for the writers that committed
+    // alone, on whichever thread committed them; the observer hears of each group and statement.
+    void notesRunOnlyForWritersThatCommitted() {
+        QTemporaryDir dir;
+        const auto database = databaseWithTable(dir, "INTEGER");
+        QVERIFY(database);
+        RecordingObserver observer;
+        database->setObserver(&observer);
+        std::mutex mutex;
+        std::vector<int> noted;
+        auto submit = [&](const CGroupCommit::Work& work) { database->transact(true, work); };
+        auto insert = [&](int value, bool fail) {
+            return [&, value, fail](QSqlDatabase& db) {
+                database->exec(db, QStringLiteral("INSERT INTO t (v) VALUES (%1)").arg(value));
+                CDatabase::afterCommit([&, value] {
+                    std::lock_guard<std::mutex> lock(mutex);
+                    noted.push_back(value);
+                });
+                if (fail)
+                    throw std::runtime_error("refused");
+            };
+        };
+        HeldWriter first(submit, insert(1, false), true);
+        QTRY_COMPARE(database->queuedWriters(), std::size_t(1));
+        HeldWriter failing(submit, insert(2, true));
+        QTRY_COMPARE(database->queuedWriters(), std::size_t(2));
+        HeldWriter third(submit, insert(3, false));
+        QTRY_COMPARE(database->queuedWriters(), std::size_t(3));
+        first.release();
+        first.join();
+        failing.join();
+        third.join();
+        QCOMPARE(failing.error(), std::string("refused"));
+        std::sort(noted.begin(), noted.end());
+        QCOMPARE(noted, (std::vector<int>{1, 3}));
+        QCOMPARE(observer.groups, (std::vector<int>{1, 2}));
+        QVERIFY(observer.statements > 0);
+
+        // A transaction that rolls back leaves nothing to do.
+        try {
+            database->transact(false, [&](QSqlDatabase&) {
+                CDatabase::afterCommit([&] { noted.push_back(4); });
+                throw std::runtime_error("rolled back");
+            });
+        } catch (const std::runtime_error&) {
+        }
+        database->transact(false, [](QSqlDatabase&) {});
+        QCOMPARE(noted.size(), std::size_t(2));
+        database->setObserver(nullptr);
     }
 
     void manyWritersAllCommit() {
