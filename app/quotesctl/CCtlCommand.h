@@ -71,6 +71,8 @@ public:
     CCtlCommand& needs(int right);
     // The command works only on a database of its own; %1, %2, %3: --data, --db, --server.
     CCtlCommand& localOnly(const char* message);
+    // The command runs without opening the database (it replaces the database file itself).
+    CCtlCommand& withoutDatabase();
     // Lines of --help; none: described together with the next command.
     CCtlCommand& help(const char* lines);
     // Lines --help adds after the description, about the commands of the group.
@@ -88,6 +90,7 @@ public:
     bool changes() const { return m_changes; }
     int right() const { return m_right; }
     QString localOnlyMessage() const { return m_localOnly; }
+    bool opensDatabase() const { return m_opensDatabase; }
     QString helpText() const { return m_help; }
     QString noteText() const { return m_note; }
     // The message of an option's presence, filled in.
@@ -106,6 +109,7 @@ private:
     bool m_changes = false;
     int m_right = 0;
     QString m_localOnly;
+    bool m_opensDatabase = true;
     QString m_help;
     QString m_note;
 };

@@ -11,8 +11,7 @@
 #include "CRemoteAdmin.h"
 
 CCtlSession CCtlSession::open(const CCtlGlobals& globals, const CCtlArguments& arguments) {
-    CCtlSession session;
-    session.m_arguments = &arguments;
+    CCtlSession session = withoutDatabase(globals, arguments);
     if (globals.remote()) {
         session.m_remote = login(globals);
         session.m_admin = session.m_remote;
@@ -25,6 +24,14 @@ CCtlSession CCtlSession::open(const CCtlGlobals& globals, const CCtlArguments& a
     if (!session.m_service)
         throw CCtlError::unavailable(error);
     session.m_admin = CEmbeddedAdmin::asOwner(session.m_service);
+    return session;
+}
+
+CCtlSession CCtlSession::withoutDatabase(const CCtlGlobals& globals,
+                                         const CCtlArguments& arguments) {
+    CCtlSession session;
+    session.m_arguments = &arguments;
+    session.m_globals = &globals;
     return session;
 }
 

@@ -20,11 +20,14 @@ public:
     // Opens the database the global options name, or logs in to their server. Throws CCtlError
     // (exit 3) when it cannot.
     static CCtlSession open(const CCtlGlobals& globals, const CCtlArguments& arguments);
+    // A session that opens nothing, for a command that works on the database file itself.
+    static CCtlSession withoutDatabase(const CCtlGlobals& globals, const CCtlArguments& arguments);
 
     Hlx::IQuotesAdmin& admin() const { return *m_admin; }
     // The database's own service; null through a server.
     CQuotesService* service() const { return m_service.get(); }
     const CCtlArguments& arguments() const { return *m_arguments; }
+    const CCtlGlobals& globals() const { return *m_globals; }
     // Ends the session: through a server, logs out, so its token is not left to expire.
     void end();
 
@@ -44,4 +47,5 @@ private:
     boost::shared_ptr<CRemoteAdmin> m_remote;
     boost::shared_ptr<CQuotesService> m_service;
     const CCtlArguments* m_arguments = nullptr;
+    const CCtlGlobals* m_globals = nullptr;
 };

@@ -28,7 +28,10 @@ int CQuotesCtl::parse(const QStringList& arguments) {
 
 int CQuotesCtl::execute() {
     try {
-        CCtlSession session = CCtlSession::open(m_parser.globals(), m_parser.arguments());
+        const bool opens = m_parser.command()->opensDatabase();
+        CCtlSession session =
+            opens ? CCtlSession::open(m_parser.globals(), m_parser.arguments())
+                  : CCtlSession::withoutDatabase(m_parser.globals(), m_parser.arguments());
         const int code = runCommand(session);
         session.end();
         return code;
