@@ -204,8 +204,6 @@ QString CDaemonOptions::helpText() {
         "A password in a --db URL is visible to other local users: use ~/.pgpass or\n"
         "PGPASSFILE instead.\n"
         "quotesd refuses to run as root: run it as its own unprivileged user.\n"
-        "--lockout-base-ms N sets the first refusal interval after 5 failed logins (default\n"
-        "30000), for tests.\n"
         "\n"
         "What clients may hold (serving; the defaults suit a team of a few dozen consoles):\n"
         "  --handshake-timeout-ms N      a connection's TLS handshake (default 10000)\n"
