@@ -216,6 +216,20 @@ private slots:
         QCOMPARE(tokenFor(*m_admin), kToken);
     }
 
+    // The sections to import travel to the server: one it does not know is refused there.
+    void partialImportThroughTheServer() {
+        const QuotesctlOnServer admin(m_server, QStringLiteral("admin"), kAdminPassword);
+        QTemporaryDir files;
+        const QString document = files.filePath(QStringLiteral("document.json"));
+        QCOMPARE(admin.run({"export", "--output", document}).code, 0);
+        QuotesctlRun run = admin.run({"import", "--only", "brokers,platforms", document});
+        QVERIFY2(run.code == 0, run.err.constData());
+        QVERIFY(run.out.contains("brokers "));
+        run = admin.run({"import", "--only", "bogus", document});
+        QCOMPARE(run.code, 1);
+        QVERIFY2(run.err.contains("bogus"), run.err.constData());
+    }
+
     // The server writes the online copy into its own data directory, names it to quotesctl, and
     // keeps the token sealed in it; only an administrator may ask, and never for a path.
     void backupThroughTheServerLandsInItsDataDirectory() {
