@@ -22,6 +22,7 @@ public:
     static constexpr const char* kExport = "export";
     static constexpr const char* kCheck = "check";  // the database's consistency check
     static constexpr const char* kRekey = "rekey";
+    static constexpr const char* kBackup = "backup";  // an online copy of the database
     // A program migrated the database's schema; it sealed the stored secrets under a key.
     static constexpr const char* kMigrate = "migrate";
     static constexpr const char* kSeal = "seal";
@@ -29,9 +30,9 @@ public:
     static constexpr const char* kActions[] = {
         kAdd,  kModify, kDelete, kSave,  kSetPassword, kSetEnabled, kSetRights,
         kSet,  kImport, kPrune,  kLogin, kLogout,      kExpire,     kUnlock,
-        kRead, kExport, kCheck,  kRekey, kMigrate,     kSeal};
+        kRead, kExport, kCheck,  kRekey, kMigrate,     kSeal,       kBackup};
     // Actions recorded although they change no data: never announced as a change.
-    static constexpr const char* kReadActions[] = {kExport, kRead, kCheck};
+    static constexpr const char* kReadActions[] = {kExport, kRead, kCheck, kBackup};
 
     // Data types.
     static constexpr const char* kQuoteSource = "quote_source";

@@ -102,6 +102,11 @@ public:
                                 quotes::v1::CheckIntegrityReply* reply) override {
         return serve(context, request, reply, &CQuotesService::checkIntegrity);
     }
+    grpc::Status BackupDatabase(grpc::ServerContext* context,
+                                const quotes::v1::BackupDatabaseRequest* request,
+                                quotes::v1::BackupDatabaseReply* reply) override {
+        return serve(context, request, reply, &CQuotesService::backupDatabase);
+    }
     grpc::Status ListAccounts(grpc::ServerContext* context,
                               const quotes::v1::ListAccountsRequest* request,
                               quotes::v1::ListAccountsReply* reply) override {

@@ -108,7 +108,10 @@ RKError CCallCodec::decode(const v1::ImportRequest& in, ImportParams* out) {
         return invalid("导入文件不是有效的 JSON: " + parse.errorString().toStdString());
     std::get<0>(*out) = document.object();
     std::get<1>(*out).dryRun = in.dry_run();
-    return RKError::ok();
+    CCodecChecks c;
+    for (const std::string& section : in.only_sections())
+        std::get<1>(*out).onlySections.push_back(c.text(section, "only_sections"));
+    return c.error();
 }
 
 RKError CCallCodec::decode(const v1::SetSubsystemsRequest& in, SubsystemList* out) {
@@ -229,6 +232,16 @@ void CCallCodec::encode(const RKError& error, const std::tuple<std::vector<std::
 }
 
 void CCallCodec::encode(const RKError& error,
+                        const std::tuple<Hlx::CBackupOptions, std::string>& params,
+                        v1::BackupDatabaseReply* out) {
+    answer(error, out, [&] {
+        CCodecChecks c;
+        out->set_file(c.text(std::get<1>(params), "file"));
+        return c.error();
+    });
+}
+
+void CCallCodec::encode(const RKError& error,
                         const std::tuple<std::vector<Hlx::CAdminAccount>>& params,
                         v1::ListAccountsReply* out) {
     answer(error, out, [&] {
@@ -323,6 +336,14 @@ RKError CCallCodec::encode(const QJsonObject& document, const Hlx::CImportOption
                        " MiB），服务器最多接受 16 MiB");
     out->set_document(json.toStdString());
     out->set_dry_run(options.dryRun);
+    for (const std::string& section : options.onlySections)
+        out->add_only_sections(section);
+    return RKError::ok();
+}
+
+RKError CCallCodec::encode(const Hlx::CBackupOptions& options, v1::BackupDatabaseRequest*) {
+    if (!options.file.empty())
+        return invalid("指定备份文件只能直接打开数据库时使用；服务器把备份写在自己的数据目录");
     return RKError::ok();
 }
 
@@ -461,6 +482,14 @@ RKError CCallCodec::decode(const v1::CheckIntegrityReply& in, std::vector<std::s
     return outcome(in.error(), [&] {
         if (out)
             out->assign(in.kept_values().begin(), in.kept_values().end());
+        return RKError::ok();
+    });
+}
+
+RKError CCallCodec::decode(const v1::BackupDatabaseReply& in, std::string* out) {
+    return outcome(in.error(), [&] {
+        if (out)
+            *out = in.file();
         return RKError::ok();
     });
 }

@@ -75,6 +75,11 @@ public:
     static utils::RKError decode(const quotes::v1::CheckIntegrityRequest&, Params*) {
         return utils::RKError::ok();
     }
+    // The server writes the copy where it chooses: no path of the client's reaches it.
+    template <class Params>
+    static utils::RKError decode(const quotes::v1::BackupDatabaseRequest&, Params*) {
+        return utils::RKError::ok();
+    }
     template <class Params>
     static utils::RKError decode(const quotes::v1::ListAccountsRequest&, Params*) {
         return utils::RKError::ok();
@@ -103,6 +108,9 @@ public:
     static void encode(const utils::RKError& error,
                        const std::tuple<std::vector<std::string>>& params,
                        quotes::v1::CheckIntegrityReply* out);
+    static void encode(const utils::RKError& error,
+                       const std::tuple<Hlx::CBackupOptions, std::string>& params,
+                       quotes::v1::BackupDatabaseReply* out);
     static void encode(const utils::RKError& error,
                        const std::tuple<std::vector<Hlx::CAdminAccount>>& params,
                        quotes::v1::ListAccountsReply* out);
@@ -159,6 +167,10 @@ public:
         return utils::RKError::ok();
     }
     static utils::RKError encode(quotes::v1::ListAccountsRequest*) { return utils::RKError::ok(); }
+    // The server keeps the copy in its own data directory; a path of the client's means
+    // nothing there.
+    static utils::RKError encode(const Hlx::CBackupOptions& options,
+                                 quotes::v1::BackupDatabaseRequest* out);
 
     // ---- the client: the reply to the outcome and the outputs
 
@@ -175,6 +187,7 @@ public:
     static utils::RKError decode(const quotes::v1::ImportReply& in, Hlx::CImportReport* out);
     static utils::RKError decode(const quotes::v1::CheckIntegrityReply& in,
                                  std::vector<std::string>* out);
+    static utils::RKError decode(const quotes::v1::BackupDatabaseReply& in, std::string* out);
     static utils::RKError decode(const quotes::v1::ListAccountsReply& in,
                                  std::vector<Hlx::CAdminAccount>* out);
     static utils::RKError decode(const quotes::v1::AuditReply& in, Hlx::CAuditPage* out);

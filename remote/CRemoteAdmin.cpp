@@ -727,6 +727,11 @@ RKError CRemoteAdmin::checkIntegrity(std::vector<std::string>* keptValues) {
     return d->call(Mode::Read, &Stub::CheckIntegrity, forward_as_tuple(), keptValues);
 }
 
+RKError CRemoteAdmin::backupDatabase(const Hlx::CBackupOptions& options, std::string* written) {
+    // Writes a file on the server: sent once, like a change.
+    return d->call(Mode::Change, &Stub::BackupDatabase, forward_as_tuple(options), written);
+}
+
 RKError CRemoteAdmin::status(Hlx::CServiceStatus* status) {
     return d->call(Mode::Anonymous, &Stub::Ping, forward_as_tuple(), status);
 }

@@ -96,6 +96,8 @@ public:
     utils::RKError importDocument(const QJsonObject& document, const Hlx::CImportOptions& options,
                                   Hlx::CImportReport* report) override;
     utils::RKError checkIntegrity(std::vector<std::string>* keptValues) override;
+    utils::RKError backupDatabase(const Hlx::CBackupOptions& options,
+                                  std::string* written) override;
     utils::RKError status(Hlx::CServiceStatus* status) override;
     utils::RKError auditEntries(const Hlx::CAuditFilter& filter,
                                 std::vector<Hlx::CAuditEntry>* entries) override;

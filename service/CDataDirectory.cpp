@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -49,4 +50,16 @@ bool CDataDirectory::prepare(const QString& dir, QString* error) {
     for (const QString& name : directory.entryList(QDir::Files | QDir::Hidden | QDir::System))
         tighten(directory.filePath(name), 0600);
     return true;
+}
+
+QString CDataDirectory::timedName(const QString& dir, const QString& prefix,
+                                  const QString& suffix) {
+    const QString stamp =
+        QDateTime::currentDateTimeUtc().toString(QStringLiteral("yyyyMMdd-HHmmss-zzz"));
+    const QDir directory(dir);
+    QString path = directory.filePath(prefix + stamp + suffix);
+    for (int n = 1; QFileInfo::exists(path); ++n)
+        path =
+            directory.filePath(QStringLiteral("%1%2-%3%4").arg(prefix, stamp).arg(n).arg(suffix));
+    return path;
 }

@@ -15,4 +15,7 @@ public:
     static bool create(const QString& dir, QString* error);
     // Tightens one file to 0600, warning when it was looser; a missing file is no fault.
     static void tightenFile(const QString& path);
+    // A name in dir that no file has: prefix, the UTC time to the millisecond (so names sort by
+    // time) and suffix, with a counter when two fall in one millisecond.
+    static QString timedName(const QString& dir, const QString& prefix, const QString& suffix);
 };

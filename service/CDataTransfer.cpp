@@ -243,6 +243,14 @@ int checkShape(const QJsonObject& document) {
     return version;
 }
 
+const Section* sectionNamed(const QString& key) {
+    for (const Section& section : kSections) {
+        if (key == QLatin1String(section.key))
+            return &section;
+    }
+    return nullptr;
+}
+
 QJsonObject objectIn(const QJsonValue& value, const QString& section) {
     if (!value.isObject())
         refuse(QStringLiteral("%1 部分的条目必须是对象").arg(section));
@@ -497,6 +505,25 @@ CDataTransfer::Content CDataTransfer::parse(const QJsonObject& document) {
     parseWholeQuote(document, &content);
     parseUsers(document, version, &content);
     return content;
+}
+
+QJsonObject CDataTransfer::withSections(QJsonObject stored, const QJsonObject& document,
+                                        const std::vector<std::string>& sections) {
+    // Sections of another version may have another shape; the stored ones are of this one.
+    if (document.value(QLatin1String("format")).toString() != QLatin1String(kFormat) ||
+        document.value(QLatin1String("version")).toInt() != kFormatVersion)
+        refuse(QStringLiteral("部分导入只接受第 %1 版的导出文件").arg(kFormatVersion));
+    for (const std::string& name : sections) {
+        const QString key = QString::fromStdString(name);
+        const Section* section = sectionNamed(key);
+        if (!section)
+            refuse(QStringLiteral("未知的部分 %1").arg(key));
+        const QJsonValue value = document.value(key);
+        if (value.isUndefined())
+            refuse(QStringLiteral("缺少 %1 部分").arg(key));
+        stored.insert(key, value);
+    }
+    return stored;
 }
 
 void CDataTransfer::importAll(const CDatabase& database, QSqlDatabase& db, const Content& content) {

@@ -51,6 +51,11 @@ public:
     static QJsonObject sourceToJson(const rkservice::COrinQuoterSourceInfo& source);
     // Reads and checks a document completely; throws CServiceError naming the first fault.
     static Content parse(const QJsonObject& document);
+    // The stored content (as exportAll wrote it) with the named sections taken from the
+    // document, which must be of this format version and hold each of them; throws
+    // CServiceError naming an unknown or missing section.
+    static QJsonObject withSections(QJsonObject stored, const QJsonObject& document,
+                                    const std::vector<std::string>& sections);
     // Replaces everything with the content; runs in the caller's transaction. Accounts the
     // content names keep their password, enabled flag and logins. Refused when it would leave no
     // enabled account with the administrator right where one had it.

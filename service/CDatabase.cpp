@@ -106,8 +106,9 @@ std::unique_ptr<CDatabase> CDatabase::create(const CServiceOptions& options, QSt
         return nullptr;
     const QString driver = location.postgres ? QStringLiteral("QPSQL") : QStringLiteral("QSQLITE");
     if (!QSqlDatabase::isDriverAvailable(driver)) {
-        *error = location.postgres ? QStringLiteral("缺少 PostgreSQL 数据库驱动 (QPSQL)")
-                                   : QStringLiteral("缺少 SQLite 数据库驱动 (QSQLITE)");
+        *error = location.postgres
+                     ? QStringLiteral("缺少 PostgreSQL 数据库驱动 (QPSQL)，请安装 libqt5sql5-psql")
+                     : QStringLiteral("缺少 SQLite 数据库驱动 (QSQLITE)，请安装 libqt5sql5-sqlite");
         return nullptr;
     }
     if (location.postgres) {

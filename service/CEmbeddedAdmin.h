@@ -81,6 +81,10 @@ public:
     utils::RKError checkIntegrity(std::vector<std::string>* keptValues) override {
         return m_service->checkIntegrity(m_caller(), keptValues);
     }
+    utils::RKError backupDatabase(const Hlx::CBackupOptions& options,
+                                  std::string* written) override {
+        return m_service->backupDatabase(m_caller(), options, written);
+    }
     utils::RKError status(Hlx::CServiceStatus* status) override {
         return m_service->status(m_caller(), status);
     }

@@ -1,12 +1,12 @@
 #include "CImportBackups.h"
 
-#include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonDocument>
 #include <cerrno>
 
+#include "CDataDirectory.h"
 #include "CDatabase.h"
 #include "CPrivateFile.h"
 #include "CSecretBox.h"
@@ -24,15 +24,9 @@ QString CImportBackups::target(const Hlx::CImportOptions& options) const {
         return QString::fromStdString(options.backupFile);
     if (m_dir.isEmpty())
         throw CServiceError("没有数据目录可存放导入前的备份，请指定备份文件");
-    // Sortable by time, so the oldest come first by name; a suffix keeps two in one
-    // millisecond apart.
-    const QString stamp =
-        QDateTime::currentDateTimeUtc().toString(QStringLiteral("yyyyMMdd-HHmmss-zzz"));
-    const QDir dir(m_dir);
-    QString path = dir.filePath(QStringLiteral("import-backup-%1.json").arg(stamp));
-    for (int n = 1; QFileInfo::exists(path); ++n)
-        path = dir.filePath(QStringLiteral("import-backup-%1-%2.json").arg(stamp).arg(n));
-    return path;
+    // Sortable by time, so the oldest come first by name.
+    return CDataDirectory::timedName(m_dir, QStringLiteral("import-backup-"),
+                                     QStringLiteral(".json"));
 }
 
 void CImportBackups::write(const QJsonObject& content, const QString& path) const {

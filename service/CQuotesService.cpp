@@ -17,6 +17,7 @@
 #include "CChangeFeed.h"
 #include "CDataTransfer.h"
 #include "CDatabase.h"
+#include "CDatabaseBackup.h"
 #include "CImportBackups.h"
 #include "CImportGeneration.h"
 #include "CLoginFailures.h"
@@ -99,6 +100,18 @@ QJsonArray textList(const std::vector<std::string>& texts) {
     for (const std::string& text : texts)
         list.append(QString::fromStdString(text));
     return list;
+}
+
+// The document checked, its counts and kept values in the entry and the report.
+CDataTransfer::Content parseImport(const QJsonObject& document, Hlx::CImportReport* report,
+                                   CAuditTrail::Entry* entry) {
+    CDataTransfer::Content content = CDataTransfer::parse(document);
+    entry->summary.insert(QStringLiteral("counts"), importCounts(content));
+    if (!content.keptValues.empty())
+        entry->summary.insert(QStringLiteral("kept"), textList(content.keptValues));
+    if (report)
+        report->keptValues = content.keptValues;
+    return content;
 }
 
 // The ids a modify or delete names, each once: a second record for the same row would make the
@@ -838,12 +851,14 @@ utils::RKError CQuotesService::importDocument(const CCaller& caller, const QJson
 void CQuotesService::runImport(const CCaller& caller, const QJsonObject& document,
                                const Hlx::CImportOptions& options, Hlx::CImportReport* report,
                                CAuditTrail::Entry* entry) {
-    const CDataTransfer::Content content = CDataTransfer::parse(document);
-    entry->summary.insert(QStringLiteral("counts"), importCounts(content));
-    if (!content.keptValues.empty())
-        entry->summary.insert(QStringLiteral("kept"), textList(content.keptValues));
-    if (report)
-        report->keptValues = content.keptValues;
+    // A partial import takes its other sections from the stored content, so it is parsed in the
+    // transaction that reads them; a whole document is refused before anything is opened.
+    const bool partial = !options.onlySections.empty();
+    CDataTransfer::Content content;
+    if (partial)
+        entry->summary.insert(QStringLiteral("only"), textList(options.onlySections));
+    else
+        content = parseImport(document, report, entry);
     const QString backup = options.dryRun ? QString() : m_backups->target(options);
     CSettingsCache::Settings settings;
     bool backupWritten = false;
@@ -852,6 +867,10 @@ void CQuotesService::runImport(const CCaller& caller, const QJsonObject& documen
             if (!options.dryRun)
                 m_generations->advance(db);
             const QJsonObject before = CDataTransfer::exportAll(*m_database, db);
+            if (partial)
+                content =
+                    parseImport(CDataTransfer::withSections(before, document, options.onlySections),
+                                report, entry);
             CDataTransfer::importAll(*m_database, db, content);
             if (report)
                 report->sections =
@@ -1028,6 +1047,26 @@ utils::RKError CQuotesService::checkIntegrity(const CCaller& caller,
             throw CServiceError::unavailable(detail.trimmed().toStdString());
         if (keptValues)
             *keptValues = kept;
+    });
+}
+
+utils::RKError CQuotesService::backupDatabase(const CCaller& caller,
+                                              const Hlx::CBackupOptions& options,
+                                              std::string* written) {
+    CAuditTrail::Entry entry =
+        CAuditTrail::entry(CAuditVocabulary::kBackup, CAuditVocabulary::kDatabase);
+    return administer(caller, "备份数据库", &entry, [&] {
+        if (m_database->engine() == CDatabase::PostgreSQL)
+            throw CServiceError("PostgreSQL 数据库请用 pg_dump 备份");
+        if (options.file.empty() && backupDir().isEmpty())
+            throw CServiceError("没有数据目录可存放备份，请指定备份文件");
+        const QString path = options.file.empty() ? CDatabaseBackup::target(backupDir())
+                                                  : QString::fromStdString(options.file);
+        entry.summary.insert(QStringLiteral("file"), path);
+        m_database->transact(true, [&](QSqlDatabase& db) { m_audit->write(db, caller, entry); });
+        QSqlDatabase db = m_database->connection();
+        CDatabaseBackup::write(*m_database, db, path);
+        *written = path.toStdString();
     });
 }
 

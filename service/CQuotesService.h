@@ -99,6 +99,12 @@ public:
     // right.
     utils::RKError checkIntegrity(const CCaller& caller,
                                   std::vector<std::string>* keptValues = nullptr);
+    // A consistent copy of the live SQLite database, written while others go on writing (to the
+    // options' file, or to backup-<time>.db in the data directory), with the administrator
+    // right; refused on PostgreSQL. Recorded before the copy is made, so the copy holds its own
+    // entry.
+    utils::RKError backupDatabase(const CCaller& caller, const Hlx::CBackupOptions& options,
+                                  std::string* written);
     // The version, the database and how long this service has been open.
     utils::RKError status(const CCaller& caller, Hlx::CServiceStatus* status);
 

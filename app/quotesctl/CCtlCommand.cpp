@@ -72,6 +72,11 @@ CCtlCommand& CCtlCommand::localOnly(const char* message) {
     return *this;
 }
 
+CCtlCommand& CCtlCommand::withoutDatabase() {
+    m_opensDatabase = false;
+    return *this;
+}
+
 CCtlCommand& CCtlCommand::help(const char* lines) {
     m_help = QString::fromUtf8(lines);
     return *this;

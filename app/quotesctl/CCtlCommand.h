@@ -73,6 +73,8 @@ public:
     CCtlCommand& withoutLogin();
     // The command works only on a database of its own; %1, %2, %3: --data, --db, --server.
     CCtlCommand& localOnly(const char* message);
+    // The command runs without opening the database (it replaces the database file itself).
+    CCtlCommand& withoutDatabase();
     // Lines of --help; none: described together with the next command.
     CCtlCommand& help(const char* lines);
     // Lines --help adds after the description, about the commands of the group.
@@ -91,6 +93,8 @@ public:
     int right() const { return m_right; }
     bool needsLogin() const { return !m_withoutLogin; }
     QString localOnlyMessage() const { return m_localOnly; }
+    // Whether the command needs a database opened or a server logged in to.
+    bool opensSession() const { return !m_withoutLogin && m_opensDatabase; }
     QString helpText() const { return m_help; }
     QString noteText() const { return m_note; }
     // The message of an option's presence, filled in.
@@ -110,6 +114,7 @@ private:
     int m_right = 0;
     bool m_withoutLogin = false;
     QString m_localOnly;
+    bool m_opensDatabase = true;
     QString m_help;
     QString m_note;
 };

@@ -2,6 +2,7 @@
 
 #include "CAccountCommands.h"
 #include "CAuditCommand.h"
+#include "CBackupCommands.h"
 #include "CReferenceCommands.h"
 #include "CServiceCommands.h"
 #include "CSourceCommands.h"
@@ -129,6 +130,7 @@ std::vector<C> transferCommands() {
             .option(O::kDryRun)
             .option(O::kBackup)
             .option(O::kKey)
+            .option(O::kOnly)
             .positional(P::Input, "FILE", 1, 1, "json")
             .arity("import needs one FILE (or -)")
             .checkedBy(&CTransferCommands::checkImport)
@@ -144,7 +146,10 @@ std::vector<C> transferCommands() {
                   "with --server the server writes it in its own data directory. A backup is\n"
                   "sealed under the key of the stored secrets; FILE may be one: it is opened\n"
                   "with the database's key file, or with --key FILE (needed with --server:\n"
-                  "the server's secrets.key, or the key before a rekey)."),
+                  "the server's secrets.key, or the key before a rekey).\n"
+                  "--only LIST: only the sections named (comma-separated, e.g. brokers,platforms)\n"
+                  "replace the stored ones; the document must be of this version and hold them,\n"
+                  "the other sections stay as stored (checked together as a whole import)."),
     };
 }
 
@@ -159,6 +164,32 @@ std::vector<C> databaseCommands() {
             .help("Encrypt the stored passwords and token under a new key in one transaction\n"
                   "and replace the key file (embedded only; copy the new file to every other\n"
                   "program on the same database)."),
+        C({"backup"}, &CBackupCommands::backup)
+            .option(O::kOutput)
+            .checkedBy(&CBackupCommands::checkBackup)
+            .needs(kAdminister)
+            .help("Copy the live SQLite database while others go on writing, to FILE or to\n"
+                  "backup-<time>.db in the data directory (mode 0600); prints where it went.\n"
+                  "With --server the server writes it in its own data directory and the path\n"
+                  "printed is the server's. The copy holds the key's check value, not the key:\n"
+                  "keep secrets.key apart from it. PostgreSQL is backed up with pg_dump."),
+        C({"restore"}, &CBackupCommands::restore)
+            .positional(P::Input, "FILE", 1, 1, "db")
+            .option(O::kData)
+            .option(O::kKey)
+            .arity("restore needs one FILE")
+            .localOnly("restore replaces the database file itself: run it where the database "
+                       "lives with %1, not %3")
+            .checkedBy(&CBackupCommands::checkRestore)
+            .withoutDatabase()
+            .changesData()
+            .help("Replace the database of the data directory (--data DIR, else the global\n"
+                  "one) with a copy made by backup. Nothing is replaced unless the copy passes\n"
+                  "the integrity check, its schema is one this program knows and the key file\n"
+                  "(--key FILE, else the directory's secrets.key) opens its secrets, and no\n"
+                  "program has the database open: stop the server first. The replaced database\n"
+                  "is kept as quotes-before-restore-<time>.db; a --key FILE that differs is\n"
+                  "installed as the directory's key (the old one kept beside it)."),
     };
 }
 

@@ -30,6 +30,8 @@ const std::vector<CCtlOption>& CCtlOption::all() {
         {kKey, "key", Kind::File, "FILE"},
         {kLimit, "limit", Kind::Int, "N"},
         {kIfRevision, "if-revision", Kind::Int, "N"},
+        {kData, "data", Kind::Directory, "DIR"},
+        {kOnly, "only", Kind::Text, "LIST"},
     };
     return options;
 }

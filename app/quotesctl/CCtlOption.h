@@ -36,6 +36,8 @@ public:
         kKey,
         kLimit,
         kIfRevision,
+        kData,
+        kOnly,
     };
     enum class Kind {
         Flag,       // no value

@@ -11,7 +11,7 @@
 #include "CRemoteAdmin.h"
 
 CCtlSession CCtlSession::open(const CCtlGlobals& globals, const CCtlArguments& arguments) {
-    CCtlSession session = withoutLogin(globals, arguments);
+    CCtlSession session = withoutOpening(globals, arguments);
     if (globals.remote()) {
         session.m_remote = login(globals);
         session.m_admin = session.m_remote;
@@ -27,7 +27,8 @@ CCtlSession CCtlSession::open(const CCtlGlobals& globals, const CCtlArguments& a
     return session;
 }
 
-CCtlSession CCtlSession::withoutLogin(const CCtlGlobals& globals, const CCtlArguments& arguments) {
+CCtlSession CCtlSession::withoutOpening(const CCtlGlobals& globals,
+                                        const CCtlArguments& arguments) {
     CCtlSession session;
     session.m_arguments = &arguments;
     session.m_globals = &globals;

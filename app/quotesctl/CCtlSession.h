@@ -20,8 +20,9 @@ public:
     // Opens the database the global options name, or logs in to their server. Throws CCtlError
     // (exit 3) when it cannot.
     static CCtlSession open(const CCtlGlobals& globals, const CCtlArguments& arguments);
-    // A session for a command that logs in nowhere and opens no database: only its options.
-    static CCtlSession withoutLogin(const CCtlGlobals& globals, const CCtlArguments& arguments);
+    // A session that logs in nowhere and opens no database, for a command that asks a server
+    // without a login or works on the database file itself: only its options.
+    static CCtlSession withoutOpening(const CCtlGlobals& globals, const CCtlArguments& arguments);
 
     Hlx::IQuotesAdmin& admin() const { return *m_admin; }
     // The database's own service; null through a server.

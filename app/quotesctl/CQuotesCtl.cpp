@@ -33,9 +33,9 @@ int CQuotesCtl::parse(const QStringList& arguments) {
 int CQuotesCtl::execute() {
     try {
         CCtlSession session =
-            m_parser.command()->needsLogin()
+            m_parser.command()->opensSession()
                 ? CCtlSession::open(m_parser.globals(), m_parser.arguments())
-                : CCtlSession::withoutLogin(m_parser.globals(), m_parser.arguments());
+                : CCtlSession::withoutOpening(m_parser.globals(), m_parser.arguments());
         const int code = runCommand(session);
         session.end();
         return code;

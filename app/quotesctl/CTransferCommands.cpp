@@ -96,6 +96,11 @@ void CTransferCommands::importAll(CCtlSession& session) {
     options.dryRun = arguments.has(O::kDryRun);
     if (arguments.has(O::kBackup))
         options.backupFile = arguments.text(O::kBackup).toStdString();
+    if (arguments.has(O::kOnly)) {
+        for (const QString& section :
+             arguments.text(O::kOnly).split(QLatin1Char(','), Qt::SkipEmptyParts))
+            options.onlySections.push_back(section.trimmed().toStdString());
+    }
     Hlx::CImportReport report;
     CCtlError::check(session.admin().importDocument(document, options, &report));
     if (!report.backupFile.empty())

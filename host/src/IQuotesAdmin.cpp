@@ -14,10 +14,14 @@ IAuditTransfer::~IAuditTransfer() = default;
 
 utils::RKError IAuditTransfer::importDocument(const QJsonObject& document,
                                               const CImportOptions& options, CImportReport*) {
-    if (options.dryRun || !options.backupFile.empty())
+    if (options.dryRun || !options.backupFile.empty() || !options.onlySections.empty())
         return utils::RKError::fail(utils::ErrorKind::Invalid,
-                                    "导入预演和指定备份文件只能直接打开数据库时使用");
+                                    "导入预演、指定备份文件和部分导入只能直接打开数据库时使用");
     return importDocument(document);
+}
+
+utils::RKError IAuditTransfer::backupDatabase(const CBackupOptions&, std::string*) {
+    return utils::RKError::fail(utils::ErrorKind::Invalid, "此连接不支持备份数据库");
 }
 
 utils::RKError IAuditTransfer::auditPage(const CAuditFilter& filter, CAuditPage* page) {

@@ -27,7 +27,7 @@ expect() {
         failures=$((failures + 1))
     fi
 }
-expect "sources brokers platforms token subsystems users export import integrity rekey accounts audit ping health" \
+expect "sources brokers platforms token subsystems users export import integrity rekey backup restore accounts audit ping health" \
     quotesctl ""
 expect "sources subsystems" quotesctl --server host:7461 s
 expect "list add modify delete" quotesctl --data /srv/quotes sources ""
@@ -42,6 +42,9 @@ expect "--since --until --login --action --limit --before --json prune" quotesct
 expect "--before" quotesctl audit --json prune --
 expect "--trade-type --json" quotesctl brokers list --trade-type 1 --
 expect "FILES" quotesctl import --dry-run ""
-expect "--dry-run --backup --key" quotesctl import --
+expect "--dry-run --backup --key --only" quotesctl import --
+expect "--output" quotesctl backup --
+expect "--data --key" quotesctl restore copy.db --
+expect "FILES" quotesctl restore copy.db --data ""
 [ $failures -eq 0 ] && echo "quotesctl completion: every case completed as expected"
 exit $((failures > 0))

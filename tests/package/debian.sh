@@ -52,12 +52,20 @@ for deb in "${debs[4]}" "${debs[5]}"; do
         fail "$(dpkg-deb -f "$deb" Package) depends on a widget or display library: $depends"
 done
 root=$scratch/root
-for file in usr/bin/quotesd usr/bin/quotesctl usr/bin/quotes-console usr/share/man/man8/quotesd.8.gz \
+multiarch=$(dpkg-architecture -qDEB_HOST_MULTIARCH)
+for file in usr/sbin/quotesd usr/bin/quotesctl usr/bin/quotes-console usr/share/man/man8/quotesd.8.gz \
     usr/share/man/man1/quotesctl.1.gz usr/share/man/man1/quotes-console.1.gz \
     usr/share/bash-completion/completions/quotesctl usr/share/applications/quotes-console.desktop \
     lib/systemd/system/quotesd.service etc/default/quotesd \
-    usr/lib/cmake/PanelQuotesManage/PanelQuotesManageConfig.cmake; do
+    "usr/lib/$multiarch/cmake/PanelQuotesManage/PanelQuotesManageConfig.cmake" \
+    "usr/lib/$multiarch/libQuotesHostCore.so.$major"; do
     [ -e "$root/$file" ] || fail "no $file in the packages"
+done
+[ ! -e "$root/usr/bin/quotesd" ] || fail "quotesd is in /usr/bin, its manual in section 8"
+# The server and its client name the PostgreSQL driver; a missing one says which package.
+for deb in "${debs[4]}" "${debs[5]}"; do
+    grep -q 'libqt5sql5-psql' <<<"$(dpkg-deb -f "$deb" Recommends)" ||
+        fail "$(dpkg-deb -f "$deb" Package) does not recommend libqt5sql5-psql"
 done
 while IFS= read -r elf; do
     ! grep -q 'not stripped' <<<"$(file -L "$elf")" || fail "${elf#"$root"} is not stripped"
@@ -109,11 +117,11 @@ if [ "$(id -u)" -eq 0 ]; then
 fi
 
 echo "== systemd-analyze verify"
-# The unit names /usr/bin/quotesd, which is in the scratch root, not on this machine. A warning
+# The unit names /usr/sbin/quotesd, which is in the scratch root, not on this machine. A warning
 # (an unknown key, a bad value) fails the test as an error does.
 verify_dir=$scratch/unit
 mkdir -p "$verify_dir"
-sed "s|^ExecStart=/usr/bin/quotesd|ExecStart=$root/usr/bin/quotesd|" \
+sed "s|^ExecStart=/usr/sbin/quotesd|ExecStart=$root/usr/sbin/quotesd|" \
     "$root/lib/systemd/system/quotesd.service" >"$verify_dir/quotesd.service"
 # MANPATH: Documentation=man:quotesd(8) must name the page the package ships.
 verify=$(MANPATH=$root/usr/share/man SYSTEMD_LOG_LEVEL=warning systemd-analyze verify "$verify_dir/quotesd.service" 2>&1) ||
@@ -129,8 +137,10 @@ bash "$source_dir/tests/package/consumer.sh" "$root/usr" "$source_dir" "$scratch
 
 echo "== quotesd and quotesctl from the unpacked packages"
 bin=$root/usr/bin
+sbin=$root/usr/sbin
 # Read whole before matching: with pipefail, grep -q leaving early would fail ldd on SIGPIPE.
-linked=$(ldd "$bin/quotesd")
+# The unpacked libraries are not where ld.so looks; the binaries find them by their RPATH.
+linked=$(ldd "$sbin/quotesd")
 grep -q "libQuotesHostCore.so.$major => $root/" <<<"$linked" ||
     fail "quotesd does not load its library from the package"
 as_server=()
@@ -140,7 +150,7 @@ if [ "$(id -u)" -eq 0 ]; then
     install -d -o nobody -g nogroup -m 0700 "$data"
 fi
 password=package-test-password
-printf '%s\n' "$password" | "${as_server[@]}" "$bin/quotesd" init --data "$data" >"$scratch/init.log" 2>&1 ||
+printf '%s\n' "$password" | "${as_server[@]}" "$sbin/quotesd" init --data "$data" >"$scratch/init.log" 2>&1 ||
     { cat "$scratch/init.log" >&2; fail "quotesd init failed"; }
 
 # A port no socket of this machine listens on.
@@ -152,7 +162,6 @@ port_in_use() {
 port=$((20000 + RANDOM % 20000))
 while port_in_use $port; do port=$((port + 1)); done
 
-: >"$scratch/server.log"
 # As the unit runs it, with what applies without systemd: its umask, its open-file limit and the
 # packaged environment file's arguments (this test's data directory and port in place of
 # /var/lib/quotesd and 7461); the user is nobody, standing in for quotesd.
@@ -168,26 +177,37 @@ fi
 quotesd_args=$(set -a && . "$root/etc/default/quotesd" && echo "$QUOTESD_ARGS")
 quotesd_args=${quotesd_args//\/var\/lib\/quotesd/$data}
 quotesd_args=${quotesd_args//0.0.0.0:7461/127.0.0.1:$port}
-(
-    umask "$unit_umask"
-    # shellcheck disable=SC2086 # the arguments split as systemd splits $QUOTESD_ARGS
-    exec prlimit --nofile="$unit_files:$unit_files" "${as_server[@]}" "$bin/quotesd" $quotesd_args
-) >"$scratch/server.log" 2>&1 &
-server_pid=$!
+start_server() {
+    : >"$scratch/server.log"
+    (
+        umask "$unit_umask"
+        # shellcheck disable=SC2086 # the arguments split as systemd splits $QUOTESD_ARGS
+        exec prlimit --nofile="$unit_files:$unit_files" "${as_server[@]}" "$sbin/quotesd" $quotesd_args
+    ) >"$scratch/server.log" 2>&1 &
+    server_pid=$!
+    # Bounded: the server is up within seconds or the test fails.
+    for _ in $(seq 100); do
+        grep -q 'listening on' "$scratch/server.log" && break
+        kill -0 "$server_pid" 2>/dev/null || { cat "$scratch/server.log" >&2; fail "quotesd exited"; }
+        sleep 0.1
+    done
+    grep -q 'listening on' "$scratch/server.log" || { cat "$scratch/server.log" >&2; fail "quotesd not up"; }
+}
+stop_server() {
+    kill -TERM "$server_pid"
+    wait "$server_pid" || fail "quotesd did not stop cleanly"
+    server_pid=
+}
+as_client() {
+    printf '%s\n' "$password" | "${client[@]}" "$@"
+}
 client=("$bin/quotesctl" --server "127.0.0.1:$port" --ca "$data/quotesd.crt" --login admin
     --login-password-file -)
-# Bounded: the server is up within seconds or the test fails.
-for _ in $(seq 100); do
-    grep -q 'listening on' "$scratch/server.log" && break
-    kill -0 "$server_pid" 2>/dev/null || { cat "$scratch/server.log" >&2; fail "quotesd exited"; }
-    sleep 0.1
-done
-grep -q 'listening on' "$scratch/server.log" || { cat "$scratch/server.log" >&2; fail "quotesd not up"; }
+start_server
 # A new server has no source: add one, so the listing shows it came back through quotesd.
-printf '%s\n' "$password" | "${client[@]}" sources add --platform 10000 --trade-type 2 \
-    --address 192.0.2.15 --port 7100 >/dev/null ||
+as_client sources add --platform 10000 --trade-type 2 --address 192.0.2.15 --port 7100 >/dev/null ||
     { cat "$scratch/server.log" >&2; fail "quotesctl sources add through quotesd failed"; }
-listing=$(printf '%s\n' "$password" | "${client[@]}" sources list) ||
+listing=$(as_client sources list) ||
     { cat "$scratch/server.log" >&2; fail "quotesctl sources list through quotesd failed"; }
 grep -q '192\.0\.2\.15 *7100' <<<"$listing" || fail "quotesctl did not list the source: $listing"
 grep -q "open files: $unit_files;" "$scratch/server.log" ||
@@ -206,7 +226,22 @@ for _ in $(seq 50); do
 done
 grep -q 'SIGHUP' "$scratch/server.log" || fail "quotesd did not log SIGHUP"
 kill -0 "$server_pid" 2>/dev/null || { cat "$scratch/server.log" >&2; fail "SIGHUP stopped quotesd"; }
-kill -TERM "$server_pid"
-wait "$server_pid" || fail "quotesd did not stop cleanly"
-server_pid=
-echo "packages built, lintian clean, unit verified; quotesd served and quotesctl listed the sources"
+
+echo "== backup through the server, restore once it stopped"
+written=$(as_client backup) || { cat "$scratch/server.log" >&2; fail "quotesctl backup failed"; }
+copy=${written#backup }
+[ "$(dirname "$copy")" = "$data" ] || fail "the server wrote its backup elsewhere: $written"
+[ "$(stat -c %a "$copy")" = 600 ] || fail "the backup is not private: $(stat -c %a "$copy")"
+as_client sources add --platform 10000 --trade-type 2 --address 192.0.2.16 --port 7100 >/dev/null ||
+    fail "quotesctl sources add after the backup failed"
+"${as_server[@]}" "$bin/quotesctl" restore "$copy" --data "$data" >"$scratch/restore.log" 2>&1 &&
+    fail "restore replaced the database of a running server"
+stop_server
+"${as_server[@]}" "$bin/quotesctl" restore "$copy" --data "$data" >"$scratch/restore.log" 2>&1 ||
+    { cat "$scratch/restore.log" >&2; fail "quotesctl restore failed"; }
+start_server
+listing=$(as_client sources list) || fail "quotesctl sources list after the restore failed"
+grep -q '192\.0\.2\.15 *7100' <<<"$listing" || fail "the restore lost the source: $listing"
+! grep -q '192\.0\.2\.16' <<<"$listing" || fail "the restore kept a source added after the backup"
+stop_server
+echo "packages built, lintian clean, unit verified; quotesd served, reloaded, backed up and was restored"

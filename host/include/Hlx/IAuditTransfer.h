@@ -30,6 +30,15 @@ struct CExportOptions {
 struct CImportOptions {
     bool dryRun = false;
     std::string backupFile;
+    // Only these sections of the document replace the stored ones ("brokers", "platforms", …);
+    // the others stay as stored. Empty: every section.
+    std::vector<std::string> onlySections;
+};
+
+// Where an online copy of the database goes: file, or, when empty, the data directory of the
+// process that holds the database (which chooses the name).
+struct CBackupOptions {
+    std::string file;
 };
 
 // What an import changes in one section of the document: entries before and after, and how many
@@ -65,6 +74,10 @@ public:
     // The database's own check; keptValues: the stored values that break a rule of today, listed
     // as CImportReport's (no failure: they are kept as an earlier release stored them).
     virtual utils::RKError checkIntegrity(std::vector<std::string>* keptValues) = 0;
+    // A consistent copy of the live database (SQLite; refused on PostgreSQL, which has
+    // pg_dump); written: the path where the holder of the database wrote it. By default
+    // refused: not every implementation holds a database.
+    virtual utils::RKError backupDatabase(const CBackupOptions& options, std::string* written);
     virtual utils::RKError status(CServiceStatus* status) = 0;
     // The audit trail, newest first, and the removal of its entries older than a time (both
     // with the administrator right; a prune is itself recorded).

@@ -3,8 +3,11 @@
 // out when its command ends, the server's own commands on record and a sealed backup restored
 // through the server with its key.
 
+#include <sys/stat.h>
+
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QSqlDatabase>
@@ -211,6 +214,45 @@ private slots:
         run = admin.run({"import", backup, "--key", m_server.secretsKeyFile()});
         QVERIFY2(run.code == 0, run.err.constData());
         QCOMPARE(tokenFor(*m_admin), kToken);
+    }
+
+    // The sections to import travel to the server: one it does not know is refused there.
+    void partialImportThroughTheServer() {
+        const QuotesctlOnServer admin(m_server, QStringLiteral("admin"), kAdminPassword);
+        QTemporaryDir files;
+        const QString document = files.filePath(QStringLiteral("document.json"));
+        QCOMPARE(admin.run({"export", "--output", document}).code, 0);
+        QuotesctlRun run = admin.run({"import", "--only", "brokers,platforms", document});
+        QVERIFY2(run.code == 0, run.err.constData());
+        QVERIFY(run.out.contains("brokers "));
+        run = admin.run({"import", "--only", "bogus", document});
+        QCOMPARE(run.code, 1);
+        QVERIFY2(run.err.contains("bogus"), run.err.constData());
+    }
+
+    // The server writes the online copy into its own data directory, names it to quotesctl, and
+    // keeps the token sealed in it; only an administrator may ask, and never for a path.
+    void backupThroughTheServerLandsInItsDataDirectory() {
+        const QuotesctlOnServer admin(m_server, QStringLiteral("admin"), kAdminPassword);
+        QuotesctlRun run = admin.run({"backup"});
+        QVERIFY2(run.code == 0, run.err.constData());
+        QVERIFY(run.out.startsWith("backup "));
+        const QString copy = QString::fromUtf8(run.out.mid(7).trimmed());
+        QCOMPARE(QFileInfo(copy).absolutePath(), QFileInfo(m_server.dataDir()).absoluteFilePath());
+        struct stat info {};
+        QCOMPARE(::stat(QFile::encodeName(copy).constData(), &info), 0);
+        QCOMPARE(int(info.st_mode & 0777), 0600);
+        QFile file(copy);
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        const QByteArray bytes = file.readAll();
+        QVERIFY(bytes.startsWith("SQLite format 3"));
+        QVERIFY(!bytes.contains(QByteArray::fromStdString(kToken)));
+
+        run = admin.run({"backup", "--output", QDir::temp().filePath(QStringLiteral("x.db"))});
+        QCOMPARE(run.code, 2);
+        run =
+            QuotesctlOnServer(m_server, QStringLiteral("viewer"), kViewerPassword).run({"backup"});
+        QCOMPARE(run.code, 1);
     }
 };
 

@@ -119,6 +119,16 @@ private slots:
 
     void cleanupTestCase() { m_service.reset(); }
 
+    // PostgreSQL has its own tools for a consistent copy: the service names them.
+    void backupIsRefusedNamingPgDump() {
+        std::string written;
+        const utils::RKError error =
+            m_service->backupDatabase(CCaller::owner(), Hlx::CBackupOptions(), &written);
+        QVERIFY(!error.isSuccess());
+        QVERIFY2(error.errorMsg().find("pg_dump") != std::string::npos, error.errorMsg().c_str());
+        QVERIFY(written.empty());
+    }
+
     void markerReachesNeitherTheLogNorTheActivityView() {
         ActivitySampler sampler(m_cluster.url(QStringLiteral("quotes")));
         QTRY_VERIFY(sampler.connected());
