@@ -8,6 +8,7 @@
 
 #include "CRecordCodec.h"
 #include "CSelfCheck.h"
+#include "CServedCertificate.h"
 
 namespace {
 
@@ -27,20 +28,17 @@ std::chrono::system_clock::time_point after(std::chrono::milliseconds wait) {
 
 }  // namespace
 
-CGuardedServer::CGuardedServer(grpc::Service& service, const CTlsIdentity& identity,
+CGuardedServer::CGuardedServer(grpc::Service& service, CServedCertificate& certificate,
                                const CServerLimits& limits, Log log)
-    : m_service(service), m_identity(identity), m_limits(limits), m_log(std::move(log)) {}
+    : m_service(service), m_certificate(certificate), m_limits(limits), m_log(std::move(log)) {}
 
 CGuardedServer::~CGuardedServer() {
     endGuard();
 }
 
-std::unique_ptr<grpc::Server> CGuardedServer::build(const std::string& address, int* port) const {
-    grpc::SslServerCredentialsOptions tls;
-    tls.pem_key_cert_pairs.push_back(
-        {m_identity.privateKeyPem().toStdString(), m_identity.certificatePem().toStdString()});
+std::unique_ptr<grpc::Server> CGuardedServer::build(const std::string& address, int* port) {
     grpc::ServerBuilder builder;
-    builder.AddListeningPort(address, grpc::SslServerCredentials(tls), port);
+    builder.AddListeningPort(address, m_certificate.credentials(), port);
     builder.SetMaxReceiveMessageSize(CRecordCodec::kMaxMessageBytes);
     builder.SetMaxSendMessageSize(CRecordCodec::kMaxMessageBytes);
     builder.AddChannelArgument(GRPC_ARG_SERVER_HANDSHAKE_TIMEOUT_MS,
@@ -61,7 +59,7 @@ bool CGuardedServer::start(const std::string& listen) {
     m_server = build(listen, &m_port);
     if (!m_server || m_port == 0)
         return false;
-    m_check = std::make_unique<CSelfCheck>(listen, m_port, m_identity, kCheckDeadline);
+    m_check = std::make_unique<CSelfCheck>(listen, m_port, m_certificate, m_log, kCheckDeadline);
     std::string why;
     m_armed = checkTwice(&why);
     if (!m_armed)

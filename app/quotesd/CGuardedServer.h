@@ -12,9 +12,9 @@
 #include <thread>
 
 #include "CServerLimits.h"
-#include "CTlsIdentity.h"
 
 class CSelfCheck;
+class CServedCertificate;
 
 // quotesd's grpc::Server with the caps on what clients may hold, and its guard. gRPC (1.51)
 // stops listening for good once accept4 fails for lack of open files, while the process and
@@ -28,7 +28,8 @@ public:
     using CheckObserver = std::function<void(bool passed)>;
     using Log = std::function<void(const QString&)>;
 
-    CGuardedServer(grpc::Service& service, const CTlsIdentity& identity,
+    // The certificate is read from its files while the server runs (CServedCertificate).
+    CGuardedServer(grpc::Service& service, CServedCertificate& certificate,
                    const CServerLimits& limits, Log log);
     ~CGuardedServer();
 
@@ -49,7 +50,7 @@ public:
     static bool canOpenFiles();
 
 private:
-    std::unique_ptr<grpc::Server> build(const std::string& address, int* port) const;
+    std::unique_ptr<grpc::Server> build(const std::string& address, int* port);
     void run(const CheckObserver& observer);
     // Whether the check passes, asking twice before it says no.
     bool checkTwice(std::string* why) const;
@@ -59,7 +60,7 @@ private:
     std::string address() const;
 
     grpc::Service& m_service;
-    const CTlsIdentity m_identity;
+    CServedCertificate& m_certificate;
     const CServerLimits m_limits;
     const Log m_log;
     std::string m_listen;

@@ -16,6 +16,7 @@
 #include "CAccountStore.h"
 #include "CAdminServer.h"
 #include "CCaller.h"
+#include "CCertificateCommands.h"
 #include "CDatabase.h"
 #include "CDatabaseUrl.h"
 #include "CGuardedServer.h"
@@ -24,8 +25,8 @@
 #include "CQuotesService.h"
 #include "CSecretBox.h"
 #include "CSecretKeyFile.h"
+#include "CServedCertificate.h"
 #include "CServiceError.h"
-#include "CTlsIdentity.h"
 
 namespace {
 
@@ -77,14 +78,6 @@ qint64 raiseOpenFileLimit() {
 
 }  // namespace
 
-QString CQuotesDaemon::keyPath(const QString& dataDir) {
-    return QDir(dataDir).filePath(QStringLiteral("quotesd.key"));
-}
-
-QString CQuotesDaemon::certificatePath(const QString& dataDir) {
-    return QDir(dataDir).filePath(QStringLiteral("quotesd.crt"));
-}
-
 int CQuotesDaemon::fail(const QString& message) const {
     say(message);
     return kFailed;
@@ -124,6 +117,8 @@ int CQuotesDaemon::run() {
             return init();
         case CDaemonOptions::ResetPassword:
             return resetPassword();
+        case CDaemonOptions::Cert:
+            return CCertificateCommands(m_options).run();
         default:
             return serve();
     }
@@ -162,26 +157,15 @@ bool CQuotesDaemon::adoptSecretsKey(QString* error) const {
     return true;
 }
 
-bool CQuotesDaemon::writeIdentity(QString* error) const {
-    const QString dir = m_options.dataDir;
-    CTlsIdentity identity = m_options.certFile.isEmpty()
-                                ? CTlsIdentity::create(m_options.hosts, error)
-                                : CTlsIdentity::load(m_options.keyFile, m_options.certFile, error);
-    if (identity.isNull() || !identity.save(keyPath(dir), certificatePath(dir), error))
-        return false;
-    std::printf("certificate %s\nSHA-256 fingerprint %s\n",
-                certificatePath(dir).toLocal8Bit().constData(),
-                identity.fingerprint().toLatin1().constData());
-    return true;
-}
-
 int CQuotesDaemon::init() {
     const QString dir = m_options.dataDir;
-    if (QFileInfo::exists(keyPath(dir)) || QFileInfo::exists(certificatePath(dir)))
+    const CCertificateCommands certificates(m_options);
+    if (certificates.files().isSetUp())
         return fail(
             QStringLiteral("%1 holds a server set up already; nothing was changed").arg(dir));
     QString error;
-    if (!prepareDataDir(&error) || !adoptSecretsKey(&error))
+    if (!prepareDataDir(&error) || !certificates.files().preparePublicDir(&error) ||
+        !adoptSecretsKey(&error))
         return fail(error);
     const boost::shared_ptr<CQuotesService> service =
         CQuotesService::open(serviceOptions(), &error);
@@ -211,7 +195,7 @@ int CQuotesDaemon::init() {
     } catch (const CServiceError& e) {
         return fail(QString::fromStdString(e.what()));
     }
-    if (!writeIdentity(&error))
+    if (!certificates.setUp(&error))
         return fail(error);
     return kOk;
 }
@@ -251,10 +235,12 @@ CServerLimits CQuotesDaemon::fittedLimits(const CQuotesService& service) const {
 
 int CQuotesDaemon::serve() {
     QString error;
-    const CTlsIdentity identity =
-        CTlsIdentity::load(keyPath(m_options.dataDir), certificatePath(m_options.dataDir), &error);
-    if (identity.isNull())
+    const CCertificateFiles files(m_options.dataDir, m_options.publicDir);
+    CServedCertificate certificate(files.keyPath(), files.chainPath(),
+                                   std::chrono::seconds(m_options.certificateCheckSeconds), &error);
+    if (certificate.isNull())
         return fail(QStringLiteral("%1 (run quotesd init first)").arg(error));
+    certificate.refresh(say);  // says now when it ends soon
     const sigset_t stops = stopSignals();
     pthread_sigmask(SIG_BLOCK, &stops, nullptr);
 
@@ -269,7 +255,7 @@ int CQuotesDaemon::serve() {
     CLoginManager logins(service->database(), loginOptions);
     CAdminServer admin(service, logins, {limits.eventStreams, limits.eventStreamsPerLogin});
 
-    CGuardedServer server(admin, identity, limits, say);
+    CGuardedServer server(admin, certificate, limits, say);
     if (!server.start(m_options.listen.toStdString()))
         return fail(QStringLiteral("cannot listen on %1").arg(m_options.listen));
     const QString host = m_options.listen.left(m_options.listen.lastIndexOf(QLatin1Char(':')));

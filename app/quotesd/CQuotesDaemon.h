@@ -16,10 +16,6 @@ public:
 
     int run();
 
-    // Where the server keeps its TLS identity.
-    static QString keyPath(const QString& dataDir);
-    static QString certificatePath(const QString& dataDir);
-
 private:
     int init();
     int resetPassword();
@@ -32,7 +28,6 @@ private:
     bool prepareDataDir(QString* error) const;
     // Copies the key named by --secrets-key into the data directory.
     bool adoptSecretsKey(QString* error) const;
-    bool writeIdentity(QString* error) const;
     int fail(const QString& message) const;
 
     CDaemonOptions m_options;
