@@ -138,6 +138,8 @@ data=$scratch/data
 if [ "$(id -u)" -eq 0 ]; then
     as_server=(setpriv --reuid=nobody --regid=nogroup --clear-groups --reset-env)
     install -d -o nobody -g nogroup -m 0700 "$data"
+    # As the package's postinst makes /var/lib/quotesd-public for the certificate desktops trust.
+    install -d -o nobody -g nogroup -m 0755 "$data-public"
 fi
 password=package-test-password
 printf '%s\n' "$password" | "${as_server[@]}" "$bin/quotesd" init --data "$data" >"$scratch/init.log" 2>&1 ||
@@ -155,7 +157,7 @@ while port_in_use $port; do port=$((port + 1)); done
 : >"$scratch/server.log"
 "${as_server[@]}" "$bin/quotesd" --data "$data" --listen "127.0.0.1:$port" >"$scratch/server.log" 2>&1 &
 server_pid=$!
-client=("$bin/quotesctl" --server "127.0.0.1:$port" --ca "$data/quotesd.crt" --login admin
+client=("$bin/quotesctl" --server "127.0.0.1:$port" --ca "$data-public/ca.crt" --login admin
     --login-password-file -)
 # Bounded: the server is up within seconds or the test fails.
 for _ in $(seq 100); do
@@ -171,6 +173,13 @@ printf '%s\n' "$password" | "${client[@]}" sources add --platform 10000 --trade-
 listing=$(printf '%s\n' "$password" | "${client[@]}" sources list) ||
     { cat "$scratch/server.log" >&2; fail "quotesctl sources list through quotesd failed"; }
 grep -q '192\.0\.2\.15 *7100' <<<"$listing" || fail "quotesctl did not list the source: $listing"
+# A renewed certificate from the same authority: the client keeps its ca.crt.
+"${as_server[@]}" "$bin/quotesd" cert renew --data "$data" >"$scratch/renew.log" 2>&1 ||
+    { cat "$scratch/renew.log" >&2; fail "quotesd cert renew failed"; }
+"${as_server[@]}" "$bin/quotesd" cert show --data "$data" | grep -q 'days left' ||
+    fail "quotesd cert show did not show the certificate"
+printf '%s\n' "$password" | "${client[@]}" sources list >/dev/null ||
+    { cat "$scratch/server.log" >&2; fail "quotesctl lost the server after cert renew"; }
 kill -TERM "$server_pid"
 wait "$server_pid" || fail "quotesd did not stop cleanly"
 server_pid=
