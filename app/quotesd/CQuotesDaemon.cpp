@@ -234,6 +234,10 @@ CServerLimits CQuotesDaemon::fittedLimits(const CQuotesService& service) const {
 }
 
 int CQuotesDaemon::serve() {
+    // Before any thread starts (the certificate's watcher is one), so that every thread
+    // inherits the mask and a second SIGTERM during the drain cannot end the process.
+    const sigset_t stops = stopSignals();
+    pthread_sigmask(SIG_BLOCK, &stops, nullptr);
     QString error;
     const CCertificateFiles files(m_options.dataDir, m_options.publicDir);
     CServedCertificate certificate(files.keyPath(), files.chainPath(),
@@ -241,8 +245,6 @@ int CQuotesDaemon::serve() {
     if (certificate.isNull())
         return fail(QStringLiteral("%1 (run quotesd init first)").arg(error));
     certificate.refresh(say);  // says now when it ends soon
-    const sigset_t stops = stopSignals();
-    pthread_sigmask(SIG_BLOCK, &stops, nullptr);
 
     const boost::shared_ptr<CQuotesService> service =
         CQuotesService::open(serviceOptions(), &error);
