@@ -194,6 +194,8 @@ grpc::Status CAdminServer::Ping(grpc::ServerContext* context, const quotes::v1::
     else
         status.version = Hlx::quotesVersion();
     CCallCodec::encode(status, reply);
+    if (m_certificateExpiry)
+        reply->set_certificate_expires_ms(m_certificateExpiry());
     return grpc::Status::OK;
 }
 

@@ -5,6 +5,7 @@
 #include <boost/shared_ptr.hpp>
 #include <chrono>
 #include <condition_variable>
+#include <functional>
 #include <mutex>
 #include <string>
 
@@ -32,6 +33,12 @@ public:
     CAdminServer(boost::shared_ptr<CQuotesService> service, CLoginManager& logins);
     CAdminServer(boost::shared_ptr<CQuotesService> service, CLoginManager& logins,
                  const StreamLimits& streams);
+
+    // When the served certificate ends (ms since the epoch), for Ping's answer; set before
+    // the server starts. A certificate is public, so Ping says it without a login too.
+    void setCertificateExpiry(std::function<qint64()> expiresMs) {
+        m_certificateExpiry = std::move(expiresMs);
+    }
 
     // From now on every new call is refused; waits until the calls already running have
     // finished, or the timeout has passed. True when none is left.
@@ -219,6 +226,7 @@ private:
     CLoginManager& m_logins;
     CStreamSlots m_streamSlots;
     std::atomic<bool> m_refusing{false};
+    std::function<qint64()> m_certificateExpiry;
     std::mutex m_callMutex;
     std::condition_variable m_callsDone;
     int m_inFlight = 0;

@@ -256,6 +256,8 @@ int CQuotesDaemon::serve() {
     loginOptions.concurrentPasswordChecks = limits.passwordChecks;
     CLoginManager logins(service->database(), loginOptions);
     CAdminServer admin(service, logins, {limits.eventStreams, limits.eventStreamsPerLogin});
+    admin.setCertificateExpiry(
+        [&certificate] { return certificate.current().notAfter().toMSecsSinceEpoch(); });
 
     CGuardedServer server(admin, certificate, limits, say);
     if (!server.start(m_options.listen.toStdString()))

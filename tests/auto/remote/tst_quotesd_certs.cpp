@@ -3,6 +3,7 @@
 // cert renew gives the running server a new certificate without a restart or anything new on
 // the desktops, cert show says what is served, and a server set up by an earlier release
 // (self-signed) keeps working until cert migrate gives it an authority.
+#include <grpcpp/grpcpp.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <QDir>
@@ -13,6 +14,7 @@
 #include "CTlsIdentity.h"
 #include "QuotesdProcess.h"
 #include "TlsProbe.h"
+#include "quotes.grpc.pb.h"
 
 namespace {
 
@@ -148,6 +150,21 @@ private slots:
 
     void desktopTrustingTheAuthorityLogsIn() {
         QVERIFY(logsIn(m_server, m_server.certificatePem()));
+    }
+
+    void pingSaysWhenTheCertificateEnds() {
+        grpc::SslCredentialsOptions tls;
+        tls.pem_root_certs = m_server.certificatePem().toStdString();
+        const auto stub = quotes::v1::QuotesAdmin::NewStub(
+            grpc::CreateChannel(m_server.address().toStdString(), grpc::SslCredentials(tls)));
+        grpc::ClientContext context;
+        context.set_deadline(std::chrono::system_clock::now() + std::chrono::seconds(10));
+        quotes::v1::PingReply reply;
+        const grpc::Status status = stub->Ping(&context, quotes::v1::PingRequest(), &reply);
+        QVERIFY2(status.ok(), status.error_message().c_str());
+        const CTlsIdentity served = CTlsIdentity::fromPem(
+            readFile(dataFile(m_server, "quotesd.key")), m_server.servedCertificatePem());
+        QCOMPARE(reply.certificate_expires_ms(), served.notAfter().toMSecsSinceEpoch());
     }
 
     void renewedCertificateIsServedWithoutRestart() {
