@@ -320,7 +320,8 @@ CTlsIdentity CTlsIdentity::createAuthority(const QString& name, QString* error) 
                 error);
 }
 
-CTlsIdentity CTlsIdentity::issue(const QStringList& hostNames, QString* error, int days) const {
+CTlsIdentity CTlsIdentity::signServer(const QStringList& hostNames, QString* error,
+                                      int days) const {
     if (hostNames.isEmpty()) {
         fail(error, QStringLiteral("证书至少需要一个主机名"));
         return CTlsIdentity();

@@ -8,9 +8,9 @@
 
 // A TLS identity: a private key and its certificate, or certificate chain (the first one is the
 // key's). quotesd's is a server certificate signed by a private authority of its own, which is an
-// identity too (createAuthority, issue): desktops trust the authority once, so a renewed server
-// certificate needs nothing of them. Servers set up by earlier releases have a self-signed one
-// (create), which clients pin.
+// identity too (createAuthority, signServer): desktops trust the authority once, so a renewed
+// server certificate needs nothing of them. Servers set up by earlier releases have a self-signed
+// one (create), which clients pin.
 //
 // Keys are EC P-256. A server certificate's subjectAltName lists the server's DNS names and IP
 // addresses (a client checks the address it dials against them). save() writes the key readable
@@ -19,7 +19,7 @@
 class CTlsIdentity {
 public:
     static QStringList defaultHostNames() { return {"localhost", "127.0.0.1"}; }
-    // How long a server certificate an authority issues is valid: the longest a browser's rules
+    // How long a server certificate an authority signs is valid: the longest a browser's rules
     // allow, so the same habit of renewing serves both.
     static const int kServerDays = 397;
 
@@ -31,8 +31,8 @@ public:
     static CTlsIdentity createAuthority(const QString& name, QString* error = nullptr);
     // A new key and a server certificate valid `days` for the host names, signed by this
     // authority; its certificate PEM is the chain (the server's, then this authority's).
-    CTlsIdentity issue(const QStringList& hostNames, QString* error = nullptr,
-                       int days = kServerDays) const;
+    CTlsIdentity signServer(const QStringList& hostNames, QString* error = nullptr,
+                            int days = kServerDays) const;
     // Reads a PEM key and certificate (chain) and checks that they match. Null with *error set
     // otherwise.
     static CTlsIdentity load(const QString& keyPath, const QString& certificatePath,

@@ -48,7 +48,7 @@ bool CCertificateCommands::setUp(QString* error) const {
     }
     const CTlsIdentity authority = CTlsIdentity::createAuthority(m_options.hosts.first(), error);
     const CTlsIdentity server =
-        authority.isNull() ? CTlsIdentity() : authority.issue(m_options.hosts, error);
+        authority.isNull() ? CTlsIdentity() : authority.signServer(m_options.hosts, error);
     if (server.isNull() || !authority.saveKey(m_files.authorityKeyPath(), error) ||
         !m_files.publish(authority.certificatePem(), error) || !install(server, error))
         return false;
@@ -115,7 +115,7 @@ int CCertificateCommands::renew() const {
     QString error;
     const CTlsIdentity authority = authorityOf(current, &error);
     const CTlsIdentity renewed =
-        authority.isNull() ? CTlsIdentity() : authority.issue(hostNames(current), &error);
+        authority.isNull() ? CTlsIdentity() : authority.signServer(hostNames(current), &error);
     if (renewed.isNull() || !install(renewed, &error))
         return fail(error);
     print(
@@ -137,7 +137,7 @@ int CCertificateCommands::migrate() const {
     const CTlsIdentity authority =
         names.isEmpty() ? CTlsIdentity() : CTlsIdentity::createAuthority(names.first(), &error);
     const CTlsIdentity server =
-        authority.isNull() ? CTlsIdentity() : authority.issue(names, &error);
+        authority.isNull() ? CTlsIdentity() : authority.signServer(names, &error);
     // The served pair last: until it changes, the server and its desktops go on as before.
     const bool done = !server.isNull() && m_files.preparePublicDir(&error) &&
                       authority.saveKey(m_files.authorityKeyPath(), &error) &&

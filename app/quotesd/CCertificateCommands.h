@@ -11,7 +11,7 @@ class CTlsIdentity;
 // quotesd's certificates: init's private authority and the server certificate it signs, and
 // the commands of quotesd cert (renew, show, migrate).
 //
-// A renewal issues a new key and certificate from the same authority; desktops trust the
+// A renewal signs a new key and certificate from the same authority; desktops trust the
 // authority, so they notice nothing, and the running server serves the new pair to new
 // connections within its check interval. A server set up by an earlier release (a self-signed
 // certificate that desktops pin) keeps working until cert migrate gives it an authority.
@@ -20,9 +20,9 @@ public:
     explicit CCertificateCommands(const CDaemonOptions& options);
 
     const CCertificateFiles& files() const { return m_files; }
-    // init's part (the data and public directories prepared): a new authority and a server
-    // certificate for the host names, or the given pair; the root desktops trust published.
-    // Says on standard output what to copy and which fingerprint to check.
+    // What init does for certificates (the data and public directories prepared): a new authority
+    // and a server certificate for the host names, or the given pair; the root desktops trust
+    // published. Says on standard output what to copy and which fingerprint to check.
     bool setUp(QString* error) const;
     // quotesd cert ACTION: an exit code of CQuotesDaemon.
     int run() const;

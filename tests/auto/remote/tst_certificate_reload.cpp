@@ -91,10 +91,10 @@ private:
         return stub->Ping(&context, quotes::v1::PingRequest(), &reply);
     }
 
-    CTlsIdentity issue(int days = CTlsIdentity::kServerDays) const {
+    CTlsIdentity serverCertificate(int days = CTlsIdentity::kServerDays) const {
         QString error;
         const CTlsIdentity server =
-            m_authority.issue(CTlsIdentity::defaultHostNames(), &error, days);
+            m_authority.signServer(CTlsIdentity::defaultHostNames(), &error, days);
         if (server.isNull())
             qWarning("%s", qPrintable(error));
         return server;
@@ -110,7 +110,8 @@ private slots:
         QString error;
         m_authority = CTlsIdentity::createAuthority(QStringLiteral("localhost"), &error);
         QVERIFY2(!m_authority.isNull(), qPrintable(error));
-        QVERIFY2(issue().save(path("server.key"), path("server.crt"), &error), qPrintable(error));
+        QVERIFY2(serverCertificate().save(path("server.key"), path("server.crt"), &error),
+                 qPrintable(error));
         m_served = std::make_unique<CServedCertificate>(path("server.key"), path("server.crt"),
                                                         std::chrono::seconds(1), &error);
         QVERIFY2(!m_served->isNull(), qPrintable(error));
@@ -132,12 +133,12 @@ private slots:
         QVERIFY(m_authority.dnsNames().isEmpty() && m_authority.ipAddresses().isEmpty());
         QVERIFY(m_authority.notAfter() > QDateTime::currentDateTimeUtc().addYears(9));
         QString error;
-        QVERIFY(issue().issue(CTlsIdentity::defaultHostNames(), &error).isNull());
+        QVERIFY(serverCertificate().signServer(CTlsIdentity::defaultHostNames(), &error).isNull());
         QVERIFY(!error.isEmpty());
     }
 
     void serverCertificateIsValid397DaysAndChainsToTheAuthority() {
-        const CTlsIdentity server = issue();
+        const CTlsIdentity server = serverCertificate();
         QVERIFY(!server.isAuthority());
         QVERIFY(!server.isSelfSigned());
         QCOMPARE(server.dnsNames(), QStringList{"localhost"});
@@ -186,7 +187,7 @@ private slots:
     void renewedCertificateIsServedWithoutRestart() {
         const QString before = TlsProbe::servedFingerprint(m_port);
         QVERIFY(!before.isEmpty());
-        const CTlsIdentity renewed = issue();
+        const CTlsIdentity renewed = serverCertificate();
         QString error;
         QVERIFY2(renewed.save(path("server.key"), path("server.crt"), &error), qPrintable(error));
         QTRY_COMPARE_WITH_TIMEOUT(TlsProbe::servedFingerprint(m_port), renewed.fingerprint(),
@@ -201,7 +202,7 @@ private slots:
 
     void refreshSaysWhatChangedAndWarnsOnceBeforeTheEnd() {
         QString error;
-        QVERIFY(issue(10).save(path("short.key"), path("short.crt"), &error));
+        QVERIFY(serverCertificate(10).save(path("short.key"), path("short.crt"), &error));
         CServedCertificate served(path("short.key"), path("short.crt"), std::chrono::seconds(1),
                                   &error);
         QVERIFY2(!served.isNull(), qPrintable(error));
@@ -213,7 +214,7 @@ private slots:
         served.refresh(collector());
         QCOMPARE(m_log.size(), 1);  // once a day, not every check
 
-        const CTlsIdentity renewed = issue();
+        const CTlsIdentity renewed = serverCertificate();
         QVERIFY(renewed.save(path("short.key"), path("short.crt"), &error));
         served.refresh(collector());
         QCOMPARE(m_log.size(), 2);
@@ -225,7 +226,7 @@ private slots:
 
     void brokenFilesKeepThePairAndAreSaidOnce() {
         QString error;
-        QVERIFY(issue().save(path("broken.key"), path("broken.crt"), &error));
+        QVERIFY(serverCertificate().save(path("broken.key"), path("broken.crt"), &error));
         CServedCertificate served(path("broken.key"), path("broken.crt"), std::chrono::seconds(1),
                                   &error);
         const QString fingerprint = served.current().fingerprint();
@@ -246,7 +247,7 @@ private slots:
         CServedCertificate served(path("moved.key"), path("moved.crt"), std::chrono::seconds(1),
                                   &error);
         QCOMPARE(served.trustedRoots(), old.certificatePem().toStdString());
-        QVERIFY(issue().save(path("moved.key"), path("moved.crt"), &error));
+        QVERIFY(serverCertificate().save(path("moved.key"), path("moved.crt"), &error));
         served.refresh([](const QString&) {});
         const std::string roots = served.trustedRoots();
         QVERIFY(roots.find(old.certificatePem().toStdString()) != std::string::npos);
@@ -254,7 +255,7 @@ private slots:
     }
 
     void expiryWarningStartsThirtyDaysBeforeTheEnd() {
-        const CTlsIdentity server = issue();
+        const CTlsIdentity server = serverCertificate();
         const QDateTime end = server.notAfter();
         QVERIFY(CServedCertificate::expiryWarning(server, end.addDays(-31)).isEmpty());
         const QString soon = CServedCertificate::expiryWarning(server, end.addDays(-30));

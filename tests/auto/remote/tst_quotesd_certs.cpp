@@ -223,7 +223,8 @@ private slots:
         const CTlsIdentity authority = CTlsIdentity::fromPem(readFile(dataFile(m_server, "ca.key")),
                                                              m_server.certificatePem());
         QVERIFY(authority.isAuthority());
-        const CTlsIdentity soon = authority.issue(CTlsIdentity::defaultHostNames(), nullptr, 10);
+        const CTlsIdentity soon =
+            authority.signServer(CTlsIdentity::defaultHostNames(), nullptr, 10);
         QVERIFY(writeServerFile(dataFile(m_server, "quotesd.crt"), soon.certificatePem(),
                                 m_server.dataDir()));
         QVERIFY(writeServerFile(dataFile(m_server, "quotesd.key"), soon.privateKeyPem(),
