@@ -212,6 +212,8 @@ grpc::Status CAdminServer::Ping(grpc::ServerContext* context, const quotes::v1::
     else
         status = {Hlx::quotesVersion(), Hlx::quotesCommit(), std::string(), 0};
     CCallCodec::encode(status, reply);
+    if (m_certificateExpiry)
+        reply->set_certificate_expires_ms(m_certificateExpiry());
     return grpc::Status::OK;
 }
 

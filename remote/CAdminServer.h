@@ -5,6 +5,7 @@
 #include <boost/shared_ptr.hpp>
 #include <chrono>
 #include <condition_variable>
+#include <functional>
 #include <mutex>
 #include <string>
 
@@ -36,6 +37,11 @@ public:
 
     // Who is told of logins and streams; set before serving. Null: nobody.
     void setObserver(IAdminObserver* observer) { m_observer = observer; }
+    // When the served certificate ends (ms since the epoch), for Ping's answer; set before
+    // the server starts. A certificate is public, so Ping says it without a login too.
+    void setCertificateExpiry(std::function<qint64()> expiresMs) {
+        m_certificateExpiry = std::move(expiresMs);
+    }
 
     // From now on every new call is refused; waits until the calls already running have
     // finished, or the timeout has passed. True when none is left.
@@ -231,6 +237,7 @@ private:
     CStreamSlots m_streamSlots;
     std::atomic<bool> m_refusing{false};
     std::atomic<IAdminObserver*> m_observer{nullptr};
+    std::function<qint64()> m_certificateExpiry;
     std::mutex m_callMutex;
     std::condition_variable m_callsDone;
     int m_inFlight = 0;

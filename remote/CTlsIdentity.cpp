@@ -12,14 +12,16 @@
 #include <unistd.h>
 #include <QFile>
 #include <QRegularExpression>
-#include <QSaveFile>
 #include <cerrno>
 #include <cstring>
 #include <memory>
 
 namespace {
 
+// A self-signed server certificate (servers set up by earlier releases, and tests).
 const int kValidDays = 730;
+// Desktops trust the authority once; it outlives many server certificates.
+const int kAuthorityDays = 3650;
 // Backdated a little so that a client whose clock runs slightly behind accepts a fresh
 // certificate.
 const long kBackdateSeconds = 3600;
@@ -132,15 +134,6 @@ bool addSubjectAltNames(X509* cert, const QStringList& hostNames, QString* error
     return true;
 }
 
-bool addExtension(X509* cert, int nid, const char* value) {
-    X509V3_CTX context;
-    X509V3_set_ctx(&context, cert, cert, nullptr, nullptr, 0);
-    X509_EXTENSION* extension = X509V3_EXT_conf_nid(nullptr, &context, nid, value);
-    const bool added = extension && X509_add_ext(cert, extension, -1) == 1;
-    X509_EXTENSION_free(extension);
-    return added;
-}
-
 bool setRandomSerial(X509* cert) {
     unsigned char bytes[16];
     if (RAND_bytes(bytes, sizeof bytes) != 1)
@@ -157,27 +150,62 @@ bool setSubject(X509* cert, const QString& commonName) {
     return X509_NAME_add_entry_by_txt(name, "O", MBSTRING_UTF8,
                                       reinterpret_cast<const unsigned char*>("quotesd"), -1, -1,
                                       0) == 1 &&
-           X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_UTF8, bytes, -1, -1, 0) == 1 &&
-           X509_set_issuer_name(cert, name) == 1;
+           X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_UTF8, bytes, -1, -1, 0) == 1;
 }
 
-CertPtr makeCertificate(EVP_PKEY* key, const QStringList& hostNames, QString* error) {
+// Who signs a new certificate: itself (issuer null) or an authority's key and certificate.
+struct Signer {
+    X509* certificate = nullptr;
+    EVP_PKEY* key = nullptr;
+};
+
+// The extensions of an authority's certificate or of a server's; the issuer's key identifier
+// lets a client find the authority among its roots.
+bool addExtensions(X509* cert, X509* issuer, bool authority) {
+    X509V3_CTX context;
+    X509V3_set_ctx(&context, issuer, cert, nullptr, nullptr, 0);
+    const auto add = [&](int nid, const char* value) {
+        X509_EXTENSION* extension = X509V3_EXT_conf_nid(nullptr, &context, nid, value);
+        const bool added = extension && X509_add_ext(cert, extension, -1) == 1;
+        X509_EXTENSION_free(extension);
+        return added;
+    };
+    if (!add(NID_subject_key_identifier, "hash"))
+        return false;
+    if (authority)
+        return add(NID_basic_constraints, "critical,CA:TRUE,pathlen:0") &&
+               add(NID_key_usage, "critical,keyCertSign,cRLSign");
+    return add(NID_basic_constraints, "critical,CA:FALSE") &&
+           add(NID_ext_key_usage, "serverAuth") &&
+           (issuer == cert || add(NID_authority_key_identifier, "keyid:always")) &&
+           (issuer == cert || add(NID_key_usage, "critical,digitalSignature"));
+}
+
+bool setValidity(X509* cert, int days) {
+    return X509_gmtime_adj(X509_getm_notBefore(cert), -kBackdateSeconds) &&
+           X509_time_adj_ex(X509_getm_notAfter(cert), days, 0, nullptr);
+}
+
+// A certificate for the key: an authority's (hostNames empty, named commonName) or a server's
+// for the host names, signed by the signer or by the key itself.
+CertPtr makeCertificate(EVP_PKEY* key, const QString& commonName, const QStringList& hostNames,
+                        int days, Signer signer, QString* error) {
     CertPtr cert(X509_new());
+    const bool authority = hostNames.isEmpty();
+    X509* issuer = signer.certificate ? signer.certificate : cert.get();
+    EVP_PKEY* signingKey = signer.key ? signer.key : key;
     const bool made = cert && X509_set_version(cert.get(), 2) == 1 && setRandomSerial(cert.get()) &&
-                      X509_gmtime_adj(X509_getm_notBefore(cert.get()), -kBackdateSeconds) &&
-                      X509_time_adj_ex(X509_getm_notAfter(cert.get()), kValidDays, 0, nullptr) &&
-                      setSubject(cert.get(), hostNames.first()) &&
+                      setValidity(cert.get(), days) && setSubject(cert.get(), commonName) &&
+                      X509_set_issuer_name(cert.get(), X509_get_subject_name(issuer)) == 1 &&
                       X509_set_pubkey(cert.get(), key) == 1 &&
-                      addExtension(cert.get(), NID_basic_constraints, "critical,CA:FALSE") &&
-                      addExtension(cert.get(), NID_ext_key_usage, "serverAuth") &&
-                      addExtension(cert.get(), NID_subject_key_identifier, "hash");
+                      addExtensions(cert.get(), issuer, authority);
     if (!made) {
         fail(error, withOpenSslReason(QStringLiteral("无法生成证书")));
         return CertPtr();
     }
-    if (!addSubjectAltNames(cert.get(), hostNames, error))
+    if (!authority && !addSubjectAltNames(cert.get(), hostNames, error))
         return CertPtr();
-    if (X509_sign(cert.get(), key, EVP_sha256()) <= 0) {
+    if (X509_sign(cert.get(), signingKey, EVP_sha256()) <= 0) {
         fail(error, withOpenSslReason(QStringLiteral("无法签署证书")));
         return CertPtr();
     }
@@ -268,6 +296,15 @@ bool writePrivateTemp(const QString& keyPath, const QByteArray& pem, QByteArray*
     return true;
 }
 
+// The rename keeps the temporary file's mode 0600 even when an older file had another.
+bool renameOver(const QByteArray& tempPath, const QString& path, QString* error) {
+    if (::rename(tempPath.constData(), QFile::encodeName(path).constData()) == 0)
+        return true;
+    const int renameErrno = errno;
+    ::unlink(tempPath.constData());
+    return fail(error, QStringLiteral("无法写入 %1: %2").arg(path, strerror(renameErrno)));
+}
+
 }  // namespace
 
 CTlsIdentity CTlsIdentity::create(const QStringList& hostNames, QString* error) {
@@ -275,19 +312,67 @@ CTlsIdentity CTlsIdentity::create(const QStringList& hostNames, QString* error) 
         fail(error, QStringLiteral("证书至少需要一个主机名"));
         return CTlsIdentity();
     }
+    return make(hostNames.first(), hostNames, kValidDays, nullptr, error);
+}
+
+CTlsIdentity CTlsIdentity::createAuthority(const QString& name, QString* error) {
+    return make(QStringLiteral("quotesd CA %1").arg(name), QStringList(), kAuthorityDays, nullptr,
+                error);
+}
+
+CTlsIdentity CTlsIdentity::signServer(const QStringList& hostNames, QString* error,
+                                      int days) const {
+    if (hostNames.isEmpty()) {
+        fail(error, QStringLiteral("证书至少需要一个主机名"));
+        return CTlsIdentity();
+    }
+    if (!isAuthority()) {
+        fail(error, QStringLiteral("不是证书颁发机构的证书，无法签发"));
+        return CTlsIdentity();
+    }
+    return make(hostNames.first(), hostNames, days, this, error);
+}
+
+CTlsIdentity CTlsIdentity::make(const QString& commonName, const QStringList& hostNames, int days,
+                                const CTlsIdentity* issuer, QString* error) {
     KeyPtr key(EVP_EC_gen("P-256"));
     if (!key) {
         fail(error, withOpenSslReason(QStringLiteral("无法生成私钥")));
         return CTlsIdentity();
     }
-    CertPtr cert = makeCertificate(key.get(), hostNames, error);
+    Signer signer;
+    const KeyPtr issuerKey = issuer ? parseKey(issuer->m_keyPem) : KeyPtr();
+    const CertPtr issuerCert = issuer ? parseCertificate(issuer->m_certificatePem) : CertPtr();
+    if (issuer && (!issuerKey || !issuerCert)) {
+        fail(error, withOpenSslReason(QStringLiteral("无法读取证书颁发机构的私钥或证书")));
+        return CTlsIdentity();
+    }
+    signer.certificate = issuerCert.get();
+    signer.key = issuerKey.get();
+    CertPtr cert = makeCertificate(key.get(), commonName, hostNames, days, signer, error);
     if (!cert)
         return CTlsIdentity();
+    // A server's chain ends with its authority, so a client that trusts the authority (or,
+    // for the server's own check, the chain's last certificate) verifies it.
+    const QByteArray chain =
+        certificateToPem(cert.get()) + (issuer ? issuer->rootCertificatePem() : QByteArray());
+    return fromPem(keyToPem(key.get()), chain, error);
+}
+
+CTlsIdentity CTlsIdentity::fromPem(const QByteArray& keyPem, const QByteArray& certificatePem,
+                                   QString* error) {
     CTlsIdentity identity;
-    identity.m_keyPem = keyToPem(key.get());
-    identity.m_certificatePem = certificateToPem(cert.get());
-    if (identity.m_keyPem.isEmpty() || identity.m_certificatePem.isEmpty()) {
-        fail(error, withOpenSslReason(QStringLiteral("无法输出私钥或证书")));
+    identity.m_keyPem = keyPem;
+    identity.m_certificatePem = certificatePem;
+    KeyPtr key = parseKey(keyPem);
+    CertPtr cert = parseCertificate(certificatePem);
+    if (!key || !cert) {
+        fail(error, withOpenSslReason(key ? QStringLiteral("无法读取证书")
+                                          : QStringLiteral("无法读取私钥")));
+        return CTlsIdentity();
+    }
+    if (X509_check_private_key(cert.get(), key.get()) != 1) {
+        fail(error, withOpenSslReason(QStringLiteral("私钥与证书不匹配")));
         return CTlsIdentity();
     }
     if (!identity.describe(error))
@@ -297,27 +382,44 @@ CTlsIdentity CTlsIdentity::create(const QStringList& hostNames, QString* error) 
 
 CTlsIdentity CTlsIdentity::load(const QString& keyPath, const QString& certificatePath,
                                 QString* error) {
-    CTlsIdentity identity;
-    if (!readPemFile(keyPath, &identity.m_keyPem, error) ||
-        !readPemFile(certificatePath, &identity.m_certificatePem, error))
+    QByteArray keyPem;
+    QByteArray certificatePem;
+    if (!readPemFile(keyPath, &keyPem, error) ||
+        !readPemFile(certificatePath, &certificatePem, error))
         return CTlsIdentity();
-    KeyPtr key = parseKey(identity.m_keyPem);
-    CertPtr cert = parseCertificate(identity.m_certificatePem);
-    if (!key || !cert) {
-        fail(error,
-             withOpenSslReason(QStringLiteral("无法读取%1: %2")
-                                   .arg(key ? QStringLiteral("证书") : QStringLiteral("私钥"),
-                                        key ? certificatePath : keyPath)));
-        return CTlsIdentity();
-    }
-    if (X509_check_private_key(cert.get(), key.get()) != 1) {
-        fail(error, withOpenSslReason(
-                        QStringLiteral("私钥与证书不匹配: %1, %2").arg(keyPath, certificatePath)));
-        return CTlsIdentity();
-    }
-    if (!identity.describe(error))
-        return CTlsIdentity();
+    QString why;
+    const CTlsIdentity identity = fromPem(keyPem, certificatePem, &why);
+    if (identity.isNull())
+        fail(error, QStringLiteral("%1: %2, %3").arg(why, keyPath, certificatePath));
     return identity;
+}
+
+QList<QByteArray> CTlsIdentity::certificatesOf(const QByteArray& pem) {
+    static const QByteArray end("-----END CERTIFICATE-----");
+    QList<QByteArray> certificates;
+    int from = 0;
+    for (int begin = pem.indexOf("-----BEGIN CERTIFICATE-----"); begin >= 0;
+         begin = pem.indexOf("-----BEGIN CERTIFICATE-----", from)) {
+        const int stop = pem.indexOf(end, begin);
+        if (stop < 0)
+            break;
+        from = stop + end.size();
+        certificates << pem.mid(begin, from - begin) + '\n';
+    }
+    return certificates;
+}
+
+QByteArray CTlsIdentity::rootCertificatePem() const {
+    const QList<QByteArray> chain = certificatesOf(m_certificatePem);
+    return chain.isEmpty() ? QByteArray() : chain.last();
+}
+
+bool CTlsIdentity::isSelfSigned() const {
+    const QList<QByteArray> chain = certificatesOf(m_certificatePem);
+    CertPtr cert = chain.size() == 1 ? parseCertificate(chain.first()) : CertPtr();
+    const bool self = cert && X509_check_issued(cert.get(), cert.get()) == X509_V_OK;
+    ERR_clear_error();
+    return self;
 }
 
 QString CTlsIdentity::fingerprintOf(const QByteArray& certificatePem) {
@@ -330,26 +432,30 @@ bool CTlsIdentity::save(const QString& keyPath, const QString& certificatePath,
                         QString* error) const {
     if (isNull())
         return fail(error, QStringLiteral("没有可保存的证书"));
+    // Both private (the certificate too: the data directory holds 0600 files only, and copies
+    // for desktops are published elsewhere). The certificate first, the key last: a server that
+    // reads the pair in between finds them unmatched and keeps the pair it has.
     QByteArray keyTemp;
+    QByteArray certificateTemp;
     if (!writePrivateTemp(keyPath, m_keyPem, &keyTemp, error))
         return false;
-    QSaveFile certificate(certificatePath);
-    const bool certificateSaved = certificate.open(QIODevice::WriteOnly) &&
-                                  certificate.write(m_certificatePem) == m_certificatePem.size() &&
-                                  certificate.commit();
-    if (!certificateSaved) {
+    if (!writePrivateTemp(certificatePath, m_certificatePem, &certificateTemp, error)) {
         ::unlink(keyTemp.constData());
-        return fail(
-            error,
-            QStringLiteral("无法写入 %1: %2").arg(certificatePath, certificate.errorString()));
+        return false;
     }
-    // The rename keeps the temporary file's mode 0600 even when an older key file had another.
-    if (::rename(keyTemp.constData(), QFile::encodeName(keyPath).constData()) != 0) {
-        const int renameErrno = errno;
+    if (!renameOver(certificateTemp, certificatePath, error)) {
         ::unlink(keyTemp.constData());
-        return fail(error, QStringLiteral("无法写入 %1: %2").arg(keyPath, strerror(renameErrno)));
+        return false;
     }
-    return true;
+    return renameOver(keyTemp, keyPath, error);
+}
+
+bool CTlsIdentity::saveKey(const QString& keyPath, QString* error) const {
+    if (isNull())
+        return fail(error, QStringLiteral("没有可保存的私钥"));
+    QByteArray keyTemp;
+    return writePrivateTemp(keyPath, m_keyPem, &keyTemp, error) &&
+           renameOver(keyTemp, keyPath, error);
 }
 
 bool CTlsIdentity::describe(QString* error) {
@@ -357,6 +463,7 @@ bool CTlsIdentity::describe(QString* error) {
     if (!cert)
         return fail(error, withOpenSslReason(QStringLiteral("无法读取证书")));
     m_fingerprint = fingerprintOfCertificate(cert.get());
+    m_authority = X509_check_ca(cert.get()) != 0;
     m_notBefore = toDateTime(X509_get0_notBefore(cert.get()));
     m_notAfter = toDateTime(X509_get0_notAfter(cert.get()));
     m_dnsNames.clear();

@@ -106,7 +106,7 @@ QString CCtlManPage::trailer() {
         ".nf\n"
         "quotesctl export > backup.json\n"
         "quotesctl import backup.json\n"
-        "quotesctl \\-\\-server quotes.example.com:7461 \\-\\-ca quotesd.crt \\e\n"
+        "quotesctl \\-\\-server quotes.example.com:7461 \\-\\-ca ca.crt \\e\n"
         "    \\-\\-login admin \\-\\-login\\-password\\-file ~/.quotes\\-password sources list\n"
         ".fi\n"
         ".SH SEE ALSO\n"

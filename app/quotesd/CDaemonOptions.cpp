@@ -29,6 +29,13 @@ bool parseCommand(QStringList* rest, CDaemonOptions* options, QString* error) {
             return false;
         }
         options->account = rest->takeFirst();
+    } else if (command == QLatin1String("cert")) {
+        options->command = CDaemonOptions::Cert;
+        options->certAction = rest->isEmpty() ? QString() : rest->takeFirst();
+        if (!QStringList{"renew", "show", "migrate"}.contains(options->certAction)) {
+            *error = QStringLiteral("cert needs renew, show or migrate");
+            return false;
+        }
     } else {
         *error = QStringLiteral("unknown command \"%1\"").arg(command);
         return false;
@@ -66,6 +73,8 @@ const std::vector<NumberOption>& numberOptions() {
          [](CDaemonOptions* o, qint64 v) { o->limits.passwordChecks = int(v); }},
         {"--self-check-ms", 100, day,
          [](CDaemonOptions* o, qint64 v) { o->limits.selfCheckMs = v; }},
+        {"--certificate-check-s", 1, 60,
+         [](CDaemonOptions* o, qint64 v) { o->certificateCheckSeconds = v; }},
     };
     return options;
 }
@@ -109,6 +118,10 @@ QString* textTarget(const QString& option, CDaemonOptions* options) {
         return &options->metricsListen;
     if (option == QLatin1String("--log-level"))
         return &options->logLevel;
+    if (option == QLatin1String("--public"))
+        return &options->publicDir;
+    if (option == QLatin1String("--ca-key"))
+        return &options->caKeyFile;
     return nullptr;
 }
 
@@ -169,7 +182,8 @@ bool checkCombination(CDaemonOptions* options, QString* error) {
         *error = QStringLiteral("--generate sets the first password; a joining server sets none");
     else
         *error = options->limits.conflict();
-    if (options->hosts.isEmpty())
+    // A renewal or migration keeps the certificate's names unless told others.
+    if (options->hosts.isEmpty() && options->command != CDaemonOptions::Cert)
         options->hosts = QStringList{QStringLiteral("localhost"), QStringLiteral("127.0.0.1")};
     if (options->listen.isEmpty())
         options->listen = QStringList{QStringLiteral("127.0.0.1:7461")};
@@ -206,12 +220,22 @@ QString CDaemonOptions::helpText() {
         "      Set up a new server: the data directory (mode 0700), the database (seeded),\n"
         "      the password of the account admin (read from standard input, at least 12\n"
         "      characters; --generate makes one and prints it once) and, without --cert/--key,\n"
-        "      a private key and a self-signed certificate valid 2 years for the host names\n"
-        "      (default localhost and 127.0.0.1), whose SHA-256 fingerprint is printed.\n"
+        "      a private certificate authority (key DIR/ca.key) and a server certificate it\n"
+        "      signs, valid 397 days for the host names (default localhost and 127.0.0.1).\n"
+        "      Desktops trust the authority: ca.crt in the public directory (--public PUBDIR,\n"
+        "      default DIR-public, mode 0755), whose SHA-256 fingerprint is printed.\n"
         "  quotesd init --join --data DIR --db URL --secrets-key FILE [--host NAME]...\n"
         "               [--cert FILE --key FILE]\n"
         "      Prepare a further server for a PostgreSQL database that is set up already;\n"
         "      FILE is the first server's DIR/secrets.key, copied into this DIR.\n"
+        "  quotesd cert renew --data DIR [--host NAME]... [--ca-key FILE]\n"
+        "      A new server certificate from the same authority (its key DIR/ca.key unless\n"
+        "      --ca-key names it); the running server serves it within --certificate-check-s.\n"
+        "  quotesd cert show --data DIR [--public PUBDIR]\n"
+        "      The certificate's names, fingerprints and expiry.\n"
+        "  quotesd cert migrate --data DIR [--public PUBDIR] [--host NAME]...\n"
+        "      Give a server set up by an earlier release (self-signed) an authority; each\n"
+        "      desktop then needs PUBDIR/ca.crt once.\n"
         "  quotesd reset-password NAME --data DIR [--db URL]\n"
         "      Set an account's password (read from standard input) on this machine.\n"
         "  quotesd --data DIR [--db URL] [--listen ADDR:PORT]... [--metrics-listen ADDR:PORT]\n"
@@ -248,6 +272,9 @@ QString CDaemonOptions::helpText() {
         "  --self-check-ms N             how often the server calls itself over loopback and\n"
         "                                starts listening anew when it no longer accepts\n"
         "                                connections (default 1000)\n"
+        "  --certificate-check-s N       how often the server reads its certificate files for\n"
+        "                                a renewed one, 1 to 60 (default 30); from 30 days\n"
+        "                                before its end the log warns once a day\n"
         "At start quotesd raises its open-file limit to the hard limit; the threads' database\n"
         "connections take at most half of it (fewer threads when it is too small).\n"
         "Exit codes: 0 done, 1 refused or failed, 2 bad command line.\n");

@@ -7,7 +7,7 @@
 
 // quotesd's command line.
 struct CDaemonOptions {
-    enum Command { Serve, Init, Join, ResetPassword, Help, Version };
+    enum Command { Serve, Init, Join, ResetPassword, Cert, Help, Version };
 
     Command command = Serve;
     QString dataDir;
@@ -22,6 +22,12 @@ struct CDaemonOptions {
     QString secretsKeyFile;
     bool generate = false;  // init: make admin's password instead of reading it
     QString account;        // reset-password
+    QString certAction;     // cert: renew, show or migrate
+    // The directory of the files desktops need (init, cert); empty: beside the data directory.
+    QString publicDir;
+    QString caKeyFile;  // cert renew: the authority's key when it is kept off the server
+    // How often the server reads its certificate files for a renewed pair.
+    qint64 certificateCheckSeconds = 30;
     qint64 lockoutBaseMs = 30 * 1000;
     QString metricsListen;  // serving: where /metrics answers; empty: no metrics
     QString logLevel = QStringLiteral("info");

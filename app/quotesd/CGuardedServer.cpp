@@ -10,6 +10,7 @@
 
 #include "CRecordCodec.h"
 #include "CSelfCheck.h"
+#include "CServedCertificate.h"
 #include "quotes.grpc.pb.h"
 
 namespace {
@@ -37,26 +38,23 @@ QString joined(const std::vector<std::string>& addresses) {
 
 }  // namespace
 
-CGuardedServer::CGuardedServer(grpc::Service& service, const CTlsIdentity& identity,
+CGuardedServer::CGuardedServer(grpc::Service& service, CServedCertificate& certificate,
                                const CServerLimits& limits, Log log)
-    : m_service(service), m_identity(identity), m_limits(limits), m_log(std::move(log)) {}
+    : m_service(service), m_certificate(certificate), m_limits(limits), m_log(std::move(log)) {}
 
 CGuardedServer::~CGuardedServer() {
     endGuard();
 }
 
 std::unique_ptr<grpc::Server> CGuardedServer::build(const std::vector<std::string>& addresses,
-                                                    std::vector<int>* ports) const {
-    grpc::SslServerCredentialsOptions tls;
-    tls.pem_key_cert_pairs.push_back(
-        {m_identity.privateKeyPem().toStdString(), m_identity.certificatePem().toStdString()});
+                                                    std::vector<int>* ports) {
     // gRPC's own health service (grpc.health.v1), answered without a login: monitors need no
     // account. Process-wide; every server built after it has one.
     grpc::EnableDefaultHealthCheckService(true);
     grpc::ServerBuilder builder;
     ports->assign(addresses.size(), 0);
     for (size_t i = 0; i < addresses.size(); ++i)
-        builder.AddListeningPort(addresses[i], grpc::SslServerCredentials(tls), &(*ports)[i]);
+        builder.AddListeningPort(addresses[i], m_certificate.credentials(), &(*ports)[i]);
     builder.SetMaxReceiveMessageSize(CRecordCodec::kMaxMessageBytes);
     builder.SetMaxSendMessageSize(CRecordCodec::kMaxMessageBytes);
     builder.AddChannelArgument(GRPC_ARG_SERVER_HANDSHAKE_TIMEOUT_MS,
@@ -98,7 +96,8 @@ bool CGuardedServer::start(const std::vector<std::string>& listen) {
     m_server = build(listen, &m_ports);
     if (!m_server)
         return false;
-    m_check = std::make_unique<CSelfCheck>(listen.front(), port(), m_identity, kCheckDeadline);
+    m_check =
+        std::make_unique<CSelfCheck>(listen.front(), port(), m_certificate, m_log, kCheckDeadline);
     std::string why;
     m_armed = checkTwice(&why);
     if (!m_armed)

@@ -15,9 +15,9 @@
 #include <vector>
 
 #include "CServerLimits.h"
-#include "CTlsIdentity.h"
 
 class CSelfCheck;
+class CServedCertificate;
 
 // quotesd's grpc::Server with the caps on what clients may hold, and its guard. gRPC (1.51)
 // stops listening for good once accept4 fails for lack of open files, while the process and
@@ -31,7 +31,8 @@ public:
     using CheckObserver = std::function<void(bool passed)>;
     using Log = std::function<void(const QString&)>;
 
-    CGuardedServer(grpc::Service& service, const CTlsIdentity& identity,
+    // The certificate is read from its files while the server runs (CServedCertificate).
+    CGuardedServer(grpc::Service& service, CServedCertificate& certificate,
                    const CServerLimits& limits, Log log);
     ~CGuardedServer();
 
@@ -66,7 +67,7 @@ public:
 private:
     // A server on the addresses; *ports the ones it listens on (empty when it does not).
     std::unique_ptr<grpc::Server> build(const std::vector<std::string>& addresses,
-                                        std::vector<int>* ports) const;
+                                        std::vector<int>* ports);
     void applyServing(grpc::Server& server) const;
     void run(const CheckObserver& observer);
     // Whether the check passes, asking twice before it says no.
@@ -78,7 +79,7 @@ private:
     std::vector<std::string> addresses() const;
 
     grpc::Service& m_service;
-    const CTlsIdentity m_identity;
+    CServedCertificate& m_certificate;
     const CServerLimits m_limits;
     const Log m_log;
     Interceptors m_interceptors;

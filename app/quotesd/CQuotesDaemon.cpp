@@ -18,6 +18,7 @@
 #include "CAccountStore.h"
 #include "CAdminServer.h"
 #include "CCaller.h"
+#include "CCertificateCommands.h"
 #include "CDatabase.h"
 #include "CDatabaseProbe.h"
 #include "CDatabaseUrl.h"
@@ -27,11 +28,11 @@
 #include "CQuotesService.h"
 #include "CSecretBox.h"
 #include "CSecretKeyFile.h"
+#include "CServedCertificate.h"
 #include "CServerHealth.h"
 #include "CServerWatch.h"
 #include "CServiceError.h"
 #include "CSystemdNotifier.h"
-#include "CTlsIdentity.h"
 #include "Hlx/QuotesVersion.h"
 
 namespace {
@@ -105,14 +106,6 @@ qint64 raiseOpenFileLimit() {
 
 }  // namespace
 
-QString CQuotesDaemon::keyPath(const QString& dataDir) {
-    return QDir(dataDir).filePath(QStringLiteral("quotesd.key"));
-}
-
-QString CQuotesDaemon::certificatePath(const QString& dataDir) {
-    return QDir(dataDir).filePath(QStringLiteral("quotesd.crt"));
-}
-
 int CQuotesDaemon::fail(const QString& message) const {
     say(message);
     return kFailed;
@@ -156,6 +149,8 @@ int CQuotesDaemon::run() {
             return init();
         case CDaemonOptions::ResetPassword:
             return resetPassword();
+        case CDaemonOptions::Cert:
+            return CCertificateCommands(m_options).run();
         default:
             return serve();
     }
@@ -194,26 +189,15 @@ bool CQuotesDaemon::adoptSecretsKey(QString* error) const {
     return true;
 }
 
-bool CQuotesDaemon::writeIdentity(QString* error) const {
-    const QString dir = m_options.dataDir;
-    CTlsIdentity identity = m_options.certFile.isEmpty()
-                                ? CTlsIdentity::create(m_options.hosts, error)
-                                : CTlsIdentity::load(m_options.keyFile, m_options.certFile, error);
-    if (identity.isNull() || !identity.save(keyPath(dir), certificatePath(dir), error))
-        return false;
-    std::printf("certificate %s\nSHA-256 fingerprint %s\n",
-                certificatePath(dir).toLocal8Bit().constData(),
-                identity.fingerprint().toLatin1().constData());
-    return true;
-}
-
 int CQuotesDaemon::init() {
     const QString dir = m_options.dataDir;
-    if (QFileInfo::exists(keyPath(dir)) || QFileInfo::exists(certificatePath(dir)))
+    const CCertificateCommands certificates(m_options);
+    if (certificates.files().isSetUp())
         return fail(
             QStringLiteral("%1 holds a server set up already; nothing was changed").arg(dir));
     QString error;
-    if (!prepareDataDir(&error) || !adoptSecretsKey(&error))
+    if (!prepareDataDir(&error) || !certificates.files().preparePublicDir(&error) ||
+        !adoptSecretsKey(&error))
         return fail(error);
     const boost::shared_ptr<CQuotesService> service =
         CQuotesService::open(serviceOptions(), &error);
@@ -243,7 +227,7 @@ int CQuotesDaemon::init() {
     } catch (const CServiceError& e) {
         return fail(QString::fromStdString(e.what()));
     }
-    if (!writeIdentity(&error))
+    if (!certificates.setUp(&error))
         return fail(error);
     return kOk;
 }
@@ -282,13 +266,17 @@ CServerLimits CQuotesDaemon::fittedLimits(const CQuotesService& service) const {
 }
 
 int CQuotesDaemon::serve() {
-    QString error;
-    const CTlsIdentity identity =
-        CTlsIdentity::load(keyPath(m_options.dataDir), certificatePath(m_options.dataDir), &error);
-    if (identity.isNull())
-        return fail(QStringLiteral("%1 (run quotesd init first)").arg(error));
+    // Before any thread starts (the certificate's watcher is one), so that every thread
+    // inherits the mask: a second SIGTERM during the drain, or a SIGHUP, cannot end the process.
     const sigset_t waited = servingSignals();
     pthread_sigmask(SIG_BLOCK, &waited, nullptr);
+    QString error;
+    const CCertificateFiles files(m_options.dataDir, m_options.publicDir);
+    CServedCertificate certificate(files.keyPath(), files.chainPath(),
+                                   std::chrono::seconds(m_options.certificateCheckSeconds), &error);
+    if (certificate.isNull())
+        return fail(QStringLiteral("%1 (run quotesd init first)").arg(error));
+    certificate.refresh(say);  // says now when it ends soon
     // Before the service, so that it outlives every thread that tells it something.
     CServerWatch watch(m_options);
 
@@ -302,11 +290,13 @@ int CQuotesDaemon::serve() {
     loginOptions.concurrentPasswordChecks = limits.passwordChecks;
     CLoginManager logins(service->database(), loginOptions);
     CAdminServer admin(service, logins, {limits.eventStreams, limits.eventStreamsPerLogin});
-    if (!watch.watch(*service, logins, admin, identity.notAfter(), &error))
+    if (!watch.watch(*service, logins, admin, [&certificate] { return certificate.current().notAfter(); }, &error))
         return fail(error);
     const auto unwatch = qScopeGuard([&watch] { watch.unwatch(); });
+    admin.setCertificateExpiry(
+        [&certificate] { return certificate.current().notAfter().toMSecsSinceEpoch(); });
 
-    CGuardedServer server(admin, identity, limits, say);
+    CGuardedServer server(admin, certificate, limits, say);
     watch.instrument(server);
     if (!server.start(addresses(m_options.listen)))
         return fail(QStringLiteral("cannot listen on %1").arg(m_options.listen.join(", ")));
@@ -322,7 +312,7 @@ int CQuotesDaemon::serve() {
     health.update();
     server.guard([&health](bool passed) { health.checked(passed); });
 
-    awaitStop(waited, *service, systemd, serving);
+    awaitStop(waited, *service, certificate, systemd, serving);
     systemd.stopping(QStringLiteral("stopping: calls in flight finish"));
     say(QStringLiteral("stopping: calls in flight finish, new ones are refused"));
     server.endGuard();
@@ -338,18 +328,19 @@ int CQuotesDaemon::serve() {
 }
 
 void CQuotesDaemon::awaitStop(const sigset_t& waited, CQuotesService& service,
-                              const CSystemdNotifier& systemd, const QString& serving) const {
+                              CServedCertificate& certificate, const CSystemdNotifier& systemd,
+                              const QString& serving) const {
     for (;;) {
         int received = 0;
         sigwait(&waited, &received);
         if (received != SIGHUP)
             return;
         // What a running server can read again: the settings other servers of its database
-        // may have changed. Its options and files take a restart.
-        say(
-            QStringLiteral("SIGHUP: reading the sub-systems and login-type settings again; "
-                           "options take a restart"));
+        // may have changed, and a renewed certificate. Its options take a restart.
+        say(QStringLiteral("SIGHUP: reading the sub-systems and login-type settings and the "
+                           "certificate files again; options take a restart"));
         systemd.reloading();
+        certificate.refresh(say);
         const utils::RKError reloaded = service.reloadSettings(serverOwner());
         if (!reloaded.isSuccess())
             say(QStringLiteral("cannot read the settings again: %1")

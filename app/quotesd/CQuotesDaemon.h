@@ -7,6 +7,7 @@
 #include "CDaemonOptions.h"
 
 class CQuotesService;
+class CServedCertificate;
 class CSystemdNotifier;
 struct CServiceOptions;
 
@@ -19,16 +20,13 @@ public:
 
     int run();
 
-    // Where the server keeps its TLS identity.
-    static QString keyPath(const QString& dataDir);
-    static QString certificatePath(const QString& dataDir);
-
 private:
     int init();
     int resetPassword();
     int serve();
     // Waits for SIGTERM or SIGINT; a SIGHUP meanwhile reads the settings again.
-    void awaitStop(const sigset_t& waited, CQuotesService& service, const CSystemdNotifier& systemd,
+    void awaitStop(const sigset_t& waited, CQuotesService& service,
+                   CServedCertificate& certificate, const CSystemdNotifier& systemd,
                    const QString& serving) const;
 
     CServiceOptions serviceOptions() const;
@@ -38,7 +36,6 @@ private:
     bool prepareDataDir(QString* error) const;
     // Copies the key named by --secrets-key into the data directory.
     bool adoptSecretsKey(QString* error) const;
-    bool writeIdentity(QString* error) const;
     int fail(const QString& message) const;
 
     CDaemonOptions m_options;

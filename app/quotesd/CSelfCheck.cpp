@@ -2,27 +2,14 @@
 
 #include <grpcpp/grpcpp.h>
 
-#include "CTlsIdentity.h"
+#include "CServedCertificate.h"
 #include "quotes.grpc.pb.h"
 
-namespace {
-
-// A name the certificate holds, so the check does not depend on the loopback address being one
-// of the certificate's names.
-std::string nameInCertificate(const CTlsIdentity& identity) {
-    if (!identity.dnsNames().isEmpty())
-        return identity.dnsNames().front().toStdString();
-    return identity.ipAddresses().isEmpty() ? std::string()
-                                            : identity.ipAddresses().front().toStdString();
-}
-
-}  // namespace
-
-CSelfCheck::CSelfCheck(const std::string& listen, int port, const CTlsIdentity& identity,
-                       std::chrono::milliseconds deadline)
+CSelfCheck::CSelfCheck(const std::string& listen, int port, CServedCertificate& certificate,
+                       Log log, std::chrono::milliseconds deadline)
     : m_target(loopbackTarget(listen, port)),
-      m_certificatePem(identity.certificatePem().toStdString()),
-      m_serverName(nameInCertificate(identity)),
+      m_certificate(certificate),
+      m_log(std::move(log)),
       m_deadline(deadline) {}
 
 std::string CSelfCheck::loopbackTarget(const std::string& listen, int port) {
@@ -36,11 +23,15 @@ std::string CSelfCheck::loopbackTarget(const std::string& listen, int port) {
 }
 
 bool CSelfCheck::passes(std::string* why) const {
+    m_certificate.refresh(m_log);
     grpc::SslCredentialsOptions tls;
-    tls.pem_root_certs = m_certificatePem;
+    tls.pem_root_certs = m_certificate.trustedRoots();
     grpc::ChannelArguments arguments;
-    if (!m_serverName.empty())
-        arguments.SetSslTargetNameOverride(m_serverName);
+    // A name the certificate holds, so the check does not depend on the loopback address being
+    // one of the certificate's names.
+    const std::string serverName = m_certificate.serverName();
+    if (!serverName.empty())
+        arguments.SetSslTargetNameOverride(serverName);
     // A subchannel of its own: channels otherwise share connections to the same address.
     arguments.SetInt(GRPC_ARG_USE_LOCAL_SUBCHANNEL_POOL, 1);
     const auto channel = grpc::CreateCustomChannel(m_target, grpc::SslCredentials(tls), arguments);

@@ -1,9 +1,11 @@
 #pragma once
 
+#include <QString>
 #include <chrono>
+#include <functional>
 #include <string>
 
-class CTlsIdentity;
+class CServedCertificate;
 
 // One call to the server's own port over loopback, made as a client makes it: a new TLS
 // connection (a pooled one would pass while the listener no longer accepts) and a Ping. The
@@ -11,8 +13,12 @@ class CTlsIdentity;
 // connections and answers calls.
 class CSelfCheck {
 public:
-    // listen: the address the server was asked to listen on; port: the one it listens on.
-    CSelfCheck(const std::string& listen, int port, const CTlsIdentity& identity,
+    using Log = std::function<void(const QString&)>;
+
+    // listen: the address the server was asked to listen on; port: the one it listens on. The
+    // check trusts what the served certificate's files name, read again before every check (a
+    // renewed certificate is served without a restart); log hears what changed in them.
+    CSelfCheck(const std::string& listen, int port, CServedCertificate& certificate, Log log,
                std::chrono::milliseconds deadline);
 
     // True when the server answered (busy counts: it accepted the connection); else *why says
@@ -24,7 +30,7 @@ public:
 
 private:
     std::string m_target;
-    std::string m_certificatePem;
-    std::string m_serverName;
+    CServedCertificate& m_certificate;
+    Log m_log;
     std::chrono::milliseconds m_deadline;
 };

@@ -28,13 +28,13 @@ CServerWatch::CServerWatch(const CDaemonOptions& options)
 CServerWatch::~CServerWatch() = default;
 
 bool CServerWatch::watch(CQuotesService& service, CLoginManager& logins, CAdminServer& admin,
-                         const QDateTime& certificateExpiry, QString* error) {
+                         std::function<QDateTime()> certificateExpiry, QString* error) {
     if (!m_metricsListen.isEmpty()) {
         CServerMetrics::Sources sources;
         sources.liveLogins = [&logins] {
             return logins.liveLogins(QDateTime::currentMSecsSinceEpoch());
         };
-        sources.certificateExpiry = [certificateExpiry] { return certificateExpiry; };
+        sources.certificateExpiry = std::move(certificateExpiry);
         m_metrics = std::make_unique<CServerMetrics>(sources);
         std::string why;
         if (!m_metrics->listen(m_metricsListen.toStdString(), &why)) {

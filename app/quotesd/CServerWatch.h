@@ -2,6 +2,7 @@
 
 #include <QDateTime>
 #include <QString>
+#include <functional>
 #include <memory>
 #include <shared_mutex>
 
@@ -32,9 +33,9 @@ public:
 
     // Watches the service and its transport from now on and, with --metrics-listen, serves
     // the metrics; false with *error set when they cannot listen. The scrape reads the logins
-    // and the certificate's expiry.
+    // and the expiry of the certificate served then (renewed while the server runs).
     bool watch(CQuotesService& service, CLoginManager& logins, CAdminServer& admin,
-               const QDateTime& certificateExpiry, QString* error);
+               std::function<QDateTime()> certificateExpiry, QString* error);
     // Counts the calls of the server (before it starts).
     void instrument(CGuardedServer& server);
     // Stops the metrics (no scrape reads the logins after this) and stops listening to the

@@ -148,6 +148,8 @@ data=$scratch/data
 if [ "$(id -u)" -eq 0 ]; then
     as_server=(setpriv --reuid=nobody --regid=nogroup --clear-groups --reset-env)
     install -d -o nobody -g nogroup -m 0700 "$data"
+    # As the package's postinst makes /var/lib/quotesd-public for the certificate desktops trust.
+    install -d -o nobody -g nogroup -m 0755 "$data-public"
 fi
 password=package-test-password
 printf '%s\n' "$password" | "${as_server[@]}" "$sbin/quotesd" init --data "$data" >"$scratch/init.log" 2>&1 ||
@@ -201,7 +203,7 @@ stop_server() {
 as_client() {
     printf '%s\n' "$password" | "${client[@]}" "$@"
 }
-client=("$bin/quotesctl" --server "127.0.0.1:$port" --ca "$data/quotesd.crt" --login admin
+client=("$bin/quotesctl" --server "127.0.0.1:$port" --ca "$data-public/ca.crt" --login admin
     --login-password-file -)
 start_server
 # A new server has no source: add one, so the listing shows it came back through quotesd.
@@ -216,7 +218,7 @@ grep -q "open files: $unit_files;" "$scratch/server.log" ||
 ! find "$data" -newer "$scratch/init.log" -type f -perm /077 | grep -q . ||
     fail "quotesd made files others may read under the unit's umask"
 # The monitor's check, without a login.
-"$bin/quotesctl" --server "127.0.0.1:$port" --ca "$data/quotesd.crt" health >/dev/null ||
+"$bin/quotesctl" --server "127.0.0.1:$port" --ca "$data-public/ca.crt" health >/dev/null ||
     fail "quotesctl health did not find quotesd serving"
 # SIGHUP, the unit's ExecReload, never stops it.
 kill -HUP "$server_pid"
@@ -226,6 +228,14 @@ for _ in $(seq 50); do
 done
 grep -q 'SIGHUP' "$scratch/server.log" || fail "quotesd did not log SIGHUP"
 kill -0 "$server_pid" 2>/dev/null || { cat "$scratch/server.log" >&2; fail "SIGHUP stopped quotesd"; }
+
+# A renewed certificate from the same authority: the client keeps its ca.crt.
+"${as_server[@]}" "$sbin/quotesd" cert renew --data "$data" >"$scratch/renew.log" 2>&1 ||
+    { cat "$scratch/renew.log" >&2; fail "quotesd cert renew failed"; }
+"${as_server[@]}" "$sbin/quotesd" cert show --data "$data" | grep -q 'days left' ||
+    fail "quotesd cert show did not show the certificate"
+as_client sources list >/dev/null ||
+    { cat "$scratch/server.log" >&2; fail "quotesctl lost the server after cert renew"; }
 
 echo "== backup through the server, restore once it stopped"
 written=$(as_client backup) || { cat "$scratch/server.log" >&2; fail "quotesctl backup failed"; }

@@ -185,7 +185,16 @@ bool QuotesdProcess::isRunning() const {
     return m_server.state() != QProcess::NotRunning;
 }
 
+QString QuotesdProcess::publicDir() const {
+    return dataDir() + QStringLiteral("-public");
+}
+
 QByteArray QuotesdProcess::certificatePem() const {
+    QFile file(QDir(publicDir()).filePath(QStringLiteral("ca.crt")));
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+QByteArray QuotesdProcess::servedCertificatePem() const {
     QFile file(QDir(dataDir()).filePath(QStringLiteral("quotesd.crt")));
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }

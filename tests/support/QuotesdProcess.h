@@ -51,7 +51,12 @@ public:
     QString dataDir() const;
     // The key of the stored secrets that init made or join copied.
     QString secretsKeyFile() const;
+    // The directory of the files desktops need, which init makes beside the data directory.
+    QString publicDir() const;
+    // What a desktop trusts: the authority's certificate init published (ca.crt).
     QByteArray certificatePem() const;
+    // The chain the server serves (its certificate, then the authority's).
+    QByteArray servedCertificatePem() const;
     // Everything the server wrote to its standard error so far.
     QString log();
 

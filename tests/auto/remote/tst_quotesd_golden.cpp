@@ -178,6 +178,8 @@ std::unique_ptr<TextFormat::Printer> transcriptPrinter(const QJsonObject* export
     registerPlaceholder(printer.get(), v1::PingReply::descriptor(), "server_version", "<version>");
     registerPlaceholder(printer.get(), v1::PingReply::descriptor(), "uptime_seconds", "<uptime>");
     registerPlaceholder(printer.get(), v1::PingReply::descriptor(), "commit", "<commit>");
+    registerPlaceholder(printer.get(), v1::PingReply::descriptor(), "certificate_expires_ms",
+                        "<certificate end>");
     registerPlaceholder(printer.get(), v1::AuditEntry::descriptor(), "id", "<audit-id>");
     registerPlaceholder(printer.get(), v1::AuditEntry::descriptor(), "time_ms", "<time>");
     registerPlaceholder(printer.get(), v1::AuditEntry::descriptor(), "os_user", "<os-user>");

@@ -3,7 +3,6 @@
 #include <arpa/inet.h>
 #include <grpcpp/grpcpp.h>
 #include <netinet/in.h>
-#include <openssl/err.h>
 #include <openssl/pem.h>
 #include <openssl/ssl.h>
 #include <openssl/x509v3.h>
@@ -20,6 +19,7 @@
 
 #include "CRecordCodec.h"
 #include "CTlsIdentity.h"
+#include "TlsProbe.h"
 #include "quotes.grpc.pb.h"
 
 namespace {
@@ -93,45 +93,6 @@ int fileMode(const QString& path) {
     if (::stat(QFile::encodeName(path).constData(), &info) != 0)
         return -1;
     return static_cast<int>(info.st_mode & 07777);
-}
-
-// The outcome of a TLS handshake with the server limited to the versions given, done with a
-// plain OpenSSL client so that only the server can refuse. Empty when it succeeds.
-QString handshake(int port, int minVersion, int maxVersion) {
-    SSL_CTX* context = SSL_CTX_new(TLS_client_method());
-    // The system's defaults forbid old versions in the client too; lift them here.
-    SSL_CTX_set_security_level(context, 0);
-    SSL_CTX_set_cipher_list(context, "ALL:@SECLEVEL=0");
-    SSL_CTX_set_min_proto_version(context, minVersion);
-    SSL_CTX_set_max_proto_version(context, maxVersion);
-    SSL_CTX_set_verify(context, SSL_VERIFY_NONE, nullptr);
-    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    const timeval timeout = {10, 0};
-    ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
-    ::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof timeout);
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<uint16_t>(port));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    QString outcome;
-    if (::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-        outcome = QStringLiteral("connect failed");
-    } else {
-        SSL* ssl = SSL_new(context);
-        SSL_set_fd(ssl, fd);
-        SSL_set_alpn_protos(ssl, reinterpret_cast<const unsigned char*>("\x02h2"), 3);
-        if (SSL_connect(ssl) != 1) {
-            char reason[256] = "handshake failed";
-            if (const unsigned long code = ERR_peek_last_error())
-                ERR_error_string_n(code, reason, sizeof reason);
-            outcome = QString::fromLatin1(reason);
-        }
-        SSL_free(ssl);
-    }
-    ERR_clear_error();
-    ::close(fd);
-    SSL_CTX_free(context);
-    return outcome;
 }
 
 }  // namespace
@@ -335,9 +296,9 @@ private slots:
     // gRPC 1.51's C++ credentials cannot set a minimum TLS version; its default (and the
     // system's OpenSSL policy) is TLS 1.2. Check that the server holds to it.
     void serverRefusesTlsOlderThan12() {
-        QCOMPARE(handshake(m_port, TLS1_2_VERSION, TLS1_2_VERSION), QString());
-        QCOMPARE(handshake(m_port, TLS1_3_VERSION, TLS1_3_VERSION), QString());
-        const QString old = handshake(m_port, TLS1_VERSION, TLS1_1_VERSION);
+        QCOMPARE(TlsProbe::handshake(m_port, TLS1_2_VERSION, TLS1_2_VERSION), QString());
+        QCOMPARE(TlsProbe::handshake(m_port, TLS1_3_VERSION, TLS1_3_VERSION), QString());
+        const QString old = TlsProbe::handshake(m_port, TLS1_VERSION, TLS1_1_VERSION);
         // The server drops the connection; the client itself was willing (it would have said
         // "no protocols available" otherwise).
         QVERIFY(!old.isEmpty());
