@@ -216,6 +216,11 @@ void CSetStockQuotesDialog::setBasicInfo(const QString& serverName) {
     m_strServerName = serverName;
 }
 
+void CSetStockQuotesDialog::sendToSubsystem(const QString& systemName) {
+    m_strServerName = systemName;
+    m_routeBySystem = true;
+}
+
 bool CSetStockQuotesDialog::checkField(int fieldId, bool strict) {
     QWidget* target = nullptr;
     QString tip;
@@ -386,6 +391,13 @@ void CSetStockQuotesDialog::hideEvent(QHideEvent* event) {
     // again takes a new submission.
     m_bSubmitting = false;
     Zu::CCommonDialog::hideEvent(event);
+}
+
+void CSetStockQuotesDialog::showEvent(QShowEvent* event) {
+    Zu::CCommonDialog::showEvent(event);
+    // Every showing starts at the first field, wherever the last one left the cursor.
+    if (m_pAddressEdit)
+        m_pAddressEdit->setFocus(Qt::OtherFocusReason);
 }
 
 void CSetStockQuotesDialog::onOperationQuotes(const utils::RKError& error, bson::BSONObj result) {
