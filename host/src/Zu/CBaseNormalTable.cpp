@@ -349,9 +349,8 @@ void CBaseNormalTable::setSortable(bool sortable) {
     QHeaderView* header = m_view->horizontalHeader();
     header->setSectionsClickable(sortable);
     header->setSortIndicatorShown(sortable);
-    if (!sortable) {
-        sortByColumnId(-1, Qt::AscendingOrder);
-    }
+    // No column is sorted until one is clicked (the header would mark its first otherwise).
+    sortByColumnId(sortable ? sortColumnId() : -1, sortOrder());
 }
 
 void CBaseNormalTable::setColumnSortKind(int columnId, SortKind kind) {
