@@ -5,6 +5,7 @@
 #include <QCursor>
 #include <QDir>
 #include <QElapsedTimer>
+#include <QLineEdit>
 #include <QPixmap>
 #include <QScreen>
 #include <QThread>
@@ -86,6 +87,12 @@ void CScreenshotter::holdStill() {
 void CScreenshotter::settlePicture(QWidget* widget) {
     if (QWidget* focus = QApplication::focusWidget())
         focus->clearFocus();
+    // A window that is not active keeps a focus child of its own (the dialogs' 地址), whose
+    // caret and selection would come and go with the window manager's timing.
+    if (QWidget* focus = widget->focusWidget())
+        focus->clearFocus();
+    for (QLineEdit* edit : widget->findChildren<QLineEdit*>())
+        edit->deselect();
     for (Zu::CLoadingMaskWidget* mask : widget->findChildren<Zu::CLoadingMaskWidget*>())
         mask->hide();
     QCoreApplication::processEvents();
