@@ -395,9 +395,11 @@ void CSetStockQuotesDialog::hideEvent(QHideEvent* event) {
 
 void CSetStockQuotesDialog::showEvent(QShowEvent* event) {
     Zu::CCommonDialog::showEvent(event);
-    // Every showing starts at the first field, wherever the last one left the cursor.
-    if (m_pAddressEdit)
+    // The dialog is kept and shown again for the next add or edit: it starts at 地址 again,
+    // wherever the last one left the cursor (the first showing takes the first field).
+    if (m_bShownBefore && m_pAddressEdit)
         m_pAddressEdit->setFocus(Qt::OtherFocusReason);
+    m_bShownBefore = true;
 }
 
 void CSetStockQuotesDialog::onOperationQuotes(const utils::RKError& error, bson::BSONObj result) {

@@ -124,6 +124,7 @@ private:
     bool m_bFutureOnly;
     // A request is on its way from the open dialog and its answer has yet to arrive.
     bool m_bSubmitting = false;
+    bool m_bShownBefore = false;  // shown once: later showings start at 地址
     CAnswerGuard m_answerGuard;
 };
 

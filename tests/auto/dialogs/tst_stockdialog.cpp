@@ -379,7 +379,6 @@ private slots:
         dialog.show();
         QApplication::setActiveWindow(&dialog);
         QVERIFY(QTest::qWaitForWindowActive(&dialog));
-        QTRY_COMPARE(QApplication::focusWidget(), static_cast<QWidget*>(dialog.addressEdit()));
         // The operator left the dialog in 密码; it opens again at 地址.
         dialog.passwordEdit()->setFocus();
         QTRY_COMPARE(QApplication::focusWidget(), static_cast<QWidget*>(dialog.passwordEdit()));
