@@ -216,6 +216,11 @@ void CSetStockQuotesDialog::setBasicInfo(const QString& serverName) {
     m_strServerName = serverName;
 }
 
+void CSetStockQuotesDialog::sendToSubsystem(const QString& systemName) {
+    m_strServerName = systemName;
+    m_routeBySystem = true;
+}
+
 bool CSetStockQuotesDialog::checkField(int fieldId, bool strict) {
     QWidget* target = nullptr;
     QString tip;
@@ -386,6 +391,15 @@ void CSetStockQuotesDialog::hideEvent(QHideEvent* event) {
     // again takes a new submission.
     m_bSubmitting = false;
     Zu::CCommonDialog::hideEvent(event);
+}
+
+void CSetStockQuotesDialog::showEvent(QShowEvent* event) {
+    Zu::CCommonDialog::showEvent(event);
+    // The dialog is kept and shown again for the next add or edit: it starts at 地址 again,
+    // wherever the last one left the cursor (the first showing takes the first field).
+    if (m_bShownBefore && m_pAddressEdit)
+        m_pAddressEdit->setFocus(Qt::OtherFocusReason);
+    m_bShownBefore = true;
 }
 
 void CSetStockQuotesDialog::onOperationQuotes(const utils::RKError& error, bson::BSONObj result) {

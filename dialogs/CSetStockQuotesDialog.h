@@ -42,6 +42,9 @@ public:
     void setBasicInfo(const boost::shared_ptr<rkservice::COrinQuoterSourceInfo>& info);
     // The server (sub-system) a multi-server client submits to.
     void setBasicInfo(const QString& serverName);
+    // Sends to the named sub-system's client whatever the user's routing: a source copied into
+    // another sub-system.
+    void sendToSubsystem(const QString& systemName);
 
     // Checks address, port, user name and password in that order; tips at the first failure.
     bool checkInput();
@@ -84,6 +87,7 @@ protected:
     // password pattern (when leaving the field) instead of the emptiness test of a submission.
     bool checkField(int fieldId, bool strict);
     void hideEvent(QHideEvent* event) override;
+    void showEvent(QShowEvent* event) override;
     // Completion of the submission; runs on the data service's worker thread.
     void onOperationQuotes(const utils::RKError& error, bson::BSONObj result);
     // After a refusal because the row changed since it was read: reads it again, so that the
@@ -120,6 +124,7 @@ private:
     bool m_bFutureOnly;
     // A request is on its way from the open dialog and its answer has yet to arrive.
     bool m_bSubmitting = false;
+    bool m_bShownBefore = false;  // shown once: later showings start at 地址
     CAnswerGuard m_answerGuard;
 };
 

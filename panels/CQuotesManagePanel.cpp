@@ -1,10 +1,15 @@
 #include "panels/CQuotesManagePanel.h"
 
 #include <log4cxx/logger.h>
+#include <QApplication>
+#include <QClipboard>
 #include <QDialog>
+#include <QInputDialog>
 #include <QMessageBox>
 #include <QPointer>
+#include <QShortcut>
 #include <QStringList>
+#include <QTableView>
 #include <array>
 #include <boost/bind/bind.hpp>
 #include <boost/make_shared.hpp>
@@ -30,6 +35,7 @@
 #include "model/CRequestRouter.h"
 #include "model/CRightsTable.h"
 #include "model/CTradeTypeTable.h"
+#include "panels/CFindBar.h"
 #include "rkservice/COrinBrokerInfo.h"
 #include "rkservice/DataTypeIds.h"
 
@@ -102,8 +108,72 @@ void CQuotesManagePanel::createUi() {
     outer->setMargins(0, 10, 0, 0);
     outer->setSpacing(5);
     createToolBar(outer);
+    createFindBar(outer);
     createTable(outer);
     setInnerStretchWidget(outer);
+    createShortcuts();
+    createRowMenu();
+    updateFindState();
+}
+
+void CQuotesManagePanel::createFindBar(Zu::CWidgetList* outer) {
+    m_findBar = new CFindBar(outer);
+    outer->addFixedWidget(m_findBar);
+    m_findBar->hide();
+    connect(m_findBar, &CFindBar::textChanged, this, [this](const QString& text) {
+        m_table->setFilterText(text);
+        updateFindState();
+    });
+}
+
+void CQuotesManagePanel::createShortcuts() {
+    const auto onPanel = [this](const QKeySequence& keys, void (CQuotesManagePanel::*act)()) {
+        connect(new QShortcut(keys, this, nullptr, nullptr, Qt::WidgetWithChildrenShortcut),
+                &QShortcut::activated, this, act);
+    };
+    onPanel(QKeySequence(Qt::Key_F5), &CQuotesManagePanel::refresh);
+    onPanel(QKeySequence::Find, &CQuotesManagePanel::openFind);
+    // The row keys act where the rows are, so that typing in the find bar never deletes.
+    QTableView* view = m_table->view();
+    const auto onRows = [this, view](const QKeySequence& keys, void (CQuotesManagePanel::*act)()) {
+        connect(new QShortcut(keys, view, nullptr, nullptr, Qt::WidgetShortcut),
+                &QShortcut::activated, this, act);
+    };
+    onRows(QKeySequence(Qt::Key_Delete), &CQuotesManagePanel::deleteSelectedRowByKey);
+    onRows(QKeySequence(Qt::Key_Return), &CQuotesManagePanel::editSelectedRowByKey);
+    onRows(QKeySequence(Qt::Key_Enter), &CQuotesManagePanel::editSelectedRowByKey);
+}
+
+void CQuotesManagePanel::createRowMenu() {
+    m_rowMenu.add(
+        QStringLiteral("复制地址"), QStringLiteral("copyAddress"),
+        [this](int row, const rkservice::COrinQuoterSourceInfoPtr&) { copyAddress(row); });
+    m_rowMenu.add(
+        QStringLiteral("复制到分系统…"), QStringLiteral("copyToSubsystem"),
+        [this](int, const rkservice::COrinQuoterSourceInfoPtr& record) { copyToSubsystem(record); },
+        [this](int, const rkservice::COrinQuoterSourceInfoPtr& record) {
+            return mayCopyToSubsystem(record);
+        });
+    // Only the user-interface thread writes the row records, and the menu runs on it.
+    m_table->setMenuExtension(
+        [this](QMenu* menu, int row) { m_rowMenu.fill(menu, row, m_rowRecords.value(row)); });
+}
+
+void CQuotesManagePanel::openFind() {
+    m_findBar->open();
+    updateFindState();
+}
+
+void CQuotesManagePanel::updateFindState() {
+    if (!m_table)
+        return;
+    m_findBar->setMatches(m_table->shownRowCount(), m_table->rowCount());
+    if (!m_deleteAllButton)
+        return;
+    // 全部删除 deletes every row of the panel, as its question says: not while some are hidden.
+    const bool hides = m_table->hidesRows();
+    m_deleteAllButton->setEnabled(!hides);
+    m_deleteAllButton->setToolTip(hides ? QStringLiteral("清除筛选后可全部删除") : QString());
 }
 
 void CQuotesManagePanel::createToolBar(Zu::CWidgetList* outer) {
@@ -133,10 +203,10 @@ void CQuotesManagePanel::createToolBar(Zu::CWidgetList* outer) {
     auto* refreshButton = new Zu::CSmallNormalButton(toolBar, kBtnRefresh, QStringLiteral("刷新"));
     refreshButton->setFixedSize(70, 26);
     toolBar->addWidget(refreshButton);
-    auto* deleteAllButton =
+    m_deleteAllButton =
         new Zu::CSmallNormalButton(toolBar, kBtnDeleteAll, QStringLiteral("全部删除"));
-    deleteAllButton->setFixedSize(70, 26);
-    toolBar->addWidget(deleteAllButton);
+    m_deleteAllButton->setFixedSize(70, 26);
+    toolBar->addWidget(m_deleteAllButton);
     if (m_tradeType == CTradeTypeTable::kAll) {
         auto* wholeQuoteButton = new Zu::CPushButton(toolBar, kBtnWholeQuote);
         wholeQuoteButton->setTextColorKey(QStringLiteral("clr_text_clickable"));
@@ -189,6 +259,12 @@ void CQuotesManagePanel::createTable(Zu::CWidgetList* outer) {
     m_table->setRowTexts([this](int row, int columnId) { return sourceRowText(row, columnId); });
     m_buttonsDelegate = new Zu::CBaseTableColumnMultiButtonsDelegate(m_table);
     m_table->setColumnDelegate(kColOperation, m_buttonsDelegate);
+    // Headers sort; ports as numbers, addresses by their value.
+    m_table->setSortable(true);
+    m_table->setColumnSortKind(kColId, Zu::CBaseNormalTable::SortNumber);
+    m_table->setColumnSortKind(kColPort, Zu::CBaseNormalTable::SortNumber);
+    m_table->setColumnSortKind(kColAddress, Zu::CBaseNormalTable::SortAddress);
+    connect(m_table, &Zu::CBaseNormalTable::arranged, this, &CQuotesManagePanel::updateFindState);
     outer->addStretchWidget(m_table);
 }
 
@@ -200,16 +276,56 @@ QString CQuotesManagePanel::ownTradeTypeName() const {
     return tradeType2String(m_tradeType, -1);
 }
 
+namespace {
+
+// The part of the saved state that keeps the sort and the find text, after the table's layout:
+// "qf1|<column id>.<a|d>|<find text, percent-encoded>"; parts without the tag are ignored.
+const QString kFindStateTag = QStringLiteral("qf1");
+
+}  // namespace
+
 void CQuotesManagePanel::setParam(const QString& param) {
     const QStringList parts = param.split(QLatin1Char(';'), Qt::KeepEmptyParts);
-    if (!parts.isEmpty() && m_table)
-        m_table->loadConfigStr(parts.first());
+    if (parts.isEmpty() || !m_table)
+        return;
+    m_table->loadConfigStr(parts.first());
+    for (const QString& part : parts.mid(1)) {
+        const QStringList fields = part.split(QLatin1Char('|'));
+        if (fields.size() == 3 && fields[0] == kFindStateTag)
+            restoreFindState(fields[1], fields[2]);
+    }
+}
+
+void CQuotesManagePanel::restoreFindState(const QString& sort, const QString& find) {
+    const QStringList order = sort.split(QLatin1Char('.'));
+    bool known = false;
+    const int column = order.first().toInt(&known);
+    if (known && order.size() == 2 && m_table->hasColumn(column))
+        m_table->sortByColumnId(
+            column, order.last() == QLatin1String("d") ? Qt::DescendingOrder : Qt::AscendingOrder);
+    const QString text = QString::fromUtf8(QByteArray::fromPercentEncoding(find.toLatin1()));
+    m_findBar->setText(text);
+    m_findBar->setVisible(!text.isEmpty());
+    updateFindState();
 }
 
 QString CQuotesManagePanel::param() const {
     QStringList parts;
     if (m_table)
         parts << m_table->saveConfigStr();
+    // Only a sort or a find adds a part, so that a plain panel keeps the string it always had.
+    const int sorted = m_table ? m_table->sortColumnId() : -1;
+    const QString find = m_findBar ? m_findBar->text() : QString();
+    if (sorted >= 0 || !find.isEmpty()) {
+        const QString sort =
+            sorted < 0 ? QString()
+                       : QStringLiteral("%1.%2").arg(sorted).arg(
+                             m_table->sortOrder() == Qt::DescendingOrder ? QLatin1String("d")
+                                                                         : QLatin1String("a"));
+        parts << QStringList{kFindStateTag, sort,
+                             QString::fromLatin1(find.toUtf8().toPercentEncoding())}
+                     .join(QLatin1Char('|'));
+    }
     return parts.join(QLatin1Char(';'));
 }
 
@@ -247,6 +363,14 @@ void CQuotesManagePanel::refresh() {
         CPanelMutex::Locker lock = m_dataMutex.lockOrPark([this] { refresh(); });
         if (!lock)
             return;
+        // Whoever reloads (刷新, F5, the operator's own change), the selected source stays
+        // selected.
+        if (!m_reselect && m_table) {
+            const rkservice::COrinQuoterSourceInfoPtr selected =
+                m_rowRecords.value(m_table->selectedRow());
+            m_reselectId = selected ? selected->m_nId : -1;
+            m_reselect = m_reselectId >= 0;
+        }
         if (m_loadingMask)
             m_loadingMask->attach(m_maskHost);
         m_loading = true;
@@ -402,6 +526,7 @@ void CQuotesManagePanel::quotesDelivered(bool bError, const QString& qsError, in
         m_loadingMask->hide();
     m_loading = false;
     reselectSource();
+    updateFindState();
     if (CTradeTypeTable::isFuturesType(m_tradeType))
         queryKxFuture();
 }
@@ -617,6 +742,7 @@ void CQuotesManagePanel::kxQuotesDelivered(bool bError, const QString& qsError, 
         appendKxRow(source);
     m_table->adjustColumnWidth();
     m_table->update();
+    updateFindState();
 }
 
 void CQuotesManagePanel::appendKxRow(const rkservice::COrinQuoterSourceInfoPtr& source) {
@@ -814,6 +940,8 @@ void CQuotesManagePanel::deleteRow(const QString& rowText) {
 }
 
 void CQuotesManagePanel::deleteAllRows() {
+    if (m_table->hidesRows())
+        return;
     int answer = 0;
     if (!survives(this,
                   [&] {
@@ -838,6 +966,89 @@ void CQuotesManagePanel::deleteAllRows() {
     clearRowRecords();
     m_table->clear();
     m_table->update();
+}
+
+bool CQuotesManagePanel::selectedRowHasButton(int buttonId) const {
+    const int row = m_table->selectedRow();
+    if (row < 0 || !m_buttonsDelegate)
+        return false;
+    for (const Zu::ButtonData& button : m_buttonsDelegate->itemButtons(std::to_string(row))) {
+        if (button.id == buttonId && !button.flag)
+            return true;
+    }
+    return false;
+}
+
+void CQuotesManagePanel::editSelectedRowByKey() {
+    // Enter does what the row's 编辑 does, and only where the row has one.
+    if (selectedRowHasButton(kBtnEditRow))
+        editSelectedRow();
+}
+
+void CQuotesManagePanel::deleteSelectedRowByKey() {
+    // Delete asks the row's own 删除 question, and only where the row has one.
+    if (selectedRowHasButton(kBtnDeleteRow))
+        deleteRow(QString::number(m_table->selectedRow()));
+}
+
+void CQuotesManagePanel::copyAddress(int row) {
+    // As the row shows it: a broker row lists every address of its server group.
+    QApplication::clipboard()->setText(m_table->itemText(row, kColAddress));
+}
+
+bool CQuotesManagePanel::mayCopyToSubsystem(
+    const rkservice::COrinQuoterSourceInfoPtr& record) const {
+    // Sources of the stock dialog only (a futures source belongs to its broker's server group),
+    // for a user who may add them, when there is another sub-system to copy into.
+    const CSourceRights* rights = CRightsTable::find(record->m_nTradeType);
+    if (record->m_nBrokerId != rkservice::COrinQuoterSourceInfo::kNoBroker || !rights ||
+        !CUserManager::instance()->checkUserAuth(rights->add))
+        return false;
+    const boost::shared_ptr<IDataServiceBackend> backend = COrinClientCenter::instance()->backend();
+    if (!backend)
+        return false;
+    for (const SubsystemInfo& subsystem : backend->subsystems()) {
+        if (subsystem.name != record->getSystemTag())
+            return true;
+    }
+    return false;
+}
+
+void CQuotesManagePanel::copyToSubsystem(const rkservice::COrinQuoterSourceInfoPtr& record) {
+    if (!mayCopyToSubsystem(record))
+        return;
+    QStringList names;
+    QStringList shown;
+    for (const SubsystemInfo& subsystem : COrinClientCenter::instance()->backend()->subsystems()) {
+        if (subsystem.name == record->getSystemTag())
+            continue;
+        names << Zu::sToQs(subsystem.name);
+        shown << Zu::sToQs(subsystem.displayName.empty() ? subsystem.name : subsystem.displayName);
+    }
+    QString chosen;
+    bool ok = false;
+    if (!survives(this,
+                  [&] {
+                      chosen =
+                          QInputDialog::getItem(this, QStringLiteral("复制到分系统"),
+                                                QStringLiteral("分系统:"), shown, 0, false, &ok);
+                  }) ||
+        !ok || shown.indexOf(chosen) < 0)
+        return;
+    // A dialog of its own, so that the panel's add and edit dialog keeps what it was built for;
+    // the operator confirms the copied fields with 提交.
+    const bool kx = record->m_nPlatformId == CPlatformTable::kKxFutures ||
+                    record->m_nPlatformId == CPlatformTable::kKxFuturesOptions;
+    auto* dialog = new CSetStockQuotesDialog(record->m_nTradeType, this, kx);
+    dialog->setObjectName(QStringLiteral("copyToSubsystemDialog"));
+    dialog->setTitle(
+        QStringLiteral("添加%1行情源").arg(tradeType2String(record->m_nTradeType, -1)));
+    dialog->setIsAdd(true);
+    dialog->setBasicInfo(record);
+    dialog->sendToSubsystem(names.at(shown.indexOf(chosen)));
+    QPointer<CSetStockQuotesDialog> copy(dialog);
+    if (survives(this, [dialog] { dialog->exec(); }) && copy)
+        copy->deleteLater();
 }
 
 void CQuotesManagePanel::clearRowRecords() {

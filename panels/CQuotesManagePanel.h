@@ -13,6 +13,7 @@
 #include "model/CNameCache.h"
 #include "model/CPanelMutex.h"
 #include "model/PanelQuotesManageGlobal.h"
+#include "panels/CSourceRowMenu.h"
 #include "panels/IReloadable.h"
 #include "rkservice/CGlobalFeaturePermissionInfo.h"
 #include "rkservice/COperateDataReq.h"
@@ -33,6 +34,7 @@ class COrinBrokerInfo;
 
 namespace Hlx {
 
+class CFindBar;
 class CSetFutureQuotesDialog;
 class CSetStockQuotesDialog;
 class CWholeQuoteSettingDialog;
@@ -102,6 +104,12 @@ public:
     CSetStockQuotesDialog* stockDialog() const { return m_stockDialog; }
     CSetFutureQuotesDialog* futureDialog() const { return m_futureDialog; }
     CWholeQuoteSettingDialog* wholeQuoteDialog() const { return m_wholeQuoteDialog; }
+    CFindBar* findBar() const { return m_findBar; }
+    Zu::CSmallNormalButton* deleteAllButton() const { return m_deleteAllButton; }
+    // The entries of the row context menu after the table's own.
+    CSourceRowMenu& rowMenu() { return m_rowMenu; }
+    // Ctrl+F: shows the find bar with the cursor in it.
+    void openFind();
     rkservice::COrinQuoterSourceInfoPtr rowRecord(int row);
     int rowRecordCount();
     rkservice::CGlobalFeaturePermissionInfoPtr permissionInfo();
@@ -150,6 +158,20 @@ private:
     void createUi();
     void createToolBar(Zu::CWidgetList* outer);
     void createTable(Zu::CWidgetList* outer);
+    void createFindBar(Zu::CWidgetList* outer);
+    void createShortcuts();
+    void createRowMenu();
+    // The find bar's count and whether 全部删除 may delete: never while a find hides rows.
+    void updateFindState();
+    void restoreFindState(const QString& sort, const QString& find);
+    // The keys' actions on the selected row, as its buttons would do them.
+    bool selectedRowHasButton(int buttonId) const;
+    void editSelectedRowByKey();
+    void deleteSelectedRowByKey();
+    // The row context menu's entries.
+    void copyAddress(int row);
+    bool mayCopyToSubsystem(const rkservice::COrinQuoterSourceInfoPtr& record) const;
+    void copyToSubsystem(const rkservice::COrinQuoterSourceInfoPtr& record);
     QString ownTradeTypeName() const;
     void showLoadFailure(const QString& message);
 
@@ -206,6 +228,9 @@ private:
     Zu::CBaseTableColumnMultiButtonsDelegate* m_buttonsDelegate = nullptr;
     CWholeQuoteSettingDialog* m_wholeQuoteDialog = nullptr;
     Zu::CWidgetList* m_maskHost = nullptr;
+    Zu::CSmallNormalButton* m_deleteAllButton = nullptr;
+    CFindBar* m_findBar = nullptr;
+    CSourceRowMenu m_rowMenu;
     CPanelMutex m_dataMutex;
     std::vector<rkservice::IDataPtr> m_quoteSources;
     std::vector<rkservice::IDataPtr> m_brokerInfos;

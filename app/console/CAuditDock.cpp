@@ -4,17 +4,23 @@
 #include <QComboBox>
 #include <QDateTimeEdit>
 #include <QFileDialog>
+#include <QHeaderView>
 #include <QLabel>
 #include <QLineEdit>
+#include <QPlainTextEdit>
 #include <QSaveFile>
+#include <QSplitter>
+#include <QStyle>
+#include <QTableView>
 
 #include "CAuditRows.h"
+#include "Hlx/COrinClientCenter.h"
 #include "Hlx/CUserManager.h"
 #include "Hlx/IAuditTransfer.h"
 #include "Zu/COddEvenRowTable.h"
 #include "Zu/CSmallNormalButton.h"
 #include "Zu/CWidgetList.h"
-#include "model/CAuditVocabulary.h"
+#include "model/CAuditNames.h"
 
 namespace {
 
@@ -24,6 +30,8 @@ constexpr int kExportButton = 2;
 constexpr int kOlderButton = 3;
 constexpr int kSecondMs = 1000;
 constexpr int kDaySeconds = 24 * 3600;
+// The dock shows at least this many rows when it opens.
+constexpr int kShownRows = 8;
 const QString kTimeFormat = QStringLiteral("yyyy-MM-dd HH:mm:ss");
 
 QDateTimeEdit* timeEdit(QWidget* parent, const QString& objectName, const QDateTime& value) {
@@ -95,8 +103,9 @@ void CAuditDock::createFilters(Zu::CWidgetList* outer) {
     m_action = new QComboBox(bar);
     m_action->setObjectName(QStringLiteral("auditAction"));
     m_action->addItem(QStringLiteral("全部"), QString());
-    for (const char* action : CAuditVocabulary::kActions)
-        m_action->addItem(QLatin1String(action), QLatin1String(action));
+    // Chinese for the operator; the filter sends the stored name.
+    for (const CAuditNames::Name& action : CAuditNames::kActions)
+        m_action->addItem(QString::fromUtf8(action.shown), QLatin1String(action.stored));
     bar->addWidget(m_action);
     createTimeFilters(bar);
     auto* query = new Zu::CSmallNormalButton(bar, kQueryButton, QStringLiteral("查询"));
@@ -142,9 +151,51 @@ void CAuditDock::createTable(Zu::CWidgetList* outer) {
     m_table->setTableFlags(Zu::CBaseNormalTable::TableShowGrid);
     m_table->setColumns(CAuditRows::headers());
     // Rows are computed from the entries when shown: a read brings up to a thousand.
-    m_table->setRowTexts(
-        [this](int row, int column) { return CAuditRows::cell(m_entries.at(row), column); });
-    outer->addWidget(m_table, 1, Zu::CWidgetList::AnchorFill);
+    m_table->setRowTexts([this](int row, int column) {
+        return CAuditRows::cell(m_entries.at(row), column, m_subsystems);
+    });
+    QTableView* view = m_table->view();
+    // The rows, the header, the frame and a horizontal scroll bar when the columns are wide.
+    const int rowsHeight = view->verticalHeader()->defaultSectionSize() * kShownRows +
+                           view->horizontalHeader()->sizeHint().height() + 2 * view->frameWidth() +
+                           view->style()->pixelMetric(QStyle::PM_ScrollBarExtent, nullptr, view);
+    view->setMinimumHeight(rowsHeight);
+    m_detail = new QPlainTextEdit;
+    m_detail->setObjectName(QStringLiteral("auditDetail"));
+    m_detail->setReadOnly(true);
+    m_detail->setPlaceholderText(QStringLiteral("选择一条记录，查看变更前后的内容"));
+    auto* split = new QSplitter(Qt::Horizontal, outer);
+    split->addWidget(m_table);
+    split->addWidget(m_detail);
+    split->setStretchFactor(0, 3);
+    split->setStretchFactor(1, 2);
+    connect(view->selectionModel(), &QItemSelectionModel::selectionChanged, this,
+            &CAuditDock::showSelectedDetails);
+    outer->addWidget(split, 1, Zu::CWidgetList::AnchorFill);
+}
+
+void CAuditDock::showSelectedDetails() {
+    const int row = m_table->selectedRow();
+    m_detail->setPlainText(row >= 0 && size_t(row) < m_entries.size()
+                               ? CAuditRows::details(m_entries[size_t(row)])
+                               : QString());
+}
+
+QString CAuditDock::detailText() const {
+    return m_detail->toPlainText();
+}
+
+void CAuditDock::readSubsystemNames() {
+    m_subsystems.clear();
+    const boost::shared_ptr<Hlx::IDataServiceBackend> backend =
+        Hlx::COrinClientCenter::instance()->backend();
+    if (!backend)
+        return;
+    for (const Hlx::SubsystemInfo& subsystem : backend->subsystems()) {
+        if (!subsystem.displayName.empty())
+            m_subsystems.insert(QString::fromStdString(subsystem.name),
+                                QString::fromStdString(subsystem.displayName));
+    }
 }
 
 Hlx::CAuditFilter CAuditDock::filter() const {
@@ -161,6 +212,7 @@ Hlx::CAuditFilter CAuditDock::filter() const {
 }
 
 void CAuditDock::refresh() {
+    readSubsystemNames();
     m_loading = true;
     m_loader.start(filter(), [this](const utils::RKError& error, const Hlx::CAuditPage& page) {
         onEntries(error, page, false);
@@ -198,6 +250,7 @@ void CAuditDock::onEntries(const utils::RKError& error, const Hlx::CAuditPage& p
 
 void CAuditDock::showEntries(const std::vector<Hlx::CAuditEntry>& entries) {
     m_table->clear();
+    m_detail->clear();
     m_entries = entries;
     for (size_t i = 0; i < m_entries.size(); ++i)
         m_table->appendComputedRow();
@@ -224,7 +277,7 @@ void CAuditDock::chooseExportFile() {
 
 bool CAuditDock::exportCsv(const QString& path) {
     QSaveFile file(path);
-    const QByteArray bytes = CAuditRows::csv(m_entries);
+    const QByteArray bytes = CAuditRows::csv(m_entries, m_subsystems);
     if (file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size() && file.commit())
         return true;
     showMessage(QStringLiteral("无法写入文件 %1: %2").arg(path, file.errorString()));

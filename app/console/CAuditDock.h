@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "CAuditLoader.h"
+#include "CAuditRows.h"
 #include "Hlx/CAuditEntry.h"
 #include "Hlx/CAuditFilter.h"
 
@@ -13,6 +14,7 @@ class QComboBox;
 class QDateTimeEdit;
 class QLabel;
 class QLineEdit;
+class QPlainTextEdit;
 class QPushButton;
 namespace Hlx {
 class IAuditTransfer;
@@ -23,7 +25,8 @@ class CWidgetList;
 }  // namespace Zu
 
 // The read-only dock "操作记录": the audit trail, newest first, filtered by account, action and
-// time. Reading needs the administrator right; a refusal is shown in the dock.
+// time, in the operator's words (CAuditNames); the selected entry's records, before and after,
+// beside it. Reading needs the administrator right; a refusal is shown in the dock.
 class CAuditDock : public QDockWidget {
     Q_OBJECT
 public:
@@ -46,6 +49,8 @@ public:
     const std::vector<Hlx::CAuditEntry>& entries() const { return m_entries; }
     Zu::COddEvenRowTable* table() const { return m_table; }
     QString message() const;
+    // What the detail pane shows of the selected entry.
+    QString detailText() const;
     bool isLoading() const { return m_loading; }
 
 private:
@@ -56,6 +61,9 @@ private:
     void onEntries(const utils::RKError& error, const Hlx::CAuditPage& page, bool older);
     void showEntries(const std::vector<Hlx::CAuditEntry>& entries);
     void showMessage(const QString& text);
+    void showSelectedDetails();
+    // The sub-systems' display names, read again with each read of the trail.
+    void readSubsystemNames();
 
     CAuditLoader m_loader;
     std::vector<Hlx::CAuditEntry> m_entries;
@@ -72,4 +80,6 @@ private:
     QDateTimeEdit* m_until = nullptr;
     QLabel* m_message = nullptr;
     Zu::COddEvenRowTable* m_table = nullptr;
+    QPlainTextEdit* m_detail = nullptr;
+    CAuditRows::SubsystemNames m_subsystems;
 };

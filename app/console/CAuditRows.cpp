@@ -1,7 +1,10 @@
 #include "CAuditRows.h"
 
 #include <QDateTime>
+#include <QJsonDocument>
 #include <QRegularExpression>
+
+#include "model/CAuditNames.h"
 
 namespace {
 
@@ -34,7 +37,8 @@ QString CAuditRows::who(const Hlx::CAuditEntry& entry) {
     return QStringLiteral("%1 (%2)").arg(text(entry.account), marker);
 }
 
-QString CAuditRows::cell(const Hlx::CAuditEntry& entry, int column) {
+QString CAuditRows::cell(const Hlx::CAuditEntry& entry, int column,
+                         const SubsystemNames& subsystems) {
     switch (column) {
         case Time:
             return localTime(entry.timeMs);
@@ -43,11 +47,11 @@ QString CAuditRows::cell(const Hlx::CAuditEntry& entry, int column) {
         case ClientAddress:
             return text(entry.clientAddress);
         case Subsystem:
-            return text(entry.subsystem);
+            return subsystems.value(text(entry.subsystem), text(entry.subsystem));
         case Action:
-            return text(entry.action);
+            return text(CAuditNames::action(entry.action));
         case DataType:
-            return text(entry.dataType);
+            return text(CAuditNames::dataType(entry.dataType));
         case Ids:
             return text(entry.ids);
         case Count:
@@ -71,13 +75,62 @@ QString CAuditRows::csvLine(const QStringList& fields) {
     return written.join(QLatin1Char(',')) + QStringLiteral("\r\n");
 }
 
-QByteArray CAuditRows::csv(const std::vector<Hlx::CAuditEntry>& entries) {
+QByteArray CAuditRows::csv(const std::vector<Hlx::CAuditEntry>& entries,
+                           const SubsystemNames& subsystems) {
     QString out = csvLine(headers());
     for (const Hlx::CAuditEntry& entry : entries) {
         QStringList fields{isoTime(entry.timeMs)};
         for (int column = Time + 1; column < ColumnCount; ++column)
-            fields << cell(entry, column);
+            fields << cell(entry, column, subsystems);
         out += csvLine(fields);
     }
     return QByteArray("\xEF\xBB\xBF") + out.toUtf8();
+}
+
+namespace {
+
+QString fieldText(const QJsonValue& value) {
+    if (value.isUndefined() || value.isNull())
+        return QStringLiteral("—");
+    if (value.isString())
+        return value.toString();
+    if (value.isDouble())
+        return QString::number(value.toDouble(), 'g', 17);
+    if (value.isBool())
+        return value.toBool() ? QStringLiteral("true") : QStringLiteral("false");
+    return QString::fromUtf8(
+        QJsonDocument::fromVariant(value.toVariant()).toJson(QJsonDocument::Compact));
+}
+
+// One record: every field it had before or has after, the changed ones marked.
+QString recordDetails(const Hlx::CAuditEntry::Detail& detail) {
+    QStringList lines{QStringLiteral("记录 %1").arg(text(detail.recordId))};
+    QStringList fields = detail.before.keys();
+    for (const QString& key : detail.after.keys()) {
+        if (!fields.contains(key))
+            fields << key;
+    }
+    for (const QString& key : fields) {
+        const QJsonValue before = detail.before.value(key);
+        const QJsonValue after = detail.after.value(key);
+        const bool changed = before != after;
+        lines << QStringLiteral("%1 %2: %3 → %4")
+                     .arg(changed ? QStringLiteral("*") : QStringLiteral(" "), key,
+                          fieldText(before), fieldText(after));
+    }
+    return lines.join(QLatin1Char('\n'));
+}
+
+}  // namespace
+
+QString CAuditRows::details(const Hlx::CAuditEntry& entry) {
+    QStringList parts;
+    if (!entry.summary.isEmpty())
+        parts << QString::fromUtf8(QJsonDocument(entry.summary).toJson(QJsonDocument::Indented));
+    for (const Hlx::CAuditEntry::Detail& detail : entry.details)
+        parts << recordDetails(detail);
+    if (parts.isEmpty())
+        return QStringLiteral("此记录没有变更前后的内容");
+    return QStringLiteral("变更前 → 变更后（* 为改动的字段）\n\n") +
+           parts.join(QStringLiteral("\n\n"));
 }

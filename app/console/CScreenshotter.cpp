@@ -5,6 +5,7 @@
 #include <QCursor>
 #include <QDir>
 #include <QElapsedTimer>
+#include <QLineEdit>
 #include <QPixmap>
 #include <QScreen>
 #include <QThread>
@@ -24,6 +25,7 @@
 #include "dialogs/CSetStockQuotesDialog.h"
 #include "model/CPlatformTable.h"
 #include "model/CTradeTypeTable.h"
+#include "panels/CFindBar.h"
 #include "panels/CLevel2QuotesManagePanel.h"
 #include "panels/CQuotesManagePanel.h"
 
@@ -85,6 +87,12 @@ void CScreenshotter::holdStill() {
 void CScreenshotter::settlePicture(QWidget* widget) {
     if (QWidget* focus = QApplication::focusWidget())
         focus->clearFocus();
+    // A window that is not active keeps a focus child of its own (the dialogs' 地址), whose
+    // caret and selection would come and go with the window manager's timing.
+    if (QWidget* focus = widget->focusWidget())
+        focus->clearFocus();
+    for (QLineEdit* edit : widget->findChildren<QLineEdit*>())
+        edit->deselect();
     for (Zu::CLoadingMaskWidget* mask : widget->findChildren<Zu::CLoadingMaskWidget*>())
         mask->hide();
     QCoreApplication::processEvents();
@@ -116,19 +124,40 @@ bool CScreenshotter::run(QString* error) {
            shootFutureDialog(CPanelCatalogue::sourcesPanel(CTradeTypeTable::kFutures), error) &&
            shootFutureDialog(CPanelCatalogue::sourcesPanel(CTradeTypeTable::kFuturesOptions),
                              error) &&
-           shootWholeQuoteDialog(error) && shootTokenDialog(error);
+           shootWholeQuoteDialog(error) && shootTokenDialog(error) && shootFindBar(error);
+}
+
+bool CScreenshotter::shootFindBar(QString* error) {
+    // The all-types panel found by an address prefix, sorted by port.
+    const QString panelName = CPanelCatalogue::sourcesPanel(Hlx::CTradeTypeTable::kAll);
+    std::unique_ptr<Hlx::IorinDockableWidget> created =
+        loadedPanel(*CPanelCatalogue::find(panelName));
+    auto* panel = qobject_cast<Hlx::CQuotesManagePanel*>(created.get());
+    if (!panel)
+        return true;
+    panel->openFind();
+    panel->findBar()->setText(QStringLiteral("192.0.2."));
+    panel->table()->sortByColumnId(Hlx::CQuotesManagePanel::kColPort, Qt::DescendingOrder);
+    panel->table()->finishArranging();
+    waitUntilSettled();
+    return save(panel, panelName + QStringLiteral("_find"), error);
+}
+
+std::unique_ptr<Hlx::IorinDockableWidget> CScreenshotter::loadedPanel(const CPanelEntry& entry) {
+    std::unique_ptr<Hlx::IorinDockableWidget> panel(entry.create(nullptr));
+    if (!m_window->currentSystem().isEmpty())
+        panel->switchSystem(0, m_window->currentSystem());
+    panel->resize(kPanelSize);
+    panel->show();
+    panel->onActive();
+    waitUntilSettled();
+    return panel;
 }
 
 bool CScreenshotter::shootPanels(QString* error) {
     // Each panel is rendered on its own at a fixed size, so every picture shows all of it.
     for (const CPanelEntry& entry : CPanelCatalogue::entries()) {
-        std::unique_ptr<Hlx::IorinDockableWidget> panel(entry.create(nullptr));
-        if (!m_window->currentSystem().isEmpty())
-            panel->switchSystem(0, m_window->currentSystem());
-        panel->resize(kPanelSize);
-        panel->show();
-        panel->onActive();
-        waitUntilSettled();
+        std::unique_ptr<Hlx::IorinDockableWidget> panel = loadedPanel(entry);
         if (!save(panel.get(), entry.objectName, error))
             return false;
     }

@@ -2,9 +2,14 @@
 
 #include <QString>
 #include <QStringList>
+#include <memory>
 
 class CConsoleWindow;
 class QWidget;
+struct CPanelEntry;
+namespace Hlx {
+class IorinDockableWidget;
+}
 
 // Renders the console, every panel after its load has finished, and the dialogs, to PNG files.
 class CScreenshotter {
@@ -23,11 +28,14 @@ private:
     // No caret and no mask in the picture.
     static void settlePicture(QWidget* widget);
     bool save(QWidget* widget, const QString& name, QString* error);
+    // A panel of its own at the pictures' size, shown and loaded.
+    std::unique_ptr<Hlx::IorinDockableWidget> loadedPanel(const CPanelEntry& entry);
     bool shootPanels(QString* error);
     bool shootStockDialogs(const QString& panelName, QString* error);
     bool shootFutureDialog(const QString& panelName, QString* error);
     bool shootWholeQuoteDialog(QString* error);
     bool shootTokenDialog(QString* error);
+    bool shootFindBar(QString* error);
 
     CConsoleWindow* m_window;
     QString m_directory;

@@ -17,10 +17,13 @@ class QTableView;
 namespace Zu {
 
 class CTableModel;
+class CTableArranger;
 class CBaseTableColumnMultiButtonsDelegate;
 
 // A list of rows under fixed columns addressed by stable ids. Rows keep the index appendRow
-// returned: the view never sorts or filters them.
+// returned (the stored row) whatever the view shows: a table made sortable sorts by the clicked
+// header, and a find text shows only the rows that contain it, both in the view's order alone.
+// Every row argument and answer of this class is a stored row.
 class CBaseNormalTable : public CBaseWidget {
     Q_OBJECT
 public:
@@ -32,6 +35,8 @@ public:
         MenuChooseColumns = 8,
         MenuAll = 255,
     };
+    // How a column sorts.
+    enum SortKind { SortText, SortNumber, SortAddress };
     // Table flags.
     enum TableFlag {
         TableShowGrid = 1,
@@ -81,6 +86,31 @@ public:
     int selectedRow() const;
     void selectRow(int row);
 
+    // Clicking a header sorts by its column (off by default).
+    void setSortable(bool sortable);
+    bool isSortable() const { return m_sortable; }
+    void setColumnSortKind(int columnId, SortKind kind);
+    // Column -1: the order rows were appended in.
+    void sortByColumnId(int columnId, Qt::SortOrder order);
+    int sortColumnId() const;
+    Qt::SortOrder sortOrder() const;
+    // Shows only the rows one of whose shown texts contains the text, case-insensitive.
+    void setFilterText(const QString& text);
+    QString filterText() const;
+    // Rows the view shows now.
+    int shownRowCount() const;
+    // A find text hides rows (or the rows it shows are still being found).
+    bool hidesRows() const;
+    // The order is being made, a few milliseconds per event-loop turn.
+    bool isArranging() const;
+    // Makes the rest of the order now (tests, bench).
+    void finishArranging();
+    // The longest the last order held the thread at once, in ms.
+    qint64 longestArrangeSliceMs() const;
+    // Between the view's rows and the stored rows; -1 when there is none or it is not shown.
+    int storedRowOf(int viewRow) const;
+    int viewRowOf(int storedRow) const;
+
     void setTotalCount(int count);
     int totalCount() const { return m_totalCount; }
     QString totalText() const;
@@ -106,6 +136,9 @@ public:
     bool exportCsv(const QString& path) const;
     // The context menu for a row and column (row -1: no row under the mouse).
     QMenu* createContextMenu(int row, int columnId, QWidget* parent);
+    // Entries of the table's owner, added after the table's own for the row of the menu.
+    using MenuExtension = std::function<void(QMenu* menu, int row)>;
+    void setMenuExtension(MenuExtension extension);
 
     // Commits rows appended since the last event-loop turn to the view.
     void flushRows() const;
@@ -115,6 +148,8 @@ public:
 
 signals:
     void totalCountChanged(int count);
+    // The view shows a new order or a new find's rows.
+    void arranged();
 
 protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
@@ -128,6 +163,10 @@ private:
     QVector<int> exportedColumns() const;
     void onSectionResized(int logicalIndex, int oldSize, int newSize);
     void updateTotalLabel();
+    void searchVisibleColumns();
+    void onSortIndicatorChanged(int logicalIndex, Qt::SortOrder order);
+    void keepSelectionAcrossOrder();
+    void restoreSelectionAfterOrder();
 
     int m_layoutId;
     int m_menuFlags;
@@ -144,6 +183,14 @@ private:
     QMap<int, QPointer<QAbstractItemDelegate>> m_delegates;
     QVector<QPointer<CBaseTableColumnMultiButtonsDelegate>> m_buttonDelegates;
     bool m_programResize = false;
+    CTableArranger* m_arranger = nullptr;
+    bool m_sortable = false;
+    QMap<int, SortKind> m_sortKinds;
+    // The stored row to select once the order being made shows it, -1 none.
+    int m_wantedRow = -1;
+    bool m_clearing = false;
+    MenuExtension m_menuExtension;
+    bool m_resetting = false;
 };
 
 }  // namespace Zu

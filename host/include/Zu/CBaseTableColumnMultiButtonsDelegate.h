@@ -31,6 +31,7 @@ public:
     QVector<ButtonData> itemButtons(const std::string& rowKey) const;
     void clearButtons();
 
+    // Rows are the table's stored rows, wherever the view shows them.
     // Where a row's button is drawn, in viewport coordinates; empty when not shown.
     QRect buttonRect(int row, int buttonId) const;
     // Does what a mouse click on the button does: selects the row, then delivers 228.
@@ -59,9 +60,11 @@ private:
                                  const QFontMetrics& metrics) const;
     int buttonAt(const QRect& cell, int row, const QPoint& pos, const QFontMetrics& metrics) const;
     bool isOurCell(const QModelIndex& index) const;
+    // The stored row of a cell of the view.
+    int rowOf(const QModelIndex& index) const;
     QTableView* tableView() const;
     void setHover(int row, int buttonId);
-    void updateRow(int row) const;
+    void updateRow(int storedRow) const;
     void deliverClick(int row, int buttonId);
 
     QPointer<CBaseNormalTable> m_table;

@@ -14,6 +14,7 @@
 #include <QTimer>
 #include <QVBoxLayout>
 
+#include "CTableArranger.h"
 #include "CTableModel.h"
 #include "CTextWidths.h"
 #include "Zu/CBaseTableColumnMultiButtonsDelegate.h"
@@ -60,7 +61,8 @@ CBaseNormalTable::CBaseNormalTable(QWidget* parent, int layoutId, int menuFlags)
     m_view->setSelectionBehavior(QAbstractItemView::SelectRows);
     m_view->setSelectionMode(QAbstractItemView::SingleSelection);
     m_view->setEditTriggers(QAbstractItemView::NoEditTriggers);
-    // Row indexes are the ones appendRow returned; the view must never reorder rows.
+    // Row indexes are the ones appendRow returned; the view never reorders rows itself (a
+    // sortable table orders them in the model, CTableArranger).
     m_view->setSortingEnabled(false);
     m_view->setWordWrap(false);
     m_view->setShowGrid(false);
@@ -94,6 +96,23 @@ CBaseNormalTable::CBaseNormalTable(QWidget* parent, int layoutId, int menuFlags)
 
     connect(m_model, &CTableModel::rowsPending, this,
             [this]() { QTimer::singleShot(0, this, [this]() { flushRows(); }); });
+    m_arranger = new CTableArranger(m_model, this);
+    connect(m_model, &CTableModel::orderStale, m_arranger, &CTableArranger::restart);
+    connect(m_model, &QAbstractItemModel::modelAboutToBeReset, this,
+            &CBaseNormalTable::keepSelectionAcrossOrder);
+    connect(m_model, &QAbstractItemModel::modelReset, this, [this] { m_resetting = false; });
+    connect(m_arranger, &CTableArranger::arranged, this, [this] {
+        restoreSelectionAfterOrder();
+        emit arranged();
+    });
+    connect(m_view->selectionModel(), &QItemSelectionModel::selectionChanged, this, [this] {
+        // The user chose: a selection still waiting for its row is forgotten.
+        if (!m_resetting) {
+            m_wantedRow = -1;
+        }
+    });
+    connect(header, &QHeaderView::sortIndicatorChanged, this,
+            &CBaseNormalTable::onSortIndicatorChanged);
     connect(header, &QHeaderView::sectionResized, this, &CBaseNormalTable::onSectionResized);
     connect(m_view, &QWidget::customContextMenuRequested, this, &CBaseNormalTable::showContextMenu);
 }
@@ -169,6 +188,21 @@ void CBaseNormalTable::applyColumnVisibility(int columnId) {
     if (column >= 0) {
         m_view->setColumnHidden(column, !isColumnVisible(columnId));
     }
+    searchVisibleColumns();
+}
+
+void CBaseNormalTable::searchVisibleColumns() {
+    // A find looks at what the operator sees: no hidden column, no column of buttons.
+    QVector<int> ids;
+    for (int id : m_model->liveIds()) {
+        if (isColumnVisible(id) &&
+            !qobject_cast<CBaseTableColumnMultiButtonsDelegate*>(m_delegates.value(id).data())) {
+            ids.append(id);
+        }
+    }
+    if (m_arranger) {
+        m_arranger->setSearchedColumns(ids);
+    }
 }
 
 void CBaseNormalTable::setColumnHidden(int columnId, bool hidden) {
@@ -240,6 +274,7 @@ int CBaseNormalTable::appendComputedRow() {
 }
 
 void CBaseNormalTable::setItemText(int row, int columnId, const QString& text) {
+    m_arranger->rowChanged(row);
     m_model->setText(row, columnId, text);
 }
 
@@ -252,7 +287,11 @@ int CBaseNormalTable::rowCount() const {
 }
 
 void CBaseNormalTable::clear() {
+    m_arranger->rowsCleared();
+    m_clearing = true;
     m_model->clearRows();
+    m_clearing = false;
+    m_wantedRow = -1;
     // Buttons are kept per row key; a reload must not find the old rows' buttons.
     for (const auto& delegate : m_buttonDelegates) {
         if (delegate) {
@@ -268,17 +307,126 @@ void CBaseNormalTable::clear() {
 
 int CBaseNormalTable::selectedRow() const {
     flushRows();
+    if (m_wantedRow >= 0 && isArranging()) {
+        return m_wantedRow;
+    }
     const QModelIndexList selected = m_view->selectionModel()->selectedIndexes();
-    return selected.isEmpty() ? -1 : selected.first().row();
+    return selected.isEmpty() ? -1 : m_model->storedRow(selected.first().row());
 }
 
 void CBaseNormalTable::selectRow(int row) {
     flushRows();
-    if (row >= 0 && row < m_model->rowCount()) {
-        m_view->selectRow(row);
+    const int shown = m_model->viewRow(row);
+    if (shown >= 0) {
+        m_view->selectRow(shown);
     } else {
         m_view->clearSelection();
     }
+    // A row the order being made has not placed yet is selected when it has.
+    m_wantedRow = isArranging() && row >= 0 && row < m_model->storedRows() ? row : -1;
+}
+
+void CBaseNormalTable::keepSelectionAcrossOrder() {
+    m_resetting = true;
+    if (m_clearing || m_wantedRow >= 0) {
+        return;
+    }
+    const QModelIndexList selected = m_view->selectionModel()->selectedIndexes();
+    m_wantedRow = selected.isEmpty() ? -1 : m_model->storedRow(selected.first().row());
+}
+
+void CBaseNormalTable::restoreSelectionAfterOrder() {
+    const int wanted = m_wantedRow;
+    m_wantedRow = -1;
+    const int shown = m_model->viewRow(wanted);
+    if (shown >= 0) {
+        m_view->selectRow(shown);
+    }
+}
+
+void CBaseNormalTable::setSortable(bool sortable) {
+    m_sortable = sortable;
+    QHeaderView* header = m_view->horizontalHeader();
+    header->setSectionsClickable(sortable);
+    header->setSortIndicatorShown(sortable);
+    // No column is sorted until one is clicked (the header would mark its first otherwise).
+    sortByColumnId(sortable ? sortColumnId() : -1, sortOrder());
+}
+
+void CBaseNormalTable::setColumnSortKind(int columnId, SortKind kind) {
+    m_sortKinds[columnId] = kind;
+}
+
+void CBaseNormalTable::sortByColumnId(int columnId, Qt::SortOrder order) {
+    const int column = m_model->modelColumnOf(columnId);
+    QHeaderView* header = m_view->horizontalHeader();
+    {
+        const QSignalBlocker blocker(header);
+        header->setSortIndicator(column, order);
+    }
+    const SortKind kind = m_sortKinds.value(columnId, SortText);
+    m_arranger->setSort(column >= 0 ? columnId : -1, order, CTableArranger::SortKind(kind));
+}
+
+void CBaseNormalTable::onSortIndicatorChanged(int logicalIndex, Qt::SortOrder order) {
+    const int id = m_model->idOfModelColumn(logicalIndex);
+    const bool buttons =
+        qobject_cast<CBaseTableColumnMultiButtonsDelegate*>(m_delegates.value(id).data());
+    if (!m_sortable || id < 0 || buttons) {
+        // A column of buttons has nothing to sort by: the indicator stays where it was.
+        sortByColumnId(sortColumnId(), sortOrder());
+        return;
+    }
+    sortByColumnId(id, order);
+}
+
+int CBaseNormalTable::sortColumnId() const {
+    return m_arranger->sortColumn();
+}
+
+Qt::SortOrder CBaseNormalTable::sortOrder() const {
+    return m_arranger->sortOrder();
+}
+
+void CBaseNormalTable::setFilterText(const QString& text) {
+    m_arranger->setFilter(text);
+}
+
+QString CBaseNormalTable::filterText() const {
+    return m_arranger->filter();
+}
+
+int CBaseNormalTable::shownRowCount() const {
+    flushRows();
+    return m_model->rowCount();
+}
+
+bool CBaseNormalTable::hidesRows() const {
+    if (m_arranger->filter().trimmed().isEmpty()) {
+        return false;
+    }
+    return isArranging() || shownRowCount() < rowCount();
+}
+
+bool CBaseNormalTable::isArranging() const {
+    return m_arranger->isBusy();
+}
+
+void CBaseNormalTable::finishArranging() {
+    flushRows();
+    m_arranger->finish();
+}
+
+qint64 CBaseNormalTable::longestArrangeSliceMs() const {
+    return m_arranger->longestSliceMs();
+}
+
+int CBaseNormalTable::storedRowOf(int viewRow) const {
+    return m_model->storedRow(viewRow);
+}
+
+int CBaseNormalTable::viewRowOf(int storedRow) const {
+    return m_model->viewRow(storedRow);
 }
 
 void CBaseNormalTable::setTotalCount(int count) {
@@ -326,13 +474,13 @@ void CBaseNormalTable::adjustColumnWidth() {
 int CBaseNormalTable::textColumnWidth(int columnId) const {
     // Like the view's own measure, the rows around the first one shown, at most kMeasuredRows of
     // them, but without laying out each text as a paragraph.
-    const int rows = m_model->storedRows();
+    const int rows = m_model->rowCount();
     const int count = qMin(rows, kMeasuredRows);
     const int start = qBound(0, m_view->rowAt(0), rows - count);
     CTextWidths widths(m_view->font());
     int widest = 0;
     for (int row = start; row < start + count; ++row) {
-        widest = qMax(widest, widths.width(m_model->text(row, columnId)));
+        widest = qMax(widest, widths.width(m_model->text(m_model->storedRow(row), columnId)));
     }
     const int margin =
         m_view->style()->pixelMetric(QStyle::PM_FocusFrameHMargin, nullptr, m_view) + 1;
@@ -456,6 +604,7 @@ void CBaseNormalTable::setColumnDelegate(int columnId, QAbstractItemDelegate* de
     }
     m_delegates[columnId] = delegate;
     m_view->setItemDelegateForColumn(m_model->modelColumnOf(columnId), delegate);
+    searchVisibleColumns();
     if (auto* buttons = qobject_cast<CBaseTableColumnMultiButtonsDelegate*>(delegate)) {
         registerButtonsDelegate(buttons);
     }
@@ -529,8 +678,11 @@ QString CBaseNormalTable::csvText() const {
         fields.append(csvField(m_model->header(id)));
     }
     csv += fields.join(QLatin1Char(',')) + QLatin1String("\r\n");
-    const int rows = rowCount();
-    for (int row = 0; row < rows; ++row) {
+    // The rows as the view shows them.
+    flushRows();
+    const int rows = m_model->rowCount();
+    for (int shown = 0; shown < rows; ++shown) {
+        const int row = m_model->storedRow(shown);
         fields.clear();
         for (int id : ids) {
             fields.append(csvField(itemText(row, id)));
@@ -590,7 +742,14 @@ QMenu* CBaseNormalTable::createContextMenu(int row, int columnId, QWidget* paren
                     [this, id](bool checked) { setColumnUserHidden(id, !checked); });
         }
     }
+    if (m_menuExtension) {
+        m_menuExtension(menu, row);
+    }
     return menu;
+}
+
+void CBaseNormalTable::setMenuExtension(MenuExtension extension) {
+    m_menuExtension = std::move(extension);
 }
 
 void CBaseNormalTable::showContextMenu(const QPoint& pos) {
@@ -598,7 +757,7 @@ void CBaseNormalTable::showContextMenu(const QPoint& pos) {
         return;
     }
     const QModelIndex index = m_view->indexAt(pos);
-    const int row = index.isValid() ? index.row() : -1;
+    const int row = index.isValid() ? m_model->storedRow(index.row()) : -1;
     const int columnId = index.isValid() ? m_model->idOfModelColumn(index.column()) : -1;
     if (row >= 0) {
         selectRow(row);
@@ -624,10 +783,11 @@ bool CBaseNormalTable::eventFilter(QObject* watched, QEvent* event) {
             const QModelIndex current = m_view->currentIndex();
             if (current.isValid()) {
                 const int id = m_model->idOfModelColumn(current.column());
+                const int row = m_model->storedRow(current.row());
                 if ((m_menuFlags & MenuCopyCell) && isColumnVisible(id)) {
-                    copyCell(current.row(), id);
+                    copyCell(row, id);
                 } else if (m_menuFlags & MenuCopyRow) {
-                    copyRow(current.row());
+                    copyRow(row);
                 }
             }
             return true;

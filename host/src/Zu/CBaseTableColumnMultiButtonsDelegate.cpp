@@ -151,7 +151,8 @@ void CBaseTableColumnMultiButtonsDelegate::paint(QPainter* painter,
     QStyle* style = widget ? widget->style() : QApplication::style();
     style->drawControl(QStyle::CE_ItemViewItem, &background, painter, widget);
 
-    const QVector<ButtonData>* buttons = buttonsOfRow(index.row());
+    const int row = rowOf(index);
+    const QVector<ButtonData>* buttons = buttonsOfRow(row);
     if (!buttons) {
         return;
     }
@@ -164,8 +165,8 @@ void CBaseTableColumnMultiButtonsDelegate::paint(QPainter* painter,
     for (int i = 0; i < rects.size(); ++i) {
         const ButtonData& button = (*buttons)[i];
         const bool enabled = !button.flag;
-        const bool hovered = enabled && index.row() == m_hoverRow && button.id == m_hoverButton;
-        const bool pressed = enabled && index.row() == m_pressRow && button.id == m_pressButton;
+        const bool hovered = enabled && row == m_hoverRow && button.id == m_hoverButton;
+        const bool pressed = enabled && row == m_pressRow && button.id == m_pressButton;
         QRect rect = rects[i];
         if (pressed) {
             rect.translate(0, 1);
@@ -193,7 +194,7 @@ void CBaseTableColumnMultiButtonsDelegate::paint(QPainter* painter,
 QSize CBaseTableColumnMultiButtonsDelegate::sizeHint(const QStyleOptionViewItem& option,
                                                      const QModelIndex& index) const {
     QSize size = QStyledItemDelegate::sizeHint(option, index);
-    if (const QVector<ButtonData>* buttons = buttonsOfRow(index.row())) {
+    if (const QVector<ButtonData>* buttons = buttonsOfRow(rowOf(index))) {
         const QVector<QRect> rects =
             layoutButtons(QRect(0, 0, 10000, size.height() + 8), *buttons, option.fontMetrics);
         if (!rects.isEmpty()) {
@@ -209,14 +210,16 @@ QWidget* CBaseTableColumnMultiButtonsDelegate::createEditor(QWidget*, const QSty
     return nullptr;
 }
 
-void CBaseTableColumnMultiButtonsDelegate::updateRow(int row) const {
-    if (row < 0) {
-        return;
-    }
-    // Rows the view has not been told about yet need no repaint.
+int CBaseTableColumnMultiButtonsDelegate::rowOf(const QModelIndex& index) const {
+    return m_table ? m_table->storedRowOf(index.row()) : -1;
+}
+
+void CBaseTableColumnMultiButtonsDelegate::updateRow(int storedRow) const {
+    // Rows the view has not been told about yet, or does not show, need no repaint.
+    const int row = m_table ? m_table->viewRowOf(storedRow) : -1;
     QTableView* view = tableView();
     QAbstractItemModel* model = view ? view->model() : nullptr;
-    if (!model || row >= model->rowCount()) {
+    if (row < 0 || !model || row >= model->rowCount()) {
         return;
     }
     for (int column = 0; column < model->columnCount(); ++column) {
@@ -252,15 +255,15 @@ bool CBaseTableColumnMultiButtonsDelegate::eventFilter(QObject* watched, QEvent*
             const QPoint pos = static_cast<QMouseEvent*>(event)->pos();
             const QModelIndex index = view->indexAt(pos);
             int hovered = -1;
+            const int row = rowOf(index);
             if (isOurCell(index)) {
-                const int at =
-                    buttonAt(view->visualRect(index), index.row(), pos, view->fontMetrics());
-                const QVector<ButtonData>* buttons = buttonsOfRow(index.row());
+                const int at = buttonAt(view->visualRect(index), row, pos, view->fontMetrics());
+                const QVector<ButtonData>* buttons = buttonsOfRow(row);
                 if (at >= 0 && !(*buttons)[at].flag) {
                     hovered = (*buttons)[at].id;
                 }
             }
-            setHover(hovered >= 0 ? index.row() : -1, hovered);
+            setHover(hovered >= 0 ? row : -1, hovered);
         } else if (event->type() == QEvent::Leave) {
             setHover(-1, -1);
         }
@@ -277,7 +280,7 @@ bool CBaseTableColumnMultiButtonsDelegate::editorEvent(QEvent* event, QAbstractI
         return QStyledItemDelegate::editorEvent(event, model, option, index);
     }
     auto* mouse = static_cast<QMouseEvent*>(event);
-    const int row = index.row();
+    const int row = rowOf(index);
     const int at = buttonAt(option.rect, row, mouse->pos(), option.fontMetrics);
     const QVector<ButtonData>* buttons = buttonsOfRow(row);
     const int buttonId = (at >= 0 && !(*buttons)[at].flag) ? (*buttons)[at].id : -1;
@@ -308,10 +311,10 @@ bool CBaseTableColumnMultiButtonsDelegate::helpEvent(QHelpEvent* event, QAbstrac
                                                      const QStyleOptionViewItem& option,
                                                      const QModelIndex& index) {
     if (event->type() == QEvent::ToolTip) {
-        const int at = buttonAt(option.rect, index.row(), event->pos(), option.fontMetrics);
+        const int row = rowOf(index);
+        const int at = buttonAt(option.rect, row, event->pos(), option.fontMetrics);
         if (at >= 0) {
-            const QString tip =
-                (*buttonsOfRow(index.row()))[at].extra.value(QStringLiteral("tooltip"));
+            const QString tip = (*buttonsOfRow(row))[at].extra.value(QStringLiteral("tooltip"));
             if (!tip.isEmpty()) {
                 QToolTip::showText(event->globalPos(), tip, view);
                 return true;
@@ -330,14 +333,15 @@ QRect CBaseTableColumnMultiButtonsDelegate::buttonRect(int row, int buttonId) co
     }
     QTableView* view = m_table->view();
     QAbstractItemModel* model = view ? view->model() : nullptr;
-    if (!model || row >= model->rowCount()) {
+    const int shown = m_table->viewRowOf(row);
+    if (!model || shown < 0) {
         return QRect();
     }
     for (int column = 0; column < model->columnCount(); ++column) {
         if (view->itemDelegateForColumn(column) != this || view->isColumnHidden(column)) {
             continue;
         }
-        const QRect cell = view->visualRect(model->index(row, column));
+        const QRect cell = view->visualRect(model->index(shown, column));
         const QVector<QRect> rects = layoutButtons(cell, *buttons, view->fontMetrics());
         for (int i = 0; i < rects.size(); ++i) {
             if ((*buttons)[i].id == buttonId) {

@@ -90,6 +90,18 @@ void CTableModel::setText(int row, int id, const QString& text) {
         return;
     }
     target = text;
+    if (m_ordered) {
+        // Where the row goes now depends on its texts.
+        const int shown = viewRow(row);
+        if (shown >= 0) {
+            const QModelIndex changed = index(shown, m_columnOfId[id]);
+            emit dataChanged(changed, changed, {Qt::DisplayRole});
+        }
+        if (row < m_committed) {
+            emit orderStale();
+        }
+        return;
+    }
     // Rows not yet announced are read fresh when they are.
     if (row < m_committed) {
         const QModelIndex changed = index(row, m_columnOfId[id]);
@@ -112,6 +124,12 @@ void CTableModel::flush() {
     if (m_committed >= m_rows) {
         return;
     }
+    if (m_ordered) {
+        // New rows are shown once the order that includes them is made.
+        m_committed = m_rows;
+        emit orderStale();
+        return;
+    }
     beginInsertRows(QModelIndex(), m_committed, m_rows - 1);
     m_committed = m_rows;
     endInsertRows();
@@ -124,11 +142,54 @@ void CTableModel::clearRows() {
     m_computed.clear();
     m_rows = 0;
     m_committed = 0;
+    m_order.clear();
+    m_viewOf.clear();
     endResetModel();
 }
 
+void CTableModel::setOrder(std::vector<int> order) {
+    beginResetModel();
+    m_ordered = true;
+    m_order = std::move(order);
+    m_viewOf.assign(size_t(m_rows), -1);
+    for (size_t shown = 0; shown < m_order.size(); ++shown) {
+        m_viewOf[size_t(m_order[shown])] = int(shown);
+    }
+    endResetModel();
+}
+
+void CTableModel::clearOrder() {
+    if (!m_ordered) {
+        return;
+    }
+    beginResetModel();
+    m_ordered = false;
+    m_order.clear();
+    m_viewOf.clear();
+    m_committed = m_rows;
+    endResetModel();
+}
+
+int CTableModel::storedRow(int viewRow) const {
+    if (m_ordered) {
+        return viewRow >= 0 && size_t(viewRow) < m_order.size() ? m_order[size_t(viewRow)] : -1;
+    }
+    return viewRow >= 0 && viewRow < m_committed ? viewRow : -1;
+}
+
+int CTableModel::viewRow(int storedRow) const {
+    if (m_ordered) {
+        return storedRow >= 0 && size_t(storedRow) < m_viewOf.size() ? m_viewOf[size_t(storedRow)]
+                                                                     : -1;
+    }
+    return storedRow >= 0 && storedRow < m_committed ? storedRow : -1;
+}
+
 int CTableModel::rowCount(const QModelIndex& parent) const {
-    return parent.isValid() ? 0 : m_committed;
+    if (parent.isValid()) {
+        return 0;
+    }
+    return m_ordered ? int(m_order.size()) : m_committed;
 }
 
 int CTableModel::columnCount(const QModelIndex& parent) const {
@@ -136,11 +197,12 @@ int CTableModel::columnCount(const QModelIndex& parent) const {
 }
 
 QVariant CTableModel::data(const QModelIndex& index, int role) const {
-    if (!index.isValid() || index.row() >= m_committed || index.column() >= m_liveIds.size()) {
+    const int row = index.isValid() ? storedRow(index.row()) : -1;
+    if (row < 0 || index.column() >= m_liveIds.size()) {
         return QVariant();
     }
     if (role == Qt::DisplayRole || role == Qt::ToolTipRole) {
-        const QString text = this->text(index.row(), m_liveIds[index.column()]);
+        const QString text = this->text(row, m_liveIds[index.column()]);
         if (role == Qt::ToolTipRole && text.isEmpty()) {
             return QVariant();
         }

@@ -43,6 +43,15 @@ public:
     void flush();
     void clearRows();
 
+    // The view's order: which stored rows it shows, in what order (a find or a sort). Without
+    // one the view shows every stored row in the order appended.
+    void setOrder(std::vector<int> order);
+    void clearOrder();
+    bool isOrdered() const { return m_ordered; }
+    // A view row's stored row and back; -1 when there is none or the row is not shown.
+    int storedRow(int viewRow) const;
+    int viewRow(int storedRow) const;
+
     int rowCount(const QModelIndex& parent = QModelIndex()) const override;
     int columnCount(const QModelIndex& parent = QModelIndex()) const override;
     QVariant data(const QModelIndex& index, int role = Qt::DisplayRole) const override;
@@ -53,6 +62,9 @@ public:
 signals:
     // The first row after a flush was appended: a flush is due.
     void rowsPending();
+    // Rows were added, or a stored row's text changed, while the view keeps an order of its
+    // own: the order must be made again.
+    void orderStale();
 
 private:
     QStringList m_headers;
@@ -67,6 +79,9 @@ private:
     int m_stride = 0;
     int m_rows = 0;
     int m_committed = 0;
+    bool m_ordered = false;
+    std::vector<int> m_order;   // view row -> stored row
+    std::vector<int> m_viewOf;  // stored row -> view row, -1 when not shown
 };
 
 }  // namespace Zu

@@ -7,10 +7,15 @@
 #include <QComboBox>
 #include <QDateTimeEdit>
 #include <QFile>
+#include <QHeaderView>
+#include <QJsonObject>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMainWindow>
+#include <QPlainTextEdit>
 #include <QPushButton>
 #include <QSettings>
+#include <QTableView>
 #include <QTemporaryDir>
 #include <QThreadPool>
 #include <QtTest>
@@ -22,8 +27,10 @@
 #include "CCaller.h"
 #include "CConsoleWindow.h"
 #include "EmbeddedService.h"
+#include "Hlx/COrinClientCenter.h"
 #include "RecordBuilders.h"
 #include "ScriptedAuditTrail.h"
+#include "ScriptedBackend.h"
 #include "TestIds.h"
 #include "Zu/COddEvenRowTable.h"
 #include "model/CAuditVocabulary.h"
@@ -149,13 +156,14 @@ private slots:
         for (const Hlx::CAuditEntry& entry : entries)
             times << expectedLocal(entry.timeMs);
         QCOMPARE(column(dock, CAuditRows::Time), times);
-        QCOMPARE(column(dock, CAuditRows::Action), QStringList({"delete", "add", "add"}));
+        QCOMPARE(column(dock, CAuditRows::Action), QStringList({"删除", "添加", "添加"}));
         QVERIFY(entries.front().id > entries.back().id);
         const QString who = QStringLiteral("admin (本地 %1)")
                                 .arg(QString::fromStdString(CCaller::operatingSystemUser()));
         QCOMPARE(column(dock, CAuditRows::Account), QStringList({who, who, who}));
-        QCOMPARE(dock.table()->itemText(0, CAuditRows::DataType), QString("quote_source"));
-        QCOMPARE(dock.table()->itemText(0, CAuditRows::Subsystem), QString("sys1"));
+        QCOMPARE(dock.table()->itemText(0, CAuditRows::DataType), QString("行情源"));
+        // The sub-system by its display name.
+        QCOMPARE(dock.table()->itemText(0, CAuditRows::Subsystem), QString("上海主站"));
         QCOMPARE(dock.table()->itemText(0, CAuditRows::Ids),
                  QString::fromStdString(entries.front().ids));
     }
@@ -233,10 +241,10 @@ private slots:
             QVERIFY2(actions->findData(QString(action)) > 0, action);
         actions->setCurrentIndex(actions->findData(QString("delete")));
         QVERIFY(reload(dock));
-        QCOMPARE(column(dock, CAuditRows::Action), QStringList({"delete"}));
+        QCOMPARE(column(dock, CAuditRows::Action), QStringList({"删除"}));
         actions->setCurrentIndex(actions->findData(QString("add")));
         QVERIFY(reload(dock));
-        QCOMPARE(column(dock, CAuditRows::Action), QStringList({"add", "add"}));
+        QCOMPARE(column(dock, CAuditRows::Action), QStringList({"添加", "添加"}));
         actions->setCurrentIndex(0);
         QVERIFY(reload(dock));
         QCOMPARE(dock.table()->rowCount(), 3);
@@ -296,7 +304,7 @@ private slots:
         // The change, and viewer's refused reads of the trail (one entry counting them).
         QTRY_COMPARE(dock.table()->rowCount(), 2);
         QVERIFY(dock.message().isEmpty());
-        QCOMPARE(dock.table()->itemText(0, CAuditRows::Action), QStringLiteral("read"));
+        QCOMPARE(dock.table()->itemText(0, CAuditRows::Action), QStringLiteral("读取"));
         QVERIFY(!dock.table()->itemText(0, CAuditRows::Error).isEmpty());
     }
 
@@ -315,12 +323,87 @@ private slots:
             QByteArray("\xEF\xBB\xBF") +
             QStringLiteral(
                 "时间,账户,客户端地址,分系统,操作,数据类型,编号,次数,错误信息\r\n"
-                "2024-06-10T06:13:20.123Z,\"张三,\"\"老\"\"\n王\",192.0.2.7,sys1,modify,"
-                "quote_source,\"7,8\",1,\r\n"
-                "2024-06-10T06:13:21.000Z,admin (本地 ops),,sys1,modify,quote_source,\"7,8\",1,"
+                "2024-06-10T06:13:20.123Z,\"张三,\"\"老\"\"\n王\",192.0.2.7,上海主站,修改,"
+                "行情源,\"7,8\",1,\r\n"
+                "2024-06-10T06:13:21.000Z,admin (本地 ops),,上海主站,修改,行情源,\"7,8\",1,"
                 "\"拒绝, 没有权限\"\r\n")
                 .toUtf8();
         QCOMPARE(file.readAll(), expected);
+    }
+
+    void actionsDataTypesAndSubsystemsReadInChinese() {
+        auto subsystems = boost::make_shared<ScriptedBackend>();
+        subsystems->setSubsystems({{"sys1", "上海分系统"}});
+        Hlx::COrinClientCenter::instance()->setBackend(subsystems);
+        auto admin = boost::make_shared<ScriptedAuditTrail>();
+        Hlx::CAuditEntry entry = scriptedEntry(1718000000123LL, "admin", false, "");
+        admin->setEntries({entry});
+        CAuditDock dock(admin);
+        QVERIFY(reload(dock));
+        QCOMPARE(dock.table()->itemText(0, CAuditRows::Action), QStringLiteral("修改"));
+        QCOMPARE(dock.table()->itemText(0, CAuditRows::DataType), QStringLiteral("行情源"));
+        QCOMPARE(dock.table()->itemText(0, CAuditRows::Subsystem), QStringLiteral("上海分系统"));
+        const QString csv =
+            QString::fromUtf8(CAuditRows::csv(dock.entries(), {{"sys1", "上海分系统"}}));
+        QVERIFY(csv.contains(QStringLiteral(",上海分系统,修改,行情源,")));
+        QVERIFY(dock.exportCsv(m_dir.filePath("chinese.csv")));
+        QFile file(m_dir.filePath("chinese.csv"));
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        QVERIFY(
+            QString::fromUtf8(file.readAll()).contains(QStringLiteral(",上海分系统,修改,行情源,")));
+        // The filter offers every action in Chinese and sends the stored name.
+        auto* actions = dock.findChild<QComboBox*>("auditAction");
+        const int modify = actions->findData(QString("modify"));
+        QCOMPARE(actions->itemText(modify), QStringLiteral("修改"));
+        for (int i = 1; i < actions->count(); ++i) {
+            const QString shown = actions->itemText(i);
+            QVERIFY2(shown != actions->itemData(i).toString(), qPrintable(shown));
+            QVERIFY2(shown.at(0).unicode() >= 0x4e00, qPrintable(shown));
+        }
+        actions->setCurrentIndex(modify);
+        QVERIFY(reload(dock));
+        QCOMPARE(admin->lastFilter().action, std::string("modify"));
+        Hlx::COrinClientCenter::instance()->setBackend({});
+    }
+
+    void selectedEntryShowsItsFieldsBeforeAndAfter() {
+        auto admin = boost::make_shared<ScriptedAuditTrail>();
+        Hlx::CAuditEntry entry = scriptedEntry(1718000000123LL, "admin", false, "");
+        Hlx::CAuditEntry::Detail detail;
+        detail.recordId = "7";
+        detail.before =
+            QJsonObject{{"address", "10.0.0.1"}, {"port", 8000}, {"password", "******"}};
+        detail.after = QJsonObject{{"address", "10.0.0.1"}, {"port", 9000}, {"password", "******"}};
+        entry.details.push_back(detail);
+        admin->setEntries({entry, scriptedEntry(1718000000000LL, "admin", false, "")});
+        CAuditDock dock(admin);
+        QVERIFY(reload(dock));
+        QVERIFY(dock.detailText().isEmpty());
+        dock.table()->selectRow(0);
+        const QString shown = dock.detailText();
+        QVERIFY2(shown.contains(QStringLiteral("记录 7")), qPrintable(shown));
+        QVERIFY2(shown.contains(QStringLiteral("* port: 8000 → 9000")), qPrintable(shown));
+        QVERIFY2(shown.contains(QStringLiteral("  address: 10.0.0.1 → 10.0.0.1")),
+                 qPrintable(shown));
+        QVERIFY2(shown.contains(QStringLiteral("password: ****** → ******")), qPrintable(shown));
+        dock.table()->selectRow(1);
+        QCOMPARE(dock.detailText(), QStringLiteral("此记录没有变更前后的内容"));
+    }
+
+    void dockOpensAtLeastEightRowsHigh() {
+        auto admin = boost::make_shared<ScriptedAuditTrail>();
+        QMainWindow window;
+        window.setCentralWidget(new QWidget);
+        window.resize(1000, 700);
+        auto* dock = new CAuditDock(admin, &window);
+        window.addDockWidget(Qt::BottomDockWidgetArea, dock);
+        window.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&window));
+        QTableView* view = dock->table()->view();
+        const int rowHeight = view->verticalHeader()->defaultSectionSize();
+        QVERIFY2(view->viewport()->height() >= 8 * rowHeight,
+                 qPrintable(QString::number(view->viewport()->height())));
+        QVERIFY(dock->findChild<QPlainTextEdit*>("auditDetail")->isVisible());
     }
 
     void exportFailureIsShown() {

@@ -374,6 +374,21 @@ private slots:
         QVERIFY(dialog.isAdd());
     }
 
+    void reopenedDialogStartsAtTheAddress() {
+        CSetStockQuotesDialog dialog(2, nullptr, false);
+        dialog.show();
+        QApplication::setActiveWindow(&dialog);
+        QVERIFY(QTest::qWaitForWindowActive(&dialog));
+        // The operator left the dialog in 密码; it opens again at 地址.
+        dialog.passwordEdit()->setFocus();
+        QTRY_COMPARE(QApplication::focusWidget(), static_cast<QWidget*>(dialog.passwordEdit()));
+        dialog.hide();
+        dialog.show();
+        QApplication::setActiveWindow(&dialog);
+        QVERIFY(QTest::qWaitForWindowActive(&dialog));
+        QTRY_COMPARE(QApplication::focusWidget(), static_cast<QWidget*>(dialog.addressEdit()));
+    }
+
     void serverName() {
         CSetStockQuotesDialog dialog(2, nullptr, false);
         dialog.setBasicInfo(QString("sys2"));

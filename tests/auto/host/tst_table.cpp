@@ -71,6 +71,8 @@ private slots:
     void computedRowsReadTheirTexts();
     void adjustColumnWidthFitsComputedAndChineseTexts();
     void viewNeverSorts();
+    void findRunsBetweenEventLoopTurnsAndKeepsTheSelection();
+    void sortableTableSortsByColumnKind();
 };
 
 void TableTest::columnIdsSurviveRemovals() {
@@ -444,6 +446,71 @@ void TableTest::viewNeverSorts() {
     fillRow(table.get(), 1);
     table->view()->sortByColumn(2, Qt::AscendingOrder);
     QCOMPARE(table->view()->model()->index(0, 2).data().toString(), QStringLiteral("10.0.0.9"));
+}
+
+void TableTest::findRunsBetweenEventLoopTurnsAndKeepsTheSelection() {
+    auto table = stockTable();
+    const int rows = 50000;
+    table->setRowTexts([](int row, int id) {
+        return id == 5 ? QStringLiteral("10.%1.%2.1").arg(row / 256).arg(row % 256)
+                       : QStringLiteral("用户%1").arg(row);
+    });
+    for (int i = 0; i < rows; ++i) {
+        table->appendComputedRow();
+    }
+    table->selectRow(rows - 1);
+    table->setFilterText(QStringLiteral("用户4999"));
+    // Not all at once: the rows are looked at a slice per event-loop turn.
+    QVERIFY(table->isArranging());
+    QVERIFY(table->hidesRows());
+    QTRY_VERIFY(!table->isArranging());
+    QCOMPARE(table->shownRowCount(), 11);  // 4999 and 49990..49999
+    QCOMPARE(table->selectedRow(), rows - 1);
+    QCOMPARE(table->storedRowOf(table->viewRowOf(rows - 1)), rows - 1);
+    QVERIFY(table->longestArrangeSliceMs() < 1000);
+    // The find looks at shown columns only: the hidden password column is not searched.
+    table->setItemText(7, 8, QStringLiteral("secret"));
+    table->setFilterText(QStringLiteral("secret"));
+    table->finishArranging();
+    QCOMPARE(table->shownRowCount(), 0);
+    // A row the find hides is no longer selected: no action reaches a row the operator cannot
+    // see.
+    QCOMPARE(table->selectedRow(), -1);
+    table->setFilterText(QString());
+    QVERIFY(!table->isArranging());
+    QCOMPARE(table->shownRowCount(), rows);
+}
+
+void TableTest::sortableTableSortsByColumnKind() {
+    auto table = stockTable();
+    table->setSortable(true);
+    QVERIFY(table->view()->horizontalHeader()->sectionsClickable());
+    table->setColumnSortKind(6, Zu::CBaseNormalTable::SortNumber);
+    table->setColumnSortKind(5, Zu::CBaseNormalTable::SortAddress);
+    const QStringList addresses = {QStringLiteral("10.0.0.10"), QStringLiteral("10.0.0.9"),
+                                   QStringLiteral("2001:db8::1"), QStringLiteral("host.example")};
+    const QStringList ports = {QStringLiteral("80"), QStringLiteral("8000"), QStringLiteral("443"),
+                               QStringLiteral("9")};
+    for (int i = 0; i < addresses.size(); ++i) {
+        const int row = table->appendRow();
+        table->setItemText(row, 5, addresses[i]);
+        table->setItemText(row, 6, ports[i]);
+    }
+    const auto shownColumn = [&](int id) {
+        QStringList texts;
+        for (int v = 0; v < table->shownRowCount(); ++v) {
+            texts << table->itemText(table->storedRowOf(v), id);
+        }
+        return texts;
+    };
+    table->sortByColumnId(6, Qt::AscendingOrder);
+    table->finishArranging();
+    QCOMPARE(shownColumn(6), (QStringList{"9", "80", "443", "8000"}));
+    table->sortByColumnId(5, Qt::AscendingOrder);
+    table->finishArranging();
+    QCOMPARE(shownColumn(5), (QStringList{"10.0.0.9", "10.0.0.10", "2001:db8::1", "host.example"}));
+    table->sortByColumnId(-1, Qt::AscendingOrder);
+    QCOMPARE(shownColumn(5), addresses);
 }
 
 QTEST_MAIN(TableTest)
