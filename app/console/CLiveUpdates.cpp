@@ -69,6 +69,9 @@ void CLiveUpdates::follow(Hlx::IorinDockableWidget* panel) {
 void CLiveUpdates::onChange(const Hlx::CChangeEvent& change) {
     if (change.listening && !change.resync)
         return;
+    // A probe's finding: no change anyone made, nothing to reload (the status dock follows it).
+    if (change.probeChange)
+        return;
     if (!change.own && !change.resync)
         note(change);
     // Every change has its entry in the trail.
