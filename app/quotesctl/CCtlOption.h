@@ -36,6 +36,7 @@ public:
         kKey,
         kLimit,
         kIfRevision,
+        kAll,
     };
     enum class Kind {
         Flag,       // no value

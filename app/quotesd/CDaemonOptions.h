@@ -22,6 +22,10 @@ struct CDaemonOptions {
     bool generate = false;  // init: make admin's password instead of reading it
     QString account;        // reset-password
     qint64 lockoutBaseMs = 30 * 1000;
+    // Serving: probe every source's addresses every so many seconds (0: only on demand), and
+    // where probes may connect ("CIDR,..."; empty: everything but loopback and link-local).
+    qint64 probeIntervalS = 0;
+    QString probeAllow;
     CServerLimits limits;
 
     // Arguments without the program name. False with *error set on a bad command line.

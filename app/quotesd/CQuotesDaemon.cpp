@@ -21,10 +21,12 @@
 #include "CGuardedServer.h"
 #include "CLoginManager.h"
 #include "CPasswordHasher.h"
+#include "CProbeAllowList.h"
 #include "CQuotesService.h"
 #include "CSecretBox.h"
 #include "CSecretKeyFile.h"
 #include "CServiceError.h"
+#include "CSourceProber.h"
 #include "CTlsIdentity.h"
 
 namespace {
@@ -249,6 +251,17 @@ CServerLimits CQuotesDaemon::fittedLimits(const CQuotesService& service) const {
     return limits;
 }
 
+void CQuotesDaemon::startProbing(CQuotesService& service) const {
+    // Checked by the command line's parser already.
+    if (!m_options.probeAllow.isEmpty())
+        service.prober().tcp().setAllowList(CProbeAllowList::parse(m_options.probeAllow));
+    if (m_options.probeIntervalS <= 0)
+        return;
+    service.prober().start(std::chrono::seconds(m_options.probeIntervalS));
+    say(QStringLiteral("probing the sources every %1 s (one server per database)")
+            .arg(m_options.probeIntervalS));
+}
+
 int CQuotesDaemon::serve() {
     QString error;
     const CTlsIdentity identity =
@@ -263,6 +276,7 @@ int CQuotesDaemon::serve() {
     if (!service)
         return fail(error);
     const CServerLimits limits = fittedLimits(*service);
+    startProbing(*service);
     CLoginManager::Options loginOptions;
     loginOptions.lockoutBaseMs = m_options.lockoutBaseMs;
     loginOptions.concurrentPasswordChecks = limits.passwordChecks;

@@ -20,8 +20,9 @@ public:
             ::close(fd);
     }
 
-    // Listening; connects complete in the kernel without an accept.
-    int open() { return listenOn(16); }
+    // Listening; connects complete in the kernel without an accept. Nobody accepts them, so
+    // each probe stays in the queue: the largest backlog keeps it from filling in a test's time.
+    int open() { return listenOn(SOMAXCONN); }
 
     // Nothing listens there any more.
     int closed() {
