@@ -113,13 +113,14 @@ RKError CCallCodec::decode(const v1::ProbeSourcesRequest& in, ProbeParams* out) 
 
 RKError CCallCodec::decode(const v1::ProbeStatusRequest& in, ProbeStatusParams* out) {
     CCodecChecks c;
-    std::get<0>(*out) = c.text(in.subsystem(), "subsystem");
+    std::get<0>(*out) = c.name(in.subsystem(), "subsystem");
     return c.error();
 }
 
 RKError CCallCodec::decode(const v1::ProbeHistoryRequest& in, ProbeHistoryParams* out) {
     CCodecChecks c;
-    std::get<0>(*out) = c.text(in.address(), "address");
+    std::get<0>(*out) = c.bounded(in.address(), "address",
+                                  Hlx::CFieldLimits::of(Hlx::CFieldLimit::Address).maxBytes);
     std::get<1>(*out) = in.port();
     std::get<2>(*out) = in.since_ms();
     return c.error();

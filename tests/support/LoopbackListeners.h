@@ -22,23 +22,24 @@ public:
 
     // Listening; connects complete in the kernel without an accept. Nobody accepts them, so
     // each probe stays in the queue: the largest backlog keeps it from filling in a test's time.
-    int open() { return listenOn(SOMAXCONN); }
+    // Each on 127.0.0.1 unless another address of 127.0.0.0/8 is given (host order).
+    int open(uint32_t address = INADDR_LOOPBACK) { return listenOn(SOMAXCONN, address); }
 
     // Nothing listens there any more.
-    int closed() {
-        const int fd = bound();
+    int closed(uint32_t address = INADDR_LOOPBACK) {
+        const int fd = bound(address);
         const int port = portOf(fd);
         ::close(fd);
         return port;
     }
 
     // Listening with a backlog of 0, filled by connections nobody accepts.
-    int full() {
-        const int port = listenOn(0);
+    int full(uint32_t address = INADDR_LOOPBACK) {
+        const int port = listenOn(0, address);
         for (int i = 0; i < 3; ++i) {
             const int client = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-            const sockaddr_in address = loopback(port);
-            ::connect(client, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
+            const sockaddr_in server = loopback(port, address);
+            ::connect(client, reinterpret_cast<const sockaddr*>(&server), sizeof(server));
             // The first ones complete (the queue takes them); a later one hangs.
             pollfd wait = {client, POLLOUT, 0};
             ::poll(&wait, 1, 200);
@@ -60,17 +61,17 @@ public:
     }
 
 private:
-    static sockaddr_in loopback(int port) {
+    static sockaddr_in loopback(int port, uint32_t host) {
         sockaddr_in address{};
         address.sin_family = AF_INET;
         address.sin_port = htons(static_cast<uint16_t>(port));
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        address.sin_addr.s_addr = htonl(host);
         return address;
     }
 
-    static int bound() {
+    static int bound(uint32_t host) {
         const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        const sockaddr_in address = loopback(0);
+        const sockaddr_in address = loopback(0, host);
         ::bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
         return fd;
     }
@@ -82,8 +83,8 @@ private:
         return ntohs(address.sin_port);
     }
 
-    int listenOn(int backlog) {
-        const int fd = bound();
+    int listenOn(int backlog, uint32_t host) {
+        const int fd = bound(host);
         ::listen(fd, backlog);
         m_fds.push_back(fd);
         m_listening.insert(fd);

@@ -12,6 +12,7 @@
 #include "CRemoteAdmin.h"
 #include "ChangeLog.h"
 #include "LoopbackListeners.h"
+#include "ProbeResults.h"
 #include "QuotesctlOnServer.h"
 #include "QuotesdLogin.h"
 #include "RecordBuilders.h"
@@ -29,15 +30,6 @@ utils::RKError addSource(Hlx::IQuotesAdmin& admin, const std::string& address, i
     request.operateType = rkservice::kOperateAdd;
     request.datas.push_back(RecordBuilders::source(0, 10000, 2, address, port));
     return admin.operate(Hlx::CRequestTarget::subsystem("sys1"), request, nullptr);
-}
-
-const Hlx::CProbeResult* resultAt(const std::vector<Hlx::CProbeResult>& results,
-                                  const std::string& address, int port) {
-    for (const Hlx::CProbeResult& result : results) {
-        if (result.address == address && result.port == port)
-            return &result;
-    }
-    return nullptr;
 }
 
 }  // namespace
@@ -77,11 +69,11 @@ private slots:
         const utils::RKError probed = viewer->probeSources({}, true, &results);
         QVERIFY2(probed.isSuccess(), probed.errorMsg().c_str());
         QCOMPARE(int(results.size()), 3);
-        QCOMPARE(resultAt(results, "127.0.0.1", m_open)->state,
+        QCOMPARE(probeResultAt(results, "127.0.0.1", m_open)->state,
                  std::string(CProbeVocabulary::kReachable));
-        QCOMPARE(resultAt(results, "127.0.0.1", m_closed)->state,
+        QCOMPARE(probeResultAt(results, "127.0.0.1", m_closed)->state,
                  std::string(CProbeVocabulary::kRefused));
-        const Hlx::CProbeResult* documentation = resultAt(results, "192.0.2.11", 9999);
+        const Hlx::CProbeResult* documentation = probeResultAt(results, "192.0.2.11", 9999);
         QCOMPARE(documentation->state, std::string(CProbeVocabulary::kNotProbed));
         QVERIFY(!documentation->error.empty());
         QCOMPARE(documentation->sourceIds.size(), std::size_t(1));
@@ -99,7 +91,7 @@ private slots:
         std::vector<Hlx::CProbeResult> status;
         QTRY_VERIFY_WITH_TIMEOUT(viewer->probeStatus("sys1", &status).isSuccess() &&
                                      status.size() == 3 &&
-                                     resultAt(status, "127.0.0.1", m_open)->checkedMs > 0,
+                                     probeResultAt(status, "127.0.0.1", m_open)->checkedMs > 0,
                                  10000);
         std::vector<Hlx::CProbeSample> history;
         QVERIFY(viewer->probeHistory("127.0.0.1", m_open, 0, &history).isSuccess());

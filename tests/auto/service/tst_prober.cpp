@@ -17,6 +17,7 @@
 #include "ChangeLog.h"
 #include "LoopbackListeners.h"
 #include "OwnerCalls.h"
+#include "ProbeResults.h"
 #include "RecordBuilders.h"
 #include "ServiceResults.h"
 #include "TestDatabases.h"
@@ -32,15 +33,6 @@ CTcpProber loopbackProber(int timeoutMs = 3000, int concurrency = 64) {
     options.timeoutMs = timeoutMs;
     options.concurrency = concurrency;
     return CTcpProber(CProbeAllowList::only({QStringLiteral("127.0.0.0/8")}), options);
-}
-
-const Hlx::CProbeResult* resultAt(const std::vector<Hlx::CProbeResult>& results,
-                                  const std::string& address, int port) {
-    for (const Hlx::CProbeResult& result : results) {
-        if (result.address == address && result.port == port)
-            return &result;
-    }
-    return nullptr;
 }
 
 }  // namespace
@@ -236,12 +228,12 @@ private slots:
         QVERIFY(loopbackId > 0 && documentationId > 0);
         const auto results = probe({}, true);
         QCOMPARE(int(results.size()), 2);
-        const auto* documentation = resultAt(results, "192.0.2.11", 9999);
+        const auto* documentation = probeResultAt(results, "192.0.2.11", 9999);
         QVERIFY(documentation);
         QCOMPARE(documentation->state, std::string(CProbeVocabulary::kNotProbed));
         QVERIFY(!documentation->error.empty());
         QCOMPARE(documentation->sourceIds, std::vector<int>{documentationId});
-        QCOMPARE(resultAt(results, "127.0.0.1", open)->state,
+        QCOMPARE(probeResultAt(results, "127.0.0.1", open)->state,
                  std::string(CProbeVocabulary::kReachable));
         QCOMPARE(m_service->prober().tcp().connectsTo(QStringLiteral("192.0.2.11")), 0LL);
         QCOMPARE(m_service->prober().tcp().connectsStarted(), 1LL);
@@ -259,12 +251,12 @@ private slots:
         QVERIFY(futures > 0 && futures2 > 0 && stock > 0);
         const auto results = probe({futures, futures2, stock});
         QCOMPARE(int(results.size()), 2);
-        const auto* first = resultAt(results, "127.0.0.1", open);
+        const auto* first = probeResultAt(results, "127.0.0.1", open);
         QVERIFY(first);
         QCOMPARE(first->sourceIds, (std::vector<int>{futures, futures2, stock}));
-        QCOMPARE(resultAt(results, "127.0.0.1", other)->sourceIds,
+        QCOMPARE(probeResultAt(results, "127.0.0.1", other)->sourceIds,
                  (std::vector<int>{futures, futures2}));
-        QCOMPARE(resultAt(results, "127.0.0.1", other)->state,
+        QCOMPARE(probeResultAt(results, "127.0.0.1", other)->state,
                  std::string(CProbeVocabulary::kReachable));
         // Three sources, two addresses: two connects.
         QCOMPARE(m_service->prober().tcp().connectsTo(kLoopback), 2LL);
@@ -386,9 +378,9 @@ private slots:
         std::vector<Hlx::CProbeResult> status;
         QVERIFY(m_service->probeStatus(CCaller::owner(), "", &status).isSuccess());
         QCOMPARE(int(status.size()), 2);
-        QCOMPARE(resultAt(status, "127.0.0.1", port)->state,
+        QCOMPARE(probeResultAt(status, "127.0.0.1", port)->state,
                  std::string(CProbeVocabulary::kReachable));
-        QCOMPARE(resultAt(status, "192.0.2.11", 9999)->state,
+        QCOMPARE(probeResultAt(status, "192.0.2.11", 9999)->state,
                  std::string(CProbeVocabulary::kNotProbed));
     }
 
