@@ -73,6 +73,21 @@ public:
                               quotes::v1::AdminReply* reply) override {
         return serve(context, request, reply, &CQuotesService::modifySource);
     }
+    grpc::Status ProbeSources(grpc::ServerContext* context,
+                              const quotes::v1::ProbeSourcesRequest* request,
+                              quotes::v1::ProbeReply* reply) override {
+        return serve(context, request, reply, &CQuotesService::probeSources);
+    }
+    grpc::Status ProbeStatus(grpc::ServerContext* context,
+                             const quotes::v1::ProbeStatusRequest* request,
+                             quotes::v1::ProbeReply* reply) override {
+        return serve(context, request, reply, &CQuotesService::probeStatus);
+    }
+    grpc::Status ProbeHistory(grpc::ServerContext* context,
+                              const quotes::v1::ProbeHistoryRequest* request,
+                              quotes::v1::ProbeHistoryReply* reply) override {
+        return serve(context, request, reply, &CQuotesService::probeHistory);
+    }
     grpc::Status Subsystems(grpc::ServerContext* context,
                             const quotes::v1::SubsystemsRequest* request,
                             quotes::v1::SubsystemsReply* reply) override {

@@ -78,6 +78,16 @@ void wipeText(std::string* secret) {
     std::fill(secret->begin(), secret->end(), '\0');
 }
 
+// The results of a probe call into its reply.
+RKError encodeProbes(const std::vector<Hlx::CProbeResult>& results, v1::ProbeReply* out) {
+    for (const Hlx::CProbeResult& result : results) {
+        const RKError encoded = CRecordCodec::encodeProbe(result, out->add_results());
+        if (!encoded.isSuccess())
+            return encoded;
+    }
+    return RKError::ok();
+}
+
 }  // namespace
 
 // ---- the server: requests
@@ -93,6 +103,27 @@ RKError CCallCodec::decode(const v1::OperateRequest& in, OperateParams* out) {
 RKError CCallCodec::decode(const v1::ModifySourceRequest& in,
                            std::tuple<int, Hlx::CSourcePatch>* out) {
     return CRecordCodec::decodeSourcePatch(in, &std::get<0>(*out), &std::get<1>(*out));
+}
+
+RKError CCallCodec::decode(const v1::ProbeSourcesRequest& in, ProbeParams* out) {
+    std::get<0>(*out).assign(in.ids().begin(), in.ids().end());
+    std::get<1>(*out) = in.all();
+    return RKError::ok();
+}
+
+RKError CCallCodec::decode(const v1::ProbeStatusRequest& in, ProbeStatusParams* out) {
+    CCodecChecks c;
+    std::get<0>(*out) = c.name(in.subsystem(), "subsystem");
+    return c.error();
+}
+
+RKError CCallCodec::decode(const v1::ProbeHistoryRequest& in, ProbeHistoryParams* out) {
+    CCodecChecks c;
+    std::get<0>(*out) = c.bounded(in.address(), "address",
+                                  Hlx::CFieldLimits::of(Hlx::CFieldLimit::Address).maxBytes);
+    std::get<1>(*out) = in.port();
+    std::get<2>(*out) = in.since_ms();
+    return c.error();
 }
 
 RKError CCallCodec::decode(const v1::ExportRequest& in, ExportParams* out) {
@@ -192,6 +223,30 @@ void CCallCodec::encode(const RKError&, const SubsystemList& params, v1::Subsyst
 
 void CCallCodec::encode(const RKError&, const LoginTypes& params, v1::LoginTypeAuthReply* out) {
     CRecordCodec::encodeLoginTypeAuth(std::get<0>(params), out->mutable_login_type_auth());
+}
+
+void CCallCodec::encode(const RKError& error, const ProbeParams& params, v1::ProbeReply* out) {
+    answer(error, out, [&] { return encodeProbes(std::get<2>(params), out); });
+}
+
+void CCallCodec::encode(const RKError& error, const ProbeStatusParams& params,
+                        v1::ProbeReply* out) {
+    answer(error, out, [&] { return encodeProbes(std::get<1>(params), out); });
+}
+
+void CCallCodec::encode(const RKError& error, const ProbeHistoryParams& params,
+                        v1::ProbeHistoryReply* out) {
+    answer(error, out, [&] {
+        CCodecChecks c;
+        for (const Hlx::CProbeSample& sample : std::get<3>(params)) {
+            v1::ProbeSample* message = out->add_samples();
+            message->set_time_ms(sample.timeMs);
+            message->set_state(c.text(sample.state, "probe.state"));
+            message->set_connect_us(sample.connectUs);
+            message->set_samples(sample.samples);
+        }
+        return c.error();
+    });
 }
 
 void CCallCodec::encode(const RKError& error, const ExportParams& params, v1::ExportReply* out) {
@@ -313,6 +368,28 @@ RKError CCallCodec::encode(const Hlx::CRequestTarget& target,
 RKError CCallCodec::encode(const Hlx::CRequestTarget& target,
                            const rkservice::COperateDataReq& request, v1::OperateRequest* out) {
     return CRecordCodec::encodeOperate(target, request, out);
+}
+
+RKError CCallCodec::encode(const std::vector<int>& ids, bool all, v1::ProbeSourcesRequest* out) {
+    for (int id : ids)
+        out->add_ids(id);
+    out->set_all(all);
+    return RKError::ok();
+}
+
+RKError CCallCodec::encode(const std::string& subsystem, v1::ProbeStatusRequest* out) {
+    CCodecChecks c;
+    out->set_subsystem(c.text(subsystem, "subsystem"));
+    return c.error();
+}
+
+RKError CCallCodec::encode(const std::string& address, int port, long long sinceMs,
+                           v1::ProbeHistoryRequest* out) {
+    CCodecChecks c;
+    out->set_address(c.text(address, "address"));
+    out->set_port(port);
+    out->set_since_ms(sinceMs);
+    return c.error();
 }
 
 RKError CCallCodec::encode(int id, const Hlx::CSourcePatch& patch, v1::ModifySourceRequest* out) {
@@ -475,6 +552,33 @@ RKError CCallCodec::decode(const v1::ImportReply& in, Hlx::CImportReport* out) {
         out->backupFile = in.backup_file();
         out->keptValues.assign(in.kept_values().begin(), in.kept_values().end());
         return RKError::ok();
+    });
+}
+
+RKError CCallCodec::decode(const v1::ProbeReply& in, std::vector<Hlx::CProbeResult>* out) {
+    return outcome(in.error(), [&] {
+        std::vector<Hlx::CProbeResult> results(std::size_t(in.results_size()));
+        for (int i = 0; i < in.results_size(); ++i) {
+            const RKError decoded = CRecordCodec::decodeProbe(in.results(i), &results[i]);
+            if (!decoded.isSuccess())
+                return decoded;
+        }
+        if (out)
+            out->swap(results);
+        return RKError::ok();
+    });
+}
+
+RKError CCallCodec::decode(const v1::ProbeHistoryReply& in, std::vector<Hlx::CProbeSample>* out) {
+    return outcome(in.error(), [&] {
+        CCodecChecks c;
+        std::vector<Hlx::CProbeSample> samples;
+        for (const v1::ProbeSample& message : in.samples())
+            samples.push_back({message.time_ms(), c.text(message.state(), "probe.state"),
+                               message.connect_us(), message.samples()});
+        if (c.ok() && out)
+            out->swap(samples);
+        return c.error();
     });
 }
 

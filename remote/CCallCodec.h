@@ -41,6 +41,14 @@ public:
     static utils::RKError decode(const quotes::v1::OperateRequest& in, OperateParams* out);
     static utils::RKError decode(const quotes::v1::ModifySourceRequest& in,
                                  std::tuple<int, Hlx::CSourcePatch>* out);
+    using ProbeParams = std::tuple<std::vector<int>, bool, std::vector<Hlx::CProbeResult>>;
+    using ProbeStatusParams = std::tuple<std::string, std::vector<Hlx::CProbeResult>>;
+    using ProbeHistoryParams =
+        std::tuple<std::string, int, long long, std::vector<Hlx::CProbeSample>>;
+    static utils::RKError decode(const quotes::v1::ProbeSourcesRequest& in, ProbeParams* out);
+    static utils::RKError decode(const quotes::v1::ProbeStatusRequest& in, ProbeStatusParams* out);
+    static utils::RKError decode(const quotes::v1::ProbeHistoryRequest& in,
+                                 ProbeHistoryParams* out);
     using ExportParams = std::tuple<QJsonObject, Hlx::CExportOptions>;
     static utils::RKError decode(const quotes::v1::ExportRequest& in, ExportParams* out);
     static utils::RKError decode(const quotes::v1::ImportRequest& in, ImportParams* out);
@@ -99,6 +107,12 @@ public:
                        quotes::v1::OperateReply* out);
     static void encode(const utils::RKError& error, const SubsystemList& params,
                        quotes::v1::SubsystemsReply* out);
+    static void encode(const utils::RKError& error, const ProbeParams& params,
+                       quotes::v1::ProbeReply* out);
+    static void encode(const utils::RKError& error, const ProbeStatusParams& params,
+                       quotes::v1::ProbeReply* out);
+    static void encode(const utils::RKError& error, const ProbeHistoryParams& params,
+                       quotes::v1::ProbeHistoryReply* out);
     static void encode(const utils::RKError& error, const LoginTypes& params,
                        quotes::v1::LoginTypeAuthReply* out);
     static void encode(const utils::RKError& error, const ExportParams& params,
@@ -140,6 +154,11 @@ public:
                                  quotes::v1::OperateRequest* out);
     static utils::RKError encode(int id, const Hlx::CSourcePatch& patch,
                                  quotes::v1::ModifySourceRequest* out);
+    static utils::RKError encode(const std::vector<int>& ids, bool all,
+                                 quotes::v1::ProbeSourcesRequest* out);
+    static utils::RKError encode(const std::string& subsystem, quotes::v1::ProbeStatusRequest* out);
+    static utils::RKError encode(const std::string& address, int port, long long sinceMs,
+                                 quotes::v1::ProbeHistoryRequest* out);
     static utils::RKError encode(const Hlx::CExportOptions& options,
                                  quotes::v1::ExportRequest* out);
     static utils::RKError encode(const QJsonObject& document, const Hlx::CImportOptions& options,
@@ -183,6 +202,10 @@ public:
                                  std::vector<Hlx::SubsystemInfo>* out);
     static utils::RKError decode(const quotes::v1::LoginTypeAuthReply& in,
                                  std::map<int, bool>* out);
+    static utils::RKError decode(const quotes::v1::ProbeReply& in,
+                                 std::vector<Hlx::CProbeResult>* out);
+    static utils::RKError decode(const quotes::v1::ProbeHistoryReply& in,
+                                 std::vector<Hlx::CProbeSample>* out);
     static utils::RKError decode(const quotes::v1::ExportReply& in, QJsonObject* out);
     static utils::RKError decode(const quotes::v1::ImportReply& in, Hlx::CImportReport* out);
     static utils::RKError decode(const quotes::v1::CheckIntegrityReply& in,

@@ -1,5 +1,7 @@
 #include "CRecordCodec.h"
 
+#include "model/CProbeVocabulary.h"
+
 #include <QJsonDocument>
 #include <QString>
 #include <QStringList>
@@ -660,6 +662,11 @@ RKError CRecordCodec::encodeChange(const Hlx::CChangeEvent& change,
         out->add_ids(c.text(id, "event.ids"));
     out->set_all_ids(change.allIds);
     out->set_resync(change.resync);
+    if (change.probeChange) {
+        const RKError probe = encodeProbe(change.probe, out->mutable_probe());
+        if (!probe.isSuccess())
+            return probe;
+    }
     // The session itself (a token's hash) stays on the server.
     out->set_own(!receiverSession.empty() && change.session == receiverSession);
     return c.error();
@@ -682,6 +689,8 @@ Hlx::CChangeEvent CRecordCodec::decodeChange(const quotes::v1::Event& in) {
         c.text(id, "event.ids");
     change.resync = in.resync();
     change.own = in.own();
+    // A probe's finding that does not convert is passed over like an unreadable text.
+    change.probeChange = in.has_probe() && decodeProbe(in.probe(), &change.probe).isSuccess();
     if (!c.ok()) {
         change.allIds = true;
         change.ids.clear();
@@ -690,4 +699,36 @@ Hlx::CChangeEvent CRecordCodec::decodeChange(const quotes::v1::Event& in) {
         change.action.clear();
     }
     return change;
+}
+
+RKError CRecordCodec::encodeProbe(const Hlx::CProbeResult& probe, quotes::v1::ProbeResult* out) {
+    Checks c;
+    out->set_address(c.text(probe.address, "probe.address"));
+    out->set_port(probe.port);
+    out->set_state(c.text(probe.state, "probe.state"));
+    out->set_connect_us(probe.connectUs);
+    out->set_error(c.text(probe.error, "probe.error"));
+    out->set_since_ms(probe.sinceMs);
+    out->set_checked_ms(probe.checkedMs);
+    for (int id : probe.sourceIds)
+        out->add_source_ids(id);
+    return c.error();
+}
+
+RKError CRecordCodec::decodeProbe(const quotes::v1::ProbeResult& in, Hlx::CProbeResult* out) {
+    Checks c;
+    Hlx::CProbeResult probe;
+    probe.address = c.text(in.address(), "probe.address");
+    probe.port = in.port();
+    probe.state = c.text(in.state(), "probe.state");
+    if (c.ok() && !CProbeVocabulary::known(probe.state.c_str()))
+        c.fail("未知的探测状态: " + probe.state);
+    probe.connectUs = in.connect_us();
+    probe.error = c.text(in.error(), "probe.error");
+    probe.sinceMs = in.since_ms();
+    probe.checkedMs = in.checked_ms();
+    probe.sourceIds.assign(in.source_ids().begin(), in.source_ids().end());
+    if (c.ok())
+        *out = probe;
+    return c.error();
 }

@@ -6,6 +6,7 @@
 #include "Hlx/CAuditEntry.h"
 #include "Hlx/CAuditFilter.h"
 #include "Hlx/CChangeEvent.h"
+#include "Hlx/CProbeResult.h"
 #include "Hlx/CRequestTarget.h"
 #include "Hlx/CSourcePatch.h"
 #include "Hlx/IDataServiceBackend.h"
@@ -100,6 +101,10 @@ public:
     static Hlx::CChangeEvent decodeChange(const quotes::v1::Event& in);
 
     // Whether the data service knows the data type / the operation.
+    // A probe's finding of one address (its texts checked to be UTF-8, its state a known one).
+    static utils::RKError encodeProbe(const Hlx::CProbeResult& probe, quotes::v1::ProbeResult* out);
+    static utils::RKError decodeProbe(const quotes::v1::ProbeResult& in, Hlx::CProbeResult* out);
+
     static bool isKnownDataType(google::protobuf::int64 dataType);
     static bool isKnownOperateType(google::protobuf::int64 operateType);
 };

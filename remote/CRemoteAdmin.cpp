@@ -639,6 +639,23 @@ RKError CRemoteAdmin::modifySource(int id, const Hlx::CSourcePatch& patch) {
     return d->call(Mode::Change, &Stub::ModifySource, forward_as_tuple(id, patch));
 }
 
+// A probe changes no data: asked again of the next server when one does not answer.
+RKError CRemoteAdmin::probeSources(const std::vector<int>& ids, bool all,
+                                   std::vector<Hlx::CProbeResult>* results) {
+    return d->call(Mode::Read, &Stub::ProbeSources, forward_as_tuple(ids, all), results);
+}
+
+RKError CRemoteAdmin::probeStatus(const std::string& subsystem,
+                                  std::vector<Hlx::CProbeResult>* results) {
+    return d->call(Mode::Read, &Stub::ProbeStatus, forward_as_tuple(subsystem), results);
+}
+
+RKError CRemoteAdmin::probeHistory(const std::string& address, int port, long long sinceMs,
+                                   std::vector<Hlx::CProbeSample>* samples) {
+    return d->call(Mode::Read, &Stub::ProbeHistory, forward_as_tuple(address, port, sinceMs),
+                   samples);
+}
+
 std::vector<Hlx::SubsystemInfo> CRemoteAdmin::subsystems() const {
     std::lock_guard<std::mutex> lock(d->m_sessionMutex);
     return d->m_subsystems;

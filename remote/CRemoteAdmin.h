@@ -72,6 +72,12 @@ public:
                            bson::BSONObj* result) override;
     // Sent once as a patch that the server applies in one transaction.
     utils::RKError modifySource(int id, const Hlx::CSourcePatch& patch) override;
+    utils::RKError probeSources(const std::vector<int>& ids, bool all,
+                                std::vector<Hlx::CProbeResult>* results) override;
+    utils::RKError probeStatus(const std::string& subsystem,
+                               std::vector<Hlx::CProbeResult>* results) override;
+    utils::RKError probeHistory(const std::string& address, int port, long long sinceMs,
+                                std::vector<Hlx::CProbeSample>* samples) override;
     std::vector<Hlx::SubsystemInfo> subsystems() const override;
     bool hasClientLoginTypeAuth(int loginType) const override;
     utils::RKError setSubsystems(const std::vector<Hlx::SubsystemInfo>& subsystems) override;

@@ -11,7 +11,9 @@
 
 #include "CAuditTrail.h"
 #include "CDatabase.h"
+#include "CProbeStore.h"
 #include "CServiceError.h"
+#include "model/CProbeVocabulary.h"
 
 struct CChangeFeed::Subscriber {
     Handler handler;
@@ -23,7 +25,8 @@ struct CChangeFeed::Subscriber {
 // Lives on the feed's thread: finds the new entries and publishes them.
 class CChangeFeed::Watcher {
 public:
-    Watcher(CChangeFeed& feed, long long lastId) : m_feed(feed), m_lastId(lastId) {}
+    Watcher(CChangeFeed& feed, long long lastId, long long lastProbeId)
+        : m_feed(feed), m_lastId(lastId), m_lastProbeId(lastProbeId) {}
 
     void start() {
         m_postgres = m_feed.m_database.engine() == CDatabase::PostgreSQL;
@@ -66,6 +69,7 @@ private:
             m_connected = true;
             if (again && m_postgres) {
                 m_lastId = m_feed.m_trail.lastId(db);
+                m_lastProbeId = CProbeStore(m_feed.m_database).lastChangeId(db);
                 m_feed.publish(resyncEvent());
                 return;
             }
@@ -75,6 +79,7 @@ private:
             for (const Hlx::CAuditEntry& entry : missed)
                 m_caughtUp.insert(entry.id);
             publishEntries(missed);
+            publishProbes(db);
         } catch (const std::exception& e) {
             lose(e.what());
         }
@@ -90,7 +95,9 @@ private:
 
     void listen(QSqlDatabase& db) {
         QSqlDriver* driver = db.driver();
-        if (!driver->subscribeToNotification(QString::fromLatin1(CAuditTrail::kChangeChannel)))
+        const QString probes = QString::fromLatin1(CProbeStore::kChangeChannel);
+        if (!driver->subscribeToNotification(QString::fromLatin1(CAuditTrail::kChangeChannel)) ||
+            !driver->subscribeToNotification(probes))
             throw CServiceError::unavailable("无法订阅数据变更通知");
         m_listening = db.connectionName();
         QObject::connect(
@@ -98,9 +105,30 @@ private:
             QOverload<const QString&, QSqlDriver::NotificationSource, const QVariant&>::of(
                 &QSqlDriver::notification),
             driver,
-            [this](const QString&, QSqlDriver::NotificationSource, const QVariant& payload) {
-                notified(payload.toLongLong());
+            [this, probes](const QString& channel, QSqlDriver::NotificationSource,
+                           const QVariant& payload) {
+                if (channel == probes)
+                    probesNotified();
+                else
+                    notified(payload.toLongLong());
             });
+    }
+
+    void probesNotified() {
+        try {
+            QSqlDatabase db = m_feed.m_database.connection();
+            publishProbes(db);
+        } catch (const std::exception& e) {
+            lose(e.what());
+        }
+    }
+
+    void publishProbes(QSqlDatabase& db) {
+        for (const auto& [id, probe] :
+             CProbeStore(m_feed.m_database).changesAfter(db, m_lastProbeId)) {
+            m_lastProbeId = std::max(m_lastProbeId, id);
+            m_feed.publish(eventOf(probe));
+        }
     }
 
     void notified(long long entryId) {
@@ -134,6 +162,7 @@ private:
             return;
         m_dataVersion = version;
         publishEntries(m_feed.m_trail.changesAfter(db, m_lastId));
+        publishProbes(db);
     }
 
     long long dataVersion(QSqlDatabase& db) const {
@@ -155,6 +184,7 @@ private:
     bool m_connected = false;
     int m_idleTicks = 0;
     long long m_lastId;
+    long long m_lastProbeId;
     long long m_dataVersion = -1;
     std::set<long long> m_caughtUp;
     QString m_listening;  // the connection that listens (names are never reused)
@@ -164,8 +194,12 @@ CChangeFeed::CChangeFeed(CDatabase& database, const CAuditTrail& trail)
     : m_database(database), m_trail(trail) {
     // Read here, so that no change committed after the first subscription goes unannounced.
     long long lastId = 0;
-    m_database.transact(false, [&](QSqlDatabase& db) { lastId = m_trail.lastId(db); });
-    m_thread.reset(QThread::create([this, lastId] { run(lastId); }));
+    long long lastProbeId = 0;
+    m_database.transact(false, [&](QSqlDatabase& db) {
+        lastId = m_trail.lastId(db);
+        lastProbeId = CProbeStore(m_database).lastChangeId(db);
+    });
+    m_thread.reset(QThread::create([this, lastId, lastProbeId] { run(lastId, lastProbeId); }));
     m_thread->setObjectName(QStringLiteral("quotes-change-feed"));
     m_thread->start();
 }
@@ -175,8 +209,8 @@ CChangeFeed::~CChangeFeed() {
     m_thread->wait();
 }
 
-void CChangeFeed::run(long long lastId) {
-    Watcher watcher(*this, lastId);
+void CChangeFeed::run(long long lastId, long long lastProbeId) {
+    Watcher watcher(*this, lastId, lastProbeId);
     QEventLoop loop;
     QTimer poll;
     poll.setInterval(kPollMs);
@@ -238,6 +272,15 @@ Hlx::CChangeEvent CChangeFeed::eventOf(const Hlx::CAuditEntry& entry) {
         for (const QString& id : ids)
             event.ids.push_back(id.toStdString());
     }
+    return event;
+}
+
+Hlx::CChangeEvent CChangeFeed::eventOf(const Hlx::CProbeResult& probe) {
+    Hlx::CChangeEvent event;
+    event.dataType = CProbeVocabulary::kProbeStatus;
+    event.action = probe.state;
+    event.probeChange = true;
+    event.probe = probe;
     return event;
 }
 

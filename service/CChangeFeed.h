@@ -9,6 +9,7 @@
 
 #include "Hlx/CAuditEntry.h"
 #include "Hlx/CChangeEvent.h"
+#include "Hlx/CProbeResult.h"
 
 class CAuditTrail;
 class CDatabase;
@@ -16,7 +17,8 @@ class QThread;
 
 // Announces every change committed to the database, by this process or by any other on it.
 // A thread of its own, with a connection of its own, reads each new entry of the audit trail
-// once (a change and its entry commit together) and hands it to every subscriber.
+// once (a change and its entry commit together) and hands it to every subscriber. A second
+// source of events is the probes' table of state changes (CProbeStore), read the same way.
 // SQLite: polls PRAGMA data_version, which moves when another connection commits (every writer
 // is another connection). PostgreSQL: LISTENs to the NOTIFY each change issues in its own
 // transaction; after a lost connection it connects and listens again, and tells its
@@ -41,6 +43,8 @@ public:
 
     // The event that tells of an entry.
     static Hlx::CChangeEvent eventOf(const Hlx::CAuditEntry& entry);
+    // The event that tells of a probe's new state.
+    static Hlx::CChangeEvent eventOf(const Hlx::CProbeResult& probe);
     // Changes that may have been missed (the listener's connection was lost).
     static Hlx::CChangeEvent resyncEvent();
 
@@ -48,7 +52,7 @@ private:
     class Watcher;
     struct Subscriber;
 
-    void run(long long lastId);
+    void run(long long lastId, long long lastProbeId);
     void publish(const Hlx::CChangeEvent& event);
 
     CDatabase& m_database;

@@ -46,6 +46,20 @@ public:
     }
     utils::RKError reloadSettings() override { return m_service->reloadSettings(m_caller()); }
 
+    // Reachability.
+    utils::RKError probeSources(const std::vector<int>& ids, bool all,
+                                std::vector<Hlx::CProbeResult>* results) override {
+        return m_service->probeSources(m_caller(), ids, all, results);
+    }
+    utils::RKError probeStatus(const std::string& subsystem,
+                               std::vector<Hlx::CProbeResult>* results) override {
+        return m_service->probeStatus(m_caller(), subsystem, results);
+    }
+    utils::RKError probeHistory(const std::string& address, int port, long long sinceMs,
+                                std::vector<Hlx::CProbeSample>* samples) override {
+        return m_service->probeHistory(m_caller(), address, port, sinceMs, samples);
+    }
+
     // Accounts.
     utils::RKError users(std::vector<rkservice::CUserInfoPtr>* users) override {
         return m_service->users(m_caller(), users);

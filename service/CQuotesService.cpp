@@ -1,6 +1,7 @@
 #include "CQuotesService.h"
 
 #include <QCryptographicHash>
+#include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -21,6 +22,8 @@
 #include "CImportBackups.h"
 #include "CImportGeneration.h"
 #include "CLoginFailures.h"
+#include "CProbeStore.h"
+#include "CProbeThrottle.h"
 #include "CQuoteSourceStore.h"
 #include "CReferenceData.h"
 #include "CRevisionCheck.h"
@@ -30,12 +33,14 @@
 #include "CSeedData.h"
 #include "CServiceError.h"
 #include "CSettingsStore.h"
+#include "CSourceProber.h"
 #include "CSourceValidator.h"
 #include "CTokenStore.h"
 #include "CWholeQuoteStore.h"
 #include "Hlx/CAnswer.h"
 #include "Hlx/QuotesVersion.h"
 #include "model/CAuditVocabulary.h"
+#include "model/CProbeVocabulary.h"
 #include "model/CRevisionConflicts.h"
 #include "model/CRightsTable.h"
 #include "rkservice/CGlobalFeaturePermissionInfo.h"
@@ -195,6 +200,8 @@ boost::shared_ptr<CQuotesService> CQuotesService::open(const CServiceOptions& op
     service->m_audit.reset(new CAuditTrail(database, resolved.auditTrail));
     service->m_generations.reset(new CImportGeneration(database));
     service->m_keys.reset(new CSecretKeys(database, resolved));
+    service->m_probeThrottle.reset(new CProbeThrottle);
+    service->m_prober.reset(new CSourceProber(database));
     const QString file = database.filePath();
     service->m_backups.reset(new CImportBackups(!resolved.dataDir.isEmpty() ? resolved.dataDir
                                                 : file.isEmpty()            ? QString()
@@ -1087,4 +1094,78 @@ utils::RKError CQuotesService::status(const CCaller& caller, Hlx::CServiceStatus
         status->database = databaseDescription().toStdString();
         status->uptimeMs = m_opened.elapsed();
     });
+}
+
+utils::RKError CQuotesService::probeSources(const CCaller& caller, const std::vector<int>& ids,
+                                            bool all, std::vector<Hlx::CProbeResult>* results) {
+    return answer(caller, nullptr, [&] {
+        CProbeTargets::Endpoints endpoints;
+        std::set<int> found;
+        m_database->transact(false, [&](QSqlDatabase& db) {
+            const CProbeTargets targets(*m_database);
+            endpoints = all ? targets.all(db) : targets.of(db, ids, &found);
+        });
+        for (int id : all ? std::vector<int>() : ids) {
+            if (found.count(id) == 0)
+                throw CServiceError::notFound("行情源不存在: " + std::to_string(id));
+        }
+        const long long now = QDateTime::currentMSecsSinceEpoch();
+        CProbeTargets::Endpoints admitted;
+        CProbeTargets::Endpoints recent;
+        for (const auto& endpoint : endpoints) {
+            const bool admit = m_probeThrottle->admit(
+                caller.session(), endpoint.first.first.toStdString(), endpoint.first.second, now);
+            (admit ? admitted : recent).insert(endpoint);
+        }
+        *results = m_prober->probeNow(admitted);
+        const std::vector<Hlx::CProbeResult> stored = storedProbes(recent);
+        results->insert(results->end(), stored.begin(), stored.end());
+    });
+}
+
+utils::RKError CQuotesService::probeStatus(const CCaller& caller, const std::string& subsystem,
+                                           std::vector<Hlx::CProbeResult>* results) {
+    return answer(caller, nullptr, [&] {
+        CProbeTargets::Endpoints endpoints;
+        m_database->transact(false, [&](QSqlDatabase& db) {
+            endpoints = CProbeTargets(*m_database).all(db, QString::fromStdString(subsystem));
+        });
+        *results = storedProbes(endpoints);
+    });
+}
+
+utils::RKError CQuotesService::probeHistory(const CCaller& caller, const std::string& address,
+                                            int port, long long sinceMs,
+                                            std::vector<Hlx::CProbeSample>* samples) {
+    return answer(caller, nullptr, [&] {
+        m_database->transact(false, [&](QSqlDatabase& db) {
+            *samples = CProbeStore(*m_database)
+                           .history(db, QString::fromStdString(address), port, sinceMs);
+        });
+    });
+}
+
+std::vector<Hlx::CProbeResult> CQuotesService::storedProbes(
+    const CProbeTargets::Endpoints& endpoints) const {
+    std::map<CProbeTargets::Endpoint, Hlx::CProbeResult> stored;
+    m_database->transact(false, [&](QSqlDatabase& db) {
+        for (Hlx::CProbeResult& result : CProbeStore(*m_database).status(db))
+            stored[{QString::fromStdString(result.address), result.port}] = std::move(result);
+    });
+    std::vector<Hlx::CProbeResult> results;
+    for (const auto& [endpoint, ids] : endpoints) {
+        Hlx::CProbeResult result;
+        const auto found = stored.find(endpoint);
+        if (found != stored.end()) {
+            result = found->second;
+        } else {
+            result.address = endpoint.first.toStdString();
+            result.port = endpoint.second;
+            result.state = CProbeVocabulary::kNotProbed;
+            result.error = "尚未探测";
+        }
+        result.sourceIds = ids;
+        results.push_back(std::move(result));
+    }
+    return results;
 }

@@ -14,10 +14,12 @@
 
 #include "CAuditTrail.h"
 #include "CCaller.h"
+#include "CProbeTargets.h"
 #include "CServiceOptions.h"
 #include "CSettingsCache.h"
 #include "Hlx/CAuditEntry.h"
 #include "Hlx/CAuditFilter.h"
+#include "Hlx/CProbeResult.h"
 #include "Hlx/IDataServiceBackend.h"
 #include "Hlx/IQuotesAdmin.h"
 #include "rkservice/COrinQuoterSourceInfo.h"
@@ -29,6 +31,8 @@ class CDatabase;
 class CImportBackups;
 class CImportGeneration;
 class CSecretKeys;
+class CProbeThrottle;
+class CSourceProber;
 
 // The platform's data service over a SQLite file or a PostgreSQL database, and the one facade
 // of every call: it checks the caller's rights (CAccessPolicy, on the stored rows), runs the
@@ -117,6 +121,19 @@ public:
                              Hlx::CAuditPage* page);
     utils::RKError pruneAudit(const CCaller& caller, long long beforeMs, int* removed);
 
+    // Probes now where the sources with the ids connect (every stored source with all): only
+    // stored addresses, never one a request names. Whoever may read the sources may: an address
+    // this login had probed within CProbeThrottle::kPeriodMs answers its stored state instead.
+    utils::RKError probeSources(const CCaller& caller, const std::vector<int>& ids, bool all,
+                                std::vector<Hlx::CProbeResult>* results);
+    // The stored state of every address the sources of the sub-system (all when empty) connect
+    // to, with those sources; an address not probed yet is not_probed without a time.
+    utils::RKError probeStatus(const CCaller& caller, const std::string& subsystem,
+                               std::vector<Hlx::CProbeResult>* results);
+    // One address's history since sinceMs, oldest first.
+    utils::RKError probeHistory(const CCaller& caller, const std::string& address, int port,
+                                long long sinceMs, std::vector<Hlx::CProbeSample>* samples);
+
     // The cached settings as a call answers them.
     utils::RKError currentSubsystems(const CCaller& caller,
                                      std::vector<Hlx::SubsystemInfo>* subsystems);
@@ -140,6 +157,8 @@ public:
     // The changes committed to the database by anyone, announced as they commit; started on
     // first use.
     CChangeFeed& changes();
+    // Reachability: probes on demand, and on a timer once started (CSourceProber::start).
+    CSourceProber& prober() { return *m_prober; }
 
 private:
     CQuotesService();
@@ -161,6 +180,8 @@ private:
                                  const std::function<void(CAccountStore&)>& change);
 
     QString resolveTarget(const Hlx::CRequestTarget& target) const;
+    // The stored state of each endpoint, with its sources (not_probed when it has none yet).
+    std::vector<Hlx::CProbeResult> storedProbes(const CProbeTargets::Endpoints& endpoints) const;
     // The sub-systems a request to the target speaks for: the one it names, or all.
     std::vector<std::string> scopeOf(const QString& subsystem) const;
 
@@ -223,4 +244,7 @@ private:
     std::mutex m_changesMutex;
     // Last, so that it stops before the database it reads goes away.
     std::unique_ptr<CChangeFeed> m_changes;
+    std::unique_ptr<CProbeThrottle> m_probeThrottle;
+    // After the feed, so that its thread stops first of all.
+    std::unique_ptr<CSourceProber> m_prober;
 };

@@ -161,10 +161,35 @@ QStringList trust(CDatabase::Engine) {
     };
 }
 
+// Version 8: reachability. The last probe of each address and port (its state, connect time and
+// since when), a history per address for a day (CProbeStore thins out what is older than an
+// hour), and the changes of state in a table of their own, which the change feed announces
+// beside the audit trail's entries (probe results are no changes anyone made).
+QStringList reachability(CDatabase::Engine engine) {
+    const QString autoId = identityColumn(engine);
+    return {
+        QStringLiteral("CREATE TABLE probe_status (address TEXT NOT NULL, port INTEGER NOT NULL, "
+                       "state TEXT NOT NULL, connect_us BIGINT NOT NULL, error TEXT NOT NULL, "
+                       "since_ms BIGINT NOT NULL, checked_ms BIGINT NOT NULL, PRIMARY KEY "
+                       "(address, port))"),
+        QStringLiteral("CREATE TABLE probe_history (address TEXT NOT NULL, port INTEGER NOT NULL, "
+                       "time_ms BIGINT NOT NULL, state TEXT NOT NULL, connect_us BIGINT NOT NULL, "
+                       "samples INTEGER NOT NULL, coarse INTEGER NOT NULL)"),
+        QStringLiteral(
+            "CREATE INDEX probe_history_address ON probe_history (address, port, time_ms)"),
+        QStringLiteral("CREATE INDEX probe_history_time ON probe_history (time_ms)"),
+        QStringLiteral("CREATE TABLE probe_changes (id %1, time_ms BIGINT NOT NULL, address TEXT "
+                       "NOT NULL, port INTEGER NOT NULL, state TEXT NOT NULL, connect_us BIGINT "
+                       "NOT NULL, error TEXT NOT NULL)")
+            .arg(autoId),
+        QStringLiteral("CREATE INDEX probe_changes_time ON probe_changes (time_ms)"),
+    };
+}
+
 }  // namespace
 
 int CSchema::currentVersion() {
-    return 7;
+    return 8;
 }
 
 int CSchema::version(const CDatabase& database, QSqlDatabase& db) {
@@ -215,6 +240,9 @@ void CSchema::migrate(const CDatabase& database, QSqlDatabase& db, int from, int
                 break;
             case 7:
                 statements = trust(database.engine());
+                break;
+            case 8:
+                statements = reachability(database.engine());
                 break;
             default:
                 throw CServiceError::unavailable("没有到数据库结构版本 " + std::to_string(step) +

@@ -9,6 +9,7 @@
 #include "Hlx/IQuotesAdmin.h"
 #include "Hlx/IorinDockableWidget.h"
 #include "model/CAuditVocabulary.h"
+#include "model/CProbeVocabulary.h"
 #include "panels/IReloadable.h"
 
 namespace {
@@ -69,6 +70,11 @@ void CLiveUpdates::follow(Hlx::IorinDockableWidget* panel) {
 void CLiveUpdates::onChange(const Hlx::CChangeEvent& change) {
     if (change.listening && !change.resync)
         return;
+    // A probe's finding: no change anyone made, nothing to reload (the status dock follows it).
+    if (change.probeChange) {
+        noteProbe(change.probe);
+        return;
+    }
     if (!change.own && !change.resync)
         note(change);
     // Every change has its entry in the trail.
@@ -97,6 +103,16 @@ void CLiveUpdates::note(const Hlx::CChangeEvent& change) {
         return;
     emit statusMessage(
         QStringLiteral("数据已由 %1 更新").arg(QString::fromStdString(change.account)), kNoteMs);
+}
+
+void CLiveUpdates::noteProbe(const Hlx::CProbeResult& probe) {
+    // Refused, timed out or unreachable: the source cannot be reached now.
+    if (probe.state == CProbeVocabulary::kReachable || probe.state == CProbeVocabulary::kNotProbed)
+        return;
+    emit statusMessage(QStringLiteral("行情源 %1:%2 不可达")
+                           .arg(QString::fromStdString(probe.address))
+                           .arg(probe.port),
+                       kNoteMs);
 }
 
 Hlx::IReloadable::Content CLiveUpdates::contentOf(Work work) {

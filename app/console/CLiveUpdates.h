@@ -77,6 +77,8 @@ private:
     bool readAudit();
     void reloadCaches();
     void note(const Hlx::CChangeEvent& change);
+    // "行情源 ADDR:PORT 不可达" when a probe finds a source's address can no longer be reached.
+    void noteProbe(const Hlx::CProbeResult& probe);
 
     boost::shared_ptr<Hlx::IQuotesAdmin> m_admin;
     QPointer<CAuditDock> m_auditTrail;

@@ -70,6 +70,18 @@ std::vector<C> sourceCommands() {
             .positional(P::SourceId, "ID", 1, -1)
             .changesData()
             .help("Delete sources by id (all or nothing)."),
+        C({"sources", "probe"}, &CSourceCommands::probe)
+            .positional(P::SourceId, "ID", 0, -1)
+            .option(O::kAll)
+            .option(O::kJson)
+            .checkedBy(&CSourceCommands::checkProbe)
+            .help("Connect now (TCP, nothing sent) to where sources ID... (or --all) connect:\n"
+                  "their stored address, or each address of a broker's server group, each\n"
+                  "once. Prints each address's state: reachable with the connect time,\n"
+                  "refused, timeout, unreachable with the error, or not_probed with why\n"
+                  "(documentation and other never-contacted addresses, or outside the\n"
+                  "server's --probe-allow). An address this login probed within 10 s\n"
+                  "answers its stored state."),
     };
 }
 

@@ -32,6 +32,7 @@ const std::vector<CCtlOption>& CCtlOption::all() {
         {kIfRevision, "if-revision", Kind::Int, "N"},
         {kData, "data", Kind::Directory, "DIR"},
         {kOnly, "only", Kind::Text, "LIST"},
+        {kAll, "all", Kind::Flag, ""},
     };
     return options;
 }

@@ -38,6 +38,7 @@ public:
         kIfRevision,
         kData,
         kOnly,
+        kAll,
     };
     enum class Kind {
         Flag,       // no value

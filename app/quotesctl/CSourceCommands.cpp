@@ -1,5 +1,6 @@
 #include "CSourceCommands.h"
 
+#include <QDateTime>
 #include <QJsonArray>
 #include <QJsonObject>
 #include <boost/make_shared.hpp>
@@ -12,6 +13,7 @@
 #include "CDataTransfer.h"
 #include "CSourceValidator.h"
 #include "Hlx/IQuotesAdmin.h"
+#include "model/CProbeVocabulary.h"
 #include "rkservice/COrinQuoterSourceInfo.h"
 #include "rkservice/DataTypeIds.h"
 
@@ -67,6 +69,14 @@ void CSourceCommands::checkModify(const CCtlCommand& command, const CCtlArgument
     CCtlCheck::values(command, arguments);
     CCtlCheck::presence(command, arguments);
     CCtlCheck::exclusive(O::kPassword, O::kPasswordFile, arguments);
+}
+
+void CSourceCommands::checkProbe(const CCtlCommand& command, const CCtlArguments& arguments,
+                                 const CCtlGlobals& globals) {
+    CCtlCheck::standard(command, arguments, globals);
+    if (arguments.has(O::kAll) == !arguments.positional().isEmpty())
+        throw CCtlError::usage(
+            QStringLiteral("%1 needs source ids or --all (not both)").arg(command.name()));
 }
 
 bool CSourceCommands::password(const CCtlArguments& arguments, std::string* password) {
@@ -224,4 +234,60 @@ void CSourceCommands::remove(CCtlSession& session) {
         request.datas.push_back(source);
     }
     CCtlError::check(session.admin().operate(Hlx::CRequestTarget::centre(), request, nullptr));
+}
+
+void CSourceCommands::probe(CCtlSession& session) {
+    const CCtlArguments& arguments = session.arguments();
+    std::vector<int> ids;
+    for (const QString& text : arguments.positional())
+        ids.push_back(text.toInt(nullptr, 10));
+    std::vector<Hlx::CProbeResult> results;
+    CCtlError::check(session.admin().probeSources(ids, arguments.has(O::kAll), &results));
+    if (arguments.has(O::kJson)) {
+        QJsonArray array;
+        for (const Hlx::CProbeResult& result : results)
+            array.append(probeToJson(result));
+        CCtlOutput::printJson(array);
+        return;
+    }
+    QList<QStringList> rows;
+    for (const Hlx::CProbeResult& result : results)
+        rows << probeRow(result);
+    CCtlOutput::printTable(
+        {QStringLiteral("ADDRESS"), QStringLiteral("PORT"), QStringLiteral("STATE"),
+         QStringLiteral("CONNECT_MS"), QStringLiteral("SINCE"), QStringLiteral("SOURCES"),
+         QStringLiteral("ERROR")},
+        rows);
+}
+
+QJsonObject CSourceCommands::probeToJson(const Hlx::CProbeResult& result) {
+    QJsonArray sources;
+    for (int id : result.sourceIds)
+        sources.append(id);
+    return {{QStringLiteral("address"), QString::fromStdString(result.address)},
+            {QStringLiteral("port"), result.port},
+            {QStringLiteral("state"), QString::fromStdString(result.state)},
+            {QStringLiteral("connectUs"), double(result.connectUs)},
+            {QStringLiteral("error"), QString::fromStdString(result.error)},
+            {QStringLiteral("sinceMs"), double(result.sinceMs)},
+            {QStringLiteral("checkedMs"), double(result.checkedMs)},
+            {QStringLiteral("sources"), sources}};
+}
+
+QStringList CSourceCommands::probeRow(const Hlx::CProbeResult& result) {
+    QStringList sources;
+    for (int id : result.sourceIds)
+        sources << QString::number(id);
+    const bool reachable = result.state == CProbeVocabulary::kReachable;
+    return {
+        QString::fromStdString(result.address),
+        QString::number(result.port),
+        QString::fromStdString(result.state),
+        reachable ? QString::number(double(result.connectUs) / 1000.0, 'f', 3)
+                  : QStringLiteral("-"),
+        result.sinceMs > 0
+            ? QDateTime::fromMSecsSinceEpoch(result.sinceMs, Qt::UTC).toString(Qt::ISODateWithMs)
+            : QStringLiteral("-"),
+        sources.join(QLatin1Char(',')),
+        result.error.empty() ? QStringLiteral("-") : QString::fromStdString(result.error)};
 }

@@ -5,6 +5,9 @@
 #include <functional>
 #include <vector>
 
+#include "CProbeAllowList.h"
+#include "CServiceError.h"
+
 namespace {
 
 // The value after an option, consumed; empty with *error set when there is none.
@@ -75,6 +78,8 @@ const std::vector<NumberOption>& numberOptions() {
          [](CDaemonOptions* o, qint64 v) { o->limits.selfCheckMs = v; }},
         {"--certificate-check-s", 1, 60,
          [](CDaemonOptions* o, qint64 v) { o->certificateCheckSeconds = v; }},
+        {"--probe-interval", 1, day / 1000,
+         [](CDaemonOptions* o, qint64 v) { o->probeIntervalS = v; }},
     };
     return options;
 }
@@ -122,6 +127,8 @@ QString* textTarget(const QString& option, CDaemonOptions* options) {
         return &options->publicDir;
     if (option == QLatin1String("--ca-key"))
         return &options->caKeyFile;
+    if (option == QLatin1String("--probe-allow"))
+        return &options->probeAllow;
     return nullptr;
 }
 
@@ -169,6 +176,16 @@ bool parseOption(const QString& option, QStringList* rest, CDaemonOptions* optio
     return true;
 }
 
+// Why the ranges of --probe-allow cannot be read; empty when they can.
+QString allowListError(const QString& ranges) {
+    try {
+        CProbeAllowList::parse(ranges);
+    } catch (const CServiceError& e) {
+        return QStringLiteral("--probe-allow: %1").arg(QString::fromUtf8(e.what()));
+    }
+    return QString();
+}
+
 bool checkCombination(CDaemonOptions* options, QString* error) {
     if (options->command == CDaemonOptions::Help || options->command == CDaemonOptions::Version)
         return true;
@@ -180,7 +197,9 @@ bool checkCombination(CDaemonOptions* options, QString* error) {
         *error = QStringLiteral("--cert and --key go together");
     else if (options->command == CDaemonOptions::Join && options->generate)
         *error = QStringLiteral("--generate sets the first password; a joining server sets none");
-    else
+    else if (!options->probeAllow.isEmpty())
+        *error = allowListError(options->probeAllow);
+    if (error->isEmpty())
         *error = options->limits.conflict();
     // A renewal or migration keeps the certificate's names unless told others.
     if (options->hosts.isEmpty() && options->command != CDaemonOptions::Cert)
@@ -275,6 +294,16 @@ QString CDaemonOptions::helpText() {
         "  --certificate-check-s N       how often the server reads its certificate files for\n"
         "                                a renewed one, 1 to 60 (default 30); from 30 days\n"
         "                                before its end the log warns once a day\n"
+        "\n"
+        "Reachability of the sources (TCP connects; nothing is sent):\n"
+        "  --probe-interval SECONDS      probe every source's addresses this often (default:\n"
+        "                                off; on demand only). Of several servers on one\n"
+        "                                database one probes, another takes over when it stops\n"
+        "  --probe-allow CIDR,...        where probes may connect (default: every address but\n"
+        "                                loopback and link-local). Whoever may add a source\n"
+        "                                chooses where quotesd connects: confine it to the\n"
+        "                                platform's networks. Documentation ranges, unspecified,\n"
+        "                                multicast and broadcast addresses are never probed.\n"
         "At start quotesd raises its open-file limit to the hard limit; the threads' database\n"
         "connections take at most half of it (fewer threads when it is too small).\n"
         "Exit codes: 0 done, 1 refused or failed, 2 bad command line.\n");

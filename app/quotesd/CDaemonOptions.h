@@ -31,6 +31,10 @@ struct CDaemonOptions {
     qint64 lockoutBaseMs = 30 * 1000;
     QString metricsListen;  // serving: where /metrics answers; empty: no metrics
     QString logLevel = QStringLiteral("info");
+    // Serving: probe every source's addresses every so many seconds (0: only on demand), and
+    // where probes may connect ("CIDR,..."; empty: everything but loopback and link-local).
+    qint64 probeIntervalS = 0;
+    QString probeAllow;
     CServerLimits limits;
 
     // Arguments without the program name. False with *error set on a bad command line.

@@ -25,6 +25,7 @@
 #include "CGuardedServer.h"
 #include "CLoginManager.h"
 #include "CPasswordHasher.h"
+#include "CProbeAllowList.h"
 #include "CQuotesService.h"
 #include "CSecretBox.h"
 #include "CSecretKeyFile.h"
@@ -32,6 +33,7 @@
 #include "CServerHealth.h"
 #include "CServerWatch.h"
 #include "CServiceError.h"
+#include "CSourceProber.h"
 #include "CSystemdNotifier.h"
 #include "Hlx/QuotesVersion.h"
 
@@ -265,6 +267,17 @@ CServerLimits CQuotesDaemon::fittedLimits(const CQuotesService& service) const {
     return limits;
 }
 
+void CQuotesDaemon::startProbing(CQuotesService& service) const {
+    // Checked by the command line's parser already.
+    if (!m_options.probeAllow.isEmpty())
+        service.prober().tcp().setAllowList(CProbeAllowList::parse(m_options.probeAllow));
+    if (m_options.probeIntervalS <= 0)
+        return;
+    service.prober().start(std::chrono::seconds(m_options.probeIntervalS));
+    say(QStringLiteral("probing the sources every %1 s (one server per database)")
+            .arg(m_options.probeIntervalS));
+}
+
 int CQuotesDaemon::serve() {
     // Before any thread starts (the certificate's watcher is one), so that every thread
     // inherits the mask: a second SIGTERM during the drain, or a SIGHUP, cannot end the process.
@@ -285,6 +298,7 @@ int CQuotesDaemon::serve() {
     if (!service)
         return fail(error);
     const CServerLimits limits = fittedLimits(*service);
+    startProbing(*service);
     CLoginManager::Options loginOptions;
     loginOptions.lockoutBaseMs = m_options.lockoutBaseMs;
     loginOptions.concurrentPasswordChecks = limits.passwordChecks;

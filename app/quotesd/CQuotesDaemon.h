@@ -32,6 +32,8 @@ private:
     CServiceOptions serviceOptions() const;
     // The caps of the options within the open files this process may hold, said in the log.
     CServerLimits fittedLimits(const CQuotesService& service) const;
+    // --probe-allow and --probe-interval.
+    void startProbing(CQuotesService& service) const;
     // The data directory with mode 0700, created when absent.
     bool prepareDataDir(QString* error) const;
     // Copies the key named by --secrets-key into the data directory.

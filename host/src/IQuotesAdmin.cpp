@@ -36,6 +36,30 @@ std::shared_ptr<void> IChangeEvents::watchChanges(const ChangeHandler&) {
     return nullptr;
 }
 
+IReachability::~IReachability() = default;
+
+namespace {
+
+utils::RKError noProber() {
+    return utils::RKError::fail(utils::ErrorKind::Unavailable, "探测连接不可用");
+}
+
+}  // namespace
+
+utils::RKError IReachability::probeSources(const std::vector<int>&, bool,
+                                           std::vector<CProbeResult>*) {
+    return noProber();
+}
+
+utils::RKError IReachability::probeStatus(const std::string&, std::vector<CProbeResult>*) {
+    return noProber();
+}
+
+utils::RKError IReachability::probeHistory(const std::string&, int, long long,
+                                           std::vector<CProbeSample>*) {
+    return noProber();
+}
+
 IQuotesAdmin::~IQuotesAdmin() = default;
 
 }  // namespace Hlx

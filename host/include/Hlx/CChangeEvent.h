@@ -3,6 +3,8 @@
 #include <string>
 #include <vector>
 
+#include "Hlx/CProbeResult.h"
+
 namespace Hlx {
 
 // A change someone committed to the platform's data, as the consoles are told of it. The names
@@ -24,6 +26,10 @@ struct CChangeEvent {
     // resync set when it opened again after a failure).
     bool listening = false;
     std::string session;  // the session that made it, where the receiver needs to compare
+    // A probe found a new state of an address (data type "probe_status", the action its state):
+    // no change anyone made, and no audit entry (entryId 0).
+    bool probeChange = false;
+    CProbeResult probe;
 };
 
 }  // namespace Hlx

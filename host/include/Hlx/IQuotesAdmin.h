@@ -4,6 +4,7 @@
 #include "Hlx/IAuditTransfer.h"
 #include "Hlx/IChangeEvents.h"
 #include "Hlx/IQuoteData.h"
+#include "Hlx/IReachability.h"
 
 namespace Hlx {
 
@@ -14,7 +15,8 @@ namespace Hlx {
 class IQuotesAdmin : public IQuoteData,
                      public IAccountAdmin,
                      public IAuditTransfer,
-                     public IChangeEvents {
+                     public IChangeEvents,
+                     public IReachability {
 public:
     ~IQuotesAdmin() override;
 };

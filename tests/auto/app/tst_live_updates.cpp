@@ -4,12 +4,19 @@
 
 #include <QDialog>
 #include <QSignalSpy>
+
 #include <QtTest>
 #include <set>
+#include "CProbeAllowList.h"
+#include "CSourceProber.h"
+#include "LoopbackListeners.h"
 
 #include "CLiveUpdates.h"
+#include "CProbeAllowList.h"
+#include "CSourceProber.h"
 #include "EmbeddedService.h"
 #include "Hlx/IorinDockableWidget.h"
+#include "LoopbackListeners.h"
 #include "RecordBuilders.h"
 #include "TestIds.h"
 #include "panels/IReloadable.h"
@@ -138,6 +145,37 @@ private slots:
         QCOMPARE(sources.sourceReloads, 0);
         box.close();
         QTRY_COMPARE(sources.sourceReloads, 1);
+    }
+
+    void aSourceThatGoesDownIsNoted() {
+        LoopbackListeners listeners;
+        const int port = listeners.open();
+        rkservice::COperateDataReq request;
+        request.dataType = kDataQuoteSources;
+        request.operateType = rkservice::kOperateAdd;
+        request.datas.push_back(RecordBuilders::source(0, kKxStocks, kStocks, "127.0.0.1", port));
+        QVERIFY(m_embedded->administrator()
+                    .operate(Hlx::CRequestTarget::centre(), request, nullptr)
+                    .isSuccess());
+        CQuotesService& service = *m_embedded->service();
+        service.prober().tcp().setAllowList(CProbeAllowList::only({QStringLiteral("127.0.0.1")}));
+        CountingPanel sources("sources", {Hlx::IReloadable::QuoteSources});
+        m_live->follow(&sources);
+        QTRY_COMPARE(sources.sourceReloads, 1);
+        QSignalSpy notes(m_live, &CLiveUpdates::statusMessage);
+
+        std::vector<Hlx::CProbeResult> results;
+        QVERIFY(
+            service.probeSources(CCaller::owner().inSession("a"), {}, true, &results).isSuccess());
+        listeners.shut(port);
+        QVERIFY(
+            service.probeSources(CCaller::owner().inSession("b"), {}, true, &results).isSuccess());
+        const QString expected = QStringLiteral("行情源 127.0.0.1:%1 不可达").arg(port);
+
+        QTRY_VERIFY(!notes.isEmpty() && notes.last().at(0).toString() == expected);
+        // Reachable first: no note of it, and no reload for either finding.
+        QCOMPARE(notes.count(), 1);
+        QCOMPARE(sources.sourceReloads, 1);
     }
 
     void aPanelGoneIsForgotten() {
