@@ -605,6 +605,16 @@ RKError CRemoteAdmin::modifySource(int id, const Hlx::CSourcePatch& patch) {
     return d->call(Mode::Change, &Stub::ModifySource, forward_as_tuple(id, patch));
 }
 
+RKError CRemoteAdmin::sourceHistory(int id, Hlx::CSourceHistory* history) {
+    return d->call(Mode::Read, &Stub::SourceHistory, forward_as_tuple(id), history);
+}
+
+RKError CRemoteAdmin::restoreSource(int id, long long entryId, long long revision,
+                                    long long* written) {
+    return d->call(Mode::Change, &Stub::RestoreSource, forward_as_tuple(id, entryId, revision),
+                   written);
+}
+
 std::vector<Hlx::SubsystemInfo> CRemoteAdmin::subsystems() const {
     std::lock_guard<std::mutex> lock(d->m_sessionMutex);
     return d->m_subsystems;

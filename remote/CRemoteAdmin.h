@@ -68,6 +68,9 @@ public:
                            bson::BSONObj* result) override;
     // Sent once as a patch that the server applies in one transaction.
     utils::RKError modifySource(int id, const Hlx::CSourcePatch& patch) override;
+    utils::RKError sourceHistory(int id, Hlx::CSourceHistory* history) override;
+    utils::RKError restoreSource(int id, long long entryId, long long revision,
+                                 long long* written) override;
     std::vector<Hlx::SubsystemInfo> subsystems() const override;
     bool hasClientLoginTypeAuth(int loginType) const override;
     utils::RKError setSubsystems(const std::vector<Hlx::SubsystemInfo>& subsystems) override;
