@@ -30,6 +30,7 @@ const std::vector<CCtlOption>& CCtlOption::all() {
         {kKey, "key", Kind::File, "FILE"},
         {kLimit, "limit", Kind::Int, "N"},
         {kIfRevision, "if-revision", Kind::Int, "N"},
+        {kEntry, "entry", Kind::Int, "N"},
     };
     return options;
 }

@@ -36,6 +36,7 @@ public:
         kKey,
         kLimit,
         kIfRevision,
+        kEntry,
     };
     enum class Kind {
         Flag,       // no value
