@@ -7,6 +7,7 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QSaveFile>
+#include <QTableView>
 
 #include "CAuditRows.h"
 #include "Hlx/CUserManager.h"
@@ -14,6 +15,7 @@
 #include "Zu/COddEvenRowTable.h"
 #include "Zu/CSmallNormalButton.h"
 #include "Zu/CWidgetList.h"
+#include "dialogs/CSourceHistoryDialog.h"
 #include "model/CAuditVocabulary.h"
 
 namespace {
@@ -145,6 +147,19 @@ void CAuditDock::createTable(Zu::CWidgetList* outer) {
     m_table->setRowTexts(
         [this](int row, int column) { return CAuditRows::cell(m_entries.at(row), column); });
     outer->addWidget(m_table, 1, Zu::CWidgetList::AnchorFill);
+    connect(m_table->view(), &QAbstractItemView::doubleClicked, this,
+            [this](const QModelIndex& index) { openHistory(index.row()); });
+}
+
+Hlx::CSourceHistoryDialog* CAuditDock::openHistory(int row) {
+    if (row < 0 || row >= int(m_entries.size()))
+        return nullptr;
+    const Hlx::CAuditEntry& entry = m_entries.at(std::size_t(row));
+    if (entry.dataType != CAuditVocabulary::kQuoteSource || entry.details.empty())
+        return nullptr;
+    // An entry of several sources opens the first one's history.
+    return Hlx::CSourceHistoryDialog::openFor(
+        this, QString::fromStdString(entry.details.front().recordId).toInt(), entry.id);
 }
 
 Hlx::CAuditFilter CAuditDock::filter() const {
