@@ -184,10 +184,14 @@ void CSourceHistoryDialog::onHistory(const utils::RKError& error, const CSourceH
         m_outcome->setText(text(error.errorMsg()));
         return;
     }
+    showHistory(history, choose);
+}
+
+void CSourceHistoryDialog::showHistory(const CSourceHistory& history, long long entryId) {
     m_history = history;
     m_begin->setText(beginning());
     m_note->setText(passwordNote());
-    showEntries(choose);
+    showEntries(entryId);
 }
 
 void CSourceHistoryDialog::showEntries(long long choose) {

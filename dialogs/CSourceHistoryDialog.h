@@ -36,6 +36,9 @@ public:
 
     // Reads the history again; the entry with the id (else the newest) is chosen.
     void reload(long long entryId = 0);
+    // Shows a history read elsewhere (a scripted one for a picture), choosing the entry with the
+    // id (else the newest).
+    void showHistory(const CSourceHistory& history, long long entryId = 0);
     // Restores to the chosen entry, with the revision read.
     void restoreChosen();
 

@@ -28,6 +28,8 @@ private:
     bool shootFutureDialog(const QString& panelName, QString* error);
     bool shootWholeQuoteDialog(QString* error);
     bool shootTokenDialog(QString* error);
+    // A scripted history (fixed times and callers), never the demo's own.
+    bool shootHistoryDialog(QString* error);
 
     CConsoleWindow* m_window;
     QString m_directory;
