@@ -22,6 +22,7 @@ public:
         {CAuditVocabulary::kModify, "修改"},
         {CAuditVocabulary::kDelete, "删除"},
         {CAuditVocabulary::kSave, "保存"},
+        {CAuditVocabulary::kRestore, "恢复"},
         {CAuditVocabulary::kSetPassword, "设置密码"},
         {CAuditVocabulary::kSetEnabled, "启用或停用"},
         {CAuditVocabulary::kSetRights, "设置权限"},
@@ -38,6 +39,7 @@ public:
         {CAuditVocabulary::kRekey, "更换密钥"},
         {CAuditVocabulary::kMigrate, "升级数据库"},
         {CAuditVocabulary::kSeal, "加密密码"},
+        {CAuditVocabulary::kBackup, "备份"},
     };
 
     static constexpr Name kDataTypes[] = {

@@ -8,6 +8,8 @@ public:
     static constexpr const char* kModify = "modify";
     static constexpr const char* kDelete = "delete";
     static constexpr const char* kSave = "save";
+    // A source set back to its fields after an earlier entry (the summary names the entry).
+    static constexpr const char* kRestore = "restore";
     static constexpr const char* kSetPassword = "set_password";
     static constexpr const char* kSetEnabled = "set_enabled";
     static constexpr const char* kSetRights = "set_rights";
@@ -28,9 +30,9 @@ public:
     static constexpr const char* kSeal = "seal";
     // Every action, in the order a filter offers them.
     static constexpr const char* kActions[] = {
-        kAdd,  kModify, kDelete, kSave,  kSetPassword, kSetEnabled, kSetRights,
-        kSet,  kImport, kPrune,  kLogin, kLogout,      kExpire,     kUnlock,
-        kRead, kExport, kCheck,  kRekey, kMigrate,     kSeal,       kBackup};
+        kAdd,   kModify, kDelete, kSave,   kRestore, kSetPassword, kSetEnabled, kSetRights,
+        kSet,   kImport, kPrune,  kLogin,  kLogout,  kExpire,      kUnlock,     kRead,
+        kExport, kCheck, kRekey,  kMigrate, kSeal,   kBackup};
     // Actions recorded although they change no data: never announced as a change.
     static constexpr const char* kReadActions[] = {kExport, kRead, kCheck, kBackup};
 

@@ -88,6 +88,16 @@ public:
                               quotes::v1::ProbeHistoryReply* reply) override {
         return serve(context, request, reply, &CQuotesService::probeHistory);
     }
+    grpc::Status SourceHistory(grpc::ServerContext* context,
+                               const quotes::v1::SourceHistoryRequest* request,
+                               quotes::v1::SourceHistoryReply* reply) override {
+        return serve(context, request, reply, &CQuotesService::sourceHistory);
+    }
+    grpc::Status RestoreSource(grpc::ServerContext* context,
+                               const quotes::v1::RestoreSourceRequest* request,
+                               quotes::v1::RestoreSourceReply* reply) override {
+        return serve(context, request, reply, &CQuotesService::restoreSource);
+    }
     grpc::Status Subsystems(grpc::ServerContext* context,
                             const quotes::v1::SubsystemsRequest* request,
                             quotes::v1::SubsystemsReply* reply) override {

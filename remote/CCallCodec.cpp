@@ -88,6 +88,35 @@ RKError encodeProbes(const std::vector<Hlx::CProbeResult>& results, v1::ProbeRep
     return RKError::ok();
 }
 
+// Where a history begins, both ways; a value this side does not know reads as "earlier".
+v1::HistoryBegin historyBegin(Hlx::CSourceHistory::Begin begin) {
+    using Begin = Hlx::CSourceHistory::Begin;
+    switch (begin) {
+        case Begin::Added:
+            return v1::HISTORY_BEGIN_ADDED;
+        case Begin::Pruned:
+            return v1::HISTORY_BEGIN_PRUNED;
+        case Begin::Imported:
+            return v1::HISTORY_BEGIN_IMPORTED;
+        default:
+            return v1::HISTORY_BEGIN_EARLIER;
+    }
+}
+
+Hlx::CSourceHistory::Begin historyBegin(int begin) {
+    using Begin = Hlx::CSourceHistory::Begin;
+    switch (begin) {
+        case v1::HISTORY_BEGIN_ADDED:
+            return Begin::Added;
+        case v1::HISTORY_BEGIN_PRUNED:
+            return Begin::Pruned;
+        case v1::HISTORY_BEGIN_IMPORTED:
+            return Begin::Imported;
+        default:
+            return Begin::Earlier;
+    }
+}
+
 }  // namespace
 
 // ---- the server: requests
@@ -123,6 +152,21 @@ RKError CCallCodec::decode(const v1::ProbeHistoryRequest& in, ProbeHistoryParams
                                   Hlx::CFieldLimits::of(Hlx::CFieldLimit::Address).maxBytes);
     std::get<1>(*out) = in.port();
     std::get<2>(*out) = in.since_ms();
+    return c.error();
+}
+
+RKError CCallCodec::decode(const v1::SourceHistoryRequest& in,
+                           std::tuple<int, Hlx::CSourceHistory>* out) {
+    CCodecChecks c;
+    std::get<0>(*out) = c.narrow(in.id(), "source_history.id");
+    return c.error();
+}
+
+RKError CCallCodec::decode(const v1::RestoreSourceRequest& in, RestoreParams* out) {
+    CCodecChecks c;
+    std::get<0>(*out) = c.narrow(in.id(), "restore_source.id");
+    std::get<1>(*out) = in.entry();
+    std::get<2>(*out) = in.revision();
     return c.error();
 }
 
@@ -329,6 +373,28 @@ void CCallCodec::encode(const RKError& error, const std::tuple<long long, int>& 
     });
 }
 
+void CCallCodec::encode(const RKError& error, const std::tuple<int, Hlx::CSourceHistory>& params,
+                        v1::SourceHistoryReply* out) {
+    answer(error, out, [&] {
+        const Hlx::CSourceHistory& history = std::get<1>(params);
+        out->set_id(history.sourceId);
+        out->set_exists(history.exists);
+        out->set_revision(history.revision);
+        out->set_begin(historyBegin(history.begin));
+        out->set_begin_ms(history.beginMs);
+        out->set_begin_entry(history.beginEntry);
+        return CRecordCodec::encodeAuditEntries(history.entries, out->mutable_entries());
+    });
+}
+
+void CCallCodec::encode(const RKError& error, const RestoreParams& params,
+                        v1::RestoreSourceReply* out) {
+    answer(error, out, [&] {
+        out->set_revision(std::get<3>(params));
+        return RKError::ok();
+    });
+}
+
 void CCallCodec::encode(const RKError& error, const Login& login, v1::LoginReply* out) {
     answer(error, out, [&] {
         out->set_token(login.token);
@@ -394,6 +460,19 @@ RKError CCallCodec::encode(const std::string& address, int port, long long since
 
 RKError CCallCodec::encode(int id, const Hlx::CSourcePatch& patch, v1::ModifySourceRequest* out) {
     return CRecordCodec::encodeSourcePatch(id, patch, out);
+}
+
+RKError CCallCodec::encode(int id, v1::SourceHistoryRequest* out) {
+    out->set_id(id);
+    return RKError::ok();
+}
+
+RKError CCallCodec::encode(int id, long long entryId, long long revision,
+                           v1::RestoreSourceRequest* out) {
+    out->set_id(id);
+    out->set_entry(entryId);
+    out->set_revision(revision);
+    return RKError::ok();
 }
 
 RKError CCallCodec::encode(const Hlx::CExportOptions& options, v1::ExportRequest* out) {
@@ -618,6 +697,27 @@ RKError CCallCodec::decode(const v1::AuditReply& in, Hlx::CAuditPage* out) {
     return outcome(in.error(), [&] {
         out->more = in.more();
         return CRecordCodec::decodeAuditEntries(in.entries(), &out->entries);
+    });
+}
+
+RKError CCallCodec::decode(const v1::SourceHistoryReply& in, Hlx::CSourceHistory* out) {
+    return outcome(in.error(), [&] {
+        CCodecChecks c;
+        out->sourceId = c.narrow(in.id(), "source_history.id");
+        out->exists = in.exists();
+        out->revision = in.revision();
+        out->begin = historyBegin(in.begin());
+        out->beginMs = in.begin_ms();
+        out->beginEntry = in.begin_entry();
+        const RKError entries = CRecordCodec::decodeAuditEntries(in.entries(), &out->entries);
+        return c.ok() ? entries : c.error();
+    });
+}
+
+RKError CCallCodec::decode(const v1::RestoreSourceReply& in, long long* out) {
+    return outcome(in.error(), [&] {
+        *out = in.revision();
+        return RKError::ok();
     });
 }
 

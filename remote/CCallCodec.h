@@ -49,6 +49,10 @@ public:
     static utils::RKError decode(const quotes::v1::ProbeStatusRequest& in, ProbeStatusParams* out);
     static utils::RKError decode(const quotes::v1::ProbeHistoryRequest& in,
                                  ProbeHistoryParams* out);
+    static utils::RKError decode(const quotes::v1::SourceHistoryRequest& in,
+                                 std::tuple<int, Hlx::CSourceHistory>* out);
+    using RestoreParams = std::tuple<int, long long, long long, long long>;
+    static utils::RKError decode(const quotes::v1::RestoreSourceRequest& in, RestoreParams* out);
     using ExportParams = std::tuple<QJsonObject, Hlx::CExportOptions>;
     static utils::RKError decode(const quotes::v1::ExportRequest& in, ExportParams* out);
     static utils::RKError decode(const quotes::v1::ImportRequest& in, ImportParams* out);
@@ -133,6 +137,11 @@ public:
                        quotes::v1::AuditReply* out);
     static void encode(const utils::RKError& error, const std::tuple<long long, int>& params,
                        quotes::v1::PruneAuditReply* out);
+    static void encode(const utils::RKError& error,
+                       const std::tuple<int, Hlx::CSourceHistory>& params,
+                       quotes::v1::SourceHistoryReply* out);
+    static void encode(const utils::RKError& error, const RestoreParams& params,
+                       quotes::v1::RestoreSourceReply* out);
     // A change whose reply is its outcome alone.
     template <class Params>
     static void encode(const utils::RKError& error, const Params&, quotes::v1::AdminReply* out) {
@@ -159,6 +168,9 @@ public:
     static utils::RKError encode(const std::string& subsystem, quotes::v1::ProbeStatusRequest* out);
     static utils::RKError encode(const std::string& address, int port, long long sinceMs,
                                  quotes::v1::ProbeHistoryRequest* out);
+    static utils::RKError encode(int id, quotes::v1::SourceHistoryRequest* out);
+    static utils::RKError encode(int id, long long entryId, long long revision,
+                                 quotes::v1::RestoreSourceRequest* out);
     static utils::RKError encode(const Hlx::CExportOptions& options,
                                  quotes::v1::ExportRequest* out);
     static utils::RKError encode(const QJsonObject& document, const Hlx::CImportOptions& options,
@@ -215,6 +227,9 @@ public:
                                  std::vector<Hlx::CAdminAccount>* out);
     static utils::RKError decode(const quotes::v1::AuditReply& in, Hlx::CAuditPage* out);
     static utils::RKError decode(const quotes::v1::PruneAuditReply& in, int* out);
+    static utils::RKError decode(const quotes::v1::SourceHistoryReply& in,
+                                 Hlx::CSourceHistory* out);
+    static utils::RKError decode(const quotes::v1::RestoreSourceReply& in, long long* out);
 
     // Secrets a request carried, overwritten once it is sent.
     static void wipe(quotes::v1::LoginRequest* request);

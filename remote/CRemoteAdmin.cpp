@@ -656,6 +656,16 @@ RKError CRemoteAdmin::probeHistory(const std::string& address, int port, long lo
                    samples);
 }
 
+RKError CRemoteAdmin::sourceHistory(int id, Hlx::CSourceHistory* history) {
+    return d->call(Mode::Read, &Stub::SourceHistory, forward_as_tuple(id), history);
+}
+
+RKError CRemoteAdmin::restoreSource(int id, long long entryId, long long revision,
+                                    long long* written) {
+    return d->call(Mode::Change, &Stub::RestoreSource, forward_as_tuple(id, entryId, revision),
+                   written);
+}
+
 std::vector<Hlx::SubsystemInfo> CRemoteAdmin::subsystems() const {
     std::lock_guard<std::mutex> lock(d->m_sessionMutex);
     return d->m_subsystems;

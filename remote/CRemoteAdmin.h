@@ -78,6 +78,9 @@ public:
                                std::vector<Hlx::CProbeResult>* results) override;
     utils::RKError probeHistory(const std::string& address, int port, long long sinceMs,
                                 std::vector<Hlx::CProbeSample>* samples) override;
+    utils::RKError sourceHistory(int id, Hlx::CSourceHistory* history) override;
+    utils::RKError restoreSource(int id, long long entryId, long long revision,
+                                 long long* written) override;
     std::vector<Hlx::SubsystemInfo> subsystems() const override;
     bool hasClientLoginTypeAuth(int loginType) const override;
     utils::RKError setSubsystems(const std::vector<Hlx::SubsystemInfo>& subsystems) override;

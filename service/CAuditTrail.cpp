@@ -407,6 +407,63 @@ std::vector<CAuditTrail::Entry> CAuditTrail::readChanges(QSqlDatabase& db,
     return entries;
 }
 
+std::vector<CAuditTrail::Entry> CAuditTrail::recordEntries(QSqlDatabase& db,
+                                                           const std::string& dataType,
+                                                           const std::string& recordId,
+                                                           long long afterId) const {
+    return readRecord(db, dataType, recordId, QStringLiteral("d.entry_id > ?"), afterId);
+}
+
+bool CAuditTrail::recordEntry(QSqlDatabase& db, const std::string& dataType,
+                              const std::string& recordId, long long entryId, Entry* entry) const {
+    std::vector<Entry> found =
+        readRecord(db, dataType, recordId, QStringLiteral("d.entry_id = ?"), entryId);
+    if (found.empty())
+        return false;
+    *entry = found.front();
+    return true;
+}
+
+std::vector<CAuditTrail::Entry> CAuditTrail::readRecord(QSqlDatabase& db,
+                                                        const std::string& dataType,
+                                                        const std::string& recordId,
+                                                        const QString& idCondition,
+                                                        long long id) const {
+    QStringList columns = kColumns.split(QStringLiteral(", "));
+    for (QString& column : columns)
+        column.prepend(QStringLiteral("e."));
+    QSqlQuery query(db);
+    query.setForwardOnly(true);
+    // The details' index by (record_id, entry_id) finds the record's rows in id order.
+    query.prepare(QStringLiteral("SELECT %1, d.before_fields, d.after_fields FROM audit_details "
+                                 "d JOIN audit_entries e ON e.id = d.entry_id WHERE d.record_id "
+                                 "= ? AND %2 AND e.data_type = ? AND e.error = '' ORDER BY "
+                                 "d.entry_id")
+                      .arg(columns.join(QStringLiteral(", ")), idCondition));
+    query.addBindValue(text(recordId));
+    query.addBindValue(id);
+    query.addBindValue(text(dataType));
+    m_database.exec(query);
+    std::vector<Entry> entries;
+    while (query.next()) {
+        entries.push_back(entryFrom(query));
+        entries.back().details.push_back(
+            {recordId, object(query.value(14)), object(query.value(15))});
+    }
+    return entries;
+}
+
+CAuditTrail::Entry CAuditTrail::lastOf(QSqlDatabase& db, const std::string& action) const {
+    QSqlQuery query(db);
+    query.setForwardOnly(true);
+    query.prepare(QStringLiteral("SELECT %1 FROM audit_entries WHERE action = ? AND error = '' "
+                                 "ORDER BY id DESC LIMIT 1")
+                      .arg(kColumns));
+    query.addBindValue(text(action));
+    m_database.exec(query);
+    return query.next() ? entryFrom(query) : Entry();
+}
+
 long long CAuditTrail::lastId(QSqlDatabase& db) const {
     QSqlQuery query(db);
     query.prepare(QStringLiteral("SELECT COALESCE(MAX(id), 0) FROM audit_entries"));

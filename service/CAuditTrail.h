@@ -61,6 +61,16 @@ public:
     // those after an id, or those with the ids given.
     std::vector<Entry> changesAfter(QSqlDatabase& db, long long afterId) const;
     std::vector<Entry> changes(QSqlDatabase& db, const std::vector<long long>& ids) const;
+    // The successful entries with a detail of the record (of the data type) after an id, oldest
+    // first, each holding only that detail: one record's history, found through the index of
+    // details by record.
+    std::vector<Entry> recordEntries(QSqlDatabase& db, const std::string& dataType,
+                                     const std::string& recordId, long long afterId) const;
+    // The one entry among them with the id; false when the entry holds no detail of the record.
+    bool recordEntry(QSqlDatabase& db, const std::string& dataType, const std::string& recordId,
+                     long long entryId, Entry* entry) const;
+    // The newest successful entry of the action, without details; id 0 when there is none.
+    Entry lastOf(QSqlDatabase& db, const std::string& action) const;
     // The newest entry's id, 0 when there is none.
     long long lastId(QSqlDatabase& db) const;
     // The channel a PostgreSQL change announces its entry's id on.
@@ -101,6 +111,9 @@ private:
     bool refusedAtAddress(const char* kind, const std::string& address, const std::string& name,
                           const std::string& error) const;
     std::vector<Entry> readChanges(QSqlDatabase& db, const QString& where) const;
+    std::vector<Entry> readRecord(QSqlDatabase& db, const std::string& dataType,
+                                  const std::string& recordId, const QString& idCondition,
+                                  long long id) const;
     void insertDetails(QSqlDatabase& db, long long entryId, const Entry& entry) const;
     void readDetails(QSqlDatabase& db, std::vector<Entry>* entries) const;
 

@@ -34,6 +34,13 @@ public:
     utils::RKError modifySource(int id, const Hlx::CSourcePatch& patch) override {
         return m_service->modifySource(m_caller(), id, patch);
     }
+    utils::RKError sourceHistory(int id, Hlx::CSourceHistory* history) override {
+        return m_service->sourceHistory(m_caller(), id, history);
+    }
+    utils::RKError restoreSource(int id, long long entryId, long long revision,
+                                 long long* written) override {
+        return m_service->restoreSource(m_caller(), id, entryId, revision, written);
+    }
     std::vector<Hlx::SubsystemInfo> subsystems() const override { return m_service->subsystems(); }
     bool hasClientLoginTypeAuth(int loginType) const override {
         return m_service->hasClientLoginTypeAuth(loginType);

@@ -34,6 +34,7 @@
 #include "CServiceError.h"
 #include "CSettingsStore.h"
 #include "CSourceProber.h"
+#include "CSourceHistoryStore.h"
 #include "CSourceValidator.h"
 #include "CTokenStore.h"
 #include "CWholeQuoteStore.h"
@@ -654,6 +655,72 @@ utils::RKError CQuotesService::modifySource(const CCaller& caller, int id,
                          store.modify(db, stored, {source}));
         });
     });
+}
+
+utils::RKError CQuotesService::sourceHistory(const CCaller& caller, int id,
+                                             Hlx::CSourceHistory* history) {
+    *history = Hlx::CSourceHistory();
+    return answer(caller, nullptr, [&] {
+        const CQuoteSourceStore store(*m_database);
+        m_database->transact(false, [&](QSqlDatabase& db) {
+            *history = CSourceHistoryStore(*m_audit, store).read(db, id);
+        });
+    });
+}
+
+utils::RKError CQuotesService::restoreSource(const CCaller& caller, int id, long long entryId,
+                                             long long revision, long long* written) {
+    CAuditTrail::Entry entry =
+        CAuditTrail::entry(CAuditVocabulary::kRestore, CAuditVocabulary::kQuoteSource);
+    entry.ids = std::to_string(id);
+    entry.summary.insert(QStringLiteral("from_entry"), double(entryId));
+    *written = 0;
+    return answer(caller, &entry, [&] {
+        const CQuoteSourceStore store(*m_database);
+        m_database->transact(true, [&](QSqlDatabase& db) {
+            auto source = boost::make_shared<rkservice::COrinQuoterSourceInfo>(
+                CSourceHistoryStore(*m_audit, store).after(db, id, entryId));
+            m_generations->checkModify(db, caller);
+            const auto stored = store.byIds(db, QString(), {id}, true);
+            const auto after = stored.empty() ? restoreDeleted(db, caller, source)
+                                              : restoreStored(db, caller, stored, source, revision);
+            *written = after.at(id).getRevision();
+            CAuditTrail::Entry change = entry;
+            change.subsystem = after.at(id).getSystemTag();
+            CAuditTrail::addSourceDetails(&change, stored, after);
+            m_audit->write(db, caller, change);
+        });
+    });
+}
+
+std::map<int, rkservice::COrinQuoterSourceInfo> CQuotesService::restoreStored(
+    QSqlDatabase& db, const CCaller& caller,
+    const std::map<int, rkservice::COrinQuoterSourceInfo>& stored,
+    const rkservice::COrinQuoterSourceInfoPtr& source, long long revision) const {
+    const rkservice::COrinQuoterSourceInfo& current = stored.begin()->second;
+    // The trail keeps no password: the stored one stays.
+    source->m_strPassword = current.m_strPassword;
+    CAccessPolicy::checkModify(caller, {source}, CQuoteSourceStore::kindsOf(stored));
+    if (revision != 0)
+        CRevisionCheck::check(revision, current.getRevision(), CRevisionConflicts::kSource);
+    return CQuoteSourceStore(*m_database).modify(db, stored, {source});
+}
+
+std::map<int, rkservice::COrinQuoterSourceInfo> CQuotesService::restoreDeleted(
+    QSqlDatabase& db, const CCaller& caller,
+    const rkservice::COrinQuoterSourceInfoPtr& source) const {
+    const QString subsystem = QString::fromStdString(source->getSystemTag());
+    if (!m_settings.knowsSubsystem(subsystem))
+        throw CServiceError::notFound("分系统不存在: " + source->getSystemTag());
+    CAccessPolicy::checkAdd(caller, {source});
+    source->m_strPassword.clear();
+    const CQuoteSourceStore store(*m_database);
+    store.check(db, subsystem, *source, -1);
+    // Its former id is free: no stored source has it. The id sequences are past it already
+    // (AUTOINCREMENT and identities never hand out an id twice), so they stay as they are.
+    store.insertRaw(db, subsystem, *source);
+    source->setRevision(1);
+    return {{source->m_nId, *source}};
 }
 
 long long CQuotesService::operateToken(const CCaller& caller,

@@ -66,6 +66,14 @@ public:
     // it back in one transaction, with the rights and checks of a modify. A patch that names no
     // field is refused.
     utils::RKError modifySource(const CCaller& caller, int id, const Hlx::CSourcePatch& patch);
+    // A source's history from the audit trail (also of a deleted source), and its restore to
+    // the fields an entry of it left: a modify with its rights (an add for a deleted source, with
+    // its former id) checked against the stored revision unless revision is 0, recorded as
+    // "restore" with the entry. The trail keeps no password: the stored one stays, a source
+    // added again has none.
+    utils::RKError sourceHistory(const CCaller& caller, int id, Hlx::CSourceHistory* history);
+    utils::RKError restoreSource(const CCaller& caller, int id, long long entryId,
+                                 long long revision, long long* written);
 
     // The platform's users, by name.
     utils::RKError users(const CCaller& caller, std::vector<rkservice::CUserInfoPtr>* users);
@@ -211,6 +219,14 @@ private:
     void deleteSources(const CCaller& caller, const QString& subsystem,
                        const rkservice::COperateDataReq& request,
                        const std::vector<rkservice::COrinQuoterSourceInfoPtr>& sources);
+    // A restore of a stored source, or of a deleted one; each answers the row as written.
+    std::map<int, rkservice::COrinQuoterSourceInfo> restoreStored(
+        QSqlDatabase& db, const CCaller& caller,
+        const std::map<int, rkservice::COrinQuoterSourceInfo>& stored,
+        const rkservice::COrinQuoterSourceInfoPtr& source, long long revision) const;
+    std::map<int, rkservice::COrinQuoterSourceInfo> restoreDeleted(
+        QSqlDatabase& db, const CCaller& caller,
+        const rkservice::COrinQuoterSourceInfoPtr& source) const;
     // Each answers the revision it wrote (0 after a delete).
     long long operateToken(const CCaller& caller, const rkservice::COperateDataReq& request);
     // The change of the token, with the stored one as read.

@@ -186,10 +186,18 @@ QStringList reachability(CDatabase::Engine engine) {
     };
 }
 
+// Version 9: a source's history. The details of the trail by the record they name, so that one
+// source's entries are found without reading the whole trail.
+QStringList sourceHistory(CDatabase::Engine) {
+    return {
+        QStringLiteral("CREATE INDEX audit_details_record ON audit_details (record_id, entry_id)"),
+    };
+}
+
 }  // namespace
 
 int CSchema::currentVersion() {
-    return 8;
+    return 9;
 }
 
 int CSchema::version(const CDatabase& database, QSqlDatabase& db) {
@@ -243,6 +251,9 @@ void CSchema::migrate(const CDatabase& database, QSqlDatabase& db, int from, int
                 break;
             case 8:
                 statements = reachability(database.engine());
+                break;
+            case 9:
+                statements = sourceHistory(database.engine());
                 break;
             default:
                 throw CServiceError::unavailable("没有到数据库结构版本 " + std::to_string(step) +

@@ -21,6 +21,8 @@
 #include "Zu/CSmallNormalButton.h"
 #include "Zu/CWidgetList.h"
 #include "model/CAuditNames.h"
+#include "dialogs/CSourceHistoryDialog.h"
+#include "model/CAuditVocabulary.h"
 
 namespace {
 
@@ -171,6 +173,8 @@ void CAuditDock::createTable(Zu::CWidgetList* outer) {
     split->setStretchFactor(1, 2);
     connect(view->selectionModel(), &QItemSelectionModel::selectionChanged, this,
             &CAuditDock::showSelectedDetails);
+    connect(view, &QAbstractItemView::doubleClicked, this,
+            [this](const QModelIndex& index) { openHistory(index.row()); });
     outer->addWidget(split, 1, Zu::CWidgetList::AnchorFill);
 }
 
@@ -196,6 +200,16 @@ void CAuditDock::readSubsystemNames() {
             m_subsystems.insert(QString::fromStdString(subsystem.name),
                                 QString::fromStdString(subsystem.displayName));
     }
+
+Hlx::CSourceHistoryDialog* CAuditDock::openHistory(int row) {
+    if (row < 0 || row >= int(m_entries.size()))
+        return nullptr;
+    const Hlx::CAuditEntry& entry = m_entries.at(std::size_t(row));
+    if (entry.dataType != CAuditVocabulary::kQuoteSource || entry.details.empty())
+        return nullptr;
+    // An entry of several sources opens the first one's history.
+    return Hlx::CSourceHistoryDialog::openFor(
+        this, QString::fromStdString(entry.details.front().recordId).toInt(), entry.id);
 }
 
 Hlx::CAuditFilter CAuditDock::filter() const {

@@ -17,8 +17,9 @@ class QLineEdit;
 class QPlainTextEdit;
 class QPushButton;
 namespace Hlx {
+class CSourceHistoryDialog;
 class IAuditTransfer;
-}
+}  // namespace Hlx
 namespace Zu {
 class COddEvenRowTable;
 class CWidgetList;
@@ -47,6 +48,9 @@ public:
     bool exportCsv(const QString& path);
 
     const std::vector<Hlx::CAuditEntry>& entries() const { return m_entries; }
+    // The history of the source the row's entry names, with that entry chosen (a double click
+    // on a row of a quote source); null for an entry of anything else.
+    Hlx::CSourceHistoryDialog* openHistory(int row);
     Zu::COddEvenRowTable* table() const { return m_table; }
     QString message() const;
     // What the detail pane shows of the selected entry.

@@ -3,9 +3,11 @@
 #include <QApplication>
 #include <QCoreApplication>
 #include <QCursor>
+#include <QDateTime>
 #include <QDir>
 #include <QElapsedTimer>
 #include <QLineEdit>
+#include <QJsonObject>
 #include <QPixmap>
 #include <QScreen>
 #include <QThread>
@@ -23,6 +25,7 @@
 #include "dialogs/CLevel2QuoteDialog.h"
 #include "dialogs/CSetFutureQuotesDialog.h"
 #include "dialogs/CSetStockQuotesDialog.h"
+#include "dialogs/CSourceHistoryDialog.h"
 #include "model/CPlatformTable.h"
 #include "model/CTradeTypeTable.h"
 #include "panels/CFindBar.h"
@@ -124,7 +127,8 @@ bool CScreenshotter::run(QString* error) {
            shootFutureDialog(CPanelCatalogue::sourcesPanel(CTradeTypeTable::kFutures), error) &&
            shootFutureDialog(CPanelCatalogue::sourcesPanel(CTradeTypeTable::kFuturesOptions),
                              error) &&
-           shootWholeQuoteDialog(error) && shootTokenDialog(error) && shootFindBar(error);
+           shootWholeQuoteDialog(error) && shootTokenDialog(error) && shootFindBar(error) &&
+           shootHistoryDialog(error);
 }
 
 bool CScreenshotter::shootFindBar(QString* error) {
@@ -231,4 +235,57 @@ bool CScreenshotter::shootTokenDialog(QString* error) {
     dialog.show();
     waitUntilSettled();
     return save(&dialog, CPanelCatalogue::level2Panel() + QStringLiteral("_dialog"), error);
+}
+
+namespace {
+
+Hlx::CAuditEntry historyEntry(long long id, const char* time, const char* account,
+                              const char* address, const char* action, const QJsonObject& before,
+                              const QJsonObject& after) {
+    Hlx::CAuditEntry entry;
+    entry.id = id;
+    entry.timeMs = QDateTime::fromString(QLatin1String(time), Qt::ISODate).toMSecsSinceEpoch();
+    entry.account = account;
+    entry.clientAddress = address;
+    entry.action = action;
+    entry.dataType = "quote_source";
+    entry.details.push_back({"12", before, after});
+    return entry;
+}
+
+QJsonObject historyFields(const char* address, int port, const char* user, bool passwordChanged) {
+    return QJsonObject{{QStringLiteral("subsystem"), QStringLiteral("sys1")},
+                       {QStringLiteral("platform_id"), 10000},
+                       {QStringLiteral("broker_id"), 2147483647},
+                       {QStringLiteral("server_group_id"), 0},
+                       {QStringLiteral("address"), QLatin1String(address)},
+                       {QStringLiteral("port"), port},
+                       {QStringLiteral("user_name"), QLatin1String(user)},
+                       {QStringLiteral("password"), QStringLiteral("******")},
+                       {QStringLiteral("password_changed"), passwordChanged},
+                       {QStringLiteral("trade_type"), 2},
+                       {QStringLiteral("markets"), QStringLiteral("SH,SZ")}};
+}
+
+}  // namespace
+
+bool CScreenshotter::shootHistoryDialog(QString* error) {
+    Hlx::CSourceHistory history;
+    history.sourceId = 12;
+    history.exists = true;
+    history.revision = 3;
+    history.begin = Hlx::CSourceHistory::Begin::Added;
+    const QJsonObject added = historyFields("192.0.2.11", 9999, "quote", true);
+    const QJsonObject moved = historyFields("192.0.2.12", 9100, "quote", true);
+    const QJsonObject renamed = historyFields("192.0.2.12", 9100, "quote2", false);
+    history.entries = {
+        historyEntry(101, "2026-11-20T09:30:00Z", "admin", "10.8.0.21", "add", {}, added),
+        historyEntry(117, "2026-11-21T14:05:12Z", "operator1", "10.8.0.35", "modify", added, moved),
+        historyEntry(142, "2026-11-23T08:41:50Z", "operator2", "10.8.0.40", "modify", moved,
+                     renamed)};
+    Hlx::CSourceHistoryDialog dialog(nullptr, history.sourceId);
+    dialog.showHistory(history, 117);
+    dialog.show();
+    waitUntilSettled();
+    return save(&dialog, QStringLiteral("source_history_dialog"), error);
 }

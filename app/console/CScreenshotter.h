@@ -36,6 +36,8 @@ private:
     bool shootWholeQuoteDialog(QString* error);
     bool shootTokenDialog(QString* error);
     bool shootFindBar(QString* error);
+    // A scripted history (fixed times and callers), never the demo's own.
+    bool shootHistoryDialog(QString* error);
 
     CConsoleWindow* m_window;
     QString m_directory;

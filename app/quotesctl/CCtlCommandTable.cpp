@@ -1,5 +1,7 @@
 #include "CCtlCommandTable.h"
 
+#include "CHistoryCommands.h"
+
 #include "CAccountCommands.h"
 #include "CAuditCommand.h"
 #include "CBackupCommands.h"
@@ -82,6 +84,21 @@ std::vector<C> sourceCommands() {
                   "(documentation and other never-contacted addresses, or outside the\n"
                   "server's --probe-allow). An address this login probed within 10 s\n"
                   "answers its stored state."),
+        C({"sources", "history"}, &CHistoryCommands::history)
+            .positional(P::SourceId, "ID", 1, 1)
+            .option(O::kJson)
+            .help("The changes of source ID from the audit trail (also of a deleted source),\n"
+                  "oldest first: when, who, from where, and the fields each changed (the\n"
+                  "password only as changed or not). Says where the history begins: entries\n"
+                  "removed by audit prune, or from before an import, are no longer part of it."),
+        C({"sources", "restore"}, &CHistoryCommands::restore)
+            .positional(P::SourceId, "ID", 1, 1)
+            .required(O::kEntry)
+            .changesData()
+            .help("Set source ID back to its fields after entry N of its history (a modify,\n"
+                  "recorded as restore; a deleted source is added again with its id). The\n"
+                  "audit trail holds no password: the stored password is kept, a source added\n"
+                  "again has none."),
     };
 }
 

@@ -33,6 +33,7 @@ const std::vector<CCtlOption>& CCtlOption::all() {
         {kData, "data", Kind::Directory, "DIR"},
         {kOnly, "only", Kind::Text, "LIST"},
         {kAll, "all", Kind::Flag, ""},
+        {kEntry, "entry", Kind::Int, "N"},
     };
     return options;
 }

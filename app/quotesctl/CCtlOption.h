@@ -39,6 +39,7 @@ public:
         kData,
         kOnly,
         kAll,
+        kEntry,
     };
     enum class Kind {
         Flag,       // no value

@@ -8,6 +8,14 @@ utils::RKError IQuoteData::reloadSettings() {
     return utils::RKError();
 }
 
+utils::RKError IQuoteData::sourceHistory(int, CSourceHistory*) {
+    return utils::RKError::fail(utils::ErrorKind::Unavailable, "此数据服务不提供行情源历史");
+}
+
+utils::RKError IQuoteData::restoreSource(int, long long, long long, long long*) {
+    return utils::RKError::fail(utils::ErrorKind::Unavailable, "此数据服务不提供行情源恢复");
+}
+
 IAccountAdmin::~IAccountAdmin() = default;
 
 IAuditTransfer::~IAuditTransfer() = default;

@@ -2,6 +2,7 @@
 
 #include <vector>
 
+#include "Hlx/CSourceHistory.h"
 #include "Hlx/CSourcePatch.h"
 #include "Hlx/IDataServiceBackend.h"
 #include "bson/BSONObj.h"
@@ -26,6 +27,15 @@ public:
     // the write are one transaction of the service, so a change made meanwhile by someone else is
     // never overwritten.
     virtual utils::RKError modifySource(int id, const CSourcePatch& patch) = 0;
+    // A source's history from the audit trail (also of a deleted one), for whoever may read
+    // sources.
+    virtual utils::RKError sourceHistory(int id, CSourceHistory* history);
+    // Sets the source back to its fields after the entry of its history, as a modify checked
+    // against the rights and, when revision is not 0, the stored revision; a deleted source is
+    // added again (with its id when free). The password stays as stored (none for a source added
+    // again): the trail keeps none. revision answers the one written.
+    virtual utils::RKError restoreSource(int id, long long entryId, long long revision,
+                                         long long* written);
 
     // Answered from what the implementation already holds, never with a round trip: the client
     // centre asks them on the user-interface thread.

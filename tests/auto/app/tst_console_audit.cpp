@@ -16,6 +16,7 @@
 #include <QPushButton>
 #include <QSettings>
 #include <QTableView>
+#include <QTableWidget>
 #include <QTemporaryDir>
 #include <QThreadPool>
 #include <QtTest>
@@ -33,6 +34,7 @@
 #include "ScriptedBackend.h"
 #include "TestIds.h"
 #include "Zu/COddEvenRowTable.h"
+#include "dialogs/CSourceHistoryDialog.h"
 #include "model/CAuditVocabulary.h"
 #include "rkservice/DataTypeIds.h"
 
@@ -474,6 +476,30 @@ private slots:
         auto* dock = window.findChild<CAuditDock*>("auditTrail");
         QVERIFY(dock->isVisible());
         QTRY_COMPARE(dock->table()->rowCount(), 1);
+    }
+
+    // A double click on a quote source's row opens that source's history with the entry chosen;
+    // an entry of anything else opens none.
+    void doubleClickOpensTheSourcesHistory() {
+        makeThreeChanges();
+        CAuditDock dock(m_embedded->admin());
+        dock.resize(900, 500);
+        dock.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&dock));
+        QVERIFY(reload(dock));
+        QTableView* view = dock.table()->view();
+        const QRect cell = view->visualRect(view->model()->index(0, 0));
+        QTest::mouseClick(view->viewport(), Qt::LeftButton, {}, cell.center());
+        QTest::mouseDClick(view->viewport(), Qt::LeftButton, {}, cell.center());
+        Hlx::CSourceHistoryDialog* dialog = nullptr;
+        QTRY_VERIFY((dialog = dock.findChild<Hlx::CSourceHistoryDialog*>()));
+        QTRY_VERIFY(!dialog->isLoading());
+        QTRY_COMPARE(dialog->entryTable()->rowCount(), 2);
+        // The delete the row shows is chosen.
+        QCOMPARE(dialog->entryTable()->selectedItems().front()->row(), 1);
+        QCOMPARE(dialog->history().sourceId, std::stoi(dock.entries().front().details[0].recordId));
+        dialog->close();
+        QThreadPool::globalInstance()->waitForDone();
     }
 };
 

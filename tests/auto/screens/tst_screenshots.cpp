@@ -71,6 +71,8 @@ private slots:
         environment.insert(QStringLiteral("XDG_CONFIG_HOME"),
                            m_work.filePath(QStringLiteral("config")));
         environment.insert(QStringLiteral("XDG_RUNTIME_DIR"), m_work.path());
+        // The history dialog shows its scripted times in local time: the same on every machine.
+        environment.insert(QStringLiteral("TZ"), QStringLiteral("CST-8"));
         QProcess console;
         console.setProcessEnvironment(environment);
         console.setProcessChannelMode(QProcess::ForwardedErrorChannel);
