@@ -200,6 +200,7 @@ void CAuditDock::readSubsystemNames() {
             m_subsystems.insert(QString::fromStdString(subsystem.name),
                                 QString::fromStdString(subsystem.displayName));
     }
+}
 
 Hlx::CSourceHistoryDialog* CAuditDock::openHistory(int row) {
     if (row < 0 || row >= int(m_entries.size()))
