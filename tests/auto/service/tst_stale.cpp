@@ -367,7 +367,7 @@ private slots:
 
     // A database of the version before the generation gains it on opening.
     void olderDatabaseGainsTheGeneration() {
-        // Version 5 as it was: the service's own database without what versions 6 and 7 added.
+        // Version 5 as it was: the service's own database without what versions 6 to 9 added.
         m_service.reset();
         QString error;
         {
@@ -375,11 +375,12 @@ private slots:
             QVERIFY2(database, qPrintable(error));
             database->transact(true, [&](QSqlDatabase& db) {
                 // What the later versions added, newest first.
-                for (const char* sql : {"DROP TABLE login_failures", "DROP TABLE audit_aggregates",
-                                        "DROP TABLE whole_quote_revisions",
-                                        "ALTER TABLE audit_entries DROP COLUMN occurrences",
-                                        "ALTER TABLE level2_token DROP COLUMN revision",
-                                        "ALTER TABLE kx_orin_quoter_source DROP COLUMN revision"})
+                for (const char* sql :
+                     {"DROP INDEX audit_details_record", "DROP TABLE login_failures",
+                      "DROP TABLE audit_aggregates", "DROP TABLE whole_quote_revisions",
+                      "ALTER TABLE audit_entries DROP COLUMN occurrences",
+                      "ALTER TABLE level2_token DROP COLUMN revision",
+                      "ALTER TABLE kx_orin_quoter_source DROP COLUMN revision"})
                     database->exec(db, QString::fromLatin1(sql));
                 database->exec(db, QStringLiteral("DROP TABLE import_generation"));
                 database->exec(
