@@ -367,7 +367,7 @@ private slots:
 
     // A database of the version before the generation gains it on opening.
     void olderDatabaseGainsTheGeneration() {
-        // Version 5 as it was: the service's own database without what versions 6 to 8 added.
+        // Version 5 as it was: the service's own database without what versions 6 to 9 added.
         m_service.reset();
         QString error;
         {
@@ -376,9 +376,10 @@ private slots:
             database->transact(true, [&](QSqlDatabase& db) {
                 // What the later versions added, newest first.
                 for (const char* sql :
-                     {"DROP TABLE probe_changes", "DROP TABLE probe_history",
-                      "DROP TABLE probe_status", "DROP TABLE login_failures",
-                      "DROP TABLE audit_aggregates", "DROP TABLE whole_quote_revisions",
+                     {"DROP INDEX audit_details_record", "DROP TABLE probe_changes",
+                      "DROP TABLE probe_history", "DROP TABLE probe_status",
+                      "DROP TABLE login_failures", "DROP TABLE audit_aggregates",
+                      "DROP TABLE whole_quote_revisions",
                       "ALTER TABLE audit_entries DROP COLUMN occurrences",
                       "ALTER TABLE level2_token DROP COLUMN revision",
                       "ALTER TABLE kx_orin_quoter_source DROP COLUMN revision"})
