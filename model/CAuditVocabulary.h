@@ -30,9 +30,9 @@ public:
     static constexpr const char* kSeal = "seal";
     // Every action, in the order a filter offers them.
     static constexpr const char* kActions[] = {
-        kAdd,   kModify, kDelete, kSave,   kRestore, kSetPassword, kSetEnabled, kSetRights,
-        kSet,   kImport, kPrune,  kLogin,  kLogout,  kExpire,      kUnlock,     kRead,
-        kExport, kCheck, kRekey,  kMigrate, kSeal,   kBackup};
+        kAdd,    kModify, kDelete, kSave,    kRestore, kSetPassword, kSetEnabled, kSetRights,
+        kSet,    kImport, kPrune,  kLogin,   kLogout,  kExpire,      kUnlock,     kRead,
+        kExport, kCheck,  kRekey,  kMigrate, kSeal,    kBackup};
     // Actions recorded although they change no data: never announced as a change.
     static constexpr const char* kReadActions[] = {kExport, kRead, kCheck, kBackup};
 

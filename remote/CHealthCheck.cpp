@@ -59,6 +59,7 @@ void askVersion(const std::shared_ptr<grpc::Channel>& channel, std::chrono::mill
         return;
     answer->version = reply.server_version();
     answer->commit = reply.commit();
+    answer->certificateExpiresMs = reply.certificate_expires_ms();
 }
 
 }  // namespace

@@ -18,7 +18,8 @@ public:
         std::string status;    // "SERVING", "NOT_SERVING", "UNKNOWN", ...
         std::string version;   // from Ping, when it answered
         std::string commit;
-        std::string failure;  // why it was not reached
+        long long certificateExpiresMs = 0;  // from Ping; 0: not said
+        std::string failure;                 // why it was not reached
         bool serving() const { return reached && status == "SERVING"; }
     };
 

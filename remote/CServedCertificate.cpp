@@ -113,7 +113,11 @@ int CServedCertificate::daysLeft(const QDateTime& now) const {
 }
 
 int CServedCertificate::daysLeft(const CTlsIdentity& identity, const QDateTime& now) {
-    const qint64 seconds = now.secsTo(identity.notAfter());
+    return daysLeft(identity.notAfter(), now);
+}
+
+int CServedCertificate::daysLeft(const QDateTime& notAfter, const QDateTime& now) {
+    const qint64 seconds = now.secsTo(notAfter);
     // Rounded down, also below zero: a certificate that ended an hour ago has -1 days.
     return int(seconds >= 0 ? seconds / kDaySeconds
                             : -((-seconds + kDaySeconds - 1) / kDaySeconds));
@@ -124,8 +128,12 @@ QString CServedCertificate::expiryWarning(const QDateTime& now) const {
 }
 
 QString CServedCertificate::expiryWarning(const CTlsIdentity& identity, const QDateTime& now) {
-    const int days = daysLeft(identity, now);
-    const QString end = identity.notAfter().toString(Qt::ISODate);
+    return expiryWarning(identity.notAfter(), now);
+}
+
+QString CServedCertificate::expiryWarning(const QDateTime& notAfter, const QDateTime& now) {
+    const int days = daysLeft(notAfter, now);
+    const QString end = notAfter.toString(Qt::ISODate);
     if (days < 0)
         return QStringLiteral(
                    "the server certificate expired on %1: renew it with quotesd cert "

@@ -56,9 +56,12 @@ public:
     // Whole days until the certificate ends (negative once it has); for metrics and health.
     int daysLeft(const QDateTime& now = QDateTime::currentDateTimeUtc()) const;
     static int daysLeft(const CTlsIdentity& identity, const QDateTime& now);
+    static int daysLeft(const QDateTime& notAfter, const QDateTime& now);
     // Empty, or the warning the log and the health status give from kWarningDays before the end.
     QString expiryWarning(const QDateTime& now = QDateTime::currentDateTimeUtc()) const;
     static QString expiryWarning(const CTlsIdentity& identity, const QDateTime& now);
+    // The same for a certificate known by its end alone (a client told it by Ping).
+    static QString expiryWarning(const QDateTime& notAfter, const QDateTime& now);
 
 private:
     // Takes the files' pair when it reads and differs from the one held.

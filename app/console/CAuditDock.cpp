@@ -20,8 +20,8 @@
 #include "Zu/COddEvenRowTable.h"
 #include "Zu/CSmallNormalButton.h"
 #include "Zu/CWidgetList.h"
-#include "model/CAuditNames.h"
 #include "dialogs/CSourceHistoryDialog.h"
+#include "model/CAuditNames.h"
 #include "model/CAuditVocabulary.h"
 
 namespace {

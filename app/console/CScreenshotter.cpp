@@ -6,8 +6,8 @@
 #include <QDateTime>
 #include <QDir>
 #include <QElapsedTimer>
-#include <QLineEdit>
 #include <QJsonObject>
+#include <QLineEdit>
 #include <QPixmap>
 #include <QScreen>
 #include <QThread>

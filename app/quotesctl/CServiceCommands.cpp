@@ -1,5 +1,6 @@
 #include "CServiceCommands.h"
 
+#include <QDateTime>
 #include <QFile>
 #include <QJsonObject>
 #include <chrono>
@@ -12,6 +13,7 @@
 #include "CCtlSession.h"
 #include "CHealthCheck.h"
 #include "CQuotesService.h"
+#include "CServedCertificate.h"
 #include "Hlx/IQuotesAdmin.h"
 
 void CServiceCommands::integrity(CCtlSession& session) {
@@ -74,6 +76,14 @@ QString healthLine(const QString& server, const CHealthCheck::Answer& answer) {
         line +=
             QStringLiteral(" version %1 commit %2")
                 .arg(QString::fromStdString(answer.version), QString::fromStdString(answer.commit));
+    // A monitor's line is where an administrator sees the certificate's end coming.
+    if (answer.certificateExpiresMs > 0) {
+        const QString warning = CServedCertificate::expiryWarning(
+            QDateTime::fromMSecsSinceEpoch(answer.certificateExpiresMs, Qt::UTC),
+            QDateTime::currentDateTimeUtc());
+        if (!warning.isEmpty())
+            line += QStringLiteral("; ") + warning;
+    }
     return line;
 }
 

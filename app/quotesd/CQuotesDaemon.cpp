@@ -304,7 +304,9 @@ int CQuotesDaemon::serve() {
     loginOptions.concurrentPasswordChecks = limits.passwordChecks;
     CLoginManager logins(service->database(), loginOptions);
     CAdminServer admin(service, logins, {limits.eventStreams, limits.eventStreamsPerLogin});
-    if (!watch.watch(*service, logins, admin, [&certificate] { return certificate.current().notAfter(); }, &error))
+    if (!watch.watch(
+            *service, logins, admin, [&certificate] { return certificate.current().notAfter(); },
+            &error))
         return fail(error);
     const auto unwatch = qScopeGuard([&watch] { watch.unwatch(); });
     admin.setCertificateExpiry(
@@ -321,7 +323,8 @@ int CQuotesDaemon::serve() {
     const CSystemdNotifier systemd;
     CDatabaseProbe probe(service->database(), std::chrono::milliseconds(limits.selfCheckMs),
                          kDatabaseDeadline);
-    CServerHealth health(server, probe, systemd, serving, say);
+    CServerHealth health(server, probe, systemd, serving, say,
+                         [&certificate] { return certificate.expiryWarning(); });
     systemd.ready(serving);
     health.update();
     server.guard([&health](bool passed) { health.checked(passed); });
@@ -351,7 +354,8 @@ void CQuotesDaemon::awaitStop(const sigset_t& waited, CQuotesService& service,
             return;
         // What a running server can read again: the settings other servers of its database
         // may have changed, and a renewed certificate. Its options take a restart.
-        say(QStringLiteral("SIGHUP: reading the sub-systems and login-type settings and the "
+        say(
+            QStringLiteral("SIGHUP: reading the sub-systems and login-type settings and the "
                            "certificate files again; options take a restart"));
         systemd.reloading();
         certificate.refresh(say);

@@ -5,12 +5,15 @@
 #include "CSystemdNotifier.h"
 
 CServerHealth::CServerHealth(CGuardedServer& server, const CDatabaseProbe& database,
-                             const CSystemdNotifier& systemd, QString servingStatus, Log log)
+                             const CSystemdNotifier& systemd, QString servingStatus, Log log,
+                             Note note)
     : m_server(server),
       m_database(database),
       m_systemd(systemd),
       m_servingStatus(std::move(servingStatus)),
-      m_log(std::move(log)) {}
+      m_log(std::move(log)),
+      m_note(std::move(note)),
+      m_shownStatus(m_servingStatus) {}  // what READY=1 shows
 
 bool CServerHealth::update() {
     std::string why;
@@ -32,14 +35,24 @@ void CServerHealth::apply(bool healthy, const QString& why) {
     m_server.setServing(healthy);
     if (healthy)
         m_systemd.watchdog();
-    if (healthy == m_healthy)
-        return;
-    m_healthy = healthy;
-    if (healthy) {
-        m_log(QStringLiteral("healthy again: serving"));
-        m_systemd.status(m_servingStatus);
+    if (healthy != m_healthy) {
+        m_healthy = healthy;
+        m_log(healthy ? QStringLiteral("healthy again: serving")
+                      : QStringLiteral("not serving (health NOT_SERVING, no watchdog pings): %1")
+                            .arg(why));
+    }
+    if (!healthy) {
+        showStatus(QStringLiteral("not serving: %1").arg(why));
         return;
     }
-    m_log(QStringLiteral("not serving (health NOT_SERVING, no watchdog pings): %1").arg(why));
-    m_systemd.status(QStringLiteral("not serving: %1").arg(why));
+    const QString note = m_note ? m_note() : QString();
+    showStatus(note.isEmpty() ? m_servingStatus : m_servingStatus + QStringLiteral("; ") + note);
+}
+
+// systemd's status line changes only when its text does, not on every check.
+void CServerHealth::showStatus(const QString& status) {
+    if (status == m_shownStatus)
+        return;
+    m_shownStatus = status;
+    m_systemd.status(status);
 }

@@ -30,7 +30,7 @@ expect() {
 expect "sources brokers platforms token subsystems users export import integrity rekey backup restore accounts audit ping health" \
     quotesctl ""
 expect "sources subsystems" quotesctl --server host:7461 s
-expect "list add modify delete probe" quotesctl --data /srv/quotes sources ""
+expect "list add modify delete probe history restore" quotesctl --data /srv/quotes sources ""
 expect "--trade-type --subsystem --json" quotesctl sources list --
 expect "list password enable disable rights unlock" quotesctl accounts ""
 expect "--password-file" quotesctl accounts password admin --p

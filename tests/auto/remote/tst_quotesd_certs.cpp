@@ -12,6 +12,7 @@
 
 #include "CRemoteAdmin.h"
 #include "CTlsIdentity.h"
+#include "QuotesctlRun.h"
 #include "QuotesdProcess.h"
 #include "TlsProbe.h"
 #include "quotes.grpc.pb.h"
@@ -235,6 +236,16 @@ private slots:
         QCOMPARE(cert(m_server, {QStringLiteral("show")}, &output), 0);
         QVERIFY2(output.contains(QStringLiteral("warning: the server certificate expires on")),
                  qPrintable(output));
+        // A monitor's health line says it too, and still counts the server as serving.
+        const QuotesctlRun health = QuotesctlRun::start(
+            qEnvironmentVariable("QUOTES_BINARY_DIR") + QStringLiteral("/bin/quotesctl"),
+            {QStringLiteral("--server"), m_server.address(), QStringLiteral("--ca"),
+             QDir(m_server.publicDir()).filePath(QStringLiteral("ca.crt")),
+             QStringLiteral("health")});
+        QCOMPARE(health.code, 0);
+        QVERIFY2(health.out.contains("SERVING version") &&
+                     health.out.contains("; the server certificate expires on"),
+                 health.out.constData());
         QCOMPARE(cert(m_server, {QStringLiteral("renew")}, &output), 0);
     }
 
