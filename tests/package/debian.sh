@@ -9,6 +9,8 @@ scratch=$(mktemp -d)
 server_pid=
 cleanup() {
     if [ -n "$server_pid" ]; then kill "$server_pid" 2>/dev/null || true; fi
+    # A server the walk-through's subshell started and could not stop.
+    if [ -s "$scratch/server.pid" ]; then kill "$(cat "$scratch/server.pid")" 2>/dev/null || true; fi
     rm -rf "$scratch"
 }
 trap cleanup EXIT
@@ -179,6 +181,9 @@ fi
 quotesd_args=$(set -a && . "$root/etc/default/quotesd" && echo "$QUOTESD_ARGS")
 quotesd_args=${quotesd_args//\/var\/lib\/quotesd/$data}
 quotesd_args=${quotesd_args//0.0.0.0:7461/127.0.0.1:$port}
+metrics_port=$((port + 1))
+while port_in_use $metrics_port; do metrics_port=$((metrics_port + 1)); done
+quotesd_args=${quotesd_args//127.0.0.1:9461/127.0.0.1:$metrics_port}
 start_server() {
     : >"$scratch/server.log"
     (
@@ -187,6 +192,7 @@ start_server() {
         exec prlimit --nofile="$unit_files:$unit_files" "${as_server[@]}" "$sbin/quotesd" $quotesd_args
     ) >"$scratch/server.log" 2>&1 &
     server_pid=$!
+    echo "$server_pid" >"$scratch/server.pid"
     # Bounded: the server is up within seconds or the test fails.
     for _ in $(seq 100); do
         grep -q 'listening on' "$scratch/server.log" && break
@@ -199,6 +205,7 @@ stop_server() {
     kill -TERM "$server_pid"
     wait "$server_pid" || fail "quotesd did not stop cleanly"
     server_pid=
+    : >"$scratch/server.pid"
 }
 as_client() {
     printf '%s\n' "$password" | "${client[@]}" "$@"
@@ -254,4 +261,65 @@ listing=$(as_client sources list) || fail "quotesctl sources list after the rest
 grep -q '192\.0\.2\.15 *7100' <<<"$listing" || fail "the restore lost the source: $listing"
 ! grep -q '192\.0\.2\.16' <<<"$listing" || fail "the restore kept a source added after the backup"
 stop_server
+
+echo "== README's walk-through, from install to upgrade"
+# Run as written, with stand-ins for what a scratch root cannot do for real: apt unpacks the
+# packages again (and, as their postinst, restarts a running server), systemctl starts and stops
+# the server as the unit would, sudo -u quotesd runs as nobody.
+walk_data=$scratch/walk/quotesd
+mkdir -p "$scratch/walk" "$scratch/home"
+chmod 755 "$scratch/walk"
+if [ "$(id -u)" -eq 0 ]; then
+    install -d -o nobody -g nogroup -m 0700 "$walk_data"
+    install -d -o nobody -g nogroup -m 0755 "$walk_data-public"
+else
+    install -d -m 0700 "$walk_data"
+    install -d -m 0755 "$walk_data-public"
+fi
+sed -n '/<!-- walk-through: run by tests\/package\/debian.sh -->/,/^```$/p' "$source_dir/README.md" |
+    sed '1,2d;$d' >"$scratch/walk.sh"
+[ -s "$scratch/walk.sh" ] || fail "README has no walk-through"
+sed -i -e "s|/var/lib/quotesd|$walk_data|g" -e "s|127.0.0.1:7461|127.0.0.1:$port|g" \
+    -e "s|127.0.0.1:9461|127.0.0.1:$metrics_port|g" "$scratch/walk.sh"
+data=$walk_data
+quotesd_args=${quotesd_args//$scratch\/data/$walk_data}
+# Not in an && or || list, where bash would ignore set -e for every command inside.
+set +e
+(
+    set -euo pipefail
+    export HOME=$scratch/home PATH=$sbin:$bin:$PATH
+    apt() {
+        [ "$1" = install ] || fail "apt $1 in the walk-through"
+        for deb in "${debs[@]}"; do dpkg-deb -x "$deb" "$root"; done
+        if [ -n "$server_pid" ]; then stop_server && start_server; fi
+    }
+    systemctl() {
+        case "$1 $2" in
+            "enable --now" | "start quotesd") start_server ;;
+            "stop quotesd") stop_server ;;
+            "reload quotesd")
+                kill -HUP "$server_pid"
+                for _ in $(seq 50); do grep -q 'SIGHUP' "$scratch/server.log" && break; sleep 0.1; done
+                grep -q 'SIGHUP' "$scratch/server.log" || fail "reload: no SIGHUP in the log"
+                ;;
+            *) fail "systemctl $* in the walk-through" ;;
+        esac
+    }
+    sudo() {
+        if [ "$1" = -u ]; then
+            shift 2
+            "${as_server[@]}" env PATH="$PATH" "$@"
+        else
+            "$@"
+        fi
+    }
+    # shellcheck disable=SC1091 # written above, from README
+    . "$scratch/walk.sh"
+    stop_server
+) >"$scratch/walk.log" 2>&1
+walked=$?
+set -e
+[ "$walked" -eq 0 ] || { cat "$scratch/walk.log" "$scratch/server.log" >&2; fail "README's walk-through failed"; }
+grep -q 'SERVING version' "$scratch/walk.log" || fail "the walk-through's health check said nothing"
+grep -q '^quotesd_certificate_days_left' "$scratch/walk.log" || fail "the walk-through read no metrics"
 echo "packages built, lintian clean, unit verified; quotesd served, reloaded, backed up and was restored"
