@@ -15,6 +15,7 @@
 #include "Hlx/CAdminBackend.h"
 #include "Hlx/COrinClientCenter.h"
 #include "Hlx/IQuotesAdmin.h"
+#include "model/CAuditNames.h"
 #include "model/CHistoryTexts.h"
 
 namespace Hlx {
@@ -52,7 +53,8 @@ QString fieldName(const std::string& field) {
 }
 
 QString actionName(const std::string& action) {
-    return label(CHistoryTexts::shown(CHistoryTexts::kActions, action.c_str()));
+    // The audit dock's names, so an action reads alike wherever the console shows it.
+    return QString::fromStdString(CAuditNames::action(action));
 }
 
 QString who(const CAuditEntry& entry) {

@@ -4,7 +4,7 @@
 #include <cstring>
 
 // The texts of a source's history (查看历史) as the console shows them: the dialog's own words,
-// the fields of a source's audit detail and the actions that change a source.
+// the fields of a source's audit detail (the actions read as in the audit dock, CAuditNames).
 class CHistoryTexts {
 public:
     static constexpr const char* kTime = "时间";
@@ -41,9 +41,6 @@ public:
         {"broker_id", "期货公司"}, {"server_group_id", "服务器组"}, {"address", "地址"},
         {"port", "端口"},          {"user_name", "用户名"},         {"password", "密码"},
         {"markets", "市场"}};
-    // The actions a source's history holds.
-    static constexpr Name kActions[] = {
-        {"add", "新增"}, {"modify", "修改"}, {"delete", "删除"}, {"restore", "恢复"}};
 
     // The shown name of a stored one; the stored name itself when the table has none.
     template <std::size_t N>
