@@ -1,5 +1,6 @@
 #include "panels/CConnectionTest.h"
 
+#include <QApplication>
 #include <QMessageBox>
 #include <QMetaObject>
 #include <QPointer>
@@ -45,11 +46,9 @@ bool CConnectionTest::start(QWidget* widget, int sourceId) {
         std::vector<CProbeResult> results;
         const utils::RKError error = admin->probeSources({sourceId}, false, &results);
         const QString text = describe(error, results);
-        QWidget* target = alive.data();
-        if (!target)
-            return;
+        // Posted to the application, which outlives the widget: the widget is looked at there.
         QMetaObject::invokeMethod(
-            target,
+            qApp,
             [alive, text] {
                 if (alive)
                     show(alive.data(), text);
