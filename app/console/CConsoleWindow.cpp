@@ -13,6 +13,7 @@
 #include <QToolBar>
 
 #include "CAuditDock.h"
+#include "CConsoleProber.h"
 #include "CLiveUpdates.h"
 #include "CPanelCatalogue.h"
 #include "CStatusDock.h"
@@ -92,6 +93,8 @@ CConsoleWindow::CConsoleWindow(const boost::shared_ptr<Hlx::IQuotesAdmin>& admin
 }
 
 CConsoleWindow::~CConsoleWindow() {
+    // The dock hides as it goes: that must not reach a prober the window no longer follows.
+    disconnect(m_statusDock, nullptr, this, nullptr);
     Hlx::COrinClientCenter::instance()->setChosenSubsystem(std::string());
     m_live->stop();
     closeAllDocks();
@@ -261,6 +264,13 @@ CStatusDock* CConsoleWindow::openSourceStatus() {
     m_statusDock->show();
     m_statusDock->raise();
     return m_statusDock;
+}
+
+void CConsoleWindow::runWhileStatusOpen(CConsoleProber* prober) {
+    // Open means shown, not only in front: a tab behind another keeps the prober running.
+    connect(m_statusDock, &QDockWidget::visibilityChanged, this,
+            [this, prober] { prober->setRunning(!m_statusDock->isHidden()); });
+    prober->setRunning(!m_statusDock->isHidden());
 }
 
 Hlx::IorinDockableWidget* CConsoleWindow::panel(const QString& objectName) const {

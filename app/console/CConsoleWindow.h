@@ -11,6 +11,7 @@
 
 class CLiveUpdates;
 class CAuditDock;
+class CConsoleProber;
 class CStatusDock;
 class QComboBox;
 class QDockWidget;
@@ -45,6 +46,9 @@ public:
     // Shows and raises the dock "行情源状态" (made with the window, hidden).
     CStatusDock* openSourceStatus();
     CStatusDock* sourceStatus() const { return m_statusDock; }
+    // Embedded only: the prober that runs while the dock 行情源状态 is open (the window does not
+    // own it; it must outlive the window).
+    void runWhileStatusOpen(CConsoleProber* prober);
 
     void switchUser(const QString& name);
     // On quotesd: log in as another account / end the login and ask for one again.

@@ -13,6 +13,7 @@
 #include <QtTest>
 
 #include "CCaller.h"
+#include "CConsoleProber.h"
 #include "CConsoleWindow.h"
 #include "CProbeAllowList.h"
 #include "CQuotesService.h"
@@ -225,6 +226,32 @@ private slots:
         m_listeners.shut(open);
         probeAll("b");
         QTRY_COMPARE(cell(*dock->model(), 0, CStatusModel::kColState), QStringLiteral("拒绝连接"));
+    }
+
+    void theEmbeddedConsoleProbesWhileTheDockIsOpen() {
+        const int open = m_listeners.open();
+        add("127.0.0.1", open);
+        CConsoleProber prober(m_embedded->service(), std::chrono::milliseconds(200));
+        {
+            CConsoleWindow window(m_embedded->admin(),
+                                  m_dir.filePath(QStringLiteral("console.ini")));
+            window.switchSystem(QStringLiteral("sys1"));
+            window.runWhileStatusOpen(&prober);
+            window.show();
+            QVERIFY(!prober.isRunning());
+            CStatusDock* dock = window.openSourceStatus();
+            QTRY_VERIFY(prober.isRunning());
+            // Found by the console's own rounds, nobody asking for a probe.
+            QTRY_COMPARE(cell(*dock->model(), 0, CStatusModel::kColState), QStringLiteral("可达"));
+            QVERIFY(prober.rounds() >= 1);
+            dock->close();
+            QTRY_VERIFY(!prober.isRunning());
+            window.openSourceStatus();
+            QTRY_VERIFY(prober.isRunning());
+        }
+        // The window went with the dock open: the prober runs on until its owner stops it.
+        prober.setRunning(false);
+        QVERIFY(!prober.isRunning());
     }
 };
 
