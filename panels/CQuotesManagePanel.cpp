@@ -30,11 +30,13 @@
 #include "Zu/StringConvert.h"
 #include "dialogs/CSetFutureQuotesDialog.h"
 #include "dialogs/CSetStockQuotesDialog.h"
+#include "dialogs/CSourceHistoryDialog.h"
 #include "model/CPlatformTable.h"
 #include "model/CRequestFactory.h"
 #include "model/CRequestRouter.h"
 #include "model/CRightsTable.h"
 #include "model/CTradeTypeTable.h"
+#include "panels/CConnectionTest.h"
 #include "panels/CFindBar.h"
 #include "rkservice/COrinBrokerInfo.h"
 #include "rkservice/DataTypeIds.h"
@@ -145,6 +147,14 @@ void CQuotesManagePanel::createShortcuts() {
 }
 
 void CQuotesManagePanel::createRowMenu() {
+    m_rowMenu.add(QStringLiteral("测试连接"), QStringLiteral("testConnection"),
+                  [this](int, const rkservice::COrinQuoterSourceInfoPtr& record) {
+                      CConnectionTest::start(this, record->m_nId);
+                  });
+    m_rowMenu.add(QStringLiteral("查看历史"), QStringLiteral("viewHistory"),
+                  [this](int, const rkservice::COrinQuoterSourceInfoPtr& record) {
+                      CSourceHistoryDialog::openFor(this, record->m_nId);
+                  });
     m_rowMenu.add(
         QStringLiteral("复制地址"), QStringLiteral("copyAddress"),
         [this](int row, const rkservice::COrinQuoterSourceInfoPtr&) { copyAddress(row); });

@@ -13,8 +13,10 @@
 #include <QToolBar>
 
 #include "CAuditDock.h"
+#include "CConsoleProber.h"
 #include "CLiveUpdates.h"
 #include "CPanelCatalogue.h"
+#include "CStatusDock.h"
 #include "CStatusReader.h"
 #include "Hlx/COrinClientCenter.h"
 #include "Hlx/CUserManager.h"
@@ -57,6 +59,9 @@ CConsoleWindow::CConsoleWindow(const boost::shared_ptr<Hlx::IQuotesAdmin>& admin
     m_auditDock = new CAuditDock(m_admin, this);
     addDockWidget(Qt::BottomDockWidgetArea, m_auditDock);
     m_auditDock->hide();
+    m_statusDock = new CStatusDock(m_admin, this);
+    addDockWidget(Qt::BottomDockWidgetArea, m_statusDock);
+    m_statusDock->hide();
 
     if (m_session.isRemote()) {
         takeLoggedInAccount();
@@ -78,6 +83,8 @@ CConsoleWindow::CConsoleWindow(const boost::shared_ptr<Hlx::IQuotesAdmin>& admin
     connect(m_live, &CLiveUpdates::rebuildWanted, this, &CConsoleWindow::rebuildForChanges,
             Qt::DirectConnection);
     connect(m_live, &CLiveUpdates::statusMessage, statusBar(), &QStatusBar::showMessage);
+    connect(m_live, &CLiveUpdates::probeChanged, m_statusDock, &CStatusDock::reloadSoon);
+    m_statusDock->setSubsystem(m_systemName);
     connect(Hlx::COrinClientCenter::instance(), &Hlx::COrinClientCenter::serverMessageShown, this,
             [this](int, bool, QWidget*, const QString& title, const QString& text) {
                 // The latest outcome replaces the one before, a success an earlier error too.
@@ -86,6 +93,8 @@ CConsoleWindow::CConsoleWindow(const boost::shared_ptr<Hlx::IQuotesAdmin>& admin
 }
 
 CConsoleWindow::~CConsoleWindow() {
+    // The dock hides as it goes: that must not reach a prober the window no longer follows.
+    disconnect(m_statusDock, nullptr, this, nullptr);
     Hlx::COrinClientCenter::instance()->setChosenSubsystem(std::string());
     m_live->stop();
     closeAllDocks();
@@ -111,6 +120,8 @@ void CConsoleWindow::createMenus() {
     });
     view->addAction(QStringLiteral("操作记录"), this, &CConsoleWindow::openAuditTrail)
         ->setObjectName(QStringLiteral("open_auditTrail"));
+    view->addAction(QStringLiteral("行情源状态"), this, &CConsoleWindow::openSourceStatus)
+        ->setObjectName(QStringLiteral("open_sourceStatus"));
     QMenu* window = menuBar()->addMenu(QStringLiteral("窗口(&W)"));
     window->addAction(QStringLiteral("恢复默认布局"), this, [this] {
         closeAllDocks();
@@ -247,6 +258,19 @@ CAuditDock* CConsoleWindow::openAuditTrail() {
     m_auditDock->show();
     m_auditDock->raise();
     return m_auditDock;
+}
+
+CStatusDock* CConsoleWindow::openSourceStatus() {
+    m_statusDock->show();
+    m_statusDock->raise();
+    return m_statusDock;
+}
+
+void CConsoleWindow::runWhileStatusOpen(CConsoleProber* prober) {
+    // Open means shown, not only in front: a tab behind another keeps the prober running.
+    connect(m_statusDock, &QDockWidget::visibilityChanged, this,
+            [this, prober] { prober->setRunning(!m_statusDock->isHidden()); });
+    prober->setRunning(!m_statusDock->isHidden());
 }
 
 Hlx::IorinDockableWidget* CConsoleWindow::panel(const QString& objectName) const {
@@ -408,6 +432,8 @@ void CConsoleWindow::switchSystem(const QString& name) {
     if (Hlx::IorinDockableWidget* all =
             panel(CPanelCatalogue::sourcesPanel(Hlx::CTradeTypeTable::kAll)))
         all->onActive();
+    if (m_statusDock)
+        m_statusDock->setSubsystem(name);
     updateStatus();
 }
 

@@ -11,6 +11,8 @@
 
 class CLiveUpdates;
 class CAuditDock;
+class CConsoleProber;
+class CStatusDock;
 class QComboBox;
 class QDockWidget;
 class QLabel;
@@ -41,6 +43,12 @@ public:
     // Shows and raises the read-only audit dock "操作记录" (made with the window, hidden).
     CAuditDock* openAuditTrail();
     CAuditDock* auditTrail() const { return m_auditDock; }
+    // Shows and raises the dock "行情源状态" (made with the window, hidden).
+    CStatusDock* openSourceStatus();
+    CStatusDock* sourceStatus() const { return m_statusDock; }
+    // Embedded only: the prober that runs while the dock 行情源状态 is open (the window does not
+    // own it; it must outlive the window).
+    void runWhileStatusOpen(CConsoleProber* prober);
 
     void switchUser(const QString& name);
     // On quotesd: log in as another account / end the login and ask for one again.
@@ -105,6 +113,7 @@ private:
     QLabel* m_systemLabel = nullptr;
     QLabel* m_databaseLabel = nullptr;
     CAuditDock* m_auditDock = nullptr;
+    CStatusDock* m_statusDock = nullptr;
     QString m_userName;
     QString m_systemName;
 };

@@ -73,6 +73,7 @@ void CLiveUpdates::onChange(const Hlx::CChangeEvent& change) {
     // A probe's finding: no change anyone made, nothing to reload (the status dock follows it).
     if (change.probeChange) {
         noteProbe(change.probe);
+        emit probeChanged();
         return;
     }
     if (!change.own && !change.resync)

@@ -52,6 +52,8 @@ signals:
     // The panels are to be built anew (the data beneath them was replaced, or the rights of
     // the console's account changed); no modal box is open then.
     void rebuildWanted();
+    // A probe found a new state of an address (the status dock reads the states again).
+    void probeChanged();
     // A short note for the status bar.
     void statusMessage(const QString& text, int timeoutMs);
 

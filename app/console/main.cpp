@@ -12,6 +12,7 @@
 #include "CConsoleLocale.h"
 #include "CConsoleLogging.h"
 #include "CConsoleOptions.h"
+#include "CConsoleProber.h"
 #include "CConsoleWindow.h"
 #include "CDataDirectory.h"
 #include "CDatabaseUrl.h"
@@ -80,9 +81,12 @@ int runEmbedded(QApplication& app, const CConsoleOptions& options, const QString
     const boost::shared_ptr<CEmbeddedAdmin> admin = CEmbeddedBackends::forCurrentUser(service);
     install(admin);
     int status = 0;
+    // Made first, gone last: the window's dock starts and stops it.
+    CConsoleProber prober(service);
     {
         CConsoleWindow window(admin, QDir(dataDir).filePath(QStringLiteral("console.ini")),
                               options.user);
+        window.runWhileStatusOpen(&prober);
         status = runWindow(app, window, options);
     }
     uninstall();
