@@ -118,6 +118,7 @@ CServiceOptions CQuotesDaemon::serviceOptions() const {
     options.dataDir = m_options.dataDir;
     options.dbUrl = m_options.dbUrl;
     options.createMissing = m_options.command != CDaemonOptions::Join;
+    options.sampleData = m_options.sampleData;
     // init has copied a given key into the data directory, where the service looks by default.
     if (m_options.command != CDaemonOptions::Init && m_options.command != CDaemonOptions::Join)
         options.secretsKeyFile = m_options.secretsKeyFile;
@@ -304,7 +305,9 @@ int CQuotesDaemon::serve() {
     loginOptions.concurrentPasswordChecks = limits.passwordChecks;
     CLoginManager logins(service->database(), loginOptions);
     CAdminServer admin(service, logins, {limits.eventStreams, limits.eventStreamsPerLogin});
-    if (!watch.watch(*service, logins, admin, [&certificate] { return certificate.current().notAfter(); }, &error))
+    if (!watch.watch(
+            *service, logins, admin, [&certificate] { return certificate.current().notAfter(); },
+            &error))
         return fail(error);
     const auto unwatch = qScopeGuard([&watch] { watch.unwatch(); });
     admin.setCertificateExpiry(
@@ -351,7 +354,8 @@ void CQuotesDaemon::awaitStop(const sigset_t& waited, CQuotesService& service,
             return;
         // What a running server can read again: the settings other servers of its database
         // may have changed, and a renewed certificate. Its options take a restart.
-        say(QStringLiteral("SIGHUP: reading the sub-systems and login-type settings and the "
+        say(
+            QStringLiteral("SIGHUP: reading the sub-systems and login-type settings and the "
                            "certificate files again; options take a restart"));
         systemd.reloading();
         certificate.refresh(say);
