@@ -33,8 +33,8 @@
 #include "CSeedData.h"
 #include "CServiceError.h"
 #include "CSettingsStore.h"
-#include "CSourceProber.h"
 #include "CSourceHistoryStore.h"
+#include "CSourceProber.h"
 #include "CSourceValidator.h"
 #include "CTokenStore.h"
 #include "CWholeQuoteStore.h"
@@ -209,7 +209,7 @@ boost::shared_ptr<CQuotesService> CQuotesService::open(const CServiceOptions& op
                                                                  : QFileInfo(file).absolutePath(),
                                                 database));
     try {
-        service->initialise(resolved.seed, resolved.createMissing);
+        service->initialise(resolved);
     } catch (const CServiceError& e) {
         *failure = QString::fromStdString(e.what());
         return nullptr;
@@ -218,7 +218,7 @@ boost::shared_ptr<CQuotesService> CQuotesService::open(const CServiceOptions& op
     return service;
 }
 
-void CQuotesService::initialise(bool seed, bool createMissing) {
+void CQuotesService::initialise(const CServiceOptions& options) {
     CSettingsCache::Settings settings;
     m_database->transact(true, [&](QSqlDatabase& db) {
         const int version = CSchema::version(*m_database, db);
@@ -226,14 +226,14 @@ void CQuotesService::initialise(bool seed, bool createMissing) {
             throw CServiceError::unavailable(
                 "数据库结构版本 " + std::to_string(version) + " 比本程序支持的版本 " +
                 std::to_string(CSchema::currentVersion()) + " 新，拒绝打开；请使用更新的程序");
-        if (version == 0 && !createMissing)
+        if (version == 0 && !options.createMissing)
             throw CServiceError::unavailable(
                 "数据库尚未初始化：请先在第一台服务器上运行 quotesd init");
         m_keys->unlock(db, version);
         CSchema::migrate(*m_database, db, version, CSchema::currentVersion());
         if (version == 0) {
-            if (seed)
-                CSeedData::seed(*m_database, db);
+            if (options.seed)
+                CSeedData::seed(*m_database, db, options.sampleData);
             else
                 CSeedData::seedMinimal(*m_database, db);
         } else if (version < CSchema::currentVersion()) {

@@ -171,7 +171,7 @@ public:
 private:
     CQuotesService();
 
-    void initialise(bool seed, bool createMissing);
+    void initialise(const CServiceOptions& options);
     CSettingsCache::Settings readSettings(QSqlDatabase& db) const;
 
     // Runs one call: a CServiceError (or any failure) it throws becomes its answer, and a

@@ -1,5 +1,6 @@
 #include "CSeedData.h"
 
+#include <QJsonArray>
 #include <QSqlQuery>
 #include <QVariant>
 #include <vector>
@@ -50,7 +51,7 @@ void CSeedData::seedMinimal(const CDatabase& database, QSqlDatabase& db) {
     insertSubsystem(database, db, QStringLiteral("sys1"), QStringLiteral("主站"), 0);
 }
 
-void CSeedData::seed(const CDatabase& database, QSqlDatabase& db) {
+void CSeedData::seed(const CDatabase& database, QSqlDatabase& db, bool sampleBrokers) {
     insertSubsystem(database, db, QStringLiteral("sys1"), QStringLiteral("上海主站"), 0);
     insertSubsystem(database, db, QStringLiteral("sys2"), QStringLiteral("深圳备站"), 1);
 
@@ -68,7 +69,7 @@ void CSeedData::seed(const CDatabase& database, QSqlDatabase& db) {
     }
 
     CReferenceData::write(database, db, CReferenceData::seedPlatforms(),
-                          CReferenceData::seedBrokers());
+                          sampleBrokers ? CReferenceData::seedBrokers() : QJsonArray());
 
     QSqlQuery user(db);
     user.prepare(QStringLiteral("INSERT INTO users (name, system_id) VALUES (?, ?)"));

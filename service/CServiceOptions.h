@@ -17,6 +17,9 @@ struct CServiceOptions {
     bool createMissing = true;
     // Seed reference data, sub-systems, permissions and users when the database is created.
     bool seed = true;
+    // Also the sample brokers, whose server groups name documentation-range addresses, when the
+    // database is created: for demonstrations and tests, never for a production database.
+    bool sampleData = false;
     // How long a request waits for a lock held by another writer before it gives up.
     int busyTimeoutMs = 5000;
     // Upper bound of the SQLite file in pages (0 = no bound), so a runaway import cannot fill

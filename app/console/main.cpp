@@ -72,6 +72,8 @@ int runEmbedded(QApplication& app, const CConsoleOptions& options, const QString
     serviceOptions.dataDir = dataDir;
     serviceOptions.dbUrl = options.dbUrl;
     serviceOptions.secretsKeyFile = options.secretsKeyFile;
+    // The demonstration's broker sources name the sample brokers; real data never starts with them.
+    serviceOptions.sampleData = options.demo;
     const boost::shared_ptr<CQuotesService> service = CQuotesService::open(serviceOptions, &error);
     if (!service)
         return fail(interactive, error);

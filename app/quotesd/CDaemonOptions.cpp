@@ -146,6 +146,10 @@ bool parseOption(const QString& option, QStringList* rest, CDaemonOptions* optio
         options->generate = true;
         return true;
     }
+    if (option == QLatin1String("--sample-data")) {
+        options->sampleData = true;
+        return true;
+    }
     if (option == QLatin1String("--join")) {
         options->command = CDaemonOptions::Join;
         return true;
@@ -236,6 +240,7 @@ QString CDaemonOptions::helpText() {
         "Usage:\n"
         "  quotesd init --data DIR [--db URL] [--host NAME]... [--cert FILE --key FILE] "
         "[--generate]\n"
+        "               [--sample-data]\n"
         "      Set up a new server: the data directory (mode 0700), the database (seeded),\n"
         "      the password of the account admin (read from standard input, at least 12\n"
         "      characters; --generate makes one and prints it once) and, without --cert/--key,\n"
@@ -243,6 +248,9 @@ QString CDaemonOptions::helpText() {
         "      signs, valid 397 days for the host names (default localhost and 127.0.0.1).\n"
         "      Desktops trust the authority: ca.crt in the public directory (--public PUBDIR,\n"
         "      default DIR-public, mode 0755), whose SHA-256 fingerprint is printed.\n"
+        "      The database starts with the futures platforms and no brokers (quotesctl\n"
+        "      import --only brokers,platforms FILE loads yours); --sample-data adds sample\n"
+        "      brokers whose addresses are documentation ranges, for trying things out.\n"
         "  quotesd init --join --data DIR --db URL --secrets-key FILE [--host NAME]...\n"
         "               [--cert FILE --key FILE]\n"
         "      Prepare a further server for a PostgreSQL database that is set up already;\n"

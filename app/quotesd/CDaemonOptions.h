@@ -20,9 +20,10 @@ struct CDaemonOptions {
     // The key of the stored secrets: init copies it into the data directory (a server joining a
     // shared database needs the first server's); serving reads it in place.
     QString secretsKeyFile;
-    bool generate = false;  // init: make admin's password instead of reading it
-    QString account;        // reset-password
-    QString certAction;     // cert: renew, show or migrate
+    bool generate = false;    // init: make admin's password instead of reading it
+    bool sampleData = false;  // init: also the sample brokers (documentation-range addresses)
+    QString account;          // reset-password
+    QString certAction;       // cert: renew, show or migrate
     // The directory of the files desktops need (init, cert); empty: beside the data directory.
     QString publicDir;
     QString caKeyFile;  // cert renew: the authority's key when it is kept off the server

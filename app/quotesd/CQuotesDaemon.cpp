@@ -118,6 +118,7 @@ CServiceOptions CQuotesDaemon::serviceOptions() const {
     options.dataDir = m_options.dataDir;
     options.dbUrl = m_options.dbUrl;
     options.createMissing = m_options.command != CDaemonOptions::Join;
+    options.sampleData = m_options.sampleData;
     // init has copied a given key into the data directory, where the service looks by default.
     if (m_options.command != CDaemonOptions::Init && m_options.command != CDaemonOptions::Join)
         options.secretsKeyFile = m_options.secretsKeyFile;

@@ -9,6 +9,7 @@
 #include "Hlx/CAdminBackend.h"
 #include "Hlx/COrinClientCenter.h"
 #include "Hlx/CUserManager.h"
+#include "SampleData.h"
 #include "ServiceResults.h"
 #include "ServiceUnderTest.h"
 
@@ -54,9 +55,7 @@ public:
 
 private:
     void open() {
-        CServiceOptions options;
-        options.dataDir = m_dir.path();
-        m_service = CQuotesService::open(options, &m_error);
+        m_service = CQuotesService::open(SampleData::inDirectory(m_dir.path()), &m_error);
         if (!m_service)
             return;
         m_admin = CEmbeddedBackends::forCurrentUser(m_service);

@@ -88,8 +88,10 @@ QStringList QuotesdProcess::where() const {
 }
 
 bool QuotesdProcess::init(const QString& adminPassword, QString* output) const {
-    return run(QStringList{QStringLiteral("init")} + where(), adminPassword.toUtf8() + '\n',
-               output) == 0;
+    QStringList arguments = QStringList{QStringLiteral("init")} + where();
+    if (m_sampleData)
+        arguments << QStringLiteral("--sample-data");
+    return run(arguments, adminPassword.toUtf8() + '\n', output) == 0;
 }
 
 bool QuotesdProcess::join(QString* output, const QString& secretsKey) const {

@@ -27,8 +27,10 @@ public:
     // quotesd with the arguments and standard input; its exit code, -1 when it did not finish.
     int run(const QStringList& arguments, const QByteArray& input = QByteArray(),
             QString* output = nullptr) const;
-    // init with admin's password; false with the output in *output when it failed.
+    // init with admin's password; false with the output in *output when it failed. The database
+    // holds the sample brokers (init --sample-data) unless told otherwise.
     bool init(const QString& adminPassword, QString* output = nullptr) const;
+    void setSampleData(bool sampleData) { m_sampleData = sampleData; }
     // Prepares a further server for a database that is set up already, with the key of the
     // stored secrets from the given file (none: the server has no key of its own yet).
     bool join(QString* output = nullptr, const QString& secretsKey = QString()) const;
@@ -71,6 +73,7 @@ private:
     QString m_log;
     QString m_dbUrl;
     QStringList m_environment;
+    bool m_sampleData = true;
     int m_port = 0;
     int m_softFiles = 0;
     int m_hardFiles = 0;

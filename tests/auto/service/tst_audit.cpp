@@ -169,7 +169,7 @@ private slots:
             QVERIFY2(database, qPrintable(error));
             database->transact(true, [&](QSqlDatabase& db) {
                 CSchema::migrate(*database, db, 0, 3);  // before sealed secrets and the trail
-                CSeedData::seed(*database, db);
+                CSeedData::seed(*database, db, true);   // as databases were seeded then
             });
             database->dropConnection();
         }

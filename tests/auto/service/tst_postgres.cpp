@@ -18,6 +18,7 @@
 #include "CSchema.h"
 #include "HeldTransaction.h"
 #include "PostgresCluster.h"
+#include "SampleData.h"
 #include "ServiceResults.h"
 #include "ServiceTestUtil.h"
 
@@ -34,7 +35,7 @@ private:
     QTemporaryDir m_data;
 
     CServiceOptions options(const QString& database = QStringLiteral("quotes")) {
-        CServiceOptions o;
+        CServiceOptions o = SampleData::with(CServiceOptions());
         o.dbUrl = m_cluster.url(database);
         o.dataDir = m_data.path();
         // Each database its own key, kept with the test rather than in the home directory.

@@ -19,6 +19,7 @@
 #include "OwnerCalls.h"
 #include "ProbeResults.h"
 #include "RecordBuilders.h"
+#include "SampleData.h"
 #include "ServiceResults.h"
 #include "TestDatabases.h"
 #include "model/CProbeVocabulary.h"
@@ -121,7 +122,7 @@ private slots:
     }
 
     void init() {
-        m_options = m_databases.fresh();
+        m_options = SampleData::with(m_databases.fresh());
         m_service = open();
         QVERIFY(m_service);
     }

@@ -8,9 +8,11 @@
 #include <QtTest>
 
 #include "CImportBackups.h"
+#include "CQuotesService.h"
 #include "CSecretKeyFile.h"
 #include "Hlx/QuotesVersion.h"
 #include "QuotesctlRun.h"
+#include "SampleData.h"
 
 class TestQuotesctl : public QObject {
     Q_OBJECT
@@ -25,6 +27,15 @@ private:
             const QString& dataDir = QString()) {
         QStringList all = {QStringLiteral("--data"), dataDir.isEmpty() ? m_dir->path() : dataDir};
         return Run::start(m_program, all + arguments, input);
+    }
+
+    // The database quotesctl finds, made first with the sample brokers the test's sources name.
+    bool withSampleBrokers() {
+        QString error;
+        if (CQuotesService::open(SampleData::inDirectory(m_dir->path()), &error))
+            return true;
+        qWarning("open: %s", qPrintable(error));
+        return false;
     }
 
     static bool oneLine(const QByteArray& text) {
@@ -55,6 +66,7 @@ private slots:
     }
 
     void sourcesLifecycle() {
+        QVERIFY(withSampleBrokers());
         Run r = run({"sources", "add", "--platform", "10000", "--trade-type", "2", "--address",
                      "10.0.0.1", "--port", "9000", "--user", "u", "--password", "secret",
                      "--markets", "SH,SZ"});
@@ -121,6 +133,7 @@ private slots:
     }
 
     void referenceTokenUsersSubsystems() {
+        QVERIFY(withSampleBrokers());
         Run r = run({"brokers", "list", "--trade-type", "1", "--json"});
         QCOMPARE(r.code, 0);
         const QJsonArray brokers = QJsonDocument::fromJson(r.out).array();
@@ -165,6 +178,7 @@ private slots:
     }
 
     void exportImportRoundTrip() {
+        QVERIFY(withSampleBrokers());
         QCOMPARE(run({"sources", "add", "--platform", "10001", "--trade-type", "6", "--address",
                       "fe80::1", "--port", "8000", "--user", "用户", "--password", "p\"w\\d"})
                      .code,

@@ -7,6 +7,7 @@
 
 #include "CDatabase.h"
 #include "CSchema.h"
+#include "SampleData.h"
 #include "ServiceResults.h"
 #include "ServiceTestUtil.h"
 #include "StoredRevisions.h"
@@ -22,8 +23,7 @@ private:
     boost::shared_ptr<CQuotesService> m_service;
 
     void openService(bool seed = true) {
-        CServiceOptions options;
-        options.dataDir = m_dir->path();
+        CServiceOptions options = SampleData::inDirectory(m_dir->path());
         options.seed = seed;
         QString error;
         m_service = CQuotesService::open(options, &error);
@@ -600,8 +600,7 @@ private slots:
             f.open(QIODevice::ReadOnly);
             return f.readAll();
         }();
-        CServiceOptions options;
-        options.dataDir = m_dir->path();
+        CServiceOptions options = SampleData::inDirectory(m_dir->path());
         QString error;
         QVERIFY(!CQuotesService::open(options, &error));
         QVERIFY2(error.contains(QStringLiteral("99")) && error.contains(QStringLiteral("拒绝打开")),
@@ -629,8 +628,7 @@ private slots:
         closeService();
         delete m_dir;
         m_dir = new QTemporaryDir;
-        CServiceOptions options;
-        options.dataDir = m_dir->path();
+        CServiceOptions options = SampleData::inDirectory(m_dir->path());
         QString error;
         {
             // A database as the first schema version left it, with a source in it.

@@ -4,6 +4,7 @@
 
 #include "Hlx/CUserManager.h"
 #include "RoleExpectations.h"
+#include "SampleData.h"
 #include "ServiceResults.h"
 #include "ServiceTestUtil.h"
 #include "StoredRevisions.h"
@@ -108,8 +109,7 @@ class TestRights : public QObject {
 
 private slots:
     void initTestCase() {
-        CServiceOptions options;
-        options.dataDir = m_dir.path();
+        CServiceOptions options = SampleData::inDirectory(m_dir.path());
         QString error;
         m_service = CQuotesService::open(options, &error);
         QVERIFY2(m_service, qPrintable(error));

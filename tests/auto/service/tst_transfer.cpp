@@ -11,6 +11,7 @@
 
 #include "CImportBackups.h"
 #include "CSecretKeyFile.h"
+#include "SampleData.h"
 #include "ServiceResults.h"
 #include "ServiceTestUtil.h"
 #include "StoredRevisions.h"
@@ -100,8 +101,7 @@ private:
 private slots:
     void init() {
         m_dir.reset(new QTemporaryDir);
-        CServiceOptions options;
-        options.dataDir = m_dir->path();
+        CServiceOptions options = SampleData::inDirectory(m_dir->path());
         QString error;
         m_service = CQuotesService::open(options, &error);
         QVERIFY2(m_service, qPrintable(error));
