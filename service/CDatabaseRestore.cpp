@@ -7,6 +7,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QSqlQuery>
+#include <QVariant>
 #include <cerrno>
 #include <cstring>
 
