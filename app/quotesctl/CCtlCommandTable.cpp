@@ -72,6 +72,12 @@ std::vector<C> sourceCommands() {
             .positional(P::SourceId, "ID", 1, -1)
             .changesData()
             .help("Delete sources by id (all or nothing)."),
+    };
+}
+
+// What a source does and did: where it connects now, its history, a restore.
+std::vector<C> sourceStateCommands() {
+    return {
         C({"sources", "probe"}, &CSourceCommands::probe)
             .positional(P::SourceId, "ID", 0, -1)
             .option(O::kAll)
@@ -317,9 +323,9 @@ std::vector<C> pingCommand() {
 
 std::vector<C> table() {
     std::vector<C> all;
-    for (const auto& part : {sourceCommands(), brokerAndPlatformCommands(), tokenCommands(),
-                             subsystemAndUserCommands(), transferCommands(), databaseCommands(),
-                             accountCommands(), auditCommands(), pingCommand()})
+    for (const auto& part : {sourceCommands(), sourceStateCommands(), brokerAndPlatformCommands(),
+                             tokenCommands(), subsystemAndUserCommands(), transferCommands(),
+                             databaseCommands(), accountCommands(), auditCommands(), pingCommand()})
         all.insert(all.end(), part.begin(), part.end());
     return all;
 }
