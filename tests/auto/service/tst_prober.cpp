@@ -4,6 +4,7 @@
 // feed, probes on demand at most once per address per login and period, and of several probers
 // on one database only one probes. Every port it reaches is a loopback listener the test opened.
 
+#include <QDateTime>
 #include <QtTest>
 
 #include "CCaller.h"
@@ -291,7 +292,8 @@ private slots:
         const int port = listeners.open();
         const int id = addSource("127.0.0.1", port);
         const auto first = probe({id}, false, "one");
-        QTest::qWait(20);
+        // A later probe must carry a later time: wait for the clock to pass the first one.
+        QTRY_VERIFY(QDateTime::currentMSecsSinceEpoch() > first[0].checkedMs);
         const auto second = probe({id}, false, "two");
         QCOMPARE(second[0].sinceMs, first[0].sinceMs);
         QVERIFY(second[0].checkedMs > first[0].checkedMs);
@@ -372,6 +374,7 @@ private slots:
         addSource("192.0.2.11", 9999);
         m_service->prober().start(std::chrono::milliseconds(1000));
         QTRY_VERIFY(m_service->prober().tcp().connectsStarted() >= 1);
+        // The interval itself is under test: how many rounds two and a half intervals hold.
         QTest::qWait(2500);
         const long long connects = m_service->prober().tcp().connectsTo(kLoopback);
         QVERIFY2(connects >= 2 && connects <= 4, qPrintable(QString::number(connects)));
@@ -393,6 +396,7 @@ private slots:
         m_service->prober().start(std::chrono::milliseconds(500));
         QTRY_VERIFY(m_service->prober().probing());
         second->prober().start(std::chrono::milliseconds(500));
+        // What is under test is that nothing happens: three of its intervals pass unprobed.
         QTest::qWait(1500);
         QVERIFY(!second->prober().probing());
         QCOMPARE(second->prober().tcp().connectsStarted(), 0LL);
