@@ -17,6 +17,7 @@
 #include "Hlx/IQuotesAdmin.h"
 #include "model/CAuditNames.h"
 #include "model/CHistoryTexts.h"
+#include "model/CSubsystemNames.h"
 
 namespace Hlx {
 
@@ -191,6 +192,8 @@ void CSourceHistoryDialog::onHistory(const utils::RKError& error, const CSourceH
 
 void CSourceHistoryDialog::showHistory(const CSourceHistory& history, long long entryId) {
     m_history = history;
+    // Read with each history: the sub-systems' names may have been renamed since.
+    m_values = CHistoryValues(CSubsystemNames::current());
     m_begin->setText(beginning());
     m_note->setText(passwordNote());
     showEntries(entryId);
@@ -231,11 +234,14 @@ void CSourceHistoryDialog::showDifference() {
                           !entry->details.front().after.isEmpty());
     if (!entry || entry->details.empty())
         return;
-    const std::vector<CFieldChange> changes = CSourceHistory::differences(entry->details.front());
+    const CAuditEntry::Detail& detail = entry->details.front();
+    const std::vector<CFieldChange> changes = CSourceHistory::differences(detail);
     m_difference->setRowCount(int(changes.size()));
     for (int row = 0; row < int(changes.size()); ++row) {
         const CFieldChange& change = changes[std::size_t(row)];
-        const QStringList cells = {fieldName(change.field), change.before, change.after};
+        const QStringList cells = {fieldName(change.field),
+                                   m_values.shown(change.field, detail.before, change.before),
+                                   m_values.shown(change.field, detail.after, change.after)};
         for (int column = 0; column < cells.size(); ++column) {
             auto* item = new QTableWidgetItem(cells[column]);
             QFont font = item->font();

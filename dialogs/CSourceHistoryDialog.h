@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "Hlx/CSourceHistory.h"
+#include "model/CHistoryValues.h"
 #include "model/PanelQuotesManageGlobal.h"
 #include "utils/RKError.h"
 
@@ -69,6 +70,7 @@ private:
     const int m_sourceId;
     std::shared_ptr<State> m_state;
     CSourceHistory m_history;
+    CHistoryValues m_values;
     bool m_loading = false;
     QLabel* m_begin = nullptr;
     QTableWidget* m_entries = nullptr;

@@ -23,6 +23,7 @@
 #include "dialogs/CSourceHistoryDialog.h"
 #include "model/CAuditNames.h"
 #include "model/CAuditVocabulary.h"
+#include "model/CSubsystemNames.h"
 
 namespace {
 
@@ -189,19 +190,6 @@ QString CAuditDock::detailText() const {
     return m_detail->toPlainText();
 }
 
-void CAuditDock::readSubsystemNames() {
-    m_subsystems.clear();
-    const boost::shared_ptr<Hlx::IDataServiceBackend> backend =
-        Hlx::COrinClientCenter::instance()->backend();
-    if (!backend)
-        return;
-    for (const Hlx::SubsystemInfo& subsystem : backend->subsystems()) {
-        if (!subsystem.displayName.empty())
-            m_subsystems.insert(QString::fromStdString(subsystem.name),
-                                QString::fromStdString(subsystem.displayName));
-    }
-}
-
 Hlx::CSourceHistoryDialog* CAuditDock::openHistory(int row) {
     if (row < 0 || row >= int(m_entries.size()))
         return nullptr;
@@ -227,7 +215,7 @@ Hlx::CAuditFilter CAuditDock::filter() const {
 }
 
 void CAuditDock::refresh() {
-    readSubsystemNames();
+    m_subsystems = Hlx::CSubsystemNames::current();
     m_loading = true;
     m_loader.start(filter(), [this](const utils::RKError& error, const Hlx::CAuditPage& page) {
         onEntries(error, page, false);

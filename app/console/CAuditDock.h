@@ -67,7 +67,6 @@ private:
     void showMessage(const QString& text);
     void showSelectedDetails();
     // The sub-systems' display names, read again with each read of the trail.
-    void readSubsystemNames();
 
     CAuditLoader m_loader;
     std::vector<Hlx::CAuditEntry> m_entries;

@@ -14,6 +14,10 @@
 #include "RecordBuilders.h"
 #include "dialogs/CSourceHistoryDialog.h"
 #include "model/CHistoryTexts.h"
+#include "model/CHistoryValues.h"
+#include "model/CPlatformTable.h"
+#include "model/CSubsystemNames.h"
+#include "model/CTradeTypeTable.h"
 #include "rkservice/DataTypeIds.h"
 
 namespace {
@@ -103,6 +107,27 @@ private slots:
         QCOMPARE(stored(id)->m_strPassword, std::string("kept-secret"));
         dialog->close();
         QTRY_VERIFY(!dialog);
+    }
+
+    void idsReadAsNames() {
+        const int id = add(9000);
+        Hlx::CSourceHistoryDialog dialog(m_embedded->admin(), id);
+        dialog.reload();
+        QTRY_COMPARE(dialog.entryTable()->rowCount(), 1);
+        QTRY_VERIFY(!dialog.isLoading());
+        QTableWidget* fields = dialog.differenceTable();
+        // The add: nothing before, the names after, as the panels show them.
+        const QString subsystem = Hlx::CSubsystemNames::current().value(QStringLiteral("sys1"));
+        QVERIFY(!subsystem.isEmpty());
+        QCOMPARE(fields->item(0, 2)->text(), subsystem);
+        QCOMPARE(fields->item(1, 2)->text(), Hlx::CTradeTypeTable::tradeType2String(2, 10000));
+        QCOMPARE(fields->item(2, 2)->text(), Hlx::getPlatformName(10000));
+        QCOMPARE(fields->item(3, 2)->text(), label(Hlx::CHistoryValues::kNone));
+        QCOMPARE(fields->item(4, 2)->text(), label(Hlx::CHistoryValues::kNone));
+        QCOMPARE(fields->item(3, 1)->text(), QString());
+        for (int row = 0; row < 5; ++row)
+            QVERIFY2(!fields->item(row, 2)->text().at(0).isDigit(),
+                     qPrintable(fields->item(row, 2)->text()));
     }
 
     void deletedSourceComesBackFromAnEarlierState() {
