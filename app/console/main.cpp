@@ -17,6 +17,7 @@
 #include "CDataDirectory.h"
 #include "CDatabaseUrl.h"
 #include "CDemoData.h"
+#include "CDemoLoopback.h"
 #include "CDisplayCheck.h"
 #include "CEmbeddedAdmin.h"
 #include "CEmbeddedBackends.h"
@@ -79,6 +80,10 @@ int runEmbedded(QApplication& app, const CConsoleOptions& options, const QString
         return fail(interactive, error);
     if (fillDemo && !CDemoData::fill(*service, &error))
         return fail(interactive, QStringLiteral("示例数据: %1").arg(error));
+    // Live ports only on screen: pictures show the same sources on every run.
+    CDemoLoopback loopback;
+    if (options.demo && interactive && !loopback.start(*service, &error))
+        return fail(interactive, error);
     // The embedded console acts for the user chosen in its tool bar.
     const boost::shared_ptr<CEmbeddedAdmin> admin = CEmbeddedBackends::forCurrentUser(service);
     install(admin);

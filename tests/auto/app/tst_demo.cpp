@@ -5,15 +5,22 @@
 
 #include "CConsoleOptions.h"
 #include "CDemoData.h"
+#include "CDemoLoopback.h"
 #include "CPanelCatalogue.h"
 #include "CScreenshotter.h"
+#include "CSourceProber.h"
+#include "CTcpProber.h"
 #include "ConsolePanels.h"
 #include "EmbeddedService.h"
 #include "Hlx/CUserManager.h"
+#include "ProbeResults.h"
 #include "ServiceResults.h"
 #include "Zu/COddEvenRowTable.h"
+#include "model/CProbeVocabulary.h"
 #include "panels/CLevel2QuotesManagePanel.h"
 #include "panels/CQuotesManagePanel.h"
+#include "rkservice/COrinQueryDataReq.h"
+#include "rkservice/DataTypeIds.h"
 
 using namespace Hlx;
 
@@ -108,6 +115,51 @@ private slots:
                                         &error));
     }
 
+    // The dock's states on the demo: two loopback ports the console listens on are reachable,
+    // its closed one refuses, and documentation addresses are never contacted.
+    void loopbackShowsEveryState() {
+        CQuotesService& service = *m_embedded->service();
+        CDemoLoopback loopback;
+        QString error;
+        QVERIFY2(loopback.start(service, &error), qPrintable(error));
+        const std::vector<int> ports = loopback.ports();
+        QCOMPARE(int(ports.size()), 3);
+        std::vector<Hlx::CProbeResult> results;
+        QVERIFY(service.probeSources(CCaller::owner(), {}, true, &results).isSuccess());
+        const char* expected[] = {CProbeVocabulary::kReachable, CProbeVocabulary::kReachable,
+                                  CProbeVocabulary::kRefused};
+        for (std::size_t i = 0; i < ports.size(); ++i) {
+            const Hlx::CProbeResult* found =
+                probeResultAt(results, CDemoLoopback::kAddress, ports[i]);
+            QVERIFY2(found, qPrintable(QString::number(ports[i])));
+            QCOMPARE(found->state, std::string(expected[i]));
+        }
+        const Hlx::CProbeResult* documentation = probeResultAt(results, "192.0.2.11", 7709);
+        QVERIFY(documentation);
+        QCOMPARE(documentation->state, std::string(CProbeVocabulary::kNotProbed));
+        QCOMPARE(service.prober().tcp().connectsTo("192.0.2.11"), 0LL);
+        QCOMPARE(service.prober().tcp().connectsStarted(), 3LL);
+    }
+
+    // A restart binds the ports stored before: the sources stay as they were, and nothing is
+    // recorded for them.
+    void restartKeepsTheSources() {
+        CQuotesService& service = *m_embedded->service();
+        QString error;
+        std::vector<int> first;
+        {
+            CDemoLoopback loopback;
+            QVERIFY2(loopback.start(service, &error), qPrintable(error));
+            first = loopback.ports();
+        }
+        const int entries = auditCount(service);
+        CDemoLoopback again;
+        QVERIFY2(again.start(service, &error), qPrintable(error));
+        QCOMPARE(again.ports(), first);
+        QCOMPARE(auditCount(service), entries);
+        QCOMPARE(loopbackSources(service), 3);
+    }
+
     void resetStartsAfresh() {
         QTemporaryDir base;
         const QString dir = base.filePath("demo");
@@ -127,6 +179,28 @@ private slots:
     }
 
 private:
+    static int auditCount(CQuotesService& service) {
+        Hlx::CAuditFilter filter;
+        filter.limit = 10000;
+        std::vector<Hlx::CAuditEntry> entries;
+        if (!service.auditEntries(CCaller::owner(), filter, &entries).isSuccess())
+            return -1;
+        return int(entries.size());
+    }
+
+    static int loopbackSources(CQuotesService& service) {
+        rkservice::COrinQueryDataReq request;
+        request.dataType = rkservice::kDataQuoteSources;
+        std::vector<rkservice::IDataPtr> datas;
+        service.querySync(CCaller::owner(), Hlx::CRequestTarget::centre(), request, &datas);
+        int found = 0;
+        for (const rkservice::IDataPtr& data : datas) {
+            auto source = boost::dynamic_pointer_cast<rkservice::COrinQuoterSourceInfo>(data);
+            found += source && source->m_strAddress == CDemoLoopback::kAddress ? 1 : 0;
+        }
+        return found;
+    }
+
     std::unique_ptr<EmbeddedService> m_embedded;
 };
 
