@@ -17,6 +17,8 @@
 
 #include "CConsoleWindow.h"
 #include "CPanelCatalogue.h"
+#include "CScriptedReachability.h"
+#include "CStatusDock.h"
 #include "Hlx/COrinClientCenter.h"
 #include "Hlx/CWholeQuoteSettingDialog.h"
 #include "Zu/CComboBox.h"
@@ -128,7 +130,7 @@ bool CScreenshotter::run(QString* error) {
            shootFutureDialog(CPanelCatalogue::sourcesPanel(CTradeTypeTable::kFuturesOptions),
                              error) &&
            shootWholeQuoteDialog(error) && shootTokenDialog(error) && shootFindBar(error) &&
-           shootHistoryDialog(error);
+           shootHistoryDialog(error) && shootStatusDock(error);
 }
 
 bool CScreenshotter::shootFindBar(QString* error) {
@@ -288,4 +290,18 @@ bool CScreenshotter::shootHistoryDialog(QString* error) {
     dialog.show();
     waitUntilSettled();
     return save(&dialog, QStringLiteral("source_history_dialog"), error);
+}
+
+bool CScreenshotter::shootStatusDock(QString* error) {
+    CStatusDock dock(boost::make_shared<CScriptedReachability>());
+    dock.setSubsystem(m_window->currentSystem());
+    dock.resize(900, 700);
+    dock.show();
+    waitUntilSettled();
+    dock.selectEndpoint(CScriptedReachability::kChartAddress, CScriptedReachability::kChartPort);
+    waitUntilSettled();
+    // The chart's span ends at the script's time, not at the time of the run.
+    dock.showHistory(CScriptedReachability::hour(), CScriptedReachability::kUntilMs);
+    waitUntilSettled();
+    return save(&dock, QStringLiteral("source_status_dock"), error);
 }

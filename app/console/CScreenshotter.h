@@ -38,6 +38,8 @@ private:
     bool shootFindBar(QString* error);
     // A scripted history (fixed times and callers), never the demo's own.
     bool shootHistoryDialog(QString* error);
+    // Scripted states and connect times at fixed times, never measured ones.
+    bool shootStatusDock(QString* error);
 
     CConsoleWindow* m_window;
     QString m_directory;

@@ -11,7 +11,14 @@
 
 #include "model/CProbeVocabulary.h"
 
-CStatusChart::CStatusChart(QWidget* parent) : QwtPlot(parent), m_curve(new QwtPlotCurve) {
+namespace {
+
+const QColor kLine(0x20, 0x60, 0xb0);
+const QColor kFailure(0xc0, 0x20, 0x20);
+
+}  // namespace
+
+CStatusChart::CStatusChart(QWidget* parent) : QwtPlot(parent), m_failures(new QwtPlotCurve) {
     setObjectName(QStringLiteral("statusChart"));
     setCanvasBackground(Qt::white);
     setAxisTitle(QwtPlot::yLeft, QStringLiteral("连接时间 (ms)"));
@@ -20,24 +27,33 @@ CStatusChart::CStatusChart(QWidget* parent) : QwtPlot(parent), m_curve(new QwtPl
     auto* grid = new QwtPlotGrid;
     grid->setMajorPen(QPen(QColor(0xe0, 0xe0, 0xe0)));
     grid->attach(this);
-    m_curve->setPen(QPen(QColor(0x20, 0x60, 0xb0), 1.5));
-    m_curve->setSymbol(new QwtSymbol(QwtSymbol::Ellipse, QBrush(QColor(0x20, 0x60, 0xb0)),
-                                     QPen(Qt::NoPen), QSize(4, 4)));
-    m_curve->attach(this);
+    m_failures->setStyle(QwtPlotCurve::NoCurve);
+    m_failures->setSymbol(
+        new QwtSymbol(QwtSymbol::XCross, QBrush(kFailure), QPen(kFailure, 1.5), QSize(7, 7)));
+    m_failures->attach(this);
     setMinimumHeight(160);
     clearSamples();
 }
 
 void CStatusChart::showSamples(const QString& title, const std::vector<Hlx::CProbeSample>& samples,
                                long long sinceMs, long long untilMs) {
-    QVector<QPointF> points;
-    points.reserve(int(samples.size()));
+    clearLines();
+    QVector<QPointF> line;
+    QVector<QPointF> failures;
     for (const Hlx::CProbeSample& sample : samples) {
-        // A connect time only where the address answered.
-        if (sample.state == CProbeVocabulary::kReachable && sample.connectUs > 0)
-            points.append(QPointF(double(sample.timeMs), sample.connectUs / 1000.0));
+        const double time = double(sample.timeMs);
+        if (sample.state == CProbeVocabulary::kReachable && sample.connectUs > 0) {
+            line.append(QPointF(time, sample.connectUs / 1000.0));
+            continue;
+        }
+        // Down (not merely unprobed): the line stops here and the time is marked.
+        addLine(line);
+        line.clear();
+        if (sample.state != CProbeVocabulary::kNotProbed)
+            failures.append(QPointF(time, 0.0));
     }
-    m_curve->setSamples(points);
+    addLine(line);
+    m_failures->setSamples(failures);
     setTitle(title);
     setAxisScale(QwtPlot::xBottom, double(sinceMs), double(untilMs));
     setAxisAutoScale(QwtPlot::yLeft);
@@ -45,11 +61,38 @@ void CStatusChart::showSamples(const QString& title, const std::vector<Hlx::CPro
 }
 
 void CStatusChart::clearSamples() {
-    m_curve->setSamples(QVector<QPointF>());
+    clearLines();
+    m_failures->setSamples(QVector<QPointF>());
     setTitle(QString());
     replot();
 }
 
 int CStatusChart::pointCount() const {
-    return int(m_curve->dataSize());
+    int points = 0;
+    for (const QwtPlotCurve* line : m_lines)
+        points += int(line->dataSize());
+    return points;
+}
+
+int CStatusChart::failureCount() const {
+    return int(m_failures->dataSize());
+}
+
+void CStatusChart::clearLines() {
+    for (QwtPlotCurve* line : m_lines) {
+        line->detach();
+        delete line;
+    }
+    m_lines.clear();
+}
+
+void CStatusChart::addLine(const QVector<QPointF>& points) {
+    if (points.isEmpty())
+        return;
+    auto* line = new QwtPlotCurve;
+    line->setPen(QPen(kLine, 1.5));
+    line->setSymbol(new QwtSymbol(QwtSymbol::Ellipse, QBrush(kLine), QPen(Qt::NoPen), QSize(4, 4)));
+    line->setSamples(points);
+    line->attach(this);
+    m_lines.push_back(line);
 }

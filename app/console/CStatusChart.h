@@ -8,7 +8,8 @@
 class QwtPlotCurve;
 
 // The connect time of one address over a span (the last hour or day) in the dock 行情源状态:
-// milliseconds against the time of day. Periods without a reachable probe leave a gap.
+// milliseconds against the time of day. A probe that found the address down breaks the line and
+// is marked in red on the time axis.
 class CStatusChart : public QwtPlot {
     Q_OBJECT
 public:
@@ -19,9 +20,15 @@ public:
                      long long sinceMs, long long untilMs);
     // Nothing chosen: an empty chart.
     void clearSamples();
-    // The points drawn (reachable samples only).
+    // The points drawn (reachable samples only), the lines they form, and the failures marked.
     int pointCount() const;
+    int lineCount() const { return int(m_lines.size()); }
+    int failureCount() const;
 
 private:
-    QwtPlotCurve* m_curve;
+    void clearLines();
+    void addLine(const QVector<QPointF>& points);
+
+    std::vector<QwtPlotCurve*> m_lines;
+    QwtPlotCurve* m_failures;
 };

@@ -186,7 +186,7 @@ private slots:
         QTRY_COMPARE(dock.chart()->pointCount(), 2);
     }
 
-    void chartLeavesOutWhatWasNotReachable() {
+    void chartBreaksAndMarksWhereTheAddressWasDown() {
         CStatusDock dock(m_embedded->admin());
         dock.showResults({scripted("10.1.0.1", 9001, "reachable", 1200, {1})});
         QVERIFY(dock.selectEndpoint("10.1.0.1", 9001));
@@ -203,6 +203,9 @@ private slots:
         }
         dock.showHistory(samples, 1700000000000LL + 3600000);
         QCOMPARE(dock.chart()->pointCount(), 3);
+        // The timeout breaks the line in two and is marked on its own.
+        QCOMPARE(dock.chart()->lineCount(), 2);
+        QCOMPARE(dock.chart()->failureCount(), 1);
     }
 
     void theConsoleOffersItUnderShowAndReloadsOnProbeEvents() {
