@@ -3,6 +3,7 @@
 #include <QDialog>
 #include <QMetaType>
 #include <QPointer>
+#include <QShortcut>
 #include <QVector>
 #include <boost/bind/bind.hpp>
 #include <boost/make_shared.hpp>
@@ -116,6 +117,10 @@ void CLevel2QuotesManagePanel::createUi() {
     m_table->setTableFlags(0);
     m_table->setColumns({QStringLiteral("Level-2行情token"), QStringLiteral("操作")});
     outer->addWidget(m_table, 1, Zu::CWidgetList::AnchorFill);
+    // F5 reloads, as on the quote-source panels.
+    connect(new QShortcut(QKeySequence(Qt::Key_F5), this, nullptr, nullptr,
+                          Qt::WidgetWithChildrenShortcut),
+            &QShortcut::activated, this, &CLevel2QuotesManagePanel::refresh);
 }
 
 void CLevel2QuotesManagePanel::refresh() {

@@ -230,6 +230,19 @@ private slots:
         QVERIFY(sent[1].toCentre);
     }
 
+    void f5Reloads() {
+        CLevel2QuotesManagePanel panel(nullptr);
+        panel.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&panel));
+        waitLoaded(&panel);
+        m_backend->clearRequests();
+        panel.table()->setFocus();
+        QTest::keyClick(panel.table(), Qt::Key_F5);
+        waitLoaded(&panel);
+        QCOMPARE(queryCount(), 1);
+        QCOMPARE(m_backend->requests().back().dataType, kDataLevel2Tokens);
+    }
+
     void failedQueryLeavesListEmpty() {
         m_backend->setQueryAnswer(kDataLevel2Tokens, {}, utils::RKError::fail("timeout"));
         CLevel2QuotesManagePanel panel(nullptr);
