@@ -10,10 +10,10 @@
 #include <QPlainTextEdit>
 #include <QSaveFile>
 #include <QSplitter>
-#include <QStyle>
 #include <QTableView>
 
 #include "CAuditRows.h"
+#include "CTableHeights.h"
 #include "Hlx/COrinClientCenter.h"
 #include "Hlx/CUserManager.h"
 #include "Hlx/IAuditTransfer.h"
@@ -158,11 +158,7 @@ void CAuditDock::createTable(Zu::CWidgetList* outer) {
         return CAuditRows::cell(m_entries.at(row), column, m_subsystems);
     });
     QTableView* view = m_table->view();
-    // The rows, the header, the frame and a horizontal scroll bar when the columns are wide.
-    const int rowsHeight = view->verticalHeader()->defaultSectionSize() * kShownRows +
-                           view->horizontalHeader()->sizeHint().height() + 2 * view->frameWidth() +
-                           view->style()->pixelMetric(QStyle::PM_ScrollBarExtent, nullptr, view);
-    view->setMinimumHeight(rowsHeight);
+    view->setMinimumHeight(CTableHeights::forRows(view, kShownRows));
     m_detail = new QPlainTextEdit;
     m_detail->setObjectName(QStringLiteral("auditDetail"));
     m_detail->setReadOnly(true);

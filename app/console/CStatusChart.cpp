@@ -6,6 +6,7 @@
 #include <qwt_plot_curve.h>
 #include <qwt_plot_grid.h>
 #include <qwt_symbol.h>
+#include <qwt_text.h>
 #include <QPen>
 #include <QVector>
 
@@ -22,7 +23,13 @@ CStatusChart::CStatusChart(QWidget* parent) : QwtPlot(parent), m_failures(new Qw
     setObjectName(QStringLiteral("statusChart"));
     setCanvasBackground(Qt::white);
     setAxisTitle(QwtPlot::yLeft, QStringLiteral("连接时间 (ms)"));
-    setAxisScaleDraw(QwtPlot::xBottom, new QwtDateScaleDraw(Qt::LocalTime));
+    // Times of day: the span is an hour or a day, the date is not worth repeating on every tick.
+    auto* times = new QwtDateScaleDraw(Qt::LocalTime);
+    times->setDateFormat(QwtDate::Second, QStringLiteral("hh:mm:ss"));
+    times->setDateFormat(QwtDate::Minute, QStringLiteral("hh:mm"));
+    times->setDateFormat(QwtDate::Hour, QStringLiteral("hh:mm"));
+    times->setDateFormat(QwtDate::Day, QStringLiteral("MM-dd"));
+    setAxisScaleDraw(QwtPlot::xBottom, times);
     setAxisScaleEngine(QwtPlot::xBottom, new QwtDateScaleEngine(Qt::LocalTime));
     auto* grid = new QwtPlotGrid;
     grid->setMajorPen(QPen(QColor(0xe0, 0xe0, 0xe0)));
@@ -54,7 +61,8 @@ void CStatusChart::showSamples(const QString& title, const std::vector<Hlx::CPro
     }
     addLine(line);
     m_failures->setSamples(failures);
-    setTitle(title);
+    showAxes(true);
+    setTitle(titled(title, true));
     setAxisScale(QwtPlot::xBottom, double(sinceMs), double(untilMs));
     setAxisAutoScale(QwtPlot::yLeft);
     replot();
@@ -63,7 +71,9 @@ void CStatusChart::showSamples(const QString& title, const std::vector<Hlx::CPro
 void CStatusChart::clearSamples() {
     clearLines();
     m_failures->setSamples(QVector<QPointF>());
-    setTitle(QString());
+    // Without an address there is no time to show: no axes of 1970.
+    showAxes(false);
+    setTitle(titled(QStringLiteral("选择一行查看其地址的连接时间"), false));
     replot();
 }
 
@@ -76,6 +86,21 @@ int CStatusChart::pointCount() const {
 
 int CStatusChart::failureCount() const {
     return int(m_failures->dataSize());
+}
+
+QwtText CStatusChart::titled(const QString& text, bool address) {
+    // Each title is made whole: a label keeps no colour or weight of the one before.
+    QwtText title(text);
+    title.setColor(address ? QColor(Qt::black) : QColor(Qt::gray));
+    QFont font = title.font();
+    font.setBold(address);
+    title.setFont(font);
+    return title;
+}
+
+void CStatusChart::showAxes(bool shown) {
+    enableAxis(QwtPlot::xBottom, shown);
+    enableAxis(QwtPlot::yLeft, shown);
 }
 
 void CStatusChart::clearLines() {

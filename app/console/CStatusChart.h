@@ -6,6 +6,7 @@
 #include "Hlx/CProbeResult.h"
 
 class QwtPlotCurve;
+class QwtText;
 
 // The connect time of one address over a span (the last hour or day) in the dock 行情源状态:
 // milliseconds against the time of day. A probe that found the address down breaks the line and
@@ -26,6 +27,9 @@ public:
     int failureCount() const;
 
 private:
+    // The address shown, bold; or a hint when there is none, grey.
+    static QwtText titled(const QString& text, bool address);
+    void showAxes(bool shown);
     void clearLines();
     void addLine(const QVector<QPointF>& points);
 

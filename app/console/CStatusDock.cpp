@@ -8,6 +8,7 @@
 #include <QHeaderView>
 #include <QLabel>
 #include <QPointer>
+#include <QResizeEvent>
 #include <QSplitter>
 #include <QTableView>
 #include <QThreadPool>
@@ -16,6 +17,7 @@
 
 #include "CStatusChart.h"
 #include "CStatusModel.h"
+#include "CTableHeights.h"
 #include "Hlx/IReachability.h"
 
 CStatusDock::CStatusDock(boost::shared_ptr<Hlx::IReachability> admin, QWidget* parent)
@@ -34,6 +36,18 @@ CStatusDock::CStatusDock(boost::shared_ptr<Hlx::IReachability> admin, QWidget* p
 
 CStatusDock::~CStatusDock() = default;
 
+Qt::Orientation CStatusDock::layoutOrientation() const {
+    return m_split->orientation();
+}
+
+void CStatusDock::resizeEvent(QResizeEvent* event) {
+    QDockWidget::resizeEvent(event);
+    // Docked under the panels the dock is wide and low: the chart goes beside the table there,
+    // so that both keep a useful size.
+    const QSize size = event->size();
+    m_split->setOrientation(size.width() > 2 * size.height() ? Qt::Horizontal : Qt::Vertical);
+}
+
 void CStatusDock::createUi() {
     auto* body = new QWidget(this);
     auto* layout = new QVBoxLayout(body);
@@ -50,7 +64,9 @@ void CStatusDock::createUi() {
     bar->addWidget(m_span);
     bar->addWidget(m_note, 1);
     layout->addLayout(bar);
-    auto* split = new QSplitter(Qt::Vertical, body);
+    // Side by side until the dock is found tall (resizeEvent): it opens low, under the panels.
+    m_split = new QSplitter(Qt::Horizontal, body);
+    QSplitter* split = m_split;
     m_model = new CStatusModel(this);
     m_table = new QTableView(split);
     m_table->setObjectName(QStringLiteral("statusTable"));
@@ -59,6 +75,7 @@ void CStatusDock::createUi() {
     m_table->setSelectionMode(QAbstractItemView::SingleSelection);
     m_table->verticalHeader()->hide();
     m_table->horizontalHeader()->setStretchLastSection(true);
+    m_table->setMinimumHeight(CTableHeights::forRows(m_table, kShownRows));
     m_chart = new CStatusChart(split);
     layout->addWidget(split, 1);
     setWidget(body);

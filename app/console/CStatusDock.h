@@ -12,6 +12,7 @@ class CStatusModel;
 class QCheckBox;
 class QComboBox;
 class QLabel;
+class QSplitter;
 class QTableView;
 class QTimer;
 namespace Hlx {
@@ -57,6 +58,13 @@ public:
     QLabel* note() const { return m_note; }
     // Reads of the states answered so far.
     int readsAnswered() const { return m_readsAnswered; }
+    // The table above the chart, or beside it when the dock is wide and low.
+    Qt::Orientation layoutOrientation() const;
+    // Rows the table shows at least.
+    static constexpr int kShownRows = 6;
+
+protected:
+    void resizeEvent(QResizeEvent* event) override;
 
 private:
     using Answer = std::function<void(CStatusDock*)>;
@@ -74,6 +82,7 @@ private:
     CStatusModel* m_model = nullptr;
     QTableView* m_table = nullptr;
     CStatusChart* m_chart = nullptr;
+    QSplitter* m_split = nullptr;
     QCheckBox* m_failingOnly = nullptr;
     QComboBox* m_span = nullptr;
     QLabel* m_note = nullptr;

@@ -6,6 +6,7 @@
 #include <QAction>
 #include <QCheckBox>
 #include <QComboBox>
+#include <QHeaderView>
 #include <QLabel>
 #include <QTableView>
 #include <QTemporaryDir>
@@ -177,9 +178,11 @@ private slots:
         dock.show();
         QTRY_COMPARE(dock.readsAnswered(), 1);
         QCOMPARE(dock.chart()->pointCount(), 0);
+        QVERIFY(!dock.chart()->axisEnabled(QwtPlot::xBottom));
         QVERIFY(dock.selectEndpoint("127.0.0.1", open));
         QTRY_COMPARE(dock.chart()->pointCount(), 2);
         QCOMPARE(dock.chart()->title().text(), QStringLiteral("127.0.0.1:%1").arg(open));
+        QVERIFY(dock.chart()->axisEnabled(QwtPlot::xBottom));
         QCOMPARE(dock.span()->currentText(), QStringLiteral("最近一小时"));
         dock.span()->setCurrentIndex(1);
         QCOMPARE(dock.spanMs(), CStatusDock::kDayMs);
@@ -206,6 +209,19 @@ private slots:
         // The timeout breaks the line in two and is marked on its own.
         QCOMPARE(dock.chart()->lineCount(), 2);
         QCOMPARE(dock.chart()->failureCount(), 1);
+    }
+
+    // Under the panels the dock is wide and low: the chart goes beside the table; floating tall,
+    // below it. Either way the table shows several rows whole.
+    void layoutFollowsTheDocksShape() {
+        CStatusDock dock(m_embedded->admin());
+        dock.resize(1200, 300);
+        dock.show();
+        QTRY_COMPARE(dock.layoutOrientation(), Qt::Horizontal);
+        dock.resize(700, 700);
+        QTRY_COMPARE(dock.layoutOrientation(), Qt::Vertical);
+        const int rowHeight = dock.table()->verticalHeader()->defaultSectionSize();
+        QVERIFY(dock.table()->minimumHeight() >= CStatusDock::kShownRows * rowHeight);
     }
 
     void theConsoleOffersItUnderShowAndReloadsOnProbeEvents() {
