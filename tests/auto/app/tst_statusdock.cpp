@@ -25,7 +25,7 @@
 #include "CTcpProber.h"
 #include "EmbeddedService.h"
 #include "LoopbackListeners.h"
-#include "RecordBuilders.h"
+#include "SourceAdds.h"
 #include "rkservice/DataTypeIds.h"
 
 namespace {
@@ -65,13 +65,7 @@ class TestStatusDock : public QObject {
     QTemporaryDir m_dir;
 
     void add(const char* address, int port) {
-        rkservice::COperateDataReq request;
-        request.dataType = rkservice::kDataQuoteSources;
-        request.operateType = rkservice::kOperateAdd;
-        request.datas = {RecordBuilders::source(0, 10000, 2, address, port)};
-        QVERIFY(m_embedded->administrator()
-                    .operate(Hlx::CRequestTarget::subsystem("sys1"), request, nullptr)
-                    .isSuccess());
+        QVERIFY(addStockSource(m_embedded->administrator(), address, port).isSuccess());
     }
 
     void probeAll(const char* session) {

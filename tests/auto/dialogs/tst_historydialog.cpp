@@ -11,7 +11,7 @@
 
 #include "CQuotesService.h"
 #include "EmbeddedService.h"
-#include "RecordBuilders.h"
+#include "SourceAdds.h"
 #include "dialogs/CSourceHistoryDialog.h"
 #include "model/CHistoryTexts.h"
 #include "model/CHistoryValues.h"
@@ -34,14 +34,9 @@ class TestHistoryDialog : public QObject {
     std::unique_ptr<EmbeddedService> m_embedded;
 
     int add(int port) {
-        rkservice::COperateDataReq request;
-        request.dataType = rkservice::kDataQuoteSources;
-        request.operateType = rkservice::kOperateAdd;
-        request.datas = {RecordBuilders::source(0, 10000, 2, "192.0.2.1", port)};
-        bson::BSONObj result;
-        m_embedded->administrator().operate(Hlx::CRequestTarget::subsystem("sys1"), request,
-                                            &result);
-        return QString::fromStdString(result.getStringField("ids")).toInt();
+        int id = 0;
+        addStockSource(m_embedded->administrator(), "192.0.2.1", port, &id);
+        return id;
     }
 
     void changePort(int id, int port) {

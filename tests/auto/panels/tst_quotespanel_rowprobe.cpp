@@ -17,7 +17,7 @@
 #include "CTcpProber.h"
 #include "EmbeddedService.h"
 #include "LoopbackListeners.h"
-#include "RecordBuilders.h"
+#include "SourceAdds.h"
 #include "Zu/COddEvenRowTable.h"
 #include "dialogs/CSourceHistoryDialog.h"
 #include "panels/CConnectionTest.h"
@@ -34,14 +34,7 @@ class TestQuotesPanelRowProbe : public QObject {
     LoopbackListeners m_listeners;
 
     void add(const char* address, int port) {
-        rkservice::COperateDataReq request;
-        request.dataType = rkservice::kDataQuoteSources;
-        request.operateType = rkservice::kOperateAdd;
-        request.datas = {RecordBuilders::source(0, 10000, 2, address, port)};
-        bson::BSONObj result;
-        QVERIFY(m_embedded->administrator()
-                    .operate(CRequestTarget::subsystem("sys1"), request, &result)
-                    .isSuccess());
+        QVERIFY(addStockSource(m_embedded->administrator(), address, port).isSuccess());
     }
 
     static void waitUntilIdle() {

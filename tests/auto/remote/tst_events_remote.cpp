@@ -7,7 +7,7 @@
 #include "CRemoteAdmin.h"
 #include "ChangeLog.h"
 #include "QuotesdLogin.h"
-#include "RecordBuilders.h"
+#include "SourceAdds.h"
 #include "rkservice/DataTypeIds.h"
 
 namespace {
@@ -16,11 +16,7 @@ const QString kAdminPassword = QStringLiteral("admin-password-1");
 const QString kViewerPassword = QStringLiteral("viewer-password-1");
 
 utils::RKError addSource(Hlx::IQuotesAdmin& admin, int port) {
-    rkservice::COperateDataReq request;
-    request.dataType = rkservice::kDataQuoteSources;
-    request.operateType = rkservice::kOperateAdd;
-    request.datas.push_back(RecordBuilders::source(0, 10000, 2, "10.0.0.1", port));
-    return admin.operate(Hlx::CRequestTarget::subsystem("sys1"), request, nullptr);
+    return addStockSource(admin, "10.0.0.1", port);
 }
 
 bool isAdd(const Hlx::CChangeEvent& event) {

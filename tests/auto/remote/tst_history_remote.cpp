@@ -10,7 +10,7 @@
 #include "CRemoteAdmin.h"
 #include "QuotesctlOnServer.h"
 #include "QuotesdLogin.h"
-#include "RecordBuilders.h"
+#include "SourceAdds.h"
 #include "rkservice/DataTypeIds.h"
 
 namespace {
@@ -35,16 +35,11 @@ class TestHistoryRemote : public QObject {
     }
 
     int add(CRemoteAdmin& admin, int port) {
-        rkservice::COperateDataReq request;
-        request.dataType = rkservice::kDataQuoteSources;
-        request.operateType = rkservice::kOperateAdd;
-        request.datas = {RecordBuilders::source(0, 10000, 2, "10.1.1.1", port)};
-        bson::BSONObj result;
-        const utils::RKError error =
-            admin.operate(Hlx::CRequestTarget::subsystem("sys1"), request, &result);
+        int id = 0;
+        const utils::RKError error = addStockSource(admin, "10.1.1.1", port, &id);
         if (!error.isSuccess())
             qWarning("add: %s", error.errorMsg().c_str());
-        return QString::fromStdString(result.getStringField("ids")).toInt();
+        return id;
     }
 
 private slots:

@@ -15,7 +15,7 @@
 #include "ProbeResults.h"
 #include "QuotesctlOnServer.h"
 #include "QuotesdLogin.h"
-#include "RecordBuilders.h"
+#include "SourceAdds.h"
 #include "model/CProbeVocabulary.h"
 #include "rkservice/DataTypeIds.h"
 
@@ -23,14 +23,6 @@ namespace {
 
 const QString kAdminPassword = QStringLiteral("admin-password-1");
 const QString kViewerPassword = QStringLiteral("viewer-password-1");
-
-utils::RKError addSource(Hlx::IQuotesAdmin& admin, const std::string& address, int port) {
-    rkservice::COperateDataReq request;
-    request.dataType = rkservice::kDataQuoteSources;
-    request.operateType = rkservice::kOperateAdd;
-    request.datas.push_back(RecordBuilders::source(0, 10000, 2, address, port));
-    return admin.operate(Hlx::CRequestTarget::subsystem("sys1"), request, nullptr);
-}
 
 }  // namespace
 
@@ -53,9 +45,9 @@ private slots:
         m_open = m_listeners.open();
         m_closed = m_listeners.closed();
         auto admin = loggedInTo(m_server, "admin", kAdminPassword);
-        QVERIFY(addSource(*admin, "127.0.0.1", m_open).isSuccess());
-        QVERIFY(addSource(*admin, "127.0.0.1", m_closed).isSuccess());
-        QVERIFY(addSource(*admin, "192.0.2.11", 9999).isSuccess());
+        QVERIFY(addStockSource(*admin, "127.0.0.1", m_open).isSuccess());
+        QVERIFY(addStockSource(*admin, "127.0.0.1", m_closed).isSuccess());
+        QVERIFY(addStockSource(*admin, "192.0.2.11", 9999).isSuccess());
     }
 
     void cleanupTestCase() {
@@ -106,7 +98,7 @@ private slots:
         QTRY_COMPARE(log.size(), 1);
         const int port = m_listeners.open();
         auto admin = loggedInTo(m_server, "admin", kAdminPassword);
-        QVERIFY(addSource(*admin, "127.0.0.1", port).isSuccess());
+        QVERIFY(addStockSource(*admin, "127.0.0.1", port).isSuccess());
         const auto heard = [port](const Hlx::CChangeEvent& event) {
             return event.probeChange && event.probe.port == port;
         };
