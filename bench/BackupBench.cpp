@@ -28,9 +28,7 @@ bool addSources(CQuotesService& service, int from, int count) {
 
 void runBackupBench() {
     QTemporaryDir dir;
-    CServiceOptions options;
-    options.dataDir = dir.path();
-    auto service = openBenchService(options);
+    auto service = openBenchService(dir.path());
     if (!service)
         return;
     const int sources = 100000;

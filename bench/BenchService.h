@@ -14,3 +14,10 @@ inline boost::shared_ptr<CQuotesService> openBenchService(const CServiceOptions&
         std::fprintf(stderr, "bench: %s\n", error.toUtf8().constData());
     return service;
 }
+
+// The same on a new database in the directory, with the service's defaults.
+inline boost::shared_ptr<CQuotesService> openBenchService(const QString& dataDir) {
+    CServiceOptions options;
+    options.dataDir = dataDir;
+    return openBenchService(options);
+}

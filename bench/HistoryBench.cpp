@@ -35,9 +35,7 @@ void fillTrail(CQuotesService& service) {
 
 void runHistoryBench() {
     QTemporaryDir dir;
-    CServiceOptions options;
-    options.dataDir = dir.path();
-    auto service = openBenchService(options);
+    auto service = openBenchService(dir.path());
     if (!service)
         return;
     fillTrail(*service);

@@ -45,9 +45,7 @@ void runChanger() {
     const QString dir = qEnvironmentVariable(kChangerDirVariable);
     if (dir.isEmpty())
         return;
-    CServiceOptions options;
-    options.dataDir = dir;
-    const auto service = openBenchService(options);
+    const auto service = openBenchService(dir);
     if (!service)
         return;
     const CCaller caller = CCaller::owner().locally(CCaller::operatingSystemUser());
@@ -85,9 +83,7 @@ double percentile(std::vector<double> values, double p) {
 
 void runNotifyBench() {
     QTemporaryDir dir;
-    CServiceOptions options;
-    options.dataDir = dir.path();
-    const auto service = openBenchService(options);
+    const auto service = openBenchService(dir.path());
     if (!service)
         return;
     std::vector<rkservice::CUserInfoPtr> users;

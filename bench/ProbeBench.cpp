@@ -64,9 +64,7 @@ void fill(CQuotesService& service, LoopbackListeners& listeners) {
 
 void runProbeBench() {
     QTemporaryDir dir;
-    CServiceOptions options;
-    options.dataDir = dir.path();
-    auto service = openBenchService(options);
+    auto service = openBenchService(dir.path());
     if (!service)
         return;
     LoopbackListeners listeners;
