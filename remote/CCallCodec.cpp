@@ -18,6 +18,11 @@ namespace {
 // An account's password: far more than any passphrase, far less than a message.
 constexpr int kMaxPasswordBytes = 1024;
 
+// The sources one probe request names: a console names one, quotesctl a few, and "all" reaches
+// every source. Each id costs the server a lookup before it answers, so a message full of ids
+// (millions fit) would hold a thread for seconds.
+constexpr int kMaxProbeIds = 10000;
+
 // An account's name and a password, each bounded.
 template <class Request>
 RKError credentials(const Request& in, std::tuple<std::string, std::string>* out) {
@@ -135,6 +140,9 @@ RKError CCallCodec::decode(const v1::ModifySourceRequest& in,
 }
 
 RKError CCallCodec::decode(const v1::ProbeSourcesRequest& in, ProbeParams* out) {
+    if (in.ids_size() > kMaxProbeIds)
+        return RKError::fail(utils::ErrorKind::Invalid,
+                             "ids 超过 " + std::to_string(kMaxProbeIds) + " 个：探测全部请用 all");
     std::get<0>(*out).assign(in.ids().begin(), in.ids().end());
     std::get<1>(*out) = in.all();
     return RKError::ok();

@@ -18,7 +18,7 @@ packages=(
   lintian systemd dpkg-dev file man-db
   ccache ninja-build clang-tidy
   libsystemd-dev prometheus-cpp-dev libqwt-qt5-dev
-  python3-grpcio python3-prometheus-client testssl.sh curl
+  python3-grpcio python3-grpc-tools python3-protobuf python3-prometheus-client testssl.sh curl
 )
 
 missing=()

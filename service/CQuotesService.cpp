@@ -665,6 +665,10 @@ utils::RKError CQuotesService::sourceHistory(const CCaller& caller, int id,
         m_database->transact(false, [&](QSqlDatabase& db) {
             *history = CSourceHistoryStore(*m_audit, store).read(db, id);
         });
+        // Neither stored nor in the trail: no source ever had the id (or none this content
+        // knows of), as a probe or a restore of it says.
+        if (!history->exists && history->entries.empty())
+            throw CServiceError::notFound("行情源不存在: " + std::to_string(id));
     });
 }
 
@@ -701,8 +705,11 @@ std::map<int, rkservice::COrinQuoterSourceInfo> CQuotesService::restoreStored(
     // The trail keeps no password: the stored one stays.
     source->m_strPassword = current.m_strPassword;
     CAccessPolicy::checkModify(caller, {source}, CQuoteSourceStore::kindsOf(stored));
-    if (revision != 0)
+    if (revision != 0) {
+        // 0 is "whatever is stored"; a negative one was never read, as in a modify.
+        CRevisionCheck::require(revision);
         CRevisionCheck::check(revision, current.getRevision(), CRevisionConflicts::kSource);
+    }
     return CQuoteSourceStore(*m_database).modify(db, stored, {source});
 }
 
@@ -1205,6 +1212,8 @@ utils::RKError CQuotesService::probeHistory(const CCaller& caller, const std::st
                                             int port, long long sinceMs,
                                             std::vector<Hlx::CProbeSample>* samples) {
     return answer(caller, nullptr, [&] {
+        // No source connects elsewhere: such a port has no history, and asking is a bad request.
+        CSourceValidator::checkPort(port);
         m_database->transact(false, [&](QSqlDatabase& db) {
             *samples = CProbeStore(*m_database)
                            .history(db, QString::fromStdString(address), port, sinceMs);

@@ -136,8 +136,12 @@ void CSourceValidator::checkFields(const rkservice::COrinQuoterSourceInfo& sourc
 void CSourceValidator::checkEndpoint(const rkservice::COrinQuoterSourceInfo& source) {
     if (!isAddress(source.m_strAddress))
         throw CServiceError("服务器地址格式错误: " + source.m_strAddress);
-    if (source.m_nPort < 1 || source.m_nPort > 65535)
-        throw CServiceError("端口必须在 1 到 65535 之间: " + std::to_string(source.m_nPort));
+    checkPort(source.m_nPort);
+}
+
+void CSourceValidator::checkPort(int port) {
+    if (port < 1 || port > 65535)
+        throw CServiceError("端口必须在 1 到 65535 之间: " + std::to_string(port));
 }
 
 void CSourceValidator::checkToken(const std::string& token) {

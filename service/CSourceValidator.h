@@ -36,6 +36,8 @@ public:
     // Before any right is looked up: a type no right belongs to is a bad request, not a refusal.
     static void checkTradeType(int tradeType);
     static void checkToken(const std::string& token);
+    // A port a source connects to, or one a probe's history is asked of: 1 to 65535.
+    static void checkPort(int port);
     // Every rule of the texts the source's fields break, each a line naming the source
     // ("行情源 18: 密码不能含控制字符"), in field order, both rules of a field that breaks both;
     // empty when none. The import and the integrity check list stored values so.

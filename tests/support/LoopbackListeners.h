@@ -48,6 +48,23 @@ public:
         return port;
     }
 
+    // The connects to a port opened here that completed since the last call: each is taken from
+    // the accept queue and closed, so a test counts how often something connected.
+    int accepted(int port) {
+        const int fd = listening(port);
+        int count = 0;
+        // The listener blocks: poll first, so an empty queue ends the count.
+        pollfd pending = {fd, POLLIN, 0};
+        while (fd >= 0 && ::poll(&pending, 1, 0) == 1) {
+            const int connection = ::accept4(fd, nullptr, nullptr, SOCK_CLOEXEC);
+            if (connection < 0)
+                break;
+            ::close(connection);
+            ++count;
+        }
+        return count;
+    }
+
     // Stops listening on a port opened here (its connects are refused from now on).
     void shut(int port) {
         for (auto it = m_fds.begin(); it != m_fds.end(); ++it) {
@@ -81,6 +98,14 @@ private:
         socklen_t length = sizeof(address);
         ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
         return ntohs(address.sin_port);
+    }
+
+    int listening(int port) const {
+        for (int fd : m_listening) {
+            if (portOf(fd) == port)
+                return fd;
+        }
+        return -1;
     }
 
     int listenOn(int backlog, uint32_t host) {

@@ -157,6 +157,18 @@ private slots:
         QVERIFY(!CCallCodec::decode(audit, &page).isSuccess());
     }
 
+    // A probe names at most 10,000 sources: each costs the server a lookup.
+    void probeIdsBounded() {
+        quotes::v1::ProbeSourcesRequest request;
+        for (int i = 0; i < 10000; ++i)
+            request.add_ids(1);
+        CCallCodec::ProbeParams params;
+        QVERIFY(CCallCodec::decode(request, &params).isSuccess());
+        QCOMPARE(int(std::get<0>(params).size()), 10000);
+        request.add_ids(1);
+        QCOMPARE(CCallCodec::decode(request, &params).kind(), utils::ErrorKind::Invalid);
+    }
+
     void cutNeverSplitsACharacter() {
         const std::string chinese = "行情源";  // three bytes each
         QCOMPARE(Hlx::CFieldLimits::cut(chinese, 9), chinese);

@@ -179,6 +179,21 @@ private slots:
         QCOMPARE(stored(id)->getRevision(), 2LL);
     }
 
+    // An id no source ever had has no history: not found, as a probe or a restore of it.
+    // A restore naming a revision below 1 names none it could have read.
+    void unknownSourceAndRevisionBelowOneAreRefused() {
+        const int id = add(9000);
+        Hlx::CSourceHistory result;
+        for (int unknown : {id + 1000, -1, 0})
+            QCOMPARE(m_service->sourceHistory(CCaller::owner(), unknown, &result).kind(),
+                     utils::ErrorKind::NotFound);
+        long long written = 0;
+        const utils::RKError negative = m_service->restoreSource(
+            CCaller::owner(), id, history(id).entries.front().id, -5, &written);
+        QCOMPARE(negative.kind(), utils::ErrorKind::Invalid);
+        QCOMPARE(stored(id)->getRevision(), 1LL);
+    }
+
     // A deleted source comes back with its former id and fields, without a password; its
     // delete entry itself cannot be restored to.
     void deletedSourceIsAddedAgainWithItsId() {

@@ -341,6 +341,11 @@ private slots:
         QCOMPARE(history[0].connectUs, 200LL);
         QCOMPARE(history[1].samples, 1);
         QCOMPARE(history[2].connectUs, 70LL);
+        // No source connects to a port beyond 1..65535: asking for its history is a bad request.
+        for (int port : {0, -1, 65536})
+            QCOMPARE(
+                m_service->probeHistory(CCaller::owner(), "127.0.0.1", port, 0, &history).kind(),
+                utils::ErrorKind::Invalid);
     }
 
     void changesOfStateAreAnnounced() {
