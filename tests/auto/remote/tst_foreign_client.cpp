@@ -15,7 +15,7 @@
 #include "CRemoteAdmin.h"
 #include "LoopbackListeners.h"
 #include "QuotesdLogin.h"
-#include "RecordBuilders.h"
+#include "SourceAdds.h"
 #include "model/CAuditVocabulary.h"
 #include "rkservice/DataTypeIds.h"
 
@@ -66,16 +66,11 @@ class TestForeignClient : public QObject {
 
     // A stock source at 127.0.0.1:port, added by the administrator; its id (0 when refused).
     int addSource(int port) const {
-        rkservice::COperateDataReq request;
-        request.dataType = rkservice::kDataQuoteSources;
-        request.operateType = rkservice::kOperateAdd;
-        request.datas = {RecordBuilders::source(0, 10000, 2, "127.0.0.1", port)};
-        bson::BSONObj result;
-        const utils::RKError error =
-            m_admin->operate(Hlx::CRequestTarget::subsystem("sys1"), request, &result);
+        int id = 0;
+        const utils::RKError error = addStockSource(*m_admin, "127.0.0.1", port, &id);
         if (!error.isSuccess())
             qWarning("add: %s", error.errorMsg().c_str());
-        return QString::fromStdString(result.getStringField("ids")).toInt();
+        return id;
     }
 
     Hlx::CSourceHistory history(int id) const {
