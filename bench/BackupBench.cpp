@@ -16,32 +16,20 @@
 
 namespace {
 
-bool addSources(CQuotesService& service, int from, int count) {
-    rkservice::COperateDataReq request;
-    request.dataType = rkservice::kDataQuoteSources;
-    request.operateType = rkservice::kOperateAdd;
-    for (int n = from; n < from + count; ++n)
-        request.datas.push_back(benchSource(n));
-    return service.operateSync(CCaller::owner(), Hlx::CRequestTarget::subsystem("sys1"), request)
-        .isSuccess();
-}
-
 void runBackupBench() {
     QTemporaryDir dir;
     auto service = openBenchService(dir.path());
     if (!service)
         return;
     const int sources = 100000;
-    for (int from = 0; from < sources; from += 1000) {
-        if (!addSources(*service, from, 1000)) {
-            std::fprintf(stderr, "backup bench: could not fill the database\n");
-            return;
-        }
+    if (!fillBenchSources(*service, sources)) {
+        std::fprintf(stderr, "backup bench: could not fill the database\n");
+        return;
     }
     std::atomic<bool> stop{false};
     std::atomic<int> answered{0};
     std::thread writer([&] {
-        for (int n = sources; !stop && addSources(*service, n, 1); ++n)
+        for (int n = sources; !stop && addBenchSources(*service, n, 1); ++n)
             ++answered;
     });
     while (answered < 3)

@@ -1,5 +1,6 @@
 // One source's history among 100,000 audit entries of 5,000 sources (20 entries each), read as
-// the history dialog and quotesctl sources history read it.
+// the history dialog and quotesctl sources history read it; and a restore on databases of 1,000
+// and 100,000 sources, whose cost must not grow with the table.
 
 #include <QElapsedTimer>
 #include <QTemporaryDir>
@@ -8,6 +9,7 @@
 
 #include "BenchRegistry.h"
 #include "BenchService.h"
+#include "BenchSources.h"
 #include "CAuditTrail.h"
 #include "CCaller.h"
 #include "CDatabase.h"
@@ -53,6 +55,65 @@ void runHistoryBench() {
     benchReport("history_query_ms", times[times.size() / 2], "ms");
 }
 
+// Two states of one source to restore to by turns, so that every restore changes it.
+struct RestorePoints {
+    int id = 0;
+    long long entries[2] = {0, 0};
+};
+
+RestorePoints restorePoints(CQuotesService& service, int sources) {
+    RestorePoints points;
+    points.id = sources / 2 + 1;
+    for (int port : {9101, 9102}) {
+        Hlx::CSourcePatch patch;
+        patch.port = port;
+        if (!service.modifySource(CCaller::owner(), points.id, patch).isSuccess())
+            return {};
+    }
+    Hlx::CSourceHistory history;
+    service.sourceHistory(CCaller::owner(), points.id, &history);
+    if (history.entries.size() < 2)
+        return {};
+    points.entries[0] = history.entries[history.entries.size() - 2].id;
+    points.entries[1] = history.entries.back().id;
+    return points;
+}
+
+// The median of 21 restores on a database of the sources; negative when one failed.
+double restoreMs(int sources) {
+    QTemporaryDir dir;
+    auto service = openBenchService(dir.path());
+    if (!service || !fillBenchSources(*service, sources))
+        return -1;
+    const RestorePoints points = restorePoints(*service, sources);
+    if (points.id == 0)
+        return -1;
+    std::vector<double> times;
+    for (int round = 0; round < 21; ++round) {
+        long long written = 0;
+        QElapsedTimer timer;
+        timer.start();
+        const utils::RKError restored = service->restoreSource(
+            CCaller::owner(), points.id, points.entries[round % 2], 0, &written);
+        times.push_back(double(timer.nsecsElapsed()) / 1e6);
+        if (!restored.isSuccess()) {
+            std::fprintf(stderr, "restore bench: %s\n", restored.errorMsg().c_str());
+            return -1;
+        }
+    }
+    std::sort(times.begin(), times.end());
+    return times[times.size() / 2];
+}
+
+void runRestoreBench() {
+    const double small = restoreMs(1000);
+    const double large = restoreMs(100000);
+    benchReport("restore_ms_1k", small, "ms");
+    benchReport("restore_ms_100k", large, "ms");
+    benchReport("restore_ratio_100k_1k", small > 0 ? large / small : -1, "x");
+}
+
 static BenchRegistrar reg("history", &runHistoryBench);
+static BenchRegistrar restoreReg("restore", &runRestoreBench);
 
 }  // namespace
