@@ -50,7 +50,7 @@ QString label(const char* value) {
 }
 
 QString fieldName(const std::string& field) {
-    return label(CHistoryTexts::shown(CHistoryTexts::kFields, field.c_str()));
+    return QString::fromStdString(CAuditNames::field(field));
 }
 
 QString actionName(const std::string& action) {

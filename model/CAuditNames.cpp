@@ -1,6 +1,5 @@
 #include "model/CAuditNames.h"
 
-
 namespace {
 
 template <size_t N>
@@ -20,4 +19,8 @@ std::string CAuditNames::action(const std::string& stored) {
 
 std::string CAuditNames::dataType(const std::string& stored) {
     return lookUp(kDataTypes, stored);
+}
+
+std::string CAuditNames::field(const std::string& stored) {
+    return lookUp(kFields, stored);
 }

@@ -16,6 +16,7 @@ public:
 
     static std::string action(const std::string& stored);
     static std::string dataType(const std::string& stored);
+    static std::string field(const std::string& stored);
 
     static constexpr Name kActions[] = {
         {CAuditVocabulary::kAdd, "添加"},
@@ -55,5 +56,13 @@ public:
         {CAuditVocabulary::kSchema, "数据库结构"},
         {CAuditVocabulary::kSecrets, "密码密钥"},
         {CAuditVocabulary::kDatabase, "数据库"},
+    };
+
+    // The fields of a record's before and after, by their stored names.
+    static constexpr Name kFields[] = {
+        {"subsystem", "分系统"},   {"trade_type", "交易类型"},      {"platform_id", "平台"},
+        {"broker_id", "期货公司"}, {"server_group_id", "服务器组"}, {"address", "地址"},
+        {"port", "端口"},          {"user_name", "用户名"},         {"password", "密码"},
+        {"markets", "市场"},
     };
 };

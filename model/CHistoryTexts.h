@@ -1,10 +1,7 @@
 #pragma once
 
-#include <cstddef>
-#include <cstring>
-
-// The texts of a source's history (查看历史) as the console shows them: the dialog's own words,
-// the fields of a source's audit detail (the actions read as in the audit dock, CAuditNames).
+// The texts of a source's history (查看历史) as the console shows them: the dialog's own words
+// (its actions and fields read as in the audit dock, CAuditNames).
 class CHistoryTexts {
 public:
     static constexpr const char* kTime = "时间";
@@ -30,28 +27,4 @@ public:
         "操作记录不保存密码：恢复已删除的行情源后它没有密码，请在编辑中设置。";
     // %1: the entry restored to.
     static constexpr const char* kRestored = "已恢复到操作记录 %1 之后的状态。";
-
-    struct Name {
-        const char* stored;
-        const char* shown;
-    };
-    // The fields of a source's detail, by their stored names.
-    static constexpr Name kFields[] = {
-        {"subsystem", "分系统"},   {"trade_type", "交易类型"},      {"platform_id", "平台"},
-        {"broker_id", "期货公司"}, {"server_group_id", "服务器组"}, {"address", "地址"},
-        {"port", "端口"},          {"user_name", "用户名"},         {"password", "密码"},
-        {"markets", "市场"}};
-
-    // The shown name of a stored one; the stored name itself when the table has none.
-    template <std::size_t N>
-    static const char* shown(const Name (&names)[N], const char* stored);
 };
-
-template <std::size_t N>
-const char* CHistoryTexts::shown(const Name (&names)[N], const char* stored) {
-    for (const Name& name : names) {
-        if (std::strcmp(name.stored, stored) == 0)
-            return name.shown;
-    }
-    return stored;
-}

@@ -115,7 +115,8 @@ QString recordDetails(const Hlx::CAuditEntry::Detail& detail) {
         const QJsonValue after = detail.after.value(key);
         const bool changed = before != after;
         lines << QStringLiteral("%1 %2: %3 → %4")
-                     .arg(changed ? QStringLiteral("*") : QStringLiteral(" "), key,
+                     .arg(changed ? QStringLiteral("*") : QStringLiteral(" "),
+                          QString::fromStdString(CAuditNames::field(key.toStdString())),
                           fieldText(before), fieldText(after));
     }
     return lines.join(QLatin1Char('\n'));

@@ -384,10 +384,10 @@ private slots:
         dock.table()->selectRow(0);
         const QString shown = dock.detailText();
         QVERIFY2(shown.contains(QStringLiteral("记录 7")), qPrintable(shown));
-        QVERIFY2(shown.contains(QStringLiteral("* port: 8000 → 9000")), qPrintable(shown));
-        QVERIFY2(shown.contains(QStringLiteral("  address: 10.0.0.1 → 10.0.0.1")),
-                 qPrintable(shown));
-        QVERIFY2(shown.contains(QStringLiteral("password: ****** → ******")), qPrintable(shown));
+        // Fields by the names the panels give them.
+        QVERIFY2(shown.contains(QStringLiteral("* 端口: 8000 → 9000")), qPrintable(shown));
+        QVERIFY2(shown.contains(QStringLiteral("  地址: 10.0.0.1 → 10.0.0.1")), qPrintable(shown));
+        QVERIFY2(shown.contains(QStringLiteral("密码: ****** → ******")), qPrintable(shown));
         dock.table()->selectRow(1);
         QCOMPARE(dock.detailText(), QStringLiteral("此记录没有变更前后的内容"));
     }
