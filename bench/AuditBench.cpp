@@ -31,7 +31,7 @@ double singleAddRate(bool audit, bool full) {
     auto service = openService(dir.path(), audit, full);
     if (!service)
         return 0;
-    const CCaller caller = CCaller::owner().locally(CCaller::operatingSystemUser());
+    const CCaller caller = CCaller::localOwner();
     const int count = 300;
     QElapsedTimer timer;
     timer.start();

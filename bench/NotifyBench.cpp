@@ -48,7 +48,7 @@ void runChanger() {
     const auto service = openBenchService(dir);
     if (!service)
         return;
-    const CCaller caller = CCaller::owner().locally(CCaller::operatingSystemUser());
+    const CCaller caller = CCaller::localOwner();
     std::string line;
     for (int n = 0; std::getline(std::cin, line); ++n) {
         rkservice::COperateDataReq request;

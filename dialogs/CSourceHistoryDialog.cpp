@@ -16,6 +16,7 @@
 #include "Hlx/COrinClientCenter.h"
 #include "Hlx/IQuotesAdmin.h"
 #include "model/CAuditNames.h"
+#include "model/CCallerNames.h"
 #include "model/CHistoryTexts.h"
 #include "model/CSubsystemNames.h"
 
@@ -56,12 +57,6 @@ QString fieldName(const std::string& field) {
 QString actionName(const std::string& action) {
     // The audit dock's names, so an action reads alike wherever the console shows it.
     return QString::fromStdString(CAuditNames::action(action));
-}
-
-QString who(const CAuditEntry& entry) {
-    return entry.local
-               ? QStringLiteral("%1（本地 %2）").arg(text(entry.account), text(entry.osUser))
-               : text(entry.account);
 }
 
 }  // namespace
@@ -205,8 +200,8 @@ void CSourceHistoryDialog::showEntries(long long choose) {
     int chosenRow = int(m_history.entries.size()) - 1;
     for (int row = 0; row < int(m_history.entries.size()); ++row) {
         const CAuditEntry& entry = m_history.entries[std::size_t(row)];
-        const QStringList cells = {localTime(entry.timeMs), who(entry), text(entry.clientAddress),
-                                   actionName(entry.action)};
+        const QStringList cells = {localTime(entry.timeMs), CCallerNames::who(entry),
+                                   text(entry.clientAddress), actionName(entry.action)};
         for (int column = 0; column < cells.size(); ++column)
             m_entries->setItem(row, column, new QTableWidgetItem(cells[column]));
         if (entry.id == choose)

@@ -16,6 +16,10 @@ CCaller CCaller::owner() {
     return CCaller(std::string(), {}, true);
 }
 
+CCaller CCaller::localOwner() {
+    return owner().locally(operatingSystemUser());
+}
+
 CCaller CCaller::user(const std::string& name, const std::set<int>& rights) {
     return CCaller(name, rights, false);
 }

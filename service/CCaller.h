@@ -14,6 +14,8 @@ public:
     // The owner of the database (quotesctl on its own file): holds every right, since it could
     // change the file anyway.
     static CCaller owner();
+    // The owner acting in this process for the operating-system user, as recorded in the trail.
+    static CCaller localOwner();
     // A platform user with the rights it holds.
     static CCaller user(const std::string& name, const std::set<int>& rights);
     static CCaller user(const rkservice::CUserInfo& user);

@@ -70,7 +70,7 @@ bool add(CQuotesService& service, const char* subsystem, int dataType,
     request.datas.push_back(record);
     const Hlx::CRequestTarget target =
         subsystem ? Hlx::CRequestTarget::subsystem(subsystem) : Hlx::CRequestTarget::centre();
-    const utils::RKError result = service.operateSync(CCaller::owner(), target, request);
+    const utils::RKError result = service.operateSync(CCaller::localOwner(), target, request);
     if (!result.isSuccess())
         *error = QString::fromStdString(result.errorMsg());
     return result.isSuccess();

@@ -7,9 +7,8 @@ CEmbeddedAdmin::CEmbeddedAdmin(boost::shared_ptr<CQuotesService> service, Caller
 
 boost::shared_ptr<CEmbeddedAdmin> CEmbeddedAdmin::asOwner(
     boost::shared_ptr<CQuotesService> service) {
-    return boost::shared_ptr<CEmbeddedAdmin>(new CEmbeddedAdmin(std::move(service), [] {
-        return CCaller::owner().locally(CCaller::operatingSystemUser());
-    }));
+    return boost::shared_ptr<CEmbeddedAdmin>(
+        new CEmbeddedAdmin(std::move(service), [] { return CCaller::localOwner(); }));
 }
 
 std::shared_ptr<void> CEmbeddedAdmin::watchChanges(const ChangeHandler& handler) {

@@ -246,7 +246,7 @@ void CQuotesService::initialise(const CServiceOptions& options) {
 
 void CQuotesService::auditUpgrade(QSqlDatabase& db, int from) const {
     // The program that opens the database migrates it, for the operating-system user it runs as.
-    const CCaller self = CCaller::owner().locally(CCaller::operatingSystemUser());
+    const CCaller self = CCaller::localOwner();
     CAuditTrail::Entry migration =
         CAuditTrail::entry(CAuditVocabulary::kMigrate, CAuditVocabulary::kSchema);
     migration.summary.insert(QStringLiteral("from"), from);

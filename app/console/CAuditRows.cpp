@@ -5,6 +5,7 @@
 #include <QRegularExpression>
 
 #include "model/CAuditNames.h"
+#include "model/CCallerNames.h"
 
 namespace {
 
@@ -29,21 +30,13 @@ QString CAuditRows::isoTime(long long ms) {
     return QDateTime::fromMSecsSinceEpoch(ms, Qt::UTC).toString(Qt::ISODateWithMs);
 }
 
-QString CAuditRows::who(const Hlx::CAuditEntry& entry) {
-    if (!entry.local)
-        return text(entry.account);
-    const QString marker = entry.osUser.empty() ? QStringLiteral("本地")
-                                                : QStringLiteral("本地 ") + text(entry.osUser);
-    return QStringLiteral("%1 (%2)").arg(text(entry.account), marker);
-}
-
 QString CAuditRows::cell(const Hlx::CAuditEntry& entry, int column,
                          const SubsystemNames& subsystems) {
     switch (column) {
         case Time:
             return localTime(entry.timeMs);
         case Account:
-            return who(entry);
+            return Hlx::CCallerNames::who(entry);
         case ClientAddress:
             return text(entry.clientAddress);
         case Subsystem:

@@ -44,6 +44,5 @@ public:
     static QString details(const Hlx::CAuditEntry& entry);
 
 private:
-    static QString who(const Hlx::CAuditEntry& entry);
     static QString csvLine(const QStringList& fields);
 };

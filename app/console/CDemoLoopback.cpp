@@ -42,7 +42,7 @@ utils::RKError addSource(CQuotesService& service, const char* user, int port) {
     request.dataType = rkservice::kDataQuoteSources;
     request.operateType = rkservice::kOperateAdd;
     request.datas.push_back(record);
-    return service.operateSync(CCaller::owner(),
+    return service.operateSync(CCaller::localOwner(),
                                Hlx::CRequestTarget::subsystem(CDemoLoopback::kSubsystem), request);
 }
 
@@ -82,7 +82,7 @@ std::vector<CDemoLoopback::Stored> CDemoLoopback::stored(CQuotesService& service
     request.dataType = rkservice::kDataQuoteSources;
     std::vector<rkservice::IDataPtr> datas;
     const utils::RKError result = service.querySync(
-        CCaller::owner(), Hlx::CRequestTarget::subsystem(kSubsystem), request, &datas);
+        CCaller::localOwner(), Hlx::CRequestTarget::subsystem(kSubsystem), request, &datas);
     if (!result.isSuccess()) {
         *error = QString::fromStdString(result.errorMsg());
         return {};
@@ -126,7 +126,7 @@ bool CDemoLoopback::place(CQuotesService& service, const std::vector<Stored>& st
         } else if (stored[i].port != ports[i]) {
             Hlx::CSourcePatch patch;
             patch.port = ports[i];
-            result = service.modifySource(CCaller::owner(), stored[i].id, patch);
+            result = service.modifySource(CCaller::localOwner(), stored[i].id, patch);
         }
         if (!result.isSuccess()) {
             *error = QStringLiteral("示例数据: %1").arg(QString::fromStdString(result.errorMsg()));

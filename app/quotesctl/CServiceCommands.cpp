@@ -30,7 +30,7 @@ void CServiceCommands::integrity(CCtlSession& session) {
 void CServiceCommands::rekey(CCtlSession& session) {
     // The command table lets rekey run only on a database of its own.
     CQuotesService& service = *session.service();
-    CCtlError::check(service.rekey(CCaller::owner().locally(CCaller::operatingSystemUser())));
+    CCtlError::check(service.rekey(CCaller::localOwner()));
     CCtlOutput::print(QStringLiteral("key %1\n").arg(service.keyFile()));
 }
 

@@ -88,7 +88,7 @@ QString listening(const QStringList& listen, const std::vector<int>& ports) {
 // Who the server's own commands act as: the owner of its files, recorded in the audit trail as
 // the operating-system user (本地), as quotesctl on the database itself is.
 CCaller serverOwner() {
-    return CCaller::owner().locally(CCaller::operatingSystemUser());
+    return CCaller::localOwner();
 }
 
 // The soft limit of open files raised to the hard one: every connection of a client is a file,

@@ -170,6 +170,16 @@ private slots:
                  QString::fromStdString(entries.front().ids));
     }
 
+    // quotesctl on the data file and the demo act as the owner, with no account: the row names
+    // the operating-system user, never a blank or a stray parenthesis.
+    void aLocalChangeWithoutAnAccountNamesTheSystemUser() {
+        auto admin = boost::make_shared<ScriptedAuditTrail>();
+        admin->setEntries({scriptedEntry(1718000000000LL, "", true, "")});
+        CAuditDock dock(admin);
+        QVERIFY(reload(dock));
+        QCOMPARE(dock.table()->itemText(0, CAuditRows::Account), QStringLiteral("本地 ops"));
+    }
+
     void accountFilterNarrowsTheRows() {
         QVERIFY(addStock(9001).isSuccess());
         QVERIFY(m_embedded->loginAs("futures_op"));

@@ -9,6 +9,7 @@
 #include <QTableWidget>
 #include <QtTest>
 
+#include "CCaller.h"
 #include "CQuotesService.h"
 #include "EmbeddedService.h"
 #include "SourceAdds.h"
@@ -84,6 +85,9 @@ private slots:
         QTRY_VERIFY(!dialog->isLoading());
         QCOMPARE(dialog->entryTable()->rowCount(), 2);
         QCOMPARE(dialog->entryTable()->item(1, 3)->text(), QStringLiteral("修改"));
+        // Made as the owner on this machine: named by the operating-system user.
+        QCOMPARE(dialog->entryTable()->item(1, 1)->text(),
+                 QStringLiteral("本地 ") + QString::fromStdString(CCaller::operatingSystemUser()));
         QCOMPARE(dialog->beginLabel()->text(), label(CHistoryTexts::kBeginAdded));
         QCOMPARE(dialog->noteLabel()->text(), label(CHistoryTexts::kPasswordKept));
         // The newest change is chosen: port and password changed, side by side.
