@@ -178,7 +178,7 @@ void CAuditDock::createTable(Zu::CWidgetList* outer) {
 void CAuditDock::showSelectedDetails() {
     const int row = m_table->selectedRow();
     m_detail->setPlainText(row >= 0 && size_t(row) < m_entries.size()
-                               ? CAuditRows::details(m_entries[size_t(row)])
+                               ? CAuditRows::details(m_entries[size_t(row)], m_subsystems)
                                : QString());
 }
 

@@ -4,8 +4,11 @@
 #include <QJsonDocument>
 #include <QRegularExpression>
 
+#include "Hlx/CSourceHistory.h"
 #include "model/CAuditNames.h"
+#include "model/CAuditVocabulary.h"
 #include "model/CCallerNames.h"
+#include "model/CHistoryValues.h"
 
 namespace {
 
@@ -95,6 +98,13 @@ QString fieldText(const QJsonValue& value) {
         QJsonDocument::fromVariant(value.toVariant()).toJson(QJsonDocument::Compact));
 }
 
+QString fieldLine(bool changed, const std::string& field, const QString& before,
+                  const QString& after) {
+    return QStringLiteral("%1 %2: %3 → %4")
+        .arg(changed ? QStringLiteral("*") : QStringLiteral(" "),
+             QString::fromStdString(CAuditNames::field(field)), before, after);
+}
+
 // One record: every field it had before or has after, the changed ones marked.
 QString recordDetails(const Hlx::CAuditEntry::Detail& detail) {
     QStringList lines{QStringLiteral("记录 %1").arg(text(detail.recordId))};
@@ -106,23 +116,37 @@ QString recordDetails(const Hlx::CAuditEntry::Detail& detail) {
     for (const QString& key : fields) {
         const QJsonValue before = detail.before.value(key);
         const QJsonValue after = detail.after.value(key);
-        const bool changed = before != after;
-        lines << QStringLiteral("%1 %2: %3 → %4")
-                     .arg(changed ? QStringLiteral("*") : QStringLiteral(" "),
-                          QString::fromStdString(CAuditNames::field(key.toStdString())),
-                          fieldText(before), fieldText(after));
+        lines << fieldLine(before != after, key.toStdString(), fieldText(before), fieldText(after));
     }
+    return lines.join(QLatin1Char('\n'));
+}
+
+// One source, as its history shows it: the fields in a source's order, ids by name, the
+// password only as whether it changed.
+QString sourceDetails(const Hlx::CAuditEntry::Detail& detail, const Hlx::CHistoryValues& values) {
+    QStringList lines{QStringLiteral("记录 %1").arg(text(detail.recordId))};
+    const auto shown = [&values](const std::string& field, const QJsonObject& side,
+                                 const QString& stored) {
+        const QString value = values.shown(field, side, stored);
+        return value.isEmpty() && side.isEmpty() ? QStringLiteral("—") : value;
+    };
+    for (const Hlx::CFieldChange& change : Hlx::CSourceHistory::differences(detail))
+        lines << fieldLine(change.changed, change.field,
+                           shown(change.field, detail.before, change.before),
+                           shown(change.field, detail.after, change.after));
     return lines.join(QLatin1Char('\n'));
 }
 
 }  // namespace
 
-QString CAuditRows::details(const Hlx::CAuditEntry& entry) {
+QString CAuditRows::details(const Hlx::CAuditEntry& entry, const SubsystemNames& subsystems) {
+    const bool source = entry.dataType == CAuditVocabulary::kQuoteSource;
+    const Hlx::CHistoryValues values(subsystems);
     QStringList parts;
     if (!entry.summary.isEmpty())
         parts << QString::fromUtf8(QJsonDocument(entry.summary).toJson(QJsonDocument::Indented));
     for (const Hlx::CAuditEntry::Detail& detail : entry.details)
-        parts << recordDetails(detail);
+        parts << (source ? sourceDetails(detail, values) : recordDetails(detail));
     if (parts.isEmpty())
         return QStringLiteral("此记录没有变更前后的内容");
     return QStringLiteral("变更前 → 变更后（* 为改动的字段）\n\n") +

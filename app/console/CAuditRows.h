@@ -40,8 +40,9 @@ public:
     // spreadsheet programs read the Chinese texts.
     static QByteArray csv(const std::vector<Hlx::CAuditEntry>& entries,
                           const SubsystemNames& subsystems = {});
-    // The selected entry's records, each field before and after (the dock's detail pane).
-    static QString details(const Hlx::CAuditEntry& entry);
+    // The selected entry's records, each field before and after (the dock's detail pane); a
+    // source's as its history shows them.
+    static QString details(const Hlx::CAuditEntry& entry, const SubsystemNames& subsystems = {});
 
 private:
     static QString csvLine(const QStringList& fields);

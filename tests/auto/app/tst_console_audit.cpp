@@ -383,9 +383,15 @@ private slots:
         Hlx::CAuditEntry entry = scriptedEntry(1718000000123LL, "admin", false, "");
         Hlx::CAuditEntry::Detail detail;
         detail.recordId = "7";
-        detail.before =
-            QJsonObject{{"address", "10.0.0.1"}, {"port", 8000}, {"password", "******"}};
-        detail.after = QJsonObject{{"address", "10.0.0.1"}, {"port", 9000}, {"password", "******"}};
+        detail.before = QJsonObject{{"address", "10.0.0.1"},
+                                    {"port", 8000},
+                                    {"password", "******"},
+                                    {"broker_id", 2147483647}};
+        detail.after = QJsonObject{{"address", "10.0.0.1"},
+                                   {"port", 9000},
+                                   {"password", "******"},
+                                   {"password_changed", true},
+                                   {"broker_id", 2147483647}};
         entry.details.push_back(detail);
         admin->setEntries({entry, scriptedEntry(1718000000000LL, "admin", false, "")});
         CAuditDock dock(admin);
@@ -397,7 +403,13 @@ private slots:
         // Fields by the names the panels give them.
         QVERIFY2(shown.contains(QStringLiteral("* 端口: 8000 → 9000")), qPrintable(shown));
         QVERIFY2(shown.contains(QStringLiteral("  地址: 10.0.0.1 → 10.0.0.1")), qPrintable(shown));
-        QVERIFY2(shown.contains(QStringLiteral("密码: ****** → ******")), qPrintable(shown));
+        // A source reads as its history does: the password as whether it changed, no broker as
+        // 无, in the order a source shows its fields.
+        QVERIFY2(shown.contains(QStringLiteral("* 密码: ****** → ******")), qPrintable(shown));
+        QVERIFY2(!shown.contains(QStringLiteral("password_changed")), qPrintable(shown));
+        QVERIFY2(shown.contains(QStringLiteral("  期货公司: 无 → 无")), qPrintable(shown));
+        QVERIFY2(shown.indexOf(QStringLiteral("期货公司")) < shown.indexOf(QStringLiteral("地址")),
+                 qPrintable(shown));
         dock.table()->selectRow(1);
         QCOMPARE(dock.detailText(), QStringLiteral("此记录没有变更前后的内容"));
     }
