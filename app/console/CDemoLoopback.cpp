@@ -3,7 +3,7 @@
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <boost/make_shared.hpp>
-#include <cstring>
+#include <iterator>
 
 #include "CCaller.h"
 #include "CProbeAllowList.h"
