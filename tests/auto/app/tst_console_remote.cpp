@@ -180,7 +180,8 @@ private slots:
         const int before = panel->table()->rowCount();
         QSignalSpy messages(window.statusBar(), &QStatusBar::messageChanged);
         auto admin = client();
-        QVERIFY(admin->login("admin", kAdminPassword.toStdString()).isSuccess());
+        const utils::RKError login = admin->login("admin", kAdminPassword.toStdString());
+        QVERIFY2(login.isSuccess(), login.errorMsg().c_str());
         // Only once the console listens can it hear; the first change may come before that.
         int port = 9001;
         QTRY_VERIFY_WITH_TIMEOUT(
