@@ -19,6 +19,7 @@
 #include "RecordBuilders.h"
 #include "ServerMessages.h"
 #include "TestIds.h"
+#include "TestPasswords.h"
 #include "Zu/COddEvenRowTable.h"
 #include "panels/QuotesManagePanel.h"
 
@@ -26,7 +27,6 @@ using namespace TestIds;
 
 namespace {
 
-const QString kAdminPassword = QStringLiteral("admin-password-1");
 const QString kNoResponse = QStringLiteral("数据库无响应");
 
 }  // namespace

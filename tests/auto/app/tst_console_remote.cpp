@@ -22,6 +22,7 @@
 #include "QuotesdProcess.h"
 #include "RecordBuilders.h"
 #include "TestIds.h"
+#include "TestPasswords.h"
 #include "Zu/COddEvenRowTable.h"
 #include "panels/QuotesManagePanel.h"
 
@@ -29,8 +30,6 @@ using namespace TestIds;
 
 namespace {
 
-const QString kAdminPassword = QStringLiteral("admin-password-1");
-const QString kViewerPassword = QStringLiteral("viewer-password-1");
 // The right to add stock sources.
 const int kRightStocksAdd = 10937;
 

@@ -21,14 +21,13 @@
 #include "QuotesctlOnServer.h"
 #include "QuotesdLogin.h"
 #include "RecordBuilders.h"
+#include "TestPasswords.h"
 #include "model/CAuditVocabulary.h"
 #include "quotes.grpc.pb.h"
 #include "rkservice/DataTypeIds.h"
 
 namespace {
 
-const QString kAdminPassword = QStringLiteral("admin-password-1");
-const QString kViewerPassword = QStringLiteral("viewer-password-1");
 const std::string kWrongPassword = "wrong-password-4711";
 const std::string kSourcePassword = "remote-source-secret";
 

@@ -8,11 +8,9 @@
 
 #include "CRemoteAdmin.h"
 #include "QuotesdProcess.h"
+#include "TestPasswords.h"
 
 namespace {
-
-const QString kAdminPassword = QStringLiteral("admin-password-1");
-const QString kViewerPassword = QStringLiteral("viewer-password-1");
 
 // The lines a client told, in order.
 class ToldLines {

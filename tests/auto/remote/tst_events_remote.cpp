@@ -8,12 +8,10 @@
 #include "ChangeLog.h"
 #include "QuotesdLogin.h"
 #include "SourceAdds.h"
+#include "TestPasswords.h"
 #include "rkservice/DataTypeIds.h"
 
 namespace {
-
-const QString kAdminPassword = QStringLiteral("admin-password-1");
-const QString kViewerPassword = QStringLiteral("viewer-password-1");
 
 utils::RKError addSource(Hlx::IQuotesAdmin& admin, int port) {
     return addStockSource(admin, "10.0.0.1", port);

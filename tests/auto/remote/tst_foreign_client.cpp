@@ -16,13 +16,12 @@
 #include "LoopbackListeners.h"
 #include "QuotesdLogin.h"
 #include "SourceAdds.h"
+#include "TestPasswords.h"
 #include "model/CAuditVocabulary.h"
 #include "rkservice/DataTypeIds.h"
 
 namespace {
 
-const QString kAdminPassword = QStringLiteral("admin-password-1");
-const QString kViewerPassword = QStringLiteral("viewer-password-1");
 const QString kStockPassword = QStringLiteral("stock-password-1");
 const QString kFuturesPassword = QStringLiteral("futures-password-1");
 

@@ -11,14 +11,8 @@
 #include "QuotesctlOnServer.h"
 #include "QuotesdLogin.h"
 #include "SourceAdds.h"
+#include "TestPasswords.h"
 #include "rkservice/DataTypeIds.h"
-
-namespace {
-
-const QString kAdminPassword = QStringLiteral("admin-password-1");
-const QString kViewerPassword = QStringLiteral("viewer-password-1");
-
-}  // namespace
 
 class TestHistoryRemote : public QObject {
     Q_OBJECT

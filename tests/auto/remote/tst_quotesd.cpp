@@ -26,6 +26,7 @@
 #include "QuotesctlOnServer.h"
 #include "QuotesdProcess.h"
 #include "RoleExpectations.h"
+#include "TestPasswords.h"
 #include "model/CRevisionConflicts.h"
 #include "model/CStaleRows.h"
 #include "quotes.grpc.pb.h"
@@ -35,8 +36,6 @@ using namespace RoleExpectations;
 namespace v1 = quotes::v1;
 
 namespace {
-
-const QString kAdminPassword = QStringLiteral("admin-password-1");
 
 QString rolePassword(const QString& role) {
     return role == QLatin1String("admin") ? kAdminPassword : role + QStringLiteral("-password-1");

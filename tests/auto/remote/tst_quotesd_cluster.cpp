@@ -16,13 +16,8 @@
 #include "QuotesctlOnServer.h"
 #include "QuotesdProcess.h"
 #include "RecordBuilders.h"
+#include "TestPasswords.h"
 #include "rkservice/DataTypeIds.h"
-
-namespace {
-
-const QString kAdminPassword = QStringLiteral("admin-password-1");
-
-}  // namespace
 
 // Two quotesd on one PostgreSQL database: either serves every login, and a console moves on to
 // the other when one dies.

@@ -10,10 +10,9 @@
 #include "PostgresCluster.h"
 #include "QuotesctlRun.h"
 #include "QuotesdProcess.h"
+#include "TestPasswords.h"
 
 namespace {
-
-const QString kAdminPassword = QStringLiteral("admin-password-1");
 
 QString binary(const QString& name) {
     return qEnvironmentVariable("QUOTES_BINARY_DIR") + QStringLiteral("/bin/") + name;

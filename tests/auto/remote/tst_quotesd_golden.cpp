@@ -22,15 +22,13 @@
 #include <memory>
 
 #include "QuotesdLogin.h"
+#include "TestPasswords.h"
 #include "quotes.grpc.pb.h"
 
 namespace v1 = quotes::v1;
 using google::protobuf::TextFormat;
 
 namespace {
-
-const QString kAdminPassword = QStringLiteral("admin-password-1");
-const QString kViewerPassword = QStringLiteral("viewer-password-1");
 
 QString goldenFile() {
     return qEnvironmentVariable("QUOTES_SOURCE_DIR") +

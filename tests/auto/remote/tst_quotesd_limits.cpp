@@ -14,14 +14,12 @@
 #include "CRemoteAdmin.h"
 #include "ConnectionFlood.h"
 #include "QuotesdProcess.h"
+#include "TestPasswords.h"
 #include "quotes.grpc.pb.h"
 
 namespace v1 = quotes::v1;
 
 namespace {
-
-const QString kAdminPassword = QStringLiteral("admin-password-1");
-const QString kViewerPassword = QStringLiteral("viewer-password-1");
 
 std::shared_ptr<grpc::Channel> channelTo(const QuotesdProcess& server) {
     grpc::SslCredentialsOptions tls;

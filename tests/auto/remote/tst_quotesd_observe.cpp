@@ -11,12 +11,10 @@
 #include "CRemoteAdmin.h"
 #include "QuotesdLogin.h"
 #include "QuotesdProcess.h"
+#include "TestPasswords.h"
 #include "quotes.grpc.pb.h"
 
 namespace {
-
-const QString kAdminPassword = QStringLiteral("admin-password-1");
-const QString kViewerPassword = QStringLiteral("viewer-password-1");
 
 // The port quotesd says it serves its metrics on; 0 when it said none.
 int metricsPort(QuotesdProcess& server) {

@@ -21,6 +21,7 @@
 #include "QuotesctlOnServer.h"
 #include "QuotesdLogin.h"
 #include "QuotesdProcess.h"
+#include "TestPasswords.h"
 #include "rkservice/CLevel2Token.h"
 #include "rkservice/COrinQuoterSourceInfo.h"
 #include "rkservice/CUserInfo.h"
@@ -28,8 +29,6 @@
 
 namespace {
 
-const QString kAdminPassword = QStringLiteral("admin-password-1");
-const QString kViewerPassword = QStringLiteral("viewer-password-1");
 const std::string kToken = "ServerToken4b8e02";
 
 }  // namespace

@@ -9,10 +9,9 @@
 #include "CQuotesService.h"
 #include "QuotesdProcess.h"
 #include "ServiceResults.h"
+#include "TestPasswords.h"
 
 namespace {
-
-const QString kAdminPassword = QStringLiteral("admin-password-1");
 
 // The brokers of the database a server's init made (-1 when it cannot be read).
 int storedBrokers(const QuotesdProcess& server) {
